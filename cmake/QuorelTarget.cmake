@@ -1,0 +1,11 @@
+# quorel_target(<target>): the language, the include root and the warnings that all of our code is compiled with.
+# Contraction of a product and a sum into one rounding changes bits, so it is off wherever a result is defined bit by bit;
+# the kernel variants alone turn it on for themselves.
+function(quorel_target target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wconversion -Werror -ffp-contract=off
+    $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> $<$<CXX_COMPILER_ID:Clang>:-Wshadow>)
+endfunction()

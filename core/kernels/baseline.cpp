@@ -1,0 +1,2 @@
+#define QUOREL_VARIANT baseline
+#include "core/kernels/variant.inl"

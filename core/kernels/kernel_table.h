@@ -1,0 +1,55 @@
+// KernelTable holds one instruction-set variant of the kernels' arithmetic.
+//
+// The operations here take arguments that were checked: no pointer is null and every length is at least 1. Complex arrays
+// come as float pairs, `n` counts elements. One source (the .inl files) is compiled once for each variant; the units that
+// do so define static functions alone and share no inline code with anything, so that no wide instruction can leak into a
+// program that runs on an older processor.
+#pragma once
+
+#include <stddef.h>
+
+namespace quorel::kernels {
+
+struct KernelTable {
+    const char* name; // "baseline", "avx2", "avx512"
+
+    void (*add)(const float* a, const float* b, float* dst, size_t n);
+    void (*sub)(const float* a, const float* b, float* dst, size_t n); // b - a
+    void (*mul)(const float* a, const float* b, float* dst, size_t n);
+    void (*mulComplex)(const float* a, const float* b, float* dst, size_t n);
+    void (*addProductC)(const float* src, float val, float* srcDst, size_t n);
+    void (*mulC)(const float* src, float val, float* dst, size_t n);
+    void (*subC)(float val, float* srcDst, size_t n);
+    void (*subCRev)(const float* src, float val, float* dst, size_t n);
+    bool (*div)(const float* src, float* srcDst, size_t n); // true when a divisor was zero
+
+    void (*copy)(const float* src, float* dst, size_t n);
+    void (*move)(const float* src, float* dst, size_t n);
+    void (*zero)(float* dst, size_t n);
+    void (*set)(float val, float* dst, size_t n);
+    void (*setComplex)(float re, float im, float* dst, size_t n);
+    void (*flip)(const float* src, float* dst, size_t n);
+    void (*flipInPlace)(float* srcDst, size_t n);
+    void (*conjFlip)(const float* src, float* dst, size_t n);
+    void (*realToComplex)(const float* re, const float* im, float* dst, size_t n); // null stands for zeros
+    void (*real)(const float* src, float* dst, size_t n);
+    void (*magnitude)(const float* src, float* dst, size_t n);
+
+    void (*thresholdLess)(const float* src, float* dst, size_t n, float level);
+    void (*thresholdGreater)(float* srcDst, size_t n, float level);
+    void (*sumComplex)(const float* src, size_t n, float* sum);
+};
+
+// The variant in use: the baseline until static initialisation has looked at the processor, then the widest that runs here.
+const KernelTable& active() noexcept;
+
+// The variants that this processor runs, the baseline first. Null behind the last.
+struct VariantList {
+    const KernelTable* table[4];
+};
+VariantList availableVariants() noexcept;
+
+// Puts a variant into use, for tests and benchmarks; not while kernels run.
+void use(const KernelTable& variant) noexcept;
+
+} // namespace quorel::kernels

@@ -1,0 +1,27 @@
+// Compiles the kernels for one instruction set. The including unit defines QUOREL_VARIANT, the variant's name.
+#include "core/kernels/kernel_table.h"
+
+#define QUOREL_TEXT_OF(name) #name
+#define QUOREL_TEXT(name) QUOREL_TEXT_OF(name)
+
+namespace quorel::kernels {
+namespace {
+
+#include "core/kernels/elements.inl"
+
+} // namespace
+
+namespace QUOREL_VARIANT {
+
+extern const KernelTable table;
+// clang-format off
+const KernelTable table = {
+    QUOREL_TEXT(QUOREL_VARIANT),
+    add, sub, mul, mulComplex, addProductC, mulC, subC, subCRev, div,
+    copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
+    thresholdLess, thresholdGreater, sumComplex,
+};
+// clang-format on
+
+} // namespace QUOREL_VARIANT
+} // namespace quorel::kernels

@@ -1,0 +1,47 @@
+// ScaleMixer folds N interleaved channels to a stereo buffer:  out[r][i] = sum over k of in[i * N + k] * gains[r][k]
+#pragma once
+
+#include "core/buffer.h"
+
+#include <array>
+
+namespace quorel {
+
+template <std::size_t N>
+class ScaleMixer {
+public:
+    // Row 0 is left, row 1 right; linear gains.
+    using Gains = std::array<std::array<float, N>, 2>;
+
+    explicit ScaleMixer(const Gains& gains) : gains(gains) {}
+
+    // `in` has N samples a frame. An empty block is accepted.
+    void process(const InterleavedView& in, Buffer<float, 2>& out) const;
+
+private:
+    Gains gains;
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+template <std::size_t N>
+void ScaleMixer<N>::process(const InterleavedView& in, Buffer<float, 2>& out) const
+{
+    const auto n = in.frames;
+    if (n > out.capacity())
+        throw std::invalid_argument("ScaleMixer: out buffer too small");
+
+    for (std::size_t r = 0; r < 2; ++r) {
+        float* y = out.channel(r);
+        for (std::uint64_t i = 0; i < n; ++i) {
+            const float* frame = in.data + i * N;
+            float sum = 0.0F;
+            for (std::size_t k = 0; k < N; ++k)
+                sum += frame[k] * gains[r][k];
+            y[i] = sum;
+        }
+    }
+    out.setSize(n);
+}
+
+} // namespace quorel
