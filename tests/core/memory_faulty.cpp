@@ -1,0 +1,40 @@
+#include "memory_faulty.h"
+
+#include <new>
+
+namespace quorel::platform {
+
+FaultyMemory faultyMemory;
+
+void* allocateAligned(std::uint64_t bytes, std::uint64_t alignment) noexcept
+{
+    ++faultyMemory.allocations;
+    return faultyMemory.allocationFails ? nullptr : ::operator new (bytes, std::align_val_t{alignment}, std::nothrow);
+}
+
+void freeAligned(void* block) noexcept
+{
+    ::operator delete (block, std::align_val_t{64});
+}
+
+bool lockPages(void*, std::uint64_t) noexcept
+{
+    return faultyMemory.locks++ >= faultyMemory.failingLocks;
+}
+
+bool readMemoryLimits(MemoryLimits& limits) noexcept
+{
+    ++faultyMemory.reads;
+    limits = faultyMemory.limits;
+    return !faultyMemory.readFails;
+}
+
+bool writeMemoryLimits(const MemoryLimits& limits) noexcept
+{
+    faultyMemory.writes.push_back(limits);
+    if (!faultyMemory.writeFails)
+        faultyMemory.limits = limits;
+    return !faultyMemory.writeFails;
+}
+
+} // namespace quorel::platform

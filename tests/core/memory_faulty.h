@@ -1,0 +1,27 @@
+// A third set of the memory operations, for tests: it counts every call and fails where a test asks it to.
+//
+// A test program that compiles memory_faulty.cpp gets these operations in place of the system's.
+#pragma once
+
+#include "platform/memory.h"
+
+#include <vector>
+
+namespace quorel::platform {
+
+struct FaultyMemory {
+    bool allocationFails = false;
+    int failingLocks = 0; // so many locks are refused, then they succeed
+    bool readFails = false;
+    bool writeFails = false;
+    MemoryLimits limits{0x200000, 0x800000};
+
+    int allocations = 0;
+    int locks = 0;
+    int reads = 0;
+    std::vector<MemoryLimits> writes; // what was asked for, refused or not
+};
+
+extern FaultyMemory faultyMemory;
+
+} // namespace quorel::platform

@@ -1,0 +1,109 @@
+#include "core/pass_through.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+Buffer<float, 2> ramp(std::uint64_t size)
+{
+    Buffer<float, 2> buffer(100);
+    for (std::size_t c = 0; c < 2; ++c)
+        for (std::uint64_t i = 0; i < size; ++i)
+            buffer.channel(c)[i] = static_cast<float>(i + 1) * (c == 0 ? 1.0F : -1.0F);
+    buffer.setSize(size);
+    return buffer;
+}
+
+std::string refusal(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+TEST(PassThrough, CopiesWithItsGain)
+{
+    const auto in = ramp(50);
+    Buffer<float, 2> out(50);
+    PassThrough::process(in, out, 0.5F);
+    EXPECT_EQ(out.size(), 50U);
+    for (std::size_t c = 0; c < 2; ++c)
+        for (std::size_t i = 0; i < 50; ++i)
+            EXPECT_EQ(out.channel(c)[i], 0.5F * in.channel(c)[i]);
+}
+
+TEST(PassThrough, FromABufferToItselfAppliesNoGainAndSetsTheSize)
+{
+    auto buffer = ramp(50);
+    PassThrough::process(buffer, buffer, 0.5F);
+    EXPECT_EQ(buffer.size(), 50U);
+    EXPECT_EQ(buffer.channel(0)[49], 50.0F);
+}
+
+TEST(PassThrough, OfAnEmptyBlockFailsUnlessItIsToItself)
+{
+    auto in = ramp(0);
+    Buffer<float, 2> out(16);
+    try {
+        PassThrough::process(in, out, 1.0F);
+        FAIL() << "an empty block was copied";
+    } catch (const ipps::Error& error) {
+        EXPECT_EQ(error.status, ippStsSizeErr);
+    }
+    EXPECT_NO_THROW(PassThrough::process(in, in, 1.0F));
+    EXPECT_EQ(in.size(), 0U);
+}
+
+TEST(PassThrough, BeyondTheOutputsCapacityIsRefused)
+{
+    const auto in = ramp(33);
+    Buffer<float, 2> out(32);
+    EXPECT_EQ(refusal([&] { PassThrough::process(in, out, 1.0F); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(out.size(), 0U);
+}
+
+TEST(PassThrough, OutputFramesHaveEightSlotsOfWhichSixAreZero)
+{
+    const auto in = ramp(50);
+    std::vector<float> frames(60 * 8, 9.0F);
+    InterleavedView out{frames.data(), 60};
+    PassThrough::process(in, out, 0.5F);
+    EXPECT_EQ(out.frames, 50U);
+    for (std::size_t i = 0; i < 60; ++i)
+        for (std::size_t slot = 0; slot < 8; ++slot) {
+            const float level = 0.5F * static_cast<float>(i + 1);
+            const float expected = i >= 50 ? 9.0F : slot == 0 ? level : slot == 1 ? -level : 0.0F;
+            EXPECT_EQ(frames[i * 8 + slot], expected);
+        }
+}
+
+TEST(PassThrough, OfAnEmptyBlockToAnOutputWritesNothing)
+{
+    const auto in = ramp(0);
+    std::vector<float> frames(8, 9.0F);
+    InterleavedView out{frames.data(), 1};
+    PassThrough::process(in, out, 1.0F);
+    EXPECT_EQ(out.frames, 0U);
+    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
+}
+
+TEST(PassThrough, BeyondTheOutputsFramesIsRefused)
+{
+    const auto in = ramp(2);
+    std::vector<float> frames(8, 9.0F);
+    InterleavedView out{frames.data(), 1};
+    EXPECT_EQ(refusal([&] { PassThrough::process(in, out, 1.0F); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
+    EXPECT_EQ(out.frames, 1U);
+}
+
+} // namespace
+} // namespace quorel

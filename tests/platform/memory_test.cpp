@@ -1,0 +1,54 @@
+// The operating system's own memory operations.
+#include "platform/memory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace quorel::platform {
+namespace {
+
+TEST(Memory, AllocatedBlocksAreAlignedAndWritable)
+{
+    void* block = allocateAligned(100000, 64);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
+    std::memset(block, 1, 100000);
+    freeAligned(block);
+    freeAligned(nullptr);
+}
+
+TEST(Memory, AnAbsurdRequestGivesNull)
+{
+    EXPECT_EQ(allocateAligned(std::uint64_t{1} << 62, 64), nullptr);
+}
+
+TEST(Memory, ASmallBlockCanBeLocked)
+{
+    void* block = allocateAligned(4096, 64);
+    ASSERT_NE(block, nullptr);
+    EXPECT_TRUE(lockPages(block, 4096));
+    freeAligned(block);
+}
+
+TEST(Memory, PagesThatAreNotThereCannotBeLocked)
+{
+    EXPECT_FALSE(lockPages(nullptr, 4096));
+}
+
+TEST(Memory, TheLimitsCanBeReadAndWrittenBack)
+{
+    MemoryLimits limits{};
+    ASSERT_TRUE(readMemoryLimits(limits));
+    EXPECT_LE(limits.minimum, limits.maximum);
+    EXPECT_TRUE(writeMemoryLimits(limits));
+}
+
+TEST(Memory, AMinimumAboveTheMaximumIsRefused)
+{
+    EXPECT_FALSE(writeMemoryLimits({0x900000, 0x800000}));
+}
+
+} // namespace
+} // namespace quorel::platform
