@@ -8,7 +8,7 @@ namespace quorel::kernels {
 template <class... Pointers>
 Status arguments(std::int32_t len, const Pointers*... pointers) noexcept
 {
-    if (((pointers == nullptr) || ...))
+    if ((... || !pointers))
         return ippStsNullPtrErr;
     return len < 1 ? ippStsSizeErr : ippStsNoErr;
 }
