@@ -38,6 +38,8 @@ struct KernelTable {
     void (*thresholdLess)(const float* src, float* dst, size_t n, float level);
     void (*thresholdGreater)(float* srcDst, size_t n, float level);
     void (*sumComplex)(const float* src, size_t n, float* sum);
+
+    void (*mulPack)(const float* a, const float* b, float* dst, size_t n); // dst may be a or b
 };
 
 // The variant in use: the baseline until static initialisation has looked at the processor, then the widest that runs here.

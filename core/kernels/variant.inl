@@ -8,6 +8,7 @@ namespace quorel::kernels {
 namespace {
 
 #include "core/kernels/elements.inl"
+#include "core/kernels/transforms.inl"
 
 } // namespace
 
@@ -20,6 +21,7 @@ const KernelTable table = {
     add, sub, mul, mulComplex, addProductC, mulC, subC, subCRev, div,
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
+    mulPack,
 };
 // clang-format on
 

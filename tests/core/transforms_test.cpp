@@ -1,0 +1,673 @@
+#include "core/transforms.h"
+
+#include "core/kernels/kernel_table.h"
+#include "core/rt_alloc.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <complex>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+using Exact = std::complex<double>;
+
+// Largest root-mean-square error of a transform, relative to the root mean square of its result: five roundings' worth.
+constexpr double tolerance = 3e-7;
+
+constexpr std::int32_t flags[] = {1, 2, 4, 8};
+
+std::vector<float> noise(std::size_t n, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
+    std::vector<float> x(n);
+    std::generate(x.begin(), x.end(), [&] { return uniform(random); });
+    return x;
+}
+
+std::vector<Exact> complexOf(const std::vector<float>& interleaved)
+{
+    std::vector<Exact> z(interleaved.size() / 2);
+    for (std::size_t i = 0; i < z.size(); ++i)
+        z[i] = {static_cast<double>(interleaved[2 * i]), static_cast<double>(interleaved[2 * i + 1])};
+    return z;
+}
+
+// exp(sign * 2*pi*i * k/n) for every k
+std::vector<Exact> circle(std::size_t n, double sign)
+{
+    std::vector<Exact> w(n);
+    for (std::size_t k = 0; k < n; ++k)
+        w[k] = std::polar(1.0, sign * 2 * std::numbers::pi * static_cast<double>(k) / static_cast<double>(n));
+    return w;
+}
+
+// Bin k of the transform by its definition, `w` being the circle of its direction.
+Exact bin(const std::vector<Exact>& x, const std::vector<Exact>& w, std::size_t k)
+{
+    double re = 0;
+    double im = 0;
+    std::size_t turn = 0;
+    for (const Exact& value : x) {
+        re += value.real() * w[turn].real() - value.imag() * w[turn].imag();
+        im += value.real() * w[turn].imag() + value.imag() * w[turn].real();
+        turn = (turn + k) & (w.size() - 1);
+    }
+    return {re, im};
+}
+
+std::vector<Exact> definition(const std::vector<Exact>& x, double sign)
+{
+    const auto w = circle(x.size(), sign);
+    std::vector<Exact> result(x.size());
+    for (std::size_t k = 0; k < x.size(); ++k)
+        result[k] = bin(x, w, k);
+    return result;
+}
+
+// The half spectrum that Pack form stores, laid out by its definition.
+std::vector<double> packed(const std::vector<Exact>& spectrum)
+{
+    std::vector<double> p(spectrum.size());
+    p.front() = spectrum.front().real();
+    for (std::size_t k = 1; k < (p.size() + 1) / 2; ++k) {
+        p[2 * k - 1] = spectrum[k].real();
+        p[2 * k] = spectrum[k].imag();
+    }
+    if (p.size() % 2 == 0)
+        p.back() = spectrum[p.size() / 2].real();
+    return p;
+}
+
+std::vector<Exact> unpacked(const std::vector<float>& p)
+{
+    std::vector<Exact> spectrum(p.size());
+    const auto at = [&](std::size_t i) { return static_cast<double>(p[i]); };
+    spectrum[0] = at(0);
+    for (std::size_t k = 1; k < (p.size() + 1) / 2; ++k) {
+        spectrum[k] = {at(2 * k - 1), at(2 * k)};
+        spectrum[p.size() - k] = std::conj(spectrum[k]);
+    }
+    if (p.size() > 1)
+        spectrum[p.size() / 2] = at(p.size() - 1);
+    return spectrum;
+}
+
+std::vector<double> interleaved(const std::vector<Exact>& z)
+{
+    std::vector<double> x;
+    for (const Exact& value : z) {
+        x.push_back(value.real());
+        x.push_back(value.imag());
+    }
+    return x;
+}
+
+// Root mean square of the difference over that of the expected values. Not-a-number anywhere gives not-a-number.
+double relativeError(const std::vector<float>& actual, const std::vector<double>& expected)
+{
+    double error = 0;
+    double power = 0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const double difference = static_cast<double>(actual[i]) - expected[i];
+        error += difference * difference;
+        power += expected[i] * expected[i];
+    }
+    return std::sqrt(error / power);
+}
+
+// What an initialised transform needs to run. `Sample` is float or Complex.
+template <typename Sample>
+class Transform {
+    static constexpr bool real = std::is_same_v<Sample, float>;
+    using Spec = std::conditional_t<real, FFTSpec_R_32f, FFTSpec_C_32fc>;
+
+public:
+    explicit Transform(std::int32_t order, std::int32_t flag = fftDivideNeither)
+    {
+        std::int32_t specSize = 0;
+        std::int32_t initSize = 0;
+        std::int32_t workSize = 0;
+        Spec* ready = nullptr;
+        if constexpr (real)
+            check(ippsFFTGetSize_R_32f(order, flag, 0, &specSize, &initSize, &workSize));
+        else
+            check(ippsFFTGetSize_C_32fc(order, flag, 0, &specSize, &initSize, &workSize));
+        specStorage.reset(rt_alloc(static_cast<std::uint64_t>(specSize)));
+        workStorage.reset(rt_alloc(static_cast<std::uint64_t>(workSize)));
+        const RtPointer<void> initStorage(rt_alloc(static_cast<std::uint64_t>(initSize)));
+        if constexpr (real)
+            check(ippsFFTInit_R_32f(&ready, order, flag, 0, specStorage.get(), initStorage.get()));
+        else
+            check(ippsFFTInit_C_32fc(&ready, order, flag, 0, specStorage.get(), initStorage.get()));
+        spec = ready;
+    }
+
+    // Each runs between copies that stand `shift` floats behind a 64-byte boundary and sees to it that nothing is written
+    // outside the result and nothing into the source.
+    std::vector<float> forward(const std::vector<float>& src, std::size_t shift = 0) const
+    {
+        return run(src, shift, [&](const float* x, float* y) { return ippsFFTFwd_RToPack_32f(x, y, spec, work()); });
+    }
+
+    std::vector<float> inverse(const std::vector<float>& src, std::size_t shift = 0) const
+    {
+        return run(src, shift, [&](const float* x, float* y) {
+            if constexpr (real)
+                return ippsFFTInv_PackToR_32f(x, y, spec, work());
+            else
+                return ippsFFTInv_CToC_32fc(reinterpret_cast<const Complex*>(x), reinterpret_cast<Complex*>(y), spec, work());
+        });
+    }
+
+    const Spec* spec = nullptr;
+    void* work() const { return workStorage.get(); }
+
+private:
+    template <typename Kernel>
+    static std::vector<float> run(const std::vector<float>& src, std::size_t shift, Kernel kernel)
+    {
+        constexpr std::size_t guard = 16;
+        constexpr float untouched = 12345.0F;
+        const std::size_t n = src.size();
+        const auto row = [&] {
+            const auto bytes = static_cast<std::uint64_t>((n + shift + 2 * guard) * sizeof(float));
+            RtPointer<float> floats(static_cast<float*>(rt_alloc(bytes)));
+            std::fill_n(floats.get(), n + shift + 2 * guard, untouched);
+            return floats;
+        };
+        const auto from = row();
+        const auto to = row();
+        float* x = from.get() + guard + shift;
+        float* y = to.get() + guard + shift;
+        std::copy(src.begin(), src.end(), x);
+        check(kernel(x, y));
+        EXPECT_TRUE(std::equal(src.begin(), src.end(), x)) << "the source was written";
+        EXPECT_EQ(std::count(to.get(), y, untouched), y - to.get()) << "written ahead of the result";
+        EXPECT_EQ(std::count(y + n, y + n + guard, untouched), 16) << "written behind the result";
+        return {y, y + n};
+    }
+
+    RtPointer<void> specStorage;
+    RtPointer<void> workStorage;
+};
+
+// Runs the test once in each variant that this processor has.
+class EachVariant : public testing::TestWithParam<const kernels::KernelTable*> {
+protected:
+    EachVariant() { kernels::use(*GetParam()); }
+    ~EachVariant() override { kernels::use(atStart); }
+
+private:
+    const kernels::KernelTable& atStart = kernels::active();
+};
+
+std::vector<const kernels::KernelTable*> variants()
+{
+    std::vector<const kernels::KernelTable*> list;
+    for (const auto* variant : kernels::availableVariants().table)
+        if (variant != nullptr)
+            list.push_back(variant);
+    return list;
+}
+
+INSTANTIATE_TEST_SUITE_P(Transforms, EachVariant, testing::ValuesIn(variants()),
+                         [](const auto& test) { return std::string(test.param->name); });
+
+// --- The transforms against their definition -------------------------------------------------------------------------
+
+constexpr std::int32_t highestSmallOrder = 12;
+constexpr std::size_t shifts[] = {0, 1, 2, 7}; // floats; a complex array may stand at half an element
+
+TEST_P(EachVariant, RealForwardIsTheDefinition)
+{
+    for (std::int32_t order = 0; order <= highestSmallOrder; ++order) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto x = noise(n, 1U + static_cast<unsigned>(order));
+        const auto expected = packed(definition({x.begin(), x.end()}, -1));
+        const Transform<float> transform(order);
+        for (const std::size_t shift : shifts)
+            EXPECT_LT(relativeError(transform.forward(x, shift), expected), tolerance) << "order " << order << " shift " << shift;
+    }
+}
+
+TEST_P(EachVariant, RealInverseIsTheDefinition)
+{
+    for (std::int32_t order = 0; order <= highestSmallOrder; ++order) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto p = noise(n, 101U + static_cast<unsigned>(order));
+        std::vector<double> expected;
+        for (const Exact& value : definition(unpacked(p), 1))
+            expected.push_back(value.real());
+        const Transform<float> transform(order);
+        for (const std::size_t shift : shifts)
+            EXPECT_LT(relativeError(transform.inverse(p, shift), expected), tolerance) << "order " << order << " shift " << shift;
+    }
+}
+
+TEST_P(EachVariant, ComplexInverseIsTheDefinition)
+{
+    for (std::int32_t order = 0; order <= highestSmallOrder; ++order) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto z = noise(2 * n, 201U + static_cast<unsigned>(order));
+        const auto expected = interleaved(definition(complexOf(z), 1));
+        const Transform<Complex> transform(order);
+        for (const std::size_t shift : shifts)
+            EXPECT_LT(relativeError(transform.inverse(z, shift), expected), tolerance) << "order " << order << " shift " << shift;
+    }
+}
+
+// Long transforms are compared at some bins: the ends, the middle and a number drawn at random.
+std::vector<std::size_t> someBins(std::size_t n)
+{
+    std::mt19937 random(7);
+    std::vector<std::size_t> bins = {0, 1, 2, n / 2 - 1, n / 2, n / 2 + 1, n - 2, n - 1};
+    for (int i = 0; i < 24; ++i)
+        bins.push_back(random() % n);
+    return bins;
+}
+
+constexpr std::int32_t longOrders[] = {13, 14, 15, 16, 17, 18, 20};
+
+TEST_P(EachVariant, LongRealForwardIsTheDefinition)
+{
+    for (const std::int32_t order : longOrders) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto x = noise(n, 301);
+        const std::vector<Exact> exact(x.begin(), x.end());
+        const auto spectrum = unpacked(Transform<float>(order).forward(x));
+        const auto w = circle(n, -1);
+        std::vector<float> actual;
+        std::vector<double> expected;
+        for (const std::size_t k : someBins(n)) {
+            const Exact value = bin(exact, w, k);
+            expected.insert(expected.end(), {value.real(), value.imag()});
+            actual.insert(actual.end(), {static_cast<float>(spectrum[k].real()), static_cast<float>(spectrum[k].imag())});
+        }
+        EXPECT_LT(relativeError(actual, expected), tolerance) << "order " << order;
+    }
+}
+
+TEST_P(EachVariant, LongRealInverseIsTheDefinition)
+{
+    for (const std::int32_t order : longOrders) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto p = noise(n, 302);
+        const auto exact = unpacked(p);
+        const auto x = Transform<float>(order).inverse(p);
+        const auto w = circle(n, 1);
+        std::vector<float> actual;
+        std::vector<double> expected;
+        for (const std::size_t k : someBins(n)) {
+            expected.push_back(bin(exact, w, k).real());
+            actual.push_back(x[k]);
+        }
+        EXPECT_LT(relativeError(actual, expected), tolerance) << "order " << order;
+    }
+}
+
+TEST_P(EachVariant, LongComplexInverseIsTheDefinition)
+{
+    for (const std::int32_t order : longOrders) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto z = noise(2 * n, 303);
+        const auto exact = complexOf(z);
+        const auto y = Transform<Complex>(order).inverse(z);
+        const auto w = circle(n, 1);
+        std::vector<float> actual;
+        std::vector<double> expected;
+        for (const std::size_t k : someBins(n)) {
+            const Exact value = bin(exact, w, k);
+            expected.insert(expected.end(), {value.real(), value.imag()});
+            actual.insert(actual.end(), {y[2 * k], y[2 * k + 1]});
+        }
+        EXPECT_LT(relativeError(actual, expected), tolerance) << "order " << order;
+    }
+}
+
+// --- Invariants ------------------------------------------------------------------------------------------------------
+
+TEST_P(EachVariant, AForwardTransformAndItsInverseDividedByTheLengthGiveTheInput)
+{
+    const auto x = noise(1024, 1);
+    const Transform<float> transform(10, fftDivideInverse);
+    // Two transforms, each within the tolerance of the exact one.
+    EXPECT_LT(relativeError(transform.inverse(transform.forward(x)), {x.begin(), x.end()}), 2 * tolerance);
+}
+
+TEST_P(EachVariant, AForwardTransformAndItsInverseWithoutDivisionGive1024TimesTheInput)
+{
+    const auto x = noise(1024, 1);
+    const Transform<float> transform(10, fftDivideNeither);
+    std::vector<double> expected;
+    for (const float value : x)
+        expected.push_back(1024 * static_cast<double>(value));
+    EXPECT_LT(relativeError(transform.inverse(transform.forward(x)), expected), 2 * tolerance);
+}
+
+TEST_P(EachVariant, EveryFlagDividesWhatItSays)
+{
+    for (const std::int32_t order : {0, 1, 2, 5, 9, 10, 11, 13}) {
+        const std::size_t n = std::size_t{1} << order;
+        const auto length = static_cast<double>(n);
+        const auto x = noise(n, 2);
+        const auto z = noise(2 * n, 3);
+        const auto scaled = [](const std::vector<float>& values, double factor) {
+            std::vector<double> result;
+            for (const float value : values)
+                result.push_back(static_cast<double>(value) * factor);
+            return result;
+        };
+        const Transform<float> plain(order, fftDivideNeither);
+        const Transform<Complex> plainComplex(order, fftDivideNeither);
+        for (const std::int32_t flag : flags) {
+            const double forward = flag == 1 ? 1 / length : flag == 4 ? 1 / std::sqrt(length) : 1;
+            const double inverse = flag == 2 ? 1 / length : flag == 4 ? 1 / std::sqrt(length) : 1;
+            const Transform<float> transform(order, flag);
+            const Transform<Complex> complexTransform(order, flag);
+            // Each side is within the tolerance of the exact transform.
+            EXPECT_LT(relativeError(transform.forward(x), scaled(plain.forward(x), forward)), 2 * tolerance) << order << flag;
+            EXPECT_LT(relativeError(transform.inverse(x), scaled(plain.inverse(x), inverse)), 2 * tolerance) << order << flag;
+            EXPECT_LT(relativeError(complexTransform.inverse(z), scaled(plainComplex.inverse(z), inverse)), 2 * tolerance)
+                << order << flag;
+        }
+    }
+}
+
+TEST_P(EachVariant, TheSpectrumCarriesTheEnergyOfTheSamples)
+{
+    const auto x = noise(1024, 4);
+    const auto spectrum = unpacked(Transform<float>(10, fftDivideBothByRoot).forward(x));
+    double samples = 0;
+    double bins = 0;
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        samples += static_cast<double>(x[i]) * static_cast<double>(x[i]);
+        bins += std::norm(spectrum[i]);
+    }
+    EXPECT_NEAR(bins / samples, 1, 2 * tolerance); // an error of e in amplitude is one of 2e in energy at most
+}
+
+TEST_P(EachVariant, AnImpulseAtTheStartHasAFlatSpectrumToTheLastBit)
+{
+    std::vector<float> x(1024, 0.0F);
+    x[0] = 1;
+    std::vector<float> expected(1024, 0.0F);
+    expected[0] = expected[1023] = 1;
+    for (std::size_t k = 1; k < 512; ++k)
+        expected[2 * k - 1] = 1;
+    EXPECT_EQ(Transform<float>(10).forward(x), expected);
+}
+
+TEST_P(EachVariant, BinsStandInPackOrder)
+{
+    // cos(2*pi*3n/16) + sin(2*pi*5n/16) + (-1)^n: 8 in the real part of bin 3, -8 in the imaginary part of bin 5, 16 in bin 8
+    std::vector<float> x(16);
+    for (std::size_t i = 0; i < 16; ++i) {
+        const double turn = 2 * std::numbers::pi * static_cast<double>(i) / 16;
+        x[i] = static_cast<float>(std::cos(3 * turn) + std::sin(5 * turn) + (i % 2 == 0 ? 1 : -1));
+    }
+    const std::vector<double> expected = {0, 0, 0, 0, 0, 8, 0, 0, 0, 0, -8, 0, 0, 0, 0, 16};
+    EXPECT_LT(relativeError(Transform<float>(4).forward(x), expected), tolerance);
+}
+
+TEST_P(EachVariant, SilenceGivesSilence)
+{
+    const std::vector<float> silence(1024, 0.0F);
+    EXPECT_EQ(Transform<float>(10).forward(silence), silence);
+    EXPECT_EQ(Transform<float>(10).inverse(silence), silence);
+    EXPECT_EQ(Transform<Complex>(9).inverse(silence), silence);
+}
+
+TEST_P(EachVariant, ARunLeavesNothingBehindForTheNextOne)
+{
+    for (const std::int32_t order : {3, 9, 10, 14}) {
+        const auto x = noise(std::size_t{1} << order, 5);
+        const auto other = noise(std::size_t{1} << order, 6);
+        const Transform<float> transform(order);
+        const auto forward = transform.forward(x);
+        const auto inverse = transform.inverse(x);
+        static_cast<void>(transform.forward(other));
+        EXPECT_EQ(transform.inverse(x), inverse);
+        EXPECT_EQ(transform.forward(x), forward);
+    }
+}
+
+TEST_P(EachVariant, ASpecKeepsTheVariantThatItWasInitialisedWith)
+{
+    const auto x = noise(1024, 8);
+    const auto z = noise(1024, 9);
+    const Transform<float> transform(10);
+    const Transform<Complex> complexTransform(9);
+    const auto forward = transform.forward(x);
+    const auto inverse = transform.inverse(x);
+    const auto complexInverse = complexTransform.inverse(z);
+    for (const auto* variant : variants()) {
+        kernels::use(*variant);
+        EXPECT_EQ(transform.forward(x), forward);
+        EXPECT_EQ(transform.inverse(x), inverse);
+        EXPECT_EQ(complexTransform.inverse(z), complexInverse);
+    }
+}
+
+TEST_P(EachVariant, StorageAtAnyAddressServes)
+{
+    const auto x = noise(1024, 10);
+    const auto expected = packed(definition({x.begin(), x.end()}, -1));
+    std::int32_t specSize = 0;
+    std::int32_t initSize = 0;
+    std::int32_t workSize = 0;
+    ASSERT_EQ(ippsFFTGetSize_R_32f(10, 8, 0, &specSize, &initSize, &workSize), ippStsNoErr);
+    for (const std::size_t shift : {1U, 4U, 8U, 63U}) {
+        std::vector<std::byte> spec(static_cast<std::size_t>(specSize) + shift);
+        std::vector<std::byte> init(static_cast<std::size_t>(initSize) + shift);
+        std::vector<std::byte> work(static_cast<std::size_t>(workSize) + shift);
+        FFTSpec_R_32f* ready = nullptr;
+        ASSERT_EQ(ippsFFTInit_R_32f(&ready, 10, 8, 0, spec.data() + shift, init.data() + shift), ippStsNoErr);
+        std::vector<float> y(1024);
+        ASSERT_EQ(ippsFFTFwd_RToPack_32f(x.data(), y.data(), ready, work.data() + shift), ippStsNoErr);
+        EXPECT_LT(relativeError(y, expected), tolerance);
+    }
+}
+
+// --- The packed product ----------------------------------------------------------------------------------------------
+
+// By the definition, each element rounded once: two products and a sum in double are exact enough for that.
+std::vector<double> packedProduct(const std::vector<float>& a, const std::vector<float>& b)
+{
+    const auto at = [](const std::vector<float>& p, std::size_t i) { return static_cast<double>(p[i]); };
+    std::vector<double> product(a.size());
+    product[0] = at(a, 0) * at(b, 0);
+    std::size_t i = 1;
+    for (; i + 1 < a.size(); i += 2) {
+        product[i] = at(a, i) * at(b, i) - at(a, i + 1) * at(b, i + 1);
+        product[i + 1] = at(a, i) * at(b, i + 1) + at(a, i + 1) * at(b, i);
+    }
+    if (i < a.size())
+        product[i] = at(a, i) * at(b, i);
+    return product;
+}
+
+// Factors lie below 1: two products and a sum of single precision miss the exact value by less than three half ulps of 2.
+constexpr float productTolerance = 3.0F * 0.5F * 2.0F * std::numeric_limits<float>::epsilon();
+
+TEST_P(EachVariant, APackedProductIsTheDefinitionAtEveryLengthAndAlignment)
+{
+    for (std::size_t n = 1; n <= 1100; n = n < 70 ? n + 1 : n + 191)
+        for (const std::size_t shift : {0U, 1U, 5U}) {
+            const auto a = noise(n + shift, 11);
+            const auto b = noise(n + 2 * shift, 12);
+            std::vector<float> y(n + shift + 1, 77.0F);
+            const float* x = a.data() + shift;
+            const float* h = b.data() + 2 * shift;
+            ASSERT_EQ(ippsMulPack_32f(x, h, y.data() + shift, length32(n)), ippStsNoErr);
+            const auto expected = packedProduct({x, x + n}, {h, h + n});
+            for (std::size_t i = 0; i < n; ++i)
+                EXPECT_NEAR(y[i + shift], expected[i], productTolerance) << "length " << n << " element " << i;
+            EXPECT_EQ(std::count(y.begin(), y.begin() + static_cast<std::ptrdiff_t>(shift), 77.0F), static_cast<int>(shift));
+            EXPECT_EQ(y.back(), 77.0F);
+        }
+}
+
+TEST_P(EachVariant, APackedProductMayStandInEitherFactor)
+{
+    for (const std::size_t n : {1U, 2U, 3U, 4U, 16U, 31U, 32U, 33U, 34U, 1023U, 1024U}) {
+        const auto a = noise(n, 13);
+        const auto b = noise(n, 14);
+        std::vector<float> apart(n);
+        ASSERT_EQ(ippsMulPack_32f(a.data(), b.data(), apart.data(), length32(n)), ippStsNoErr);
+        auto first = a;
+        ASSERT_EQ(ippsMulPack_32f(first.data(), b.data(), first.data(), length32(n)), ippStsNoErr);
+        EXPECT_EQ(first, apart);
+        auto second = b;
+        ASSERT_EQ(ippsMulPack_32f(a.data(), second.data(), second.data(), length32(n)), ippStsNoErr);
+        EXPECT_EQ(second, apart);
+        auto square = a;
+        ASSERT_EQ(ippsMulPack_32f(square.data(), square.data(), square.data(), length32(n)), ippStsNoErr);
+        const auto expected = packedProduct(a, a);
+        for (std::size_t i = 0; i < n; ++i)
+            EXPECT_NEAR(square[i], expected[i], productTolerance);
+    }
+}
+
+TEST_P(EachVariant, APackedProductOfSpectraIsACircularConvolution)
+{
+    const auto x = noise(64, 15);
+    const auto h = noise(64, 16);
+    std::vector<double> expected(64, 0.0);
+    for (std::size_t i = 0; i < 64; ++i)
+        for (std::size_t k = 0; k < 64; ++k)
+            expected[(i + k) % 64] += static_cast<double>(x[i]) * static_cast<double>(h[k]);
+    const Transform<float> transform(6, fftDivideInverse);
+    auto spectrum = transform.forward(x);
+    ASSERT_EQ(ippsMulPack_32f(spectrum.data(), transform.forward(h).data(), spectrum.data(), 64), ippStsNoErr);
+    EXPECT_LT(relativeError(transform.inverse(spectrum), expected), 3 * tolerance); // three transforms
+}
+
+TEST_P(EachVariant, AnInfinityStaysInItsBinOfAPackedProduct)
+{
+    auto a = noise(1024, 17);
+    const auto b = noise(1024, 18);
+    a[2 * 100 - 1] = std::numeric_limits<float>::infinity();
+    std::vector<float> y(1024);
+    ASSERT_EQ(ippsMulPack_32f(a.data(), b.data(), y.data(), 1024), ippStsNoErr);
+    for (std::size_t i = 0; i < 1024; ++i)
+        EXPECT_EQ(std::isfinite(y[i]), i != 199 && i != 200) << i;
+}
+
+// --- Statuses --------------------------------------------------------------------------------------------------------
+
+TEST(MulPack, ANullArrayIsRefusedBeforeTheLength)
+{
+    float x[2] = {1, 2};
+    EXPECT_EQ(ippsMulPack_32f(nullptr, x, x, 0), ippStsNullPtrErr);
+    EXPECT_EQ(ippsMulPack_32f(x, nullptr, x, 2), ippStsNullPtrErr);
+    EXPECT_EQ(ippsMulPack_32f(x, x, nullptr, 2), ippStsNullPtrErr);
+}
+
+TEST(MulPack, ALengthBelowOneIsRefused)
+{
+    float x[2] = {1, 2};
+    EXPECT_EQ(ippsMulPack_32f(x, x, x, 0), ippStsSizeErr);
+    EXPECT_EQ(ippsMulPack_32f(x, x, x, -1), ippStsSizeErr);
+}
+
+// The two kinds of transform side by side, so that each rule is tested on both.
+struct Kind {
+    std::int32_t highestOrder;
+    std::function<Status(std::int32_t, std::int32_t, std::int32_t*, std::int32_t*, std::int32_t*)> getSize;
+    std::function<Status(bool withSpec, std::int32_t, std::int32_t, void*, void*)> init;
+};
+
+const Kind kinds[] = {
+    {29, [](auto order, auto flag, auto* a, auto* b, auto* c) { return ippsFFTGetSize_R_32f(order, flag, 0, a, b, c); },
+     [](bool withSpec, auto order, auto flag, void* storage, void* init) {
+         FFTSpec_R_32f* spec = nullptr;
+         return ippsFFTInit_R_32f(withSpec ? &spec : nullptr, order, flag, 0, storage, init);
+     }},
+    {28, [](auto order, auto flag, auto* a, auto* b, auto* c) { return ippsFFTGetSize_C_32fc(order, flag, 0, a, b, c); },
+     [](bool withSpec, auto order, auto flag, void* storage, void* init) {
+         FFTSpec_C_32fc* spec = nullptr;
+         return ippsFFTInit_C_32fc(withSpec ? &spec : nullptr, order, flag, 0, storage, init);
+     }},
+};
+
+TEST(TransformSizes, EveryOrderAndFlagHasByteCounts)
+{
+    for (const Kind& kind : kinds)
+        for (std::int32_t order = 0; order <= kind.highestOrder; ++order)
+            for (const std::int32_t flag : flags) {
+                std::int32_t spec = -1;
+                std::int32_t init = -1;
+                std::int32_t work = -1;
+                EXPECT_EQ(kind.getSize(order, flag, &spec, &init, &work), ippStsNoErr);
+                EXPECT_GT(spec, 0);
+                EXPECT_GE(init, 0);
+                EXPECT_GE(work, 0);
+            }
+}
+
+TEST(TransformSizes, AnOrderBelowZeroOrAboveTheHighestIsRefused)
+{
+    std::int32_t bytes = 0;
+    std::int32_t storage = 0;
+    for (const Kind& kind : kinds)
+        for (const std::int32_t order : {-1, kind.highestOrder + 1, 1000, std::numeric_limits<std::int32_t>::min()}) {
+            EXPECT_EQ(kind.getSize(order, 8, &bytes, &bytes, &bytes), ippStsFftOrderErr);
+            EXPECT_EQ(kind.init(true, order, 8, &storage, nullptr), ippStsFftOrderErr);
+        }
+}
+
+TEST(TransformSizes, AFlagOtherThanTheFourIsRefused)
+{
+    std::int32_t bytes = 0;
+    std::int32_t storage = 0;
+    for (const Kind& kind : kinds)
+        for (const std::int32_t flag : {-8, -1, 0, 3, 5, 6, 7, 9, 16}) {
+            EXPECT_EQ(kind.getSize(10, flag, &bytes, &bytes, &bytes), ippStsFftFlagErr);
+            EXPECT_EQ(kind.init(true, 10, flag, &storage, nullptr), ippStsFftFlagErr);
+        }
+}
+
+TEST(TransformSizes, ANullPointerIsRefusedBeforeAnythingElse)
+{
+    std::int32_t bytes = 0;
+    std::int32_t storage = 0;
+    for (const Kind& kind : kinds) {
+        EXPECT_EQ(kind.getSize(-1, 0, nullptr, &bytes, &bytes), ippStsNullPtrErr);
+        EXPECT_EQ(kind.getSize(10, 8, &bytes, nullptr, &bytes), ippStsNullPtrErr);
+        EXPECT_EQ(kind.getSize(10, 8, &bytes, &bytes, nullptr), ippStsNullPtrErr);
+        EXPECT_EQ(kind.init(false, -1, 0, &storage, nullptr), ippStsNullPtrErr);
+        EXPECT_EQ(kind.init(true, 10, 8, nullptr, nullptr), ippStsNullPtrErr);
+    }
+}
+
+TEST(TransformRuns, ANullArrayOrSpecIsRefused)
+{
+    std::vector<float> x(1024);
+    std::vector<Complex> z(1024);
+    const Transform<float> real(10);
+    const Transform<Complex> complex(10);
+    EXPECT_EQ(ippsFFTFwd_RToPack_32f(nullptr, x.data(), real.spec, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTFwd_RToPack_32f(x.data(), nullptr, real.spec, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTFwd_RToPack_32f(x.data(), x.data(), nullptr, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_PackToR_32f(nullptr, x.data(), real.spec, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_PackToR_32f(x.data(), nullptr, real.spec, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_PackToR_32f(x.data(), x.data(), nullptr, real.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_CToC_32fc(nullptr, z.data(), complex.spec, complex.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_CToC_32fc(z.data(), nullptr, complex.spec, complex.work()), ippStsNullPtrErr);
+    EXPECT_EQ(ippsFFTInv_CToC_32fc(z.data(), z.data(), nullptr, complex.work()), ippStsNullPtrErr);
+}
+
+} // namespace
+} // namespace quorel
