@@ -1,0 +1,76 @@
+// Audio files as the tools read and write them: interleaved floats, full scale 1.0, and the speakers that the channels are for.
+#pragma once
+
+#include "tools/atomic_file.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <sndfile.h>
+#include <string>
+
+namespace quorel {
+
+struct CloseSoundFile {
+    void operator()(SNDFILE* file) const noexcept { sf_close(file); }
+};
+using SoundFile = std::unique_ptr<SNDFILE, CloseSoundFile>;
+
+// The speaker mask that a WAV or FLAC file of so many channels has when it does not name its own: FLAC's assignments, which
+// are also what plain WAV files use; 0 beyond eight channels.
+std::uint32_t usualMask(int channels) noexcept;
+
+// A WAV (RF64 included) or FLAC file. Each failure is a std::runtime_error with a text for the user.
+class AudioReader {
+public:
+    explicit AudioReader(const std::string& path);
+
+    int channels() const noexcept { return info.channels; }
+    std::uint32_t rate() const noexcept { return static_cast<std::uint32_t>(info.samplerate); }
+
+    // The operating system's speaker mask: the file's own, else the usual one.
+    std::uint32_t mask() const noexcept { return mask_; }
+
+    // The frames of the file, where its header tells.
+    std::optional<std::uint64_t> frames() const noexcept;
+
+    // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the file's end.
+    std::uint64_t read(float* x, std::uint64_t n);
+
+private:
+    std::string path;
+    SF_INFO info{};
+    SoundFile file;
+    std::uint32_t mask_ = 0;
+    std::uint64_t position = 0; // frames read
+};
+
+enum class SampleFormat { float32, pcm24, pcm16 };
+
+// A WAV file that comes into being as a whole in commit(), or not at all. Equal samples give equal files.
+class AudioWriter {
+public:
+    struct Layout {
+        int channels;
+        std::uint32_t rate; // frames per second
+        std::uint32_t mask; // speakers, written for more than two channels
+        SampleFormat format;
+    };
+
+    // frames: how long the file will be, if that is known; a file that may outgrow the 4 GiB of WAV becomes RF64.
+    AudioWriter(const std::string& path, const Layout& layout, std::optional<std::uint64_t> frames);
+
+    // Integer formats clip beyond full scale, floats keep what they get.
+    void write(const float* x, std::uint64_t n);
+
+    void commit();
+
+private:
+    [[noreturn]] void fail() const;
+
+    std::string path;
+    AtomicFile destination;
+    SoundFile file;
+};
+
+} // namespace quorel

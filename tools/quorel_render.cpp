@@ -1,0 +1,206 @@
+// quorel-render turns an audio file into what a listener should hear on headphones: the render effect, run block by block
+// through the same front that a host uses.
+#include "core/signal_path.h"
+#include "core/status.h"
+#include "speaker/speaker_tables.h"
+#include "tools/resampler.h"
+#include "tools/tool.h"
+
+#include <chrono>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
+
+namespace quorel {
+namespace {
+
+constexpr std::uint32_t effectRate = 48000; // frames per second that the effect is made for
+constexpr std::size_t outputSlots = 8;      // samples in an output frame of the effect; the first two are the ears
+constexpr double reverbTail = 1.0;          // seconds, unless another tail is asked for
+
+const char* const description =
+    R"(Renders a WAV or FLAC file of 1 to 8 channels for headphones, to a stereo WAV file at
+48000 Hz. Speakers that the file does not name follow from its number of channels: mono
+(front centre), stereo, 3.0, 4.0, 5.0 and 5.1 with back speakers, 7.1 (mask 0x63F).
+At another rate than 48000 Hz the effect only copies: the output then has all channels of
+the input, at its rate and unchanged. --resample brings the input to 48000 Hz first.
+The output gets its name when it is complete; until then a file of that name stays as it
+was. Exit code: 0 done; 2 failed, with one line on standard error that says why.)";
+
+struct Options {
+    std::string input;
+    std::string output;
+    std::uint32_t blockSize = 480; // frames
+    double tail = -1;              // seconds; below 0: as the settings ask for
+    std::uint32_t channelMask = 0; // 0: the file's own
+    std::string sampleFormat = "float";
+    bool resample = false;
+    bool verbose = false;
+    SettingsRecord settings;
+};
+
+void declare(CLI::App& tool, Options& options)
+{
+    SettingsRecord& settings = options.settings;
+    settings.Settings = 1;
+
+    tool.add_option("INPUT", options.input, "WAV or FLAC file")->required()->type_name("");
+    tool.add_option("OUTPUT", options.output, "WAV file; one of that name is replaced")->required()->type_name("");
+
+    addNumber(tool, "--block-size", options.blockSize, 1, 848, "Frames in a block, the portion that the effect gets at a time");
+    addNumber(tool, "--tail", options.tail, 0, 600, "Seconds of silence rendered behind the input, for what still sounds")
+        ->default_str("1 with reverb, else 0");
+    tool.add_flag("--resample", options.resample, "Bring an input at another rate to 48000 Hz");
+    addNumber(tool, "--channel-mask", options.channelMask, 1, 0x3FFFF,
+              "Speakers of the channels, in place of the file's own. Sum of\n"
+              "0x1 front left, 0x2 front right, 0x4 front centre, 0x8 low frequency,\n"
+              "0x10 back left, 0x20 back right, 0x200 side left, 0x400 side right")
+        ->default_str("");
+    tool.add_option("--sample-format", options.sampleFormat,
+                    "Samples of the output: float (32 bits) keeps what is beyond full scale,\n"
+                    "the integers pcm24 and pcm16 clip it")
+        ->check(CLI::IsMember({"float", "pcm24", "pcm16"}).description(""))
+        ->type_name("NAME")
+        ->capture_default_str();
+    tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
+
+    const auto addSetting = [&](const std::string& name, auto& value, int low, int high, const std::string& meaning) {
+        addNumber(tool, "--" + name, value, low, high, meaning)->group("Settings");
+    };
+    addSetting("Settings", settings.Settings, 0, 255, "Surround effect: 0 off, a plain stereo down-mix; above 0 on");
+    addSetting("Reverb", settings.Reverb, 0, 255,
+               "Reverb of the surround effect: 0 off; above 0 its gain is\n"
+               "value * 27 / 255 - 18 dB, so 1 is -17.9 dB, 170 is 0 dB, 255 is +9 dB");
+    const auto centres = std::to_array<const char*>({"63", "125", "250", "500", "1000", "2000", "4000", "8000", "16000"});
+    for (std::size_t band = 0; band < centres.size(); ++band)
+        addSetting("EQBand" + std::to_string(band + 1), settings.EQBand[band], -127, 127,
+                   "Equaliser at " + std::string(centres[band]) + " Hz: value / 127 * 6 dB");
+}
+
+std::string hexadecimal(std::uint32_t number)
+{
+    std::ostringstream text;
+    text << "0x" << std::uppercase << std::hex << number;
+    return text.str();
+}
+
+SampleFormat formatNamed(const std::string& name)
+{
+    return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
+}
+
+// The effect for the layout of the input.
+SignalPath pathFor(const Options& options, int channels, std::uint32_t mask, std::uint32_t rate)
+{
+    if (channels > 8)
+        throw std::runtime_error(options.input + " has " + std::to_string(channels) + " channels; the effect takes 1 to 8");
+    try {
+        SignalPath path(SignalPath::Speaker{}, channels, mask, options.blockSize, rate);
+        *path->settings() = options.settings;
+        return path;
+    } catch (const std::invalid_argument&) {
+        int known = 0;
+        for (const SpeakerRow& speaker : speakerTable)
+            known += (mask & speaker.bit) != 0;
+        throw std::runtime_error(options.input + " has an unknown layout: of the speakers in the channel mask " +
+                                 hexadecimal(mask) + " the effect knows " + std::to_string(known) + ", and there are " +
+                                 std::to_string(channels) + " channels; --channel-mask can name others");
+    }
+}
+
+// One block through the effect. What it refuses depends on the block's length alone: the reverb's pre-delays cannot pass a
+// block of exactly their own length.
+void process(SignalPath& path, const Options& options, std::vector<float>& in, std::vector<float>& out)
+{
+    try {
+        path->process(in.data(), options.blockSize, out.data(), options.blockSize);
+    } catch (const ipps::Error& error) {
+        throw std::runtime_error("the effect refuses blocks of " + std::to_string(options.blockSize) + " frames (" +
+                                 error.what() + "): the reverb delays a speaker of this layout by exactly as many; " +
+                                 "choose another --block-size");
+    }
+}
+
+void render(const CLI::App& tool, const Options& options)
+{
+    AudioReader reader(options.input);
+    std::optional<Resampler> resampler;
+    if (options.resample && reader.rate() != effectRate)
+        resampler.emplace(reader, effectRate);
+
+    const std::uint32_t rate = resampler ? effectRate : reader.rate();
+    const std::uint32_t mask = options.channelMask != 0 ? options.channelMask : reader.mask();
+    const auto channels = static_cast<std::size_t>(reader.channels());
+    SignalPath path = pathFor(options, reader.channels(), mask, rate);
+
+    const bool copying = rate != effectRate;
+    if (copying)
+        notice(tool, options.input + " is at " + std::to_string(rate) + " Hz, where the effect only copies: the output is " +
+                         "the input unchanged; --resample renders it at 48000 Hz");
+
+    const bool reverb = !copying && options.settings.Settings != 0 && options.settings.Reverb != 0;
+    const double tailSeconds = options.tail >= 0 ? options.tail : reverb ? reverbTail : 0;
+    const auto tail = static_cast<std::uint64_t>(std::llround(tailSeconds * rate));
+    const auto readerFrames = reader.frames();
+    std::optional<std::uint64_t> expected; // frames of the output
+    if (readerFrames)
+        expected = (resampler ? resampler->framesOf(*readerFrames) : *readerFrames) + tail;
+
+    // A copied frame is as wide as the input's; a rendered one has eight slots, of which two go into the file.
+    const std::size_t slots = copying ? channels : outputSlots;
+    const std::size_t kept = copying ? channels : 2;
+    AudioWriter writer(options.output, {static_cast<int>(kept), rate, copying ? mask : 0x3, formatNamed(options.sampleFormat)},
+                       expected);
+
+    const std::size_t block = options.blockSize;
+    std::vector<float> in(block * channels);
+    std::vector<float> out(block * outputSlots);
+    std::vector<float> packed(block * kept);
+
+    Progress progress(expected);
+    const auto start = std::chrono::steady_clock::now();
+    std::uint64_t done = 0;           // frames written
+    std::optional<std::uint64_t> end; // frames of the output, once the input has ended
+    for (;;) {
+        stopIfInterrupted();
+        std::uint64_t got = 0;
+        if (!end) {
+            got = resampler ? resampler->read(in.data(), block) : reader.read(in.data(), block);
+            if (got < block)
+                end = done + got + tail;
+        }
+        const std::uint64_t n = end ? std::min<std::uint64_t>(block, *end - done) : block;
+        if (n == 0)
+            break;
+
+        // The effect always gets whole blocks: what the input does not fill is silence.
+        std::fill(in.begin() + static_cast<std::ptrdiff_t>(got * channels), in.end(), 0.0F);
+        process(path, options, in, out);
+        for (std::size_t i = 0; i < n; ++i)
+            std::copy_n(out.data() + i * slots, kept, packed.data() + i * kept);
+        writer.write(packed.data(), n);
+        done += n;
+        progress.advance(n);
+    }
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    writer.commit();
+
+    if (options.verbose || onTerminal()) {
+        const double sound = static_cast<double>(done) / rate;
+        std::ostringstream text;
+        text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
+             << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
+        notice(tool, text.str());
+    }
+}
+
+} // namespace
+} // namespace quorel
+
+int main(int argc, char** argv)
+{
+    CLI::App tool(quorel::description, "quorel-render");
+    quorel::Options options;
+    quorel::declare(tool, options);
+    return quorel::runTool(tool, argc, argv, [&] { quorel::render(tool, options); });
+}

@@ -1,0 +1,63 @@
+#include "tools/resampler.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace quorel {
+
+namespace {
+
+constexpr std::size_t chunkFrames = 4096;
+
+} // namespace
+
+Resampler::Resampler(AudioReader& reader, std::uint32_t rate)
+    : reader(reader), rate(rate), chunk(chunkFrames * static_cast<std::size_t>(reader.channels()))
+{
+    soxr_error_t error = nullptr;
+    library.reset(soxr_create(reader.rate(), rate, static_cast<unsigned>(reader.channels()), &error, nullptr, nullptr, nullptr));
+    if (error == nullptr)
+        error = soxr_set_input_fn(library.get(), supply, this, chunkFrames);
+    if (error != nullptr)
+        throw std::runtime_error("cannot resample from " + std::to_string(reader.rate()) + " Hz: " + error);
+}
+
+std::uint64_t Resampler::framesOf(std::uint64_t inputFrames) const noexcept
+{
+    return (inputFrames * rate + reader.rate() / 2) / reader.rate();
+}
+
+std::uint64_t Resampler::read(float* x, std::uint64_t n)
+{
+    const auto channels = static_cast<std::size_t>(reader.channels());
+    std::uint64_t got = soxr_output(library.get(), x, n);
+    if (failure)
+        std::rethrow_exception(failure);
+    if (got < n) { // The file has ended; the library may be off its last frame by one.
+        const std::uint64_t left = framesOf(consumed) - std::min(delivered, framesOf(consumed));
+        const std::uint64_t due = std::min(left, n);
+        if (got < due)
+            std::fill(x + got * channels, x + due * channels, 0.0F);
+        got = due;
+    }
+    delivered += got;
+    return got;
+}
+
+// The library's input function: no exception may pass through it.
+std::size_t Resampler::supply(void* self, soxr_in_t* data, std::size_t n)
+{
+    auto& resampler = *static_cast<Resampler*>(self);
+    *data = resampler.chunk.data();
+    try {
+        const std::uint64_t got = resampler.reader.read(resampler.chunk.data(), n);
+        resampler.consumed += got;
+        return got;
+    } catch (...) {
+        resampler.failure = std::current_exception();
+        *data = nullptr;
+        return 0;
+    }
+}
+
+} // namespace quorel

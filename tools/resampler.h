@@ -1,0 +1,42 @@
+// Resampler reads an audio file at another rate, by the SoX resampler library at its high quality (20 bits).
+#pragma once
+
+#include "tools/audio_file.h"
+
+#include <exception>
+#include <soxr.h>
+#include <type_traits>
+#include <vector>
+
+namespace quorel {
+
+class Resampler {
+public:
+    // rate: frames per second that come out. The reader must outlive this object, which stays where it is.
+    Resampler(AudioReader& reader, std::uint32_t rate);
+    Resampler(const Resampler&) = delete;
+    Resampler& operator=(const Resampler&) = delete;
+
+    // Frames that come out of so many: the same time at the new rate, to the nearest frame.
+    std::uint64_t framesOf(std::uint64_t inputFrames) const noexcept;
+
+    // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the end.
+    std::uint64_t read(float* x, std::uint64_t n);
+
+private:
+    static std::size_t supply(void* self, soxr_in_t* data, std::size_t n);
+
+    struct Delete {
+        void operator()(soxr_t resampler) const noexcept { soxr_delete(resampler); }
+    };
+
+    AudioReader& reader;
+    std::uint32_t rate;       // frames per second
+    std::vector<float> chunk; // what the library asked for last
+    std::unique_ptr<std::remove_pointer_t<soxr_t>, Delete> library;
+    std::uint64_t consumed = 0;  // frames read from the file
+    std::uint64_t delivered = 0; // frames given out
+    std::exception_ptr failure;  // what reading threw, carried across the library
+};
+
+} // namespace quorel

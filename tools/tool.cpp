@@ -1,0 +1,91 @@
+#include "tools/tool.h"
+
+#include <csignal>
+#include <iostream>
+#include <unistd.h>
+
+namespace quorel {
+
+namespace {
+
+volatile std::sig_atomic_t interrupt = 0; // the signal that asked us to stop, 0 none
+
+struct Interrupted {};
+
+void watchInterrupts()
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction old {};
+        sigaction(signal, nullptr, &old);
+        if (old.sa_handler == SIG_IGN) // started to run on regardless, as by nohup
+            continue;
+        struct sigaction action {};
+        action.sa_handler = [](int received) { interrupt = received; };
+        action.sa_flags = SA_RESTART;
+        sigaction(signal, &action, nullptr);
+    }
+    std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails like any other
+}
+
+// Ends the process by the signal itself, so that who started it sees why.
+int endBy(int signal)
+{
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+    return 128 + signal;
+}
+
+} // namespace
+
+int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& body)
+{
+    watchInterrupts();
+    try {
+        tool.parse(argc, argv);
+        body();
+        return 0;
+    } catch (const CLI::Success& request) { // help or version
+        return tool.exit(request);
+    } catch (const Interrupted&) {
+        return endBy(interrupt);
+    } catch (const std::exception& error) {
+        notice(tool, error.what());
+        return 2;
+    }
+}
+
+void stopIfInterrupted()
+{
+    if (interrupt != 0)
+        throw Interrupted();
+}
+
+void notice(const CLI::App& tool, const std::string& text)
+{
+    std::cerr << tool.get_name() << ": " << text << '\n';
+}
+
+bool onTerminal() noexcept
+{
+    return isatty(STDERR_FILENO) == 1;
+}
+
+Progress::Progress(std::optional<std::uint64_t> frames)
+{
+    if (frames && onTerminal())
+        bar.emplace(*frames, std::cerr, "");
+}
+
+Progress::~Progress()
+{
+    if (bar && bar->count() < bar->expected_count())
+        std::cerr << '\n';
+}
+
+void Progress::advance(std::uint64_t frames)
+{
+    if (bar)
+        *bar += frames;
+}
+
+} // namespace quorel

@@ -1,0 +1,68 @@
+// What the tools have in common: how they begin and end, their options' ranges, and the bar that shows how far they are.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <boost/timer/progress_display.hpp>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace quorel {
+
+// Runs a tool: parses the options, then calls `body`. Whatever fails becomes one line on standard error and exit code 2.
+// An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
+int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& body);
+
+// Throws when the user has interrupted. To be called once per block.
+void stopIfInterrupted();
+
+// One line on standard error, in the tool's name.
+void notice(const CLI::App& tool, const std::string& text);
+
+// Whether somebody watches standard error.
+bool onTerminal() noexcept;
+
+// Adds an option that takes a number from `low` to `high`; the help shows them, and the value that `value` has now.
+template <typename Value>
+CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
+                       const std::string& description);
+
+// A bar on standard error, if that is a terminal and the length is known; otherwise nothing.
+class Progress {
+public:
+    explicit Progress(std::optional<std::uint64_t> frames);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    // Ends the line of a bar that was given up.
+    ~Progress();
+
+    void advance(std::uint64_t frames);
+
+private:
+    std::optional<boost::timer::progress_display> bar;
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+template <typename Value>
+CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
+                       const std::string& description)
+{
+    const std::string range = std::to_string(low) + " to " + std::to_string(high);
+    const auto check = [low, high, range](const std::string& given) {
+        char* end = nullptr;
+        const double number = std::strtod(given.c_str(), &end);
+        const bool inside = *end == '\0' && number >= static_cast<double>(low) && number <= static_cast<double>(high);
+        return inside ? std::string() : given + " is not a number from " + range;
+    };
+    return tool.add_option(name, value, "[" + range + "] " + description)
+        ->type_name("NUMBER")
+        ->default_str(std::to_string(value))
+        ->check(check, "");
+}
+
+} // namespace quorel
