@@ -1,0 +1,124 @@
+// The transforms that the paths use and the packed product, in every variant, as ratios to the yardstick Y; the complex ones
+// as ratios to FFTW's own transform of the same kind. Each result is verified before it is timed.
+#include "bench/yardstick.h"
+#include "core/fft.h"
+#include "core/kernels/kernel_table.h"
+
+#include <cmath>
+#include <random>
+#include <string>
+
+namespace quorel::bench {
+namespace {
+
+// Puts a variant into use for the length of a benchmark.
+class InUse {
+public:
+    explicit InUse(const kernels::KernelTable& variant) { kernels::use(variant); }
+    ~InUse() { kernels::use(before); }
+    InUse(const InUse&) = delete;
+    InUse& operator=(const InUse&) = delete;
+
+private:
+    const kernels::KernelTable& before = kernels::active();
+};
+
+void fillWithNoise(float* x, std::size_t n)
+{
+    std::mt19937 random(1);
+    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
+    for (std::size_t i = 0; i < n; ++i)
+        x[i] = uniform(random);
+}
+
+// The relative difference, root mean square, must stay below 1e-6.
+bool agree(const float* actual, const float* expected, std::size_t n)
+{
+    double error = 0;
+    double power = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        error += std::pow(static_cast<double>(actual[i]) - static_cast<double>(expected[i]), 2);
+        power += std::pow(static_cast<double>(expected[i]), 2);
+    }
+    return std::sqrt(error / power) < 1e-6;
+}
+
+void realTransform(benchmark::State& state, const kernels::KernelTable& variant, bool forward)
+{
+    const InUse inUse(variant);
+    FFT<float> fft(10);
+    Buffer<float, 1> x(1024);
+    Buffer<float, 1> spectrum(1024);
+    Buffer<float, 1> y(1024);
+    fillWithNoise(x.channel(0), 1024);
+    fft.Fwd(x, spectrum);
+    fft.Inv(spectrum, y);
+    if (!agree(y.channel(0), x.channel(0), 1024))
+        state.SkipWithError("the inverse does not give the input back");
+    if (forward)
+        measure(state, [&] { fft.Fwd(x, spectrum); });
+    else
+        measure(state, [&] { fft.Inv(spectrum, y); });
+}
+
+void complexInverse(benchmark::State& state, const kernels::KernelTable& variant, std::uint64_t order, bool againstOwnKind)
+{
+    static const Yardstick own512(Yardstick::Kind::complexBackward, 512);
+    static const Yardstick own1024(Yardstick::Kind::complexBackward, 1024);
+    const InUse inUse(variant);
+    FFT<float, Complex> fft(order);
+    const std::uint64_t n = fft.length();
+    SpectrumBuffer<1> x(n);
+    SpectrumBuffer<1> y(n);
+    SpectrumBuffer<1> again(n);
+    fillWithNoise(reinterpret_cast<float*>(x.channel(0)), 2 * n);
+    // Twice the inverse, undivided, gives n times the input with the time axis reversed.
+    fft.Inv(x.channel(0), y.channel(0));
+    fft.Inv(y.channel(0), again.channel(0));
+    SpectrumBuffer<1> expected(n);
+    for (std::size_t i = 0; i < n; ++i)
+        expected.channel(0)[i] = x.channel(0)[(n - i) % n] * static_cast<float>(n);
+    if (!agree(reinterpret_cast<float*>(again.channel(0)), reinterpret_cast<float*>(expected.channel(0)), 2 * n))
+        state.SkipWithError("two inverses do not give the input reversed");
+    measure(
+        state, [&] { fft.Inv(x.channel(0), y.channel(0)); }, againstOwnKind ? (order == 9 ? own512 : own1024) : yardstick());
+}
+
+void packedProduct(benchmark::State& state, const kernels::KernelTable& variant)
+{
+    const InUse inUse(variant);
+    Buffer<float, 1> a(1024);
+    Buffer<float, 1> b(1024);
+    Buffer<float, 1> y(1024);
+    fillWithNoise(a.channel(0), 1024);
+    b.channel(0)[0] = b.channel(0)[1023] = 1; // the spectrum of an impulse
+    for (std::size_t k = 1; k < 512; ++k)
+        b.channel(0)[2 * k - 1] = 1;
+    check(ippsMulPack_32f(a.channel(0), b.channel(0), y.channel(0), 1024));
+    if (!agree(y.channel(0), a.channel(0), 1024))
+        state.SkipWithError("a product with the spectrum of an impulse is not the other factor");
+    measure(state, [&] { check(ippsMulPack_32f(a.channel(0), b.channel(0), y.channel(0), 1024)); });
+}
+
+const bool registered = [] {
+    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
+        if (variant == nullptr)
+            continue;
+        const std::string name = variant->name;
+        const auto add = [&](const std::string& what, auto call) {
+            asMeasured(benchmark::RegisterBenchmark((name + "/" + what).c_str(), call));
+        };
+        add("real_forward_1024/Y", [variant](benchmark::State& state) { realTransform(state, *variant, true); });
+        add("real_inverse_1024/Y", [variant](benchmark::State& state) { realTransform(state, *variant, false); });
+        for (const std::uint64_t order : {9U, 10U}) {
+            const std::string what = "complex_inverse_" + std::to_string(1U << order);
+            add(what + "/Y", [=](benchmark::State& state) { complexInverse(state, *variant, order, false); });
+            add(what + "/FFTW", [=](benchmark::State& state) { complexInverse(state, *variant, order, true); });
+        }
+        add("packed_product_1024/Y", [variant](benchmark::State& state) { packedProduct(state, *variant); });
+    }
+    return true;
+}();
+
+} // namespace
+} // namespace quorel::bench
