@@ -24,10 +24,9 @@ def value(units):
     return np.asarray(units, dtype=float) / 10.0**DECIMALS
 
 
-def cpp_array(name, units, per_line=5, linkage="constexpr"):
-    """One array of floats as a definition; `units` are whole multiples of 1e-9."""
+def cpp_array(name, units, linkage="constexpr"):
+    """The definition of one array of floats; `units` are whole multiples of 1e-9."""
     text = [f"{'-' if u < 0 else ' '}{abs(u) // 10**DECIMALS}.{abs(u) % 10**DECIMALS:0{DECIMALS}d}F" for u in units]
-    lines = [" " + ", ".join(text[i : i + per_line]) for i in range(0, len(text), per_line)]
-    # A line begins with the sign's column, so the last comma of each line is the only one that needs care.
-    body = ",\n".join("   " + line for line in lines)
-    return f"{linkage} std::array<float, {len(units)}> {name} = std::to_array<float>({{\n{body},\n}});\n"
+    lines = [", ".join(text[i : i + 5]) for i in range(0, len(text), 5)]
+    body = "".join(f"    {line},\n" for line in lines)
+    return f"{linkage} std::array<float, {len(units)}> {name} = std::to_array<float>({{\n{body}}});\n"

@@ -49,10 +49,10 @@ PACKED_H2 = [0.6924, 0.6186, -0.2817, 0.4218, -0.4847, 0.1662, -0.5594, -0.0700]
 # Two taps of H1.
 MAIN_TAPS = {69: 0.4899, 70: 0.8430}
 
-# Where the fourth decimal of a magnitude and of the correlation agree only in part of the last place, the aim is in
-# the middle of that part.
-AIM_H1 = {21: 1.07952}
-AIM_H2 = {2: 0.64263, 4: 0.50673, 11: -0.06738, 21: 0.025457, 341: 0.00021, 427: 0.00005, 512: 0.0001355}
+# Where the columns of a row, or a row and the packed values, agree only in a part of the last place, the aim is moved so
+# that the filters come to lie in that part.
+AIM_H1 = {6: 1.00943, 11: 1.10666, 21: 1.07952}
+AIM_H2 = {2: 0.64266, 4: 0.50673, 6: 0.32138, 11: -0.06738, 21: 0.025457, 341: 0.00021, 427: 0.00005, 512: 0.0001355}
 
 # Both filters have this delay in frames, as their packed values show.
 DELAY_H1 = 69.657
