@@ -56,7 +56,8 @@ CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, st
     const auto check = [low, high, range](const std::string& given) {
         char* end = nullptr;
         const double number = std::strtod(given.c_str(), &end);
-        const bool inside = *end == '\0' && number >= static_cast<double>(low) && number <= static_cast<double>(high);
+        const bool whole = end != given.c_str() && *end == '\0';
+        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
         return inside ? std::string() : given + " is not a number from " + range;
     };
     return tool.add_option(name, value, "[" + range + "] " + description)

@@ -1,0 +1,689 @@
+// The tool as its user meets it: started as a process, on files that are made here.
+#include "tools/audio_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <numbers>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+constexpr int anyRate = 48000;
+
+// What became of a process.
+struct Outcome {
+    int status = 0; // as of waitpid
+    std::string out;
+    std::string err;
+
+    bool exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
+};
+
+std::ostream& operator<<(std::ostream& stream, const Outcome& outcome)
+{
+    return stream << "status " << outcome.status << ", output \"" << outcome.out << "\", errors \"" << outcome.err << '"';
+}
+
+struct Sound {
+    SF_INFO info{};
+    std::vector<float> samples; // interleaved
+    std::vector<int> speakers;  // channel map, empty if the file has none
+
+    float at(std::size_t frame, std::size_t channel) const
+    {
+        return samples.at(frame * static_cast<std::size_t>(info.channels) + channel);
+    }
+};
+
+class QuorelRender : public testing::Test {
+protected:
+    QuorelRender()
+    {
+        std::string name = (fs::temp_directory_path() / "quorel_render_XXXXXX").string();
+        folder = mkdtemp(name.data());
+    }
+    ~QuorelRender() override { fs::remove_all(folder); }
+
+    std::string path(const std::string& name) const { return (folder / name).string(); }
+
+    // Starts the tool with standard error on `errors`; `prepare` runs in the new process before the tool does.
+    static pid_t start(
+        const std::vector<std::string>& arguments, int output, int errors, const std::function<void()>& prepare = [] {})
+    {
+        std::vector<char*> argv{const_cast<char*>(QUOREL_RENDER)};
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(output, STDOUT_FILENO);
+            dup2(errors, STDERR_FILENO);
+            prepare();
+            execv(QUOREL_RENDER, argv.data());
+            _exit(127);
+        }
+        return child;
+    }
+
+    // Runs the tool with its output and errors in pipes.
+    static Outcome run(
+        const std::vector<std::string>& arguments, const std::function<void()>& prepare = [] {})
+    {
+        int out[2];
+        int err[2];
+        EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
+        Outcome outcome;
+        const pid_t child = start(arguments, out[1], err[1], prepare);
+        close(out[1]);
+        close(err[1]);
+        outcome.out = readAll(out[0]); // a few lines on the other pipe fit into it
+        outcome.err = readAll(err[0]);
+        waitpid(child, &outcome.status, 0);
+        return outcome;
+    }
+
+    static std::string readAll(int fd)
+    {
+        std::string text;
+        char part[4096];
+        for (ssize_t got = 0; (got = read(fd, part, sizeof part)) > 0;)
+            text.append(part, static_cast<std::size_t>(got));
+        close(fd);
+        return text;
+    }
+
+    // Runs the tool on `input` and returns what it wrote, which it must do without a word.
+    Sound render(const std::string& input, const std::vector<std::string>& options = {})
+    {
+        std::vector<std::string> arguments{input, path("out.wav")};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = run(arguments);
+        EXPECT_TRUE(outcome.exited(0)) << outcome;
+        EXPECT_EQ(outcome.out + outcome.err, "");
+        return load(path("out.wav"));
+    }
+
+    // Runs the tool with an output that exists: it must fail with one line that says `reason`, and leave the output and
+    // the folder as they were.
+    void expectRefusal(
+        const std::string& input, const std::string& reason, const std::vector<std::string>& options = {},
+        const std::function<void()>& prepare = [] {})
+    {
+        store("old.wav", "an older file");
+        const std::vector<fs::path> before = entries();
+        std::vector<std::string> arguments{input, path("old.wav")};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = run(arguments, prepare);
+        EXPECT_TRUE(outcome.exited(2)) << outcome;
+        EXPECT_EQ(outcome.out, "");
+        expectOneLine(outcome.err, reason);
+        EXPECT_TRUE(bytes("old.wav") == "an older file");
+        EXPECT_EQ(entries(), before);
+    }
+
+    static void expectOneLine(const std::string& text, const std::string& reason)
+    {
+        EXPECT_THAT(text, testing::StartsWith("quorel-render: "));
+        EXPECT_THAT(text, HasSubstr(reason));
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+        EXPECT_TRUE(text.ends_with('\n')) << text;
+    }
+
+    std::vector<fs::path> entries() const
+    {
+        std::vector<fs::path> names;
+        for (const auto& entry : fs::directory_iterator(folder))
+            names.push_back(entry.path());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    std::string store(const std::string& name, const std::string& contents) const
+    {
+        std::ofstream(path(name), std::ios::binary) << contents;
+        return path(name);
+    }
+
+    std::string bytes(const std::string& name) const
+    {
+        std::ostringstream contents;
+        contents << std::ifstream(path(name), std::ios::binary).rdbuf();
+        return contents.str();
+    }
+
+    // Writes interleaved samples. A mask other than 0 goes into the file, which is then an extensible WAV.
+    std::string save(const std::string& name, int channels, const std::vector<float>& samples,
+                     int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT, std::uint32_t mask = 0, int rate = anyRate) const
+    {
+        SF_INFO info{};
+        info.channels = channels;
+        info.samplerate = rate;
+        info.format = mask != 0 ? SF_FORMAT_WAVEX | SF_FORMAT_FLOAT : format;
+        const SoundFile file(sf_open(path(name).c_str(), SFM_WRITE, &info));
+        EXPECT_TRUE(file) << sf_strerror(nullptr);
+        if (mask != 0) {
+            // The library's speakers in the order of the mask's bits.
+            constexpr int speakers[] = {SF_CHANNEL_MAP_LEFT,
+                                        SF_CHANNEL_MAP_RIGHT,
+                                        SF_CHANNEL_MAP_CENTER,
+                                        SF_CHANNEL_MAP_LFE,
+                                        SF_CHANNEL_MAP_REAR_LEFT,
+                                        SF_CHANNEL_MAP_REAR_RIGHT,
+                                        SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER,
+                                        SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER,
+                                        SF_CHANNEL_MAP_REAR_CENTER,
+                                        SF_CHANNEL_MAP_SIDE_LEFT,
+                                        SF_CHANNEL_MAP_SIDE_RIGHT};
+            std::vector<int> map;
+            for (std::size_t bit = 0; bit < std::size(speakers); ++bit)
+                if ((mask >> bit & 1) != 0)
+                    map.push_back(speakers[bit]);
+            EXPECT_EQ(map.size(), static_cast<std::size_t>(channels));
+            const int size = static_cast<int>(map.size() * sizeof(int));
+            EXPECT_EQ(sf_command(file.get(), SFC_SET_CHANNEL_MAP_INFO, map.data(), size), SF_TRUE);
+        }
+        const auto count = static_cast<sf_count_t>(samples.size());
+        EXPECT_EQ(sf_write_float(file.get(), samples.data(), count), count);
+        return path(name);
+    }
+
+    static Sound load(const std::string& path)
+    {
+        Sound sound;
+        const SoundFile file(sf_open(path.c_str(), SFM_READ, &sound.info));
+        if (!file) {
+            ADD_FAILURE() << path << ": " << sf_strerror(nullptr);
+            return sound;
+        }
+        sound.samples.resize(static_cast<std::size_t>(sound.info.frames * sound.info.channels));
+        sf_read_float(file.get(), sound.samples.data(), static_cast<sf_count_t>(sound.samples.size()));
+        sound.speakers.resize(static_cast<std::size_t>(sound.info.channels));
+        const int size = static_cast<int>(sound.speakers.size() * sizeof(int));
+        if (sf_command(file.get(), SFC_GET_CHANNEL_MAP_INFO, sound.speakers.data(), size) != SF_TRUE)
+            sound.speakers.clear();
+        return sound;
+    }
+
+    static std::vector<float> silence(int channels, std::size_t frames)
+    {
+        return std::vector<float>(frames * static_cast<std::size_t>(channels));
+    }
+
+    // Reproducible noise on every channel, exact in 16 bits.
+    static std::vector<float> noise(int channels, std::size_t frames)
+    {
+        std::vector<float> samples(frames * static_cast<std::size_t>(channels));
+        std::uint32_t state = 1;
+        for (float& sample : samples) {
+            state = state * 1664525U + 1013904223U;
+            sample = static_cast<float>(static_cast<std::int32_t>(state >> 18) - 8192) / 32768.0F;
+        }
+        return samples;
+    }
+
+    fs::path folder;
+};
+
+// ---- refusals -------------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, AMissingInputIsRefused)
+{
+    expectRefusal(path("none.wav"), "cannot read " + path("none.wav") + ": No such file or directory");
+}
+
+TEST_F(QuorelRender, AnInputThatIsNoAudioIsRefused)
+{
+    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: Format not recognised");
+}
+
+TEST_F(QuorelRender, AnEmptyInputIsRefused)
+{
+    expectRefusal(store("empty.wav", ""), "cannot read " + path("empty.wav"));
+}
+
+TEST_F(QuorelRender, AFolderAsInputIsRefused)
+{
+    expectRefusal(folder.string(), "not a regular file");
+}
+
+TEST_F(QuorelRender, AnAudioFormatBesidesWavAndFlacIsRefused)
+{
+    expectRefusal(save("in.aiff", 2, noise(2, 100), SF_FORMAT_AIFF | SF_FORMAT_PCM_16), "neither WAV nor FLAC");
+}
+
+TEST_F(QuorelRender, AFlacFileThatBreaksOffIsRefused)
+{
+    save("whole.flac", 2, noise(2, 20000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    expectRefusal(store("part.flac", bytes("whole.flac").substr(0, 30000)), "cannot read " + path("part.flac"));
+}
+
+TEST_F(QuorelRender, AnInputWithoutChannelsIsRefused)
+{
+    // A whole header of 16-bit samples at 48000 Hz, with a channel count of 0.
+    const char header[] = "RIFF\x24\0\0\0WAVEfmt \x10\0\0\0\x01\0\0\0\x80\xBB\0\0\0\0\0\0\0\0\x10\0data\0\0\0";
+    expectRefusal(store("zero.wav", std::string(header, sizeof header)), "Channel count is zero");
+}
+
+TEST_F(QuorelRender, AnInputOfNineChannelsIsRefused)
+{
+    expectRefusal(save("nine.wav", 9, noise(9, 100)), "nine.wav has 9 channels; the effect takes 1 to 8");
+}
+
+TEST_F(QuorelRender, ALayoutWithASpeakerThatTheEffectDoesNotKnowIsRefused)
+{
+    // Back centre is 0x100.
+    expectRefusal(save("quad.wav", 4, noise(4, 100), 0, 0x107), "quad.wav has an unknown layout");
+}
+
+TEST_F(QuorelRender, SevenChannelsThatNameNoSpeakersIncludeBackCentreAndAreRefused)
+{
+    const std::string input = save("seven.wav", 7, noise(7, 100));
+    expectRefusal(input, "of the speakers in the channel mask 0x70F the effect knows 6, and there are 7 channels");
+    render(input, {"--channel-mask", "0x637"});
+}
+
+TEST_F(QuorelRender, AMaskOptionOfAnotherNumberOfSpeakersIsRefused)
+{
+    expectRefusal(save("in.wav", 2, noise(2, 100)), "unknown layout", {"--channel-mask", "0x7"});
+}
+
+TEST_F(QuorelRender, AnOutputInAFolderThatDoesNotExistIsRefused)
+{
+    const Outcome outcome = run({save("in.wav", 2, noise(2, 100)), path("none/out.wav")});
+    EXPECT_TRUE(outcome.exited(2)) << outcome;
+    expectOneLine(outcome.err, "cannot write " + path("none/out.wav") + ": No such file or directory");
+}
+
+TEST_F(QuorelRender, AFolderOrADeviceAsOutputIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    for (const std::string& output : {folder.string(), std::string("/dev/null")}) {
+        const Outcome outcome = run({input, output});
+        EXPECT_TRUE(outcome.exited(2)) << outcome;
+        expectOneLine(outcome.err, "cannot write " + output + ": not a regular file");
+    }
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+TEST_F(QuorelRender, AnOutputThatDoesNotFitIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100000));
+    expectRefusal(input, "cannot write " + path("old.wav"), {}, [] {
+        const rlimit limit{65536, 65536}; // bytes in a file
+        setrlimit(RLIMIT_FSIZE, &limit);
+    });
+}
+
+TEST_F(QuorelRender, EveryNumberBeyondItsRangeIsRefused)
+{
+    struct Range {
+        std::string option;
+        std::vector<std::string> beyond;
+    };
+    std::vector<Range> ranges = {{"--block-size", {"0", "849", "-1"}},
+                                 {"--Settings", {"-1", "256"}},
+                                 {"--Reverb", {"-1", "256"}},
+                                 {"--tail", {"-0.1", "600.1", "nan", "inf"}},
+                                 {"--channel-mask", {"0", "262144"}}};
+    for (int band = 1; band <= 9; ++band)
+        ranges.push_back({"--EQBand" + std::to_string(band), {"-128", "128"}});
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    for (const auto& [option, values] : ranges)
+        for (const std::string& value : values)
+            expectRefusal(input, option + ": " + value + " is not a number from", {option, value});
+}
+
+TEST_F(QuorelRender, EveryEndOfARangeIsAccepted)
+{
+    std::vector<std::pair<std::string, std::vector<std::string>>> ranges = {{"--block-size", {"1", "848"}},
+                                                                            {"--Settings", {"0", "255"}},
+                                                                            {"--Reverb", {"0", "255"}},
+                                                                            {"--tail", {"0"}},
+                                                                            {"--channel-mask", {"3"}}};
+    for (int band = 1; band <= 9; ++band)
+        ranges.push_back({"--EQBand" + std::to_string(band), {"-127", "127"}});
+    const std::string input = save("in.wav", 2, noise(2, 1000));
+    for (const auto& [option, values] : ranges)
+        for (const std::string& value : values)
+            render(input, {option, value});
+}
+
+TEST_F(QuorelRender, WhatIsNoNumberIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    expectRefusal(input, "--Reverb: loud is not a number from 0 to 255", {"--Reverb", "loud"});
+    expectRefusal(input, "--Reverb", {"--Reverb", "1.5"});
+    expectRefusal(input, "--Reverb:  is not a number", {"--Reverb", ""});
+    expectRefusal(input, "--Reverb", {"--Reverb"});
+}
+
+TEST_F(QuorelRender, AnUnknownOptionOrSampleFormatIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    expectRefusal(input, "--volume", {"--volume", "3"});
+    expectRefusal(input, "--sample-format: mp3 not in {float,pcm24,pcm16}", {"--sample-format", "mp3"});
+    expectRefusal(input, "another", {"another.wav"});
+}
+
+TEST_F(QuorelRender, MissingFileNamesAreRefused)
+{
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{}, {path("in.wav")}}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_TRUE(outcome.exited(2)) << outcome;
+        expectOneLine(outcome.err, arguments.empty() ? "INPUT is required" : "OUTPUT is required");
+    }
+}
+
+// ---- the output as a file -------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, TheOutputIsStereoAt48000AndOfTheInputsLength)
+{
+    for (const std::size_t frames : {0U, 1U, 479U, 480U, 481U, 960U, 1001U}) {
+        const Sound out = render(save("in.wav", 6, noise(6, frames)));
+        EXPECT_EQ(out.info.frames, static_cast<sf_count_t>(frames));
+        EXPECT_EQ(out.info.channels, 2);
+        EXPECT_EQ(out.info.samplerate, 48000);
+        EXPECT_EQ(out.info.format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    }
+}
+
+TEST_F(QuorelRender, TheLengthDoesNotDependOnTheBlocks)
+{
+    const std::string input = save("in.wav", 2, noise(2, 1000));
+    for (const char* block : {"1", "7", "480", "500", "848"})
+        EXPECT_EQ(render(input, {"--block-size", block}).info.frames, 1000) << block;
+}
+
+TEST_F(QuorelRender, TheTailIsAddedToTheLength)
+{
+    const std::string input = save("in.wav", 2, noise(2, 1000));
+    EXPECT_EQ(render(input, {"--tail", "0.01"}).info.frames, 1480);
+    EXPECT_EQ(render(input, {"--tail", "2"}).info.frames, 97000);
+    EXPECT_EQ(render(save("none.wav", 2, {}), {"--tail", "0.01"}).info.frames, 480);
+}
+
+TEST_F(QuorelRender, TheTailIsASecondWithReverbAndNothingWithout)
+{
+    const std::string input = save("in.wav", 2, noise(2, 1000));
+    EXPECT_EQ(render(input, {"--Reverb", "100"}).info.frames, 49000);
+    EXPECT_EQ(render(input, {"--Reverb", "100", "--Settings", "0"}).info.frames, 1000);
+    EXPECT_EQ(render(input, {"--Reverb", "100", "--tail", "0"}).info.frames, 1000);
+}
+
+TEST_F(QuorelRender, EqualRendersAreEqualFiles)
+{
+    const std::string input = save("in.wav", 8, noise(8, 5000));
+    render(input, {"--Reverb", "200"});
+    const std::string first = bytes("out.wav");
+    render(input, {"--Reverb", "200"});
+    EXPECT_TRUE(bytes("out.wav") == first);
+    EXPECT_EQ(first.find("PEAK"), std::string::npos); // the chunk that holds the time of day
+}
+
+TEST_F(QuorelRender, AFlacFileGivesTheRenderOfTheSameWavFile)
+{
+    for (const int channels : {1, 2, 3, 4, 5, 6, 8}) {
+        const std::vector<float> samples = noise(channels, 3000);
+        render(save("in.wav", channels, samples, SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+        const std::string fromWav = bytes("out.wav");
+        render(save("in.flac", channels, samples, SF_FORMAT_FLAC | SF_FORMAT_PCM_16));
+        EXPECT_TRUE(bytes("out.wav") == fromWav) << channels;
+    }
+}
+
+TEST_F(QuorelRender, AFlacFileThatDoesNotTellItsLengthIsReadToItsEnd)
+{
+    const std::string input = save("in.flac", 2, noise(2, 3000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    const Sound whole = render(input);
+    // The length is the 36 bits that end at byte 26; 0 stands for unknown.
+    std::string contents = bytes("in.flac");
+    contents[21] = static_cast<char>(contents[21] & 0xF0);
+    std::fill_n(contents.begin() + 22, 4, '\0');
+    EXPECT_EQ(render(store("unknown.flac", contents)).samples, whole.samples);
+}
+
+TEST_F(QuorelRender, AnInputCanBeReplacedByItsOwnRender)
+{
+    const std::string file = save("same.wav", 2, noise(2, 3000));
+    render(file);
+    const Outcome outcome = run({file, file});
+    EXPECT_TRUE(outcome.exited(0)) << outcome;
+    EXPECT_TRUE(bytes("same.wav") == bytes("out.wav"));
+}
+
+TEST_F(QuorelRender, ALinkAsOutputStaysALinkAndAReplacedFileKeepsItsPermissions)
+{
+    const std::string target = store("target.wav", "an older file");
+    fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(target, folder / "out.wav");
+    render(save("in.wav", 2, noise(2, 100)));
+    EXPECT_TRUE(fs::is_symlink(folder / "out.wav"));
+    EXPECT_EQ(load(target).info.frames, 100);
+    EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(QuorelRender, FloatsKeepWhatIsBeyondFullScaleAndIntegersClipIt)
+{
+    // The limiter lets the first sample of a peak through; the output gain is 0.8. A click of a single frame comes late
+    // enough that nothing fades any more.
+    std::vector<float> samples = silence(2, 3000);
+    samples[2 * 2000] = 4.0F;
+    const std::string input = save("in.wav", 2, samples);
+    EXPECT_NEAR(render(input, {"--Settings", "0"}).at(2000, 0), 3.2, 1e-3);
+    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm16"}).at(2000, 0), 32767.0F / 32768);
+    EXPECT_EQ(load(path("out.wav")).info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm24"}).at(2000, 0), 32767.0F / 32768);
+    EXPECT_EQ(load(path("out.wav")).info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+}
+
+TEST_F(QuorelRender, AnInterruptLeavesTheOldOutputAndNothingElse)
+{
+    store("old.wav", "an older file");
+    const std::string input = save("long.wav", 1, silence(1, 3000000)); // in blocks of one frame it takes its time
+    const std::vector<fs::path> before = entries();
+    const pid_t child = start({input, path("old.wav"), "--block-size", "1"}, STDOUT_FILENO, STDERR_FILENO);
+    while (entries() == before)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_EQ(waitpid(child, nullptr, WNOHANG), 0);
+    kill(child, SIGINT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_TRUE(bytes("old.wav") == "an older file");
+    EXPECT_EQ(entries(), before);
+}
+
+// ---- layouts --------------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, EverySpeakerOfEveryLayoutLandsInTheDownMix)
+{
+    struct Speaker {
+        std::uint32_t bit;
+        double left;
+        double right;
+    };
+    constexpr Speaker speakers[] = {{0x1, 1, 0},      {0x2, 0, 1},      {0x4, 0.5, 0.5},   {0x8, 0.707, 0.707},
+                                    {0x10, 0.707, 0}, {0x20, 0, 0.707}, {0x200, 0.707, 0}, {0x400, 0, 0.707}};
+    // Channel c holds a level of its own, 2^-c of 0.1; the gain of the output is 0.8. After the first block nothing fades.
+    for (const std::uint32_t mask :
+         {0x4U, 0x3U, 0x7U, 0xBU, 0x33U, 0x603U, 0x37U, 0x607U, 0x3FU, 0x60FU, 0x637U, 0x63BU, 0x63FU}) {
+        const int channels = std::popcount(mask);
+        std::vector<float> samples;
+        for (int i = 0; i < 2000; ++i)
+            for (int c = 0; c < channels; ++c)
+                samples.push_back(std::ldexp(0.1F, -c));
+        const Sound out = render(save("in.wav", channels, samples, 0, mask), {"--Settings", "0"});
+        double left = 0;
+        double right = 0;
+        int c = 0;
+        for (const Speaker& speaker : speakers) {
+            if ((mask & speaker.bit) == 0)
+                continue;
+            left += 0.8 * 0.1 * std::ldexp(speaker.left, -c);
+            right += 0.8 * 0.1 * std::ldexp(speaker.right, -c);
+            ++c;
+        }
+        // Float rounding of a few operations, and of a flat equaliser's recursion, stays far below 1e-5.
+        EXPECT_NEAR(out.at(1500, 0), left, 1e-5) << std::hex << mask;
+        EXPECT_NEAR(out.at(1500, 1), right, 1e-5) << std::hex << mask;
+    }
+}
+
+TEST_F(QuorelRender, AnInputThatNamesNoSpeakersHasTheUsualOnes)
+{
+    constexpr std::pair<int, std::uint32_t> usual[] = {{1, 0x4}, {2, 0x3}, {3, 0x7}, {4, 0x33}, {5, 0x37}, {6, 0x3F}, {8, 0x63F}};
+    for (const auto& [channels, mask] : usual) {
+        const std::vector<float> samples = noise(channels, 2000);
+        render(save("plain.wav", channels, samples));
+        const std::string plain = bytes("out.wav");
+        render(save("named.wav", channels, samples, 0, mask));
+        EXPECT_TRUE(bytes("out.wav") == plain) << channels;
+    }
+}
+
+TEST_F(QuorelRender, AMaskOptionTakesThePlaceOfTheFilesOwn)
+{
+    const std::vector<float> samples = noise(2, 2000);
+    render(save("front.wav", 2, samples, 0, 0x3));
+    const std::string front = bytes("out.wav");
+    render(save("centre.wav", 2, samples, 0, 0xC), {"--channel-mask", "0x3"});
+    EXPECT_TRUE(bytes("out.wav") == front);
+    render(path("centre.wav"));
+    EXPECT_FALSE(bytes("out.wav") == front);
+}
+
+// ---- rates ----------------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, AtAnotherRateTheOutputIsTheInputAndTheToolSaysSo)
+{
+    for (const std::uint32_t mask : {0x4U, 0x3U, 0x60FU, 0x63FU}) {
+        const int channels = std::popcount(mask);
+        const std::string input = save("in.wav", channels, noise(channels, 1001), 0, mask, 44100);
+        const Outcome outcome = run({input, path("out.wav"), "--Reverb", "200"});
+        EXPECT_TRUE(outcome.exited(0)) << outcome;
+        expectOneLine(outcome.err, "is at 44100 Hz, where the effect only copies");
+        EXPECT_THAT(outcome.err, HasSubstr("--resample"));
+
+        const Sound in = load(input);
+        const Sound out = load(path("out.wav"));
+        EXPECT_EQ(out.samples, in.samples);
+        EXPECT_EQ(out.info.samplerate, 44100);
+        EXPECT_EQ(out.info.channels, channels);
+        if (channels > 2) {
+            EXPECT_EQ(out.speakers, in.speakers);
+        }
+    }
+}
+
+TEST_F(QuorelRender, ResamplingKeepsTheSoundAndItsLength)
+{
+    for (const int rate : {8000, 16000, 44100, 96000}) {
+        // 1000 Hz at a level of 0.1: in float and behind 20 bits of resampling it stays within 1e-5 of itself.
+        std::vector<float> samples;
+        const double step = 2 * std::numbers::pi * 1000 / rate;
+        for (int i = 0; i < rate + 1; ++i)
+            samples.insert(samples.end(), {static_cast<float>(0.1 * std::sin(step * i)), 0.0F});
+        const Sound out =
+            render(save("in.wav", 2, samples, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0, rate), {"--resample", "--Settings", "0"});
+        EXPECT_EQ(out.info.samplerate, 48000);
+        EXPECT_EQ(out.info.frames, std::llround((rate + 1.0) * 48000 / rate));
+        double error = 0;
+        for (std::size_t i = 4000; i < 44000; ++i)
+            error = std::max(
+                error, std::abs(out.at(i, 0) - 0.08 * std::sin(2 * std::numbers::pi * 1000 / 48000 * static_cast<double>(i))));
+        EXPECT_LT(error, 1e-5) << rate;
+    }
+}
+
+TEST_F(QuorelRender, ResamplingTellsOfAnInputThatBreaksOff)
+{
+    save("whole.flac", 2, noise(2, 20000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 0, 44100);
+    expectRefusal(store("part.flac", bytes("whole.flac").substr(0, 30000)), "cannot read " + path("part.flac"), {"--resample"});
+}
+
+TEST_F(QuorelRender, ResamplingLeavesAnInputAt48000AsItIs)
+{
+    const std::string input = save("in.wav", 2, noise(2, 1000));
+    render(input);
+    const std::string plain = bytes("out.wav");
+    render(input, {"--resample"});
+    EXPECT_TRUE(bytes("out.wav") == plain);
+}
+
+// ---- what it says ---------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, ATerminalSeesABarAndTheSpeed)
+{
+    const std::string input = save("in.wav", 2, noise(2, 48000));
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const int far = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const pid_t child = start({input, path("out.wav")}, STDOUT_FILENO, far);
+    close(far);
+    const std::string seen = readAll(terminal); // ends when the tool does
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(seen, HasSubstr("100%"));
+    EXPECT_THAT(seen, HasSubstr(std::string(51, '*')));
+    EXPECT_THAT(seen, HasSubstr("1.00 s of sound in "));
+    EXPECT_THAT(seen, HasSubstr(" times real time"));
+}
+
+TEST_F(QuorelRender, VerboseTellsTheSpeedInAPipeToo)
+{
+    const Outcome outcome = run({save("in.wav", 2, noise(2, 48000)), path("out.wav"), "--verbose"});
+    EXPECT_TRUE(outcome.exited(0)) << outcome;
+    expectOneLine(outcome.err, "1.00 s of sound in ");
+    EXPECT_THAT(outcome.err, HasSubstr(" times real time"));
+}
+
+TEST_F(QuorelRender, HelpNamesEveryOptionAndSucceeds)
+{
+    const Outcome outcome = run({"--help"});
+    EXPECT_TRUE(outcome.exited(0)) << outcome;
+    EXPECT_EQ(outcome.err, "");
+    std::vector<std::string> expected = {"--block-size NUMBER=480 ",
+                                         "[1 to 848]",
+                                         "--tail",
+                                         "[0 to 600]",
+                                         "--resample",
+                                         "--channel-mask",
+                                         "--sample-format",
+                                         "--verbose",
+                                         "--Settings NUMBER=1 ",
+                                         "[0 to 255]",
+                                         "--Reverb NUMBER=0 ",
+                                         "0x63F"};
+    for (int band = 1; band <= 9; ++band)
+        expected.push_back("--EQBand" + std::to_string(band) + " NUMBER=0 ");
+    for (const std::string& text : expected)
+        EXPECT_THAT(outcome.out, HasSubstr(text));
+}
+
+} // namespace
+} // namespace quorel
