@@ -1,0 +1,335 @@
+#!/usr/bin/python3
+"""Designs the four windows of the capture effect's filter bank and writes microphone/window_tables.cpp.
+
+The analysis window a and the synthesis window s of a rate are found together. Among all symmetric pairs that
+  - hold the pinned entries of WINDOWS exactly, and
+  - give the input back:  fftLength * sum over m of a(t + m * hop) * s(t + m * hop) = 1  for every t
+it is the pair with the least
+    sum over both windows of (energy of the spectrum beyond `edge` + RIDGE * energy of (w - kaiser)
+                              + `bend` * energy of the second differences around the quarter pin) / (sum of kaiser)^2,
+which lies as close to the Kaiser windows as its side lobes allow. docs/window_tables.md tells what was chosen and why.
+
+  design/windows.py                   writes the tables into the tree
+  design/windows.py --out FILE        writes them elsewhere
+  design/windows.py --figures FILE    writes the tables of figures of the docs page as well
+  design/windows.py --plots FOLDER    draws the figures of the docs page as well
+"""
+
+import argparse
+import pathlib
+from collections import namedtuple
+
+import numpy as np
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+# hop and fftLength in samples. `lobes` in dB: nothing beyond the edge reaches it. `bend` weighs the second differences
+# around the quarter pins, which at 48000 would stand 0.35 % of the peak off the curve and so stand 0.11 % off. At 16000 they
+# stand 0.04 % off without it, and it would cost more than one dB of the first side lobe.
+Rate = namedtuple("Rate", "hop fftLength lobes bend analysis synthesis")
+
+# The pins, each of which stands at its mirror image too: the first three entries, the entry at length / 4 (the index rounded
+# down), the one before the centre, the centre, and (where not None) the one before those two. `beta` and `peak` make the
+# Kaiser window that the design starts from and stays close to. `edge` is where the stop band begins, in bins of fftLength.
+Window = namedtuple("Window", "length beta peak edge first second third quarter before2 before centre")
+
+# At 16000 the Kaiser windows are those through the quarter pins, and the edges are the first zeros of their spectra. At 48000
+# the edges lie as near as `lobes` allows.
+RATES = {
+    16000: Rate(80, 512, -80, 0,
+        Window(561, 10.73, 0.001953125, 3.25,
+               3.99019314e-07, 5.24563575e-07, 5.95081758e-07, 0.000499323418, None, 0.00195312733, 0.001953125),
+        Window(461, 10.89, 0.586988568, 4.0,
+               0.000149485975, 0.000180729185, 0.000213784704, 0.146991923, None, 0.586934149, 0.586988568)),
+    # The analysis window dips at its centre; its largest entries stand two samples away from there.
+    48000: Rate(240, 1024, -70, 1,
+        Window(1027, 7.05, 0.00101598108, 4.3,
+               7.33999968e-06, 7.76250545e-06, 7.94047901e-06, 0.000423024816, 0.00101598108, 0.0010157543, 0.0009765625),
+        Window(1017, 7.3, 0.678178668, 4.3,
+               0.00398179749, 0.00417028228, 0.00432822667, 0.272381157, None, 0.678178668, 0.678155839)),
+}
+
+# What straying from the Kaiser windows costs, as a share of its energy. It also keeps the equations well conditioned: the
+# energy beyond the edge alone leaves the main lobes all but undetermined.
+RIDGE = 0.002
+
+# By how much an entry may differ from machine to machine (vector units, BLAS) before it is rounded, in parts of the peak.
+NOISE = 2e-15
+
+
+# A window is handled as its half: half[k] is the entry k samples away from the centre.
+def full(half):
+    return np.concatenate([half[:0:-1], half])
+
+
+def multiplicity(half):
+    """How often an entry of the half stands in the window: the centre once, the others twice."""
+    return np.where(np.arange(len(half)) == 0, 1.0, 2.0)
+
+
+def kaiser(window):
+    """In parts of the peak, as all that follows up to the rounding."""
+    return np.kaiser(window.length, window.beta)[window.length // 2:]
+
+
+def pins(window):
+    """Distance from the centre: entry, a float in parts of the peak."""
+    last = window.length // 2
+    rows = {last: window.first, last - 1: window.second, last - 2: window.third, last - window.length // 4: window.quarter,
+            2: window.before2, 1: window.before, 0: window.centre}
+    return {k: float(np.float32(value)) / window.peak for k, value in rows.items() if value is not None}
+
+
+def stop_band(window, fft_length):
+    """The matrix Q with half' Q half = energy of the window's spectrum from `edge` to half the rate.
+
+    The spectrum is W(f) = sum over k of multiplicity[k] * half[k] * cos(2 pi f k), f in cycles per sample, and the energy
+    2 * integral of W(f)^2, which is sum(w^2) for edge = 0.
+    """
+    edge = window.edge / fft_length
+    n = np.arange(window.length)  # up to twice the half's last index
+    integral = np.full(window.length, 0.5 - edge)  # of cos(2 pi f n) from edge to 1/2
+    integral[1:] = -np.sin(2 * np.pi * edge * n[1:]) / (2 * np.pi * n[1:])
+    k = np.arange(window.length // 2 + 1)
+    m = multiplicity(k)
+    return m[:, None] * m * (integral[abs(k[:, None] - k)] + integral[k[:, None] + k])
+
+
+def bend(window):
+    """The matrix of the energy of the second differences at the entries up to eight beside the quarter pin."""
+    count = window.length // 2 + 1
+    quarter = window.length // 2 - window.length // 4
+    differences = np.diff(np.eye(count), 2, axis=0)[quarter - 9:quarter + 8]
+    return 2 * differences.T @ differences
+
+
+def overlaps(rate):
+    """For t = 0 .. hop / 2 the distances |t + m * hop| at which both windows have entries; other t repeat these by symmetry."""
+    last = min(rate.analysis.length, rate.synthesis.length) // 2
+    steps = np.arange(-last // rate.hop, last // rate.hop + 1) * rate.hop
+    return [[k for k in abs(t + steps) if k <= last] for t in range(rate.hop // 2 + 1)]
+
+
+def design(rate):
+    """Both halves in parts of their peaks, by Newton's method on the Lagrange conditions of the least."""
+    windows = (rate.analysis, rate.synthesis)
+    shapes = [kaiser(w) for w in windows]
+    fixed = [pins(w) for w in windows]
+    free = [np.array([k for k in range(len(h)) if k not in p]) for h, p in zip(shapes, fixed)]
+    sums = [multiplicity(h) @ h for h in shapes]
+    # The factor sums[0]^2 for both changes nothing in the least; it gives the equations of both kinds like size.
+    weights = [(sums[0] / s) ** 2 for s in sums]
+    ridges = [RIDGE * np.diag(multiplicity(h)) for h in shapes]
+    hessians = [c * (stop_band(w, rate.fftLength) + rate.bend * bend(w) + r) for c, w, r in zip(weights, windows, ridges)]
+    pulls = [c * r @ h for c, r, h in zip(weights, ridges, shapes)]
+
+    halves = [h.copy() for h in shapes]
+    for half, pinned in zip(halves, fixed):
+        for k, value in pinned.items():
+            half[k] = value
+    scale = rate.fftLength * rate.analysis.peak * rate.synthesis.peak
+    rows = overlaps(rate)
+    multipliers = np.zeros(len(rows))
+    for _ in range(10):
+        a, s = halves
+        error = np.array([scale * np.sum(a[row] * s[row]) - 1 for row in rows])
+        slope_a, slope_s = np.zeros((len(rows), len(a))), np.zeros((len(rows), len(s)))
+        cross = np.zeros((len(a), len(s)))
+        for i, row in enumerate(rows):
+            for k in row:
+                slope_a[i, k] += scale * s[k]
+                slope_s[i, k] += scale * a[k]
+                cross[k, k] += scale * multipliers[i]
+        gradient = np.concatenate([(h @ x - p)[f] for h, x, p, f in zip(hessians, halves, pulls, free)])
+        curvature = np.block([[hessians[0][np.ix_(free[0], free[0])], cross[np.ix_(free[0], free[1])]],
+                              [cross[np.ix_(free[0], free[1])].T, hessians[1][np.ix_(free[1], free[1])]]])
+        slope = np.hstack([slope_a[:, free[0]], slope_s[:, free[1]]])
+        system = np.block([[curvature, slope.T], [slope, np.zeros((len(rows), len(rows)))]])
+        step = np.linalg.solve(system, -np.concatenate([gradient, error]))
+        moved, multipliers = step[:len(gradient)], step[len(gradient):]
+        a[free[0]] += moved[:len(free[0])]
+        s[free[1]] += moved[len(free[0]):]
+        if np.max(abs(moved)) < 1e-14:
+            # A least, not a saddle: as many negative eigenvalues as there are conditions.
+            values = np.linalg.eigvalsh(system)
+            if np.sum(values < 0) != len(rows) or np.max(abs(values)) > 1e5 * np.min(abs(values)):
+                raise SystemExit("the equations do not have one well-conditioned least")
+            return halves
+    raise SystemExit("Newton's method did not converge")
+
+
+def rounded(half, window):
+    """The half as floats, refused if an entry lies so near the middle of two floats that NOISE could decide."""
+    table = np.float32(half * window.peak)
+    middles = [(table + np.nextafter(table, np.float32(end)).astype(float)) / 2 for end in (0, 1)]
+    distance = np.abs(half * window.peak - middles) / window.peak
+    distance[:, list(pins(window))] = np.inf
+    if not np.min(distance) > 5 * NOISE:
+        raise SystemExit(f"an entry lies {np.min(distance):g} of the peak from the middle of two floats")
+    return table
+
+
+def identity_error(a, s, rate):
+    """For every t of a hop, of halves that are scaled to what they are."""
+    rows = overlaps(rate)
+    error = np.array([rate.fftLength * np.sum(a[row].astype(float) * s[row]) - 1 for row in rows])
+    return np.concatenate([error, error[-2:0:-1]])
+
+
+def check(a, s, rate):
+    for half, window in ((a, rate.analysis), (s, rate.synthesis)):
+        for k, value in pins(window).items():
+            assert half[k] == np.float32(value * window.peak), (window.length, k)
+        bins, level = spectrum(half, rate.fftLength)
+        assert np.all(level[bins >= window.edge] < rate.lobes), (window.length, np.max(level[bins >= window.edge]))
+        if rate.hop == 80:
+            assert np.max(abs(half / window.peak - kaiser(window))) < 0.002
+    assert np.max(a) == np.float32(max(rate.analysis.peak, rate.analysis.before))
+    assert np.max(s) == np.float32(rate.synthesis.peak)
+    assert np.max(abs(identity_error(a, s, rate))) < 1e-6
+
+
+# --- The table -------------------------------------------------------------------------------------------------------
+
+HEADING = """\
+// The windows of the capture effect's filter bank, made by design/windows.py from the figures in it.
+//
+// Do not edit: change the program and run it again. docs/window_tables.md tells the design.
+
+#include "microphone/window_tables.h"
+
+namespace quorel {
+
+// clang-format off
+"""
+
+PER_LINE = 6
+
+
+def source(tables):
+    text = HEADING
+    for name, half in tables.items():
+        entries = [f"{value:.9g}F" for value in full(half)]
+        lines = [", ".join(entries[i:i + PER_LINE]) for i in range(0, len(entries), PER_LINE)]
+        text += f"\nconst std::array<float, {len(entries)}> {name} = std::to_array<float>({{\n    "
+        text += ",\n    ".join(lines) + ",\n});\n"
+    return text + "\n// clang-format on\n\n} // namespace quorel\n"
+
+
+# --- Figures ---------------------------------------------------------------------------------------------------------
+
+TRANSFORM = 1 << 17  # 128 points in a bin at 48000, 256 at 16000
+
+
+def spectrum(half, fft_length):
+    """Bins of fftLength, and the level in dB over the value at 0."""
+    values = abs(np.fft.rfft(full(half).astype(float), TRANSFORM))
+    return np.arange(len(values)) * fft_length / TRANSFORM, 20 * np.log10(values / values[0] + 1e-30)
+
+
+def lobes(half, fft_length, edge):
+    """Bin of the first zero, largest side lobe, largest level from the edge on."""
+    bins, level = spectrum(half, fft_length)
+    zero = np.argmax(np.diff(level) > 0)
+    return bins[zero], np.max(level[zero:]), np.max(level[bins >= edge])
+
+
+def figures(tables):
+    text = "| Window | Edge (bins) | First zero (bins) | Largest side lobe (dB) | From the edge on (dB) | Largest distance from Kaiser (% of peak) |\n"
+    text += "|---|---|---|---|---|---|\n"
+    for (fs, rate), (a, s) in zip(RATES.items(), tables):
+        for kind, half, window in (("analysis", a, rate.analysis), ("synthesis", s, rate.synthesis)):
+            for name, curve in (("", half / window.peak), (", Kaiser", kaiser(window))):
+                zero, largest, stop = lobes(curve, rate.fftLength, window.edge)
+                apart = "" if name else f"{100 * np.max(abs(curve - kaiser(window))):.2f}"
+                text += f"| {fs} {kind}{name} | {window.edge:g} | {zero:.2f} | {largest:.1f} | {stop:.1f} | {apart} |\n"
+    text += "\n| Rate | Identity error | Plain Kaiser windows |\n|---|---|---|\n"
+    for (fs, rate), (a, s) in zip(RATES.items(), tables):
+        plain = identity_error(kaiser(rate.analysis) * rate.analysis.peak, kaiser(rate.synthesis) * rate.synthesis.peak, rate)
+        text += f"| {fs} | {np.max(abs(identity_error(a, s, rate))):.1e} | {np.max(abs(plain)):.1e} |\n"
+    text += "\n| Edge at 48000 (bins) | Analysis: largest lobe, from the edge on (dB) | Synthesis: the same (dB) |\n|---|---|---|\n"
+    rate = RATES[48000]
+    for edge in (2.5, 3.0, 3.5, 4.0, 4.3, 4.5):
+        moved = rate._replace(analysis=rate.analysis._replace(edge=edge), synthesis=rate.synthesis._replace(edge=edge))
+        row = [lobes(half, rate.fftLength, edge)[1:] for half in design(moved)]
+        text += f"| {edge:g} | " + " | ".join(f"{largest:.1f}, {stop:.1f}" for largest, stop in row) + " |\n"
+    return text
+
+
+def plots(tables, folder):
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+
+    def save(figure, name):
+        figure.tight_layout()
+        figure.savefig(folder / name, dpi=80, metadata={"Software": None})
+
+    panels = [(f"{kind} {fs}", half, window, rate.fftLength) for (fs, rate), pair in zip(RATES.items(), tables)
+              for kind, half, window in zip(("Analysis", "Synthesis"), pair, (rate.analysis, rate.synthesis))]
+
+    figure, axes = plt.subplots(4, 2, figsize=(13, 14))
+    for (title, half, window, _), (left, right) in zip(panels, axes):
+        at = np.arange(window.length) - window.length // 2
+        left.plot(at, full(kaiser(window)), color="0.7", linewidth=3, label=f"Kaiser, beta {window.beta}")
+        left.plot(at, full(half) / window.peak, color="C0", linewidth=1, label="table")
+        left.set(title=title, ylabel="parts of the peak")
+        left.legend(loc="upper right")
+        right.plot(at, 100 * (full(half) / window.peak - full(kaiser(window))), color="C0", linewidth=1)
+        marks = [sign * k for k in pins(window) for sign in (-1, 1)]
+        right.plot(marks, [100 * (half[abs(k)] / window.peak - kaiser(window)[abs(k)]) for k in marks], "C3.", label="pins")
+        right.set(title=f"{title}: table minus Kaiser", ylabel="% of the peak")
+        right.legend(loc="lower right")
+        right.grid(alpha=0.3)
+    for axis in axes[-1]:
+        axis.set_xlabel("samples from the centre")
+    save(figure, "window_shapes.png")
+
+    figure, axes = plt.subplots(4, 2, figsize=(13, 14))
+    for (title, half, window, length), row in zip(panels, axes):
+        for axis, end in zip(row, (20, length / 2)):
+            for curve, style in ((kaiser(window), dict(color="0.7", label="Kaiser")), (half, dict(color="C0", label="table"))):
+                axis.plot(*spectrum(curve, length), linewidth=0.7, **style)
+            axis.axvline(window.edge, color="C3", linewidth=0.8, linestyle="--", label=f"edge, {window.edge:g} bins")
+            axis.set(title=title, xlim=(0, end), ylim=(-130, 5), ylabel="dB")
+            axis.grid(alpha=0.3)
+        row[0].legend(loc="upper right")
+    for axis in axes[-1]:
+        axis.set_xlabel("bins")
+    save(figure, "window_spectra.png")
+
+    figure, axes = plt.subplots(1, 2, figsize=(13, 4))
+    for (fs, rate), (a, s), axis in zip(RATES.items(), tables, axes):
+        plain = identity_error(kaiser(rate.analysis) * rate.analysis.peak, kaiser(rate.synthesis) * rate.synthesis.peak, rate)
+        axis.semilogy(abs(plain), color="0.7", label="Kaiser windows")
+        axis.semilogy(abs(identity_error(a, s, rate)) + 1e-12, "C0.", markersize=3, label="tables")
+        axis.axhline(1e-6, color="C3", linewidth=0.8, linestyle="--")
+        axis.set(title=f"{fs}", xlabel="t, samples within a hop", ylabel="|identity - 1|", ylim=(1e-10, 1))
+        axis.legend(loc="upper right")
+        axis.grid(alpha=0.3)
+    save(figure, "window_identity.png")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--out", type=pathlib.Path, default=ROOT / "microphone/window_tables.cpp")
+    parser.add_argument("--figures", type=pathlib.Path)
+    parser.add_argument("--plots", type=pathlib.Path)
+    options = parser.parse_args()
+
+    tables = []
+    named = {}
+    for fs, rate in RATES.items():
+        a, s = (rounded(half, window) for half, window in zip(design(rate), (rate.analysis, rate.synthesis)))
+        check(a, s, rate)
+        tables.append((a, s))
+        named |= {f"analysisWindow{fs}": a, f"synthesisWindow{fs}": s}
+    options.out.write_text(source(named))
+    if options.figures:
+        options.figures.write_text(figures(tables))
+    if options.plots:
+        plots(tables, options.plots)
+
+
+if __name__ == "__main__":
+    main()
