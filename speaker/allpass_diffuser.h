@@ -1,0 +1,73 @@
+// AllpassDiffuser runs a Schroeder allpass on each of the reverberator's twelve lines:
+//   y[n] = g*x[n] + x[n-d] - g*y[n-d],  that is (g + z^-d) / (1 + g*z^-d), of magnitude 1 at every frequency
+//
+// Delays d and coefficients g are fixed at construction. The histories persist.
+#pragma once
+
+#include "core/buffer.h"
+#include "core/filters.h"
+
+#include <array>
+
+namespace quorel {
+
+class AllpassDiffuser {
+public:
+    static constexpr std::size_t lines = 12;
+
+    // Delays in samples, from 1; coefficients linear, below 1 in magnitude.
+    AllpassDiffuser(const std::array<std::uint64_t, lines>& delays, const std::array<float, lines>& coefficients);
+
+    void process(const Buffer<float, lines>& in, Buffer<float, lines>& out);
+
+private:
+    struct Allpass {
+        Allpass(std::uint64_t d, float g);
+
+        std::int32_t taps1 = 2; // direct taps
+        std::int32_t taps2 = 1; // recursive taps
+        std::uint64_t order1;   // the line's delay in samples
+        std::uint64_t order2;   // the same
+        RtPointer<std::byte> storage;
+        Sparse_32f* state = nullptr; // the filter, inside the storage
+    };
+
+    std::vector<Allpass> allpasses; // one a line
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+inline AllpassDiffuser::Allpass::Allpass(std::uint64_t d, float g) : order1(d), order2(d)
+{
+    if (taps1 + taps2 != 3)
+        throw ipps::Error(ippStsSizeErr);
+
+    const auto delay = length32(d);
+    std::int32_t size = 0;
+    check(ippsIIRSparseGetStateSize_32f(taps1, taps2, delay, delay, &size));
+    storage.reset(static_cast<std::byte*>(rt_alloc(static_cast<std::uint64_t>(size))));
+    const float taps[] = {g, 1.0F, -g};
+    const std::int32_t positions[] = {0, delay, delay};
+    check(ippsIIRSparseInit_32f(&state, taps, positions, taps1, taps2, storage.get()));
+}
+
+inline AllpassDiffuser::AllpassDiffuser(const std::array<std::uint64_t, lines>& delays,
+                                        const std::array<float, lines>& coefficients)
+{
+    allpasses.reserve(lines);
+    for (std::size_t c = 0; c < lines; ++c)
+        allpasses.emplace_back(delays[c], coefficients[c]);
+}
+
+inline void AllpassDiffuser::process(const Buffer<float, lines>& in, Buffer<float, lines>& out)
+{
+    const auto n = in.size();
+    if (n > out.capacity())
+        throw std::invalid_argument("AllpassDiffuser: out buffer too small");
+
+    for (std::size_t c = 0; c < lines; ++c)
+        check(ippsIIRSparse_32f(in.channel(c), out.channel(c), length32(n), allpasses.at(c).state));
+    out.setSize(n);
+}
+
+} // namespace quorel

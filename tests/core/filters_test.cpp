@@ -1,0 +1,522 @@
+#include "core/filters.h"
+
+#include "core/kernels/kernel_table.h"
+#include "core/rt_alloc.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+// Runs every test with one variant of the kernels in use.
+class Filters : public testing::TestWithParam<const kernels::KernelTable*> {
+protected:
+    void SetUp() override { kernels::use(*GetParam()); }
+    void TearDown() override { kernels::use(before); }
+
+private:
+    const kernels::KernelTable& before = kernels::active();
+};
+
+std::vector<const kernels::KernelTable*> variants()
+{
+    std::vector<const kernels::KernelTable*> all;
+    for (const auto* table : kernels::availableVariants().table)
+        if (table != nullptr)
+            all.push_back(table);
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(variants()),
+                         [](const auto& variant) { return std::string(variant.param->name); });
+
+std::vector<float> noise(std::size_t n, unsigned seed, float level = 1.0F)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> sample(-level, level);
+    std::vector<float> x(n);
+    std::generate(x.begin(), x.end(), [&] { return sample(random); });
+    return x;
+}
+
+// --- A cascade and its truth -----------------------------------------------------------------------------------------
+
+// The kernels of either tap type under one name.
+Status stateSize(const float*, std::int32_t numBq, std::int32_t* size)
+{
+    return ippsIIRGetStateSize_BiQuad_32f(numBq, size);
+}
+Status stateSize(const double*, std::int32_t numBq, std::int32_t* size)
+{
+    return ippsIIRGetStateSize64f_BiQuad_32f(numBq, size);
+}
+Status init(Cascade_32f** state, const float* taps, std::int32_t numBq, const float* delayLine, void* buffer)
+{
+    return ippsIIRInit_BiQuad_32f(state, taps, numBq, delayLine, buffer);
+}
+Status init(Cascade64f_32f** state, const double* taps, std::int32_t numBq, const double* delayLine, void* buffer)
+{
+    return ippsIIRInit64f_BiQuad_32f(state, taps, numBq, delayLine, buffer);
+}
+Status run(const float* src, float* dst, std::int32_t len, Cascade_32f* state)
+{
+    return ippsIIR_32f(src, dst, len, state);
+}
+Status run(const float* src, float* dst, std::int32_t len, Cascade64f_32f* state)
+{
+    return ippsIIR64f_32f(src, dst, len, state);
+}
+
+template <class Tap>
+struct StateOf;
+template <>
+struct StateOf<float> {
+    using Type = Cascade_32f;
+};
+template <>
+struct StateOf<double> {
+    using Type = Cascade64f_32f;
+};
+
+template <class Tap>
+class Cascade {
+public:
+    explicit Cascade(const std::vector<Tap>& taps)
+    {
+        const auto sections = static_cast<std::int32_t>(taps.size() / 6);
+        std::int32_t size = 0;
+        EXPECT_EQ(stateSize(taps.data(), sections, &size), ippStsNoErr);
+        storage.reset(static_cast<std::byte*>(rt_alloc(static_cast<std::uint64_t>(size))));
+        std::memset(storage.get(), 0xA5, static_cast<std::size_t>(size)); // nothing may rely on cleared storage
+        EXPECT_EQ(init(&state, taps.data(), sections, static_cast<const Tap*>(nullptr), storage.get()), ippStsNoErr);
+    }
+
+    void process(const float* src, float* dst, std::size_t n)
+    {
+        ASSERT_EQ(run(src, dst, static_cast<std::int32_t>(n), state), ippStsNoErr);
+    }
+
+    std::vector<float> process(const std::vector<float>& x)
+    {
+        std::vector<float> y(x.size());
+        process(x.data(), y.data(), x.size());
+        return y;
+    }
+
+private:
+    RtPointer<std::byte> storage;
+    typename StateOf<Tap>::Type* state = nullptr;
+};
+
+// The definition, section by section in double precision on the same taps.
+template <class Tap>
+std::vector<double> truth(const std::vector<Tap>& taps, const std::vector<float>& in)
+{
+    std::vector<double> signal(in.begin(), in.end());
+    for (std::size_t s = 0; s < taps.size(); s += 6) {
+        const double b0 = taps[s], b1 = taps[s + 1], b2 = taps[s + 2], a0 = taps[s + 3], a1 = taps[s + 4], a2 = taps[s + 5];
+        double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+        for (double& sample : signal) {
+            const double x = sample;
+            sample = (b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2) / a0;
+            x2 = x1, x1 = x, y2 = y1, y1 = sample;
+        }
+    }
+    return signal;
+}
+
+template <class Sample>
+double peak(const std::vector<Sample>& signal)
+{
+    double top = 0;
+    for (const auto sample : signal)
+        top = std::max(top, std::abs(static_cast<double>(sample)));
+    return top;
+}
+
+// Within one rounding to float and 2^-30 of the peak, beyond which double precision does not stray here: its roundings of
+// 2^-53 grow by the gain of the poles, less than 2^20 for every cascade of this file.
+void expectTruth(const std::vector<float>& y, const std::vector<double>& wanted)
+{
+    const double slack = 0x1p-30 * peak(wanted);
+    ASSERT_EQ(y.size(), wanted.size());
+    for (std::size_t i = 0; i < y.size(); ++i)
+        ASSERT_TRUE(std::abs(static_cast<double>(y[i]) - wanted[i]) <= 0x1p-24 * std::abs(wanted[i]) + slack)
+            << "sample " << i << ": " << y[i] << " instead of " << wanted[i];
+}
+
+// Sections with poles and zeros anywhere inside the unit circle up to `radius`, gains near 1, not normalised.
+template <class Tap>
+std::vector<Tap> randomTaps(std::size_t sections, unsigned seed, double radius = 0.95)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::vector<Tap> taps;
+    for (std::size_t s = 0; s < sections; ++s) {
+        const double pole = radius * std::sqrt(unit(random)), poleAngle = std::numbers::pi * unit(random);
+        const double zero = radius * std::sqrt(unit(random)), zeroAngle = std::numbers::pi * unit(random);
+        const double a0 = 0.5 + unit(random), b0 = a0 * (0.5 + unit(random));
+        for (const double tap : {b0, -2 * b0 * zero * std::cos(zeroAngle), b0 * zero * zero, a0,
+                                 -2 * a0 * pole * std::cos(poleAngle), a0 * pole * pole})
+            taps.push_back(static_cast<Tap>(tap));
+    }
+    return taps;
+}
+
+template <class Tap>
+void everyLengthAndSectionCount()
+{
+    for (std::size_t sections = 1; sections <= 20; ++sections) {
+        const auto taps = randomTaps<Tap>(sections, static_cast<unsigned>(sections));
+        const auto x = noise(700, static_cast<unsigned>(100 + sections));
+        const auto wanted = truth(taps, x);
+        for (const std::size_t n : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 480, 511, 512, 513, 700}) {
+            const auto y = Cascade<Tap>(taps).process({x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n)});
+            ASSERT_NO_FATAL_FAILURE(expectTruth(y, {wanted.begin(), wanted.begin() + static_cast<std::ptrdiff_t>(n)}))
+                << sections << " sections, length " << n;
+        }
+    }
+}
+
+TEST_P(Filters, FloatTapsGiveTheDefinitionAtEveryLengthAndSectionCount)
+{
+    everyLengthAndSectionCount<float>();
+}
+
+TEST_P(Filters, DoubleTapsGiveTheDefinitionAtEveryLengthAndSectionCount)
+{
+    everyLengthAndSectionCount<double>();
+}
+
+// Feeds the stream in blocks, each from and to arrays of no alignment with guards around what may be written.
+template <class Filter>
+std::vector<float> inBlocks(Filter&& filter, const std::vector<float>& x, const std::function<std::size_t()>& nextLength)
+{
+    constexpr float guard = 12345.0F;
+    std::vector<float> y;
+    for (std::size_t at = 0, turn = 0; at < x.size(); ++turn) {
+        const std::size_t n = std::min(nextLength(), x.size() - at);
+        const std::size_t offsetIn = turn % 16, offsetOut = turn * 7 % 16;
+        std::vector<float> in(n + 32, std::numeric_limits<float>::quiet_NaN()), out(n + 32, guard);
+        std::copy_n(x.begin() + static_cast<std::ptrdiff_t>(at), n, in.begin() + static_cast<std::ptrdiff_t>(offsetIn));
+        filter.process(in.data() + offsetIn, out.data() + offsetOut, n);
+        for (std::size_t i = 0; i < out.size(); ++i)
+            EXPECT_TRUE(out[i] == guard || (i >= offsetOut && i < offsetOut + n)) << "written outside at " << i;
+        y.insert(y.end(), out.begin() + static_cast<std::ptrdiff_t>(offsetOut),
+                 out.begin() + static_cast<std::ptrdiff_t>(offsetOut + n));
+        at += n;
+    }
+    return y;
+}
+
+template <class Tap>
+void everyCut()
+{
+    for (const std::size_t sections : {1U, 2U, 4U, 5U, 9U}) {
+        const auto taps = randomTaps<Tap>(sections, 7);
+        const auto x = noise(2500, 8);
+        const auto wanted = truth(taps, x);
+        for (std::size_t n = 1; n <= 67; ++n)
+            ASSERT_NO_FATAL_FAILURE(expectTruth(inBlocks(Cascade<Tap>(taps), x, [n] { return n; }), wanted)) << "blocks of " << n;
+        std::mt19937 random(9);
+        for (int trial = 0; trial < 20; ++trial) {
+            const auto cut = [&] { return std::uniform_int_distribution<std::size_t>(1, trial % 2 == 0 ? 700 : 20)(random); };
+            ASSERT_NO_FATAL_FAILURE(expectTruth(inBlocks(Cascade<Tap>(taps), x, cut), wanted)) << "random cuts";
+        }
+    }
+}
+
+TEST_P(Filters, FloatTapHistoryCarriesOverAnyCut)
+{
+    everyCut<float>();
+}
+
+TEST_P(Filters, DoubleTapHistoryCarriesOverAnyCut)
+{
+    everyCut<double>();
+}
+
+TEST_P(Filters, ACascadeRunsInPlace)
+{
+    const auto taps = randomTaps<float>(5, 3);
+    const auto x = noise(1111, 4);
+    auto y = x;
+    Cascade<float>(taps).process(y.data(), y.data(), y.size());
+    expectTruth(y, truth(taps, x));
+}
+
+TEST_P(Filters, InitialisingAgainClearsTheHistory)
+{
+    const auto taps = randomTaps<double>(3, 5);
+    std::int32_t size = 0;
+    ASSERT_EQ(ippsIIRGetStateSize64f_BiQuad_32f(3, &size), ippStsNoErr);
+    std::vector<std::byte> storage(static_cast<std::size_t>(size));
+    const auto x = noise(100, 6);
+    std::vector<float> y(x.size());
+    for (int turn = 0; turn < 2; ++turn) {
+        Cascade64f_32f* state = nullptr;
+        ASSERT_EQ(ippsIIRInit64f_BiQuad_32f(&state, taps.data(), 3, nullptr, storage.data()), ippStsNoErr);
+        ASSERT_EQ(ippsIIR64f_32f(x.data(), y.data(), 100, state), ippStsNoErr);
+        expectTruth(y, truth(taps, x));
+    }
+}
+
+TEST_P(Filters, StorageOfNoAlignmentWillDo)
+{
+    const auto taps = randomTaps<float>(5, 5);
+    const auto x = noise(100, 6);
+    std::int32_t size = 0;
+    ASSERT_EQ(ippsIIRGetStateSize_BiQuad_32f(5, &size), ippStsNoErr);
+    for (std::size_t offset = 0; offset < 64; ++offset) {
+        const auto guard = static_cast<std::byte>(0x5A);
+        std::vector<std::byte> storage(static_cast<std::size_t>(size) + 128, guard);
+        Cascade_32f* state = nullptr;
+        ASSERT_EQ(ippsIIRInit_BiQuad_32f(&state, taps.data(), 5, nullptr, storage.data() + offset), ippStsNoErr);
+        std::vector<float> y(x.size());
+        ASSERT_EQ(ippsIIR_32f(x.data(), y.data(), 100, state), ippStsNoErr);
+        expectTruth(y, truth(taps, x));
+        for (std::size_t i = 0; i < storage.size(); ++i)
+            ASSERT_TRUE(storage[i] == guard || (i >= offset && i < offset + static_cast<std::size_t>(size)));
+    }
+}
+
+// --- Argument rules of the cascades ----------------------------------------------------------------------------------
+
+template <class Tap>
+void cascadeArguments()
+{
+    std::vector<Tap> taps = {1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0};
+    const Tap* none = nullptr;
+    std::int32_t size = -1;
+    EXPECT_EQ(stateSize(none, 1, nullptr), -8);
+    EXPECT_EQ(stateSize(none, 0, nullptr), -8); // null comes first
+    EXPECT_EQ(stateSize(none, 0, &size), -25);
+    EXPECT_EQ(stateSize(none, -1, &size), -25);
+    EXPECT_EQ(stateSize(none, std::numeric_limits<std::int32_t>::max(), &size), -25);
+    EXPECT_EQ(size, -1);
+    ASSERT_EQ(stateSize(none, 2, &size), 0);
+
+    std::vector<std::byte> storage(static_cast<std::size_t>(size));
+    typename StateOf<Tap>::Type* state = nullptr;
+    EXPECT_EQ(init(static_cast<decltype(&state)>(nullptr), taps.data(), 2, none, storage.data()), -8);
+    EXPECT_EQ(init(&state, none, 2, none, storage.data()), -8);
+    EXPECT_EQ(init(&state, taps.data(), 2, none, nullptr), -8);
+    EXPECT_EQ(init(&state, none, 0, none, storage.data()), -8);
+    EXPECT_EQ(init(&state, taps.data(), 0, none, storage.data()), -25);
+    EXPECT_EQ(init(&state, taps.data(), -3, none, storage.data()), -25);
+    EXPECT_EQ(init(&state, taps.data(), 2, taps.data(), storage.data()), ippStsNotSupportedModeErr);
+    for (const std::size_t zero : {0U, 3U, 6U, 9U}) { // b0 or a0 of either section
+        auto bad = taps;
+        bad[zero] = 0;
+        EXPECT_EQ(init(&state, bad.data(), 2, none, storage.data()), -10);
+    }
+    EXPECT_EQ(state, nullptr);
+    ASSERT_EQ(init(&state, taps.data(), 2, none, storage.data()), 0);
+
+    float x[4] = {};
+    EXPECT_EQ(run(nullptr, x, 4, state), -8);
+    EXPECT_EQ(run(x, nullptr, 4, state), -8);
+    EXPECT_EQ(run(x, x, 4, static_cast<decltype(state)>(nullptr)), -8);
+    EXPECT_EQ(run(nullptr, x, 0, state), -8);
+    EXPECT_EQ(run(x, x, 0, state), -6);
+    EXPECT_EQ(run(x, x, -1, state), -6);
+    EXPECT_EQ(run(x, x, 4, state), 0);
+}
+
+TEST_P(Filters, FloatTapCascadesCheckTheirArguments)
+{
+    cascadeArguments<float>();
+}
+
+TEST_P(Filters, DoubleTapCascadesCheckTheirArguments)
+{
+    cascadeArguments<double>();
+}
+
+// --- A sparse filter and its truth -----------------------------------------------------------------------------------
+
+class Sparse {
+public:
+    Sparse(const std::vector<float>& taps, const std::vector<std::int32_t>& positions, std::int32_t direct)
+    {
+        const auto recursive = static_cast<std::int32_t>(taps.size()) - direct;
+        std::int32_t size = 0;
+        EXPECT_EQ(ippsIIRSparseGetStateSize_32f(direct, recursive, positions[static_cast<std::size_t>(direct) - 1],
+                                                positions.back(), &size),
+                  ippStsNoErr);
+        storage.reset(static_cast<std::byte*>(rt_alloc(static_cast<std::uint64_t>(size))));
+        std::memset(storage.get(), 0xA5, static_cast<std::size_t>(size));
+        EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps.data(), positions.data(), direct, recursive, storage.get()), ippStsNoErr);
+    }
+
+    void process(const float* src, float* dst, std::size_t n)
+    {
+        ASSERT_EQ(ippsIIRSparse_32f(src, dst, static_cast<std::int32_t>(n), state), ippStsNoErr);
+    }
+
+    std::vector<float> process(const std::vector<float>& x)
+    {
+        std::vector<float> y(x.size());
+        process(x.data(), y.data(), x.size());
+        return y;
+    }
+
+private:
+    RtPointer<std::byte> storage;
+    Sparse_32f* state = nullptr;
+};
+
+std::vector<double> truth(const std::vector<float>& taps, const std::vector<std::int32_t>& positions, std::int32_t direct,
+                          const std::vector<float>& x)
+{
+    std::vector<double> y(x.size());
+    for (std::size_t n = 0; n < x.size(); ++n)
+        for (std::size_t k = 0; k < taps.size(); ++k)
+            if (const auto p = static_cast<std::size_t>(positions[k]); p <= n)
+                y[n] += static_cast<double>(taps[k]) *
+                        (k < static_cast<std::size_t>(direct) ? static_cast<double>(x[n - p]) : y[n - p]);
+    return y;
+}
+
+struct SparseCase {
+    std::vector<float> taps;
+    std::vector<std::int32_t> positions;
+    std::int32_t direct;
+};
+
+// Allpasses of every delay that the reverberator has and of the shortest, and filters of other shapes, all of them stable: the
+// magnitudes of the recursive taps sum to at most 0.75.
+std::vector<SparseCase> sparseCases()
+{
+    std::vector<SparseCase> cases;
+    for (const std::int32_t d : {1, 2, 3, 7, 8, 15, 16, 17, 19, 21, 26, 32, 34, 41, 45, 47, 52, 58, 65, 300, 2000})
+        cases.push_back({{0.72F, 1.0F, -0.72F}, {0, d, d}, 2});
+    cases.push_back({{1.0F, 0.5F}, {0, 1}, 1});
+    cases.push_back({{0.5F, 0.25F}, {100, 1}, 1});
+    cases.push_back({{0.3F, -0.2F, 0.1F, 0.4F, 0.2F, -0.1F}, {3, 5, 900, 2, 33, 700}, 3});
+    cases.push_back({{0.3F, 0.7F, 0.1F, -0.4F, 0.2F, 0.1F, 0.05F}, {0, 1, 2, 1, 2, 3, 4}, 3});
+    cases.push_back({{1.0F, 0.5F}, {0, 40}, 1});
+    return cases;
+}
+
+// Every rounding to float is at most 2^-24 of a term, and the recursion sums them with a gain below 1 / (1 - 0.75) = 4; fewer
+// than eight terms of at most a few times the peak.
+void expectSparseTruth(const std::vector<float>& y, const std::vector<double>& wanted)
+{
+    const double allowed = 0x1p-24 * 4 * 8 * 4 * peak(wanted);
+    ASSERT_EQ(y.size(), wanted.size());
+    for (std::size_t i = 0; i < y.size(); ++i)
+        ASSERT_TRUE(std::abs(static_cast<double>(y[i]) - wanted[i]) <= allowed)
+            << "sample " << i << ": " << y[i] << " instead of " << wanted[i];
+}
+
+TEST_P(Filters, SparseFiltersGiveTheDefinitionAtEveryLength)
+{
+    for (const auto& [taps, positions, direct] : sparseCases()) {
+        const auto x = noise(5000, 21);
+        const auto wanted = truth(taps, positions, direct, x);
+        for (const std::size_t n : {1, 2, 3, 7, 8, 14, 15, 16, 17, 31, 32, 33, 63, 64, 65, 66, 67, 480, 1000, 5000}) {
+            const auto y = Sparse(taps, positions, direct).process({x.begin(), x.begin() + static_cast<std::ptrdiff_t>(n)});
+            ASSERT_NO_FATAL_FAILURE(expectSparseTruth(y, {wanted.begin(), wanted.begin() + static_cast<std::ptrdiff_t>(n)}))
+                << "last position " << positions.back() << ", length " << n;
+        }
+    }
+}
+
+TEST_P(Filters, SparseHistoryCarriesOverAnyCut)
+{
+    for (const auto& [taps, positions, direct] : sparseCases()) {
+        const auto x = noise(4100, 22);
+        const auto wanted = truth(taps, positions, direct, x);
+        for (std::size_t n = 1; n <= 67; n += n < 20 ? 1 : 5)
+            ASSERT_NO_FATAL_FAILURE(expectSparseTruth(inBlocks(Sparse(taps, positions, direct), x, [n] { return n; }), wanted))
+                << "last position " << positions.back() << ", blocks of " << n;
+        std::mt19937 random(23);
+        for (int trial = 0; trial < 6; ++trial) {
+            const auto cut = [&] { return std::uniform_int_distribution<std::size_t>(1, trial % 2 == 0 ? 1100 : 70)(random); };
+            ASSERT_NO_FATAL_FAILURE(expectSparseTruth(inBlocks(Sparse(taps, positions, direct), x, cut), wanted))
+                << "last position " << positions.back() << ", random cuts";
+        }
+    }
+}
+
+TEST_P(Filters, ASparseFilterRunsInPlace)
+{
+    const auto x = noise(1000, 24);
+    auto y = x;
+    Sparse({0.72F, 1.0F, -0.72F}, {0, 19, 19}, 2).process(y.data(), y.data(), y.size());
+    expectSparseTruth(y, truth({0.72F, 1.0F, -0.72F}, {0, 19, 19}, 2, x));
+}
+
+TEST_P(Filters, ASparseAllpassHasMagnitudeOneAtAllFrequencies)
+{
+    std::vector<float> impulse(400);
+    impulse[0] = 1.0F;
+    const auto h = Sparse({0.5F, 1.0F, -0.5F}, {0, 3, 3}, 2).process(impulse);
+    for (int k = 0; k <= 100; ++k) {
+        const double w = std::numbers::pi * k / 100;
+        double re = 0, im = 0;
+        for (std::size_t n = 0; n < h.size(); ++n) {
+            re += static_cast<double>(h[n]) * std::cos(w * static_cast<double>(n));
+            im -= static_cast<double>(h[n]) * std::sin(w * static_cast<double>(n));
+        }
+        // The response falls by half every 3 samples, so that its roundings of 2^-25 of a sample sum to less than 2^-21.
+        EXPECT_NEAR(std::hypot(re, im), 1.0, 0x1p-21) << "at " << w;
+    }
+}
+
+TEST_P(Filters, SparseFiltersCheckTheirArguments)
+{
+    std::int32_t size = -1;
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(2, 1, 15, 15, nullptr), -8);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(0, 1, 15, 15, nullptr), -8);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(0, 1, 15, 15, &size), -25);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(1, -1, 15, 15, &size), -25);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(1, 1, -1, 15, &size), -194);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(1, 1, 15, -1, &size), -194);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(0, 1, -1, 15, &size), -25); // counts before orders
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(1, 1, std::numeric_limits<std::int32_t>::max(), 1, &size), -194);
+    EXPECT_EQ(size, -1);
+    EXPECT_EQ(ippsIIRSparseGetStateSize_32f(1, 0, 0, 0, &size), 0); // no recursive tap: a size, although none can be built
+    ASSERT_EQ(ippsIIRSparseGetStateSize_32f(2, 2, 15, 20, &size), 0);
+
+    std::vector<std::byte> storage(static_cast<std::size_t>(size));
+    const float taps[] = {0.5F, 1.0F, -0.5F, 0.1F};
+    const std::int32_t good[] = {0, 15, 15, 20};
+    Sparse_32f* state = nullptr;
+    EXPECT_EQ(ippsIIRSparseInit_32f(nullptr, taps, good, 2, 2, storage.data()), -8);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, nullptr, good, 2, 2, storage.data()), -8);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, nullptr, 2, 2, storage.data()), -8);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, good, 2, 2, nullptr), -8);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, nullptr, 0, 2, storage.data()), -8);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, good, 0, 2, storage.data()), -25);
+    EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, good, 2, 0, storage.data()), -25);
+    const std::vector<std::vector<std::int32_t>> bad = {{15, 15, 15, 20}, {15, 0, 15, 20}, {-1, 15, 15, 20}, {0, 15, 15, 15},
+                                                        {0, 15, 20, 15},  {0, 15, 0, 20},  {0, 15, -1, 20}};
+    for (const auto& positions : bad)
+        EXPECT_EQ(ippsIIRSparseInit_32f(&state, taps, positions.data(), 2, 2, storage.data()), -194);
+    EXPECT_EQ(state, nullptr);
+    ASSERT_EQ(ippsIIRSparseInit_32f(&state, taps, good, 2, 2, storage.data()), 0);
+
+    float x[4] = {};
+    EXPECT_EQ(ippsIIRSparse_32f(nullptr, x, 4, state), -8);
+    EXPECT_EQ(ippsIIRSparse_32f(x, nullptr, 4, state), -8);
+    EXPECT_EQ(ippsIIRSparse_32f(x, x, 4, nullptr), -8);
+    EXPECT_EQ(ippsIIRSparse_32f(nullptr, x, 0, state), -8);
+    EXPECT_EQ(ippsIIRSparse_32f(x, x, 0, state), -6);
+    EXPECT_EQ(ippsIIRSparse_32f(x, x, -1, state), -6);
+    EXPECT_EQ(ippsIIRSparse_32f(x, x, 4, state), 0);
+}
+
+} // namespace
+} // namespace quorel
