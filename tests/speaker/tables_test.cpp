@@ -201,20 +201,20 @@ TEST(HrtfTables, LessThanAThousandthOfTheEnergyComesMoreThan100FramesAfterTheOns
 
 TEST(HrtfTables, TheNearEarsAdvantageRisesWithFrequency)
 {
-    for (const std::size_t speaker : {0, 1, 4, 5, 6, 7}) {
+    for (const std::size_t speaker : {0U, 1U, 4U, 5U, 6U, 7U}) {
         SCOPED_TRACE(speaker);
         const bool onTheLeft = speaker % 2 == 0;
         const SpeakerResponses& pair = speakerResponses[speaker];
-        const Spectrum near = transform((onTheLeft ? pair.left : pair.right).taps);
-        const Spectrum far = transform((onTheLeft ? pair.right : pair.left).taps);
+        const Spectrum nearEar = transform((onTheLeft ? pair.left : pair.right).taps);
+        const Spectrum farEar = transform((onTheLeft ? pair.right : pair.left).taps);
         const auto advantage = [&](double low, double high) {
             double atNear = 0.0;
             double atFar = 0.0;
-            for (std::size_t k = 0; k < near.size(); ++k) {
+            for (std::size_t k = 0; k < nearEar.size(); ++k) {
                 const double frequency = static_cast<double>(k) * 48000 / size;
                 if (frequency >= low && frequency < high) {
-                    atNear += std::norm(near[k]);
-                    atFar += std::norm(far[k]);
+                    atNear += std::norm(nearEar[k]);
+                    atFar += std::norm(farEar[k]);
                 }
             }
             return decibels(atNear / atFar);
