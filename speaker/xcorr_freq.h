@@ -1,0 +1,99 @@
+// XCorrFreq sets how strongly the two channels of the reverberator are correlated at each frequency:
+//
+//   left out = H1 * left + H2 * right        right out = H1 * right + H2 * left
+//
+// A room is heard alike by both ears at low frequencies and differently at high ones: with H2 close to H1 below 300 Hz and
+// small above 1 kHz the outputs are. Both filters share a delay of about 70 frames. The convolution is overlap-save in
+// transforms of 1024 frames, with no latency of its own; the history in `input` persists.
+#pragma once
+
+#include "core/buffer_arithmetic.h"
+#include "core/fft.h"
+#include "core/pass_through.h"
+
+namespace quorel {
+
+template <typename T>
+class XCorrFreq;
+
+template <>
+class XCorrFreq<float> {
+public:
+    static constexpr std::uint64_t length = 1024; // floats of a spectrum, frames of a transform
+
+    // first, second: the spectra of H1 and H2 in Pack form, 1024 floats each. overlap: the frames of history that the filters
+    // reach back, one less than their taps.
+    XCorrFreq(const float* first, const float* second, std::uint64_t overlap);
+
+    // Blocks up to 1024 less the history, rounded up: 880 frames for 140 taps. An empty block gives an empty block.
+    void process(const Buffer<float, 2>& in, Buffer<float, 2>& out);
+
+private:
+    void set(const float* first, const float* second);
+
+    Buffer<float, 2> filters;        // spectra of H1 and H2
+    Buffer<float, 2> scratch;        // the cross products
+    FFT<float> fft;                  // of 1024 frames
+    PaddedBuffer<2> input;           // history, the block, zeros
+    PaddedBuffer<2> output;          // valid behind its overlap
+    Buffer<float, 2> inputSpectrum;  // of both channels
+    Buffer<float, 2> outputSpectrum; // of both channels
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+inline XCorrFreq<float>::XCorrFreq(const float* first, const float* second, std::uint64_t overlap)
+    : filters(length),
+      scratch(length),
+      fft(10),
+      input(length, overlap),
+      output(length, overlap),
+      inputSpectrum(length),
+      outputSpectrum(length)
+{
+    set(first, second);
+}
+
+inline void XCorrFreq<float>::set(const float* first, const float* second)
+{
+    if (filters.capacity() < length)
+        throw std::invalid_argument("quorel::XCorrFreq<float>::set: size must match");
+    check(ippsCopy_32f(first, filters.channel(0), length32(length)));
+    check(ippsCopy_32f(second, filters.channel(1), length32(length)));
+    for (Buffer<float, 2>* buffer : {&filters, &scratch, static_cast<Buffer<float, 2>*>(&input),
+                                     static_cast<Buffer<float, 2>*>(&output), &inputSpectrum, &outputSpectrum})
+        buffer->setSize(buffer->capacity());
+}
+
+inline void XCorrFreq<float>::process(const Buffer<float, 2>& in, Buffer<float, 2>& out)
+{
+    const auto n = in.size();
+    const auto overlap = input.overlap();
+    input.slide();
+    if (n > input.capacity() - overlap)
+        throw std::invalid_argument("PassThrough: out buffer too small");
+    if (n == 0) {
+        out.setSize(0);
+        return;
+    }
+    for (std::size_t c = 0; c < 2; ++c)
+        check(ippsCopy_32f(in.channel(c), input.channel(c) + overlap, length32(n)));
+    input.setSize(overlap + n);
+
+    fft.Fwd(input, inputSpectrum);
+    for (std::size_t c = 0; c < 2; ++c) {
+        check(ippsMulPack_32f(filters.channel(0), inputSpectrum.channel(c), outputSpectrum.channel(c), length32(length)));
+        check(ippsMulPack_32f(filters.channel(1), inputSpectrum.channel(1 - c), scratch.channel(c), length32(length)));
+    }
+    outputSpectrum += scratch;
+    fft.Inv(outputSpectrum, output);
+    output.setSize(overlap + input.validFrames());
+
+    if (n > out.capacity())
+        throw std::invalid_argument("PassThrough: out buffer too small");
+    for (std::size_t c = 0; c < 2; ++c)
+        check(ippsCopy_32f(output.channel(c) + overlap, out.channel(c), length32(n)));
+    out.setSize(n);
+}
+
+} // namespace quorel
