@@ -1,0 +1,14 @@
+// Counts the allocations of the calling thread, wherever in the process they come from.
+//
+// A test program that links allocation_count.cpp has the allocator replaced: on Linux the C library's own entry points, which
+// serve every library of the process; on Windows those of the program and of all that is linked into it statically.
+#pragma once
+
+#include <cstdint>
+
+namespace quorel {
+
+// Allocations and releases by this thread so far.
+std::uint64_t allocationCount() noexcept;
+
+} // namespace quorel
