@@ -1,0 +1,107 @@
+// DelayLine holds the reverberator's twelve recirculating lines: `read` gives what each line holds back, `write` stores the
+// block that the network made of it and sums two weighted taps of every line into a stereo pair.
+//   read:   y[l][i] = x[l][i - lineLength[l]]
+//   write:  left[i] = sum over l of gainLeft[l] * x[l][i - tapLeft[l] - (maxBlock - n)], and right likewise
+//
+// Within a block of n frames `read` comes first, then `write`. Each row holds the last lineLength + maxBlock samples of its
+// line, oldest first, and persists; every block moves it down by n.
+// Required: a tap has its nominal delay in blocks of maxBlock frames alone, and is maxBlock - n samples later in shorter ones.
+#pragma once
+
+#include "core/buffer.h"
+
+#include <array>
+
+namespace quorel {
+
+class DelayLine {
+public:
+    static constexpr std::size_t lineCount = 12;
+    using Lengths = std::array<std::uint64_t, lineCount>;
+    using Gains = std::array<float, lineCount>;
+
+    // Taps, lengths and the largest block in samples; linear gains. No line may be shorter than one of its taps or than
+    // maxBlock.
+    DelayLine(const Lengths& tapLeft, const Gains& gainLeft, const Lengths& tapRight, const Gains& gainRight,
+              const Lengths& lineLength, std::uint64_t maxBlock);
+
+    void read(Buffer<float, lineCount>& out, std::uint64_t n) const;
+
+    // Clears `stereoOut` over its full capacity and sums the lines into it in index order. An empty block is refused.
+    void write(const Buffer<float, lineCount>& in, Buffer<float, 2>& stereoOut);
+
+private:
+    std::array<Buffer<float, 1>, lineCount> zeroedLines() const;
+
+    Lengths tapLeft;        // samples
+    Gains gainLeft;         // linear
+    Lengths tapRight;       // samples
+    Gains gainRight;        // linear
+    Lengths lineLength;     // samples
+    std::uint64_t maxBlock; // samples in the largest block
+    std::array<Buffer<float, 1>, lineCount> lines;
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+inline DelayLine::DelayLine(const Lengths& tapLeft, const Gains& gainLeft, const Lengths& tapRight, const Gains& gainRight,
+                            const Lengths& lineLength, std::uint64_t maxBlock)
+    : tapLeft(tapLeft),
+      gainLeft(gainLeft),
+      tapRight(tapRight),
+      gainRight(gainRight),
+      lineLength(lineLength),
+      maxBlock(maxBlock),
+      lines(zeroedLines())
+{
+}
+
+inline std::array<Buffer<float, 1>, DelayLine::lineCount> DelayLine::zeroedLines() const
+{
+    for (std::size_t l = 0; l < lineCount; ++l)
+        if (lineLength[l] < tapRight[l] || lineLength[l] < tapLeft[l] || lineLength[l] < maxBlock)
+            throw std::invalid_argument("DelayLine: Length of delayLineBuffer is too short");
+
+    return [this]<std::size_t... l>(std::index_sequence<l...>)
+    {
+        return std::array{Buffer<float, 1>(lineLength[l] + maxBlock)...};
+    }
+    (std::make_index_sequence<lineCount>());
+}
+
+inline void DelayLine::read(Buffer<float, lineCount>& out, std::uint64_t n) const
+{
+    if (n > out.capacity())
+        throw std::invalid_argument("DelayLine: out buffer too small");
+    if (n > maxBlock)
+        throw std::invalid_argument("DelayLine: internal buffer too small");
+
+    for (std::size_t l = 0; l < lineCount; ++l)
+        check(ippsCopy_32f(lines[l].channel(0) + maxBlock, out.channel(l), length32(n)));
+    out.setSize(n);
+}
+
+inline void DelayLine::write(const Buffer<float, lineCount>& in, Buffer<float, 2>& stereoOut)
+{
+    const auto n = in.size();
+    if (n > stereoOut.capacity())
+        throw std::invalid_argument("DelayLine: stereoOut buffer too small");
+    if (n > maxBlock)
+        throw std::invalid_argument("DelayLine: internal buffer too small");
+    if (n == 0)
+        throw std::invalid_argument("DelayLine: in buffer empty");
+
+    stereoOut.clear();
+    const auto length = length32(n);
+    for (std::size_t l = 0; l < lineCount; ++l) {
+        float* row = lines[l].channel(0);
+        const auto kept = lineLength[l] + maxBlock - n;
+        check(ippsMove_32f(row + n, row, length32(kept)));
+        check(ippsCopy_32f(in.channel(l), row + kept, length));
+        check(ippsAddProductC_32f(row + lineLength[l] - tapRight[l], gainRight[l], stereoOut.channel(1), length));
+        check(ippsAddProductC_32f(row + lineLength[l] - tapLeft[l], gainLeft[l], stereoOut.channel(0), length));
+    }
+    stereoOut.setSize(n);
+}
+
+} // namespace quorel

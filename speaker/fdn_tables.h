@@ -1,0 +1,38 @@
+// The constants of the reverberator: twelve lines, designed for 48000 frames per second.
+//
+// Only the speakers' pre-delays stand elsewhere, in the speakers' own table.
+#pragma once
+
+#include "speaker/feedback_matrix.h"
+
+namespace quorel {
+
+struct FdnLineRow {
+    std::uint64_t length;  // frames, the time once round the line
+    std::uint64_t tapLeft; // frames behind the line's input
+    float gainLeft;        // linear
+    std::uint64_t tapRight;
+    float gainRight;
+    std::uint64_t allpassDelay; // frames
+    float allpassCoefficient;   // linear
+};
+
+extern const std::array<FdnLineRow, FeedbackMatrix::lines> fdnLineTable;
+
+// One column of the lines' table.
+template <typename T>
+std::array<T, FeedbackMatrix::lines> fdnColumn(T FdnLineRow::*column)
+{
+    std::array<T, FeedbackMatrix::lines> values{};
+    for (std::size_t l = 0; l < values.size(); ++l)
+        values[l] = fdnLineTable[l].*column;
+    return values;
+}
+
+extern const FeedbackMatrix::Table fdnMixingMatrix;
+
+// Six values a section, b0, b1, b2, a0, a1, a2: two sections in each line, four behind both ears.
+extern const std::array<std::array<float, 12>, FeedbackMatrix::lines> fdnLineFilters;
+extern const std::array<float, 24> fdnOutputFilter;
+
+} // namespace quorel
