@@ -1,0 +1,100 @@
+// FDN is the room: a feedback delay network of twelve lines between N input channels and a stereo tail.
+//
+//   in --> pre-delays --> + --> scale --> mixing matrix --> line filters --> allpasses --+--> lines
+//                         ^                                                              |      |
+//                         +---------- each line's samples, `length` frames old <---------+------+
+//                                     stereo taps --> correlation --> output filter --> out
+//
+// The scaled mixing matrix is orthogonal and the allpasses have a gain of 1, so the line filters alone make the loop decay.
+// Every step takes a whole block, so the loop is closed once a block: no block may exceed the shortest line. All histories
+// persist, and stand still while the path does not run the room. Nothing here varies at run time.
+#pragma once
+
+#include "speaker/allpass_diffuser.h"
+#include "speaker/biquad.h"
+#include "speaker/delay.h"
+#include "speaker/delay_line.h"
+#include "speaker/feedback_matrix.h"
+#include "speaker/xcorr_freq.h"
+
+#include <array>
+#include <cmath>
+#include <span>
+
+namespace quorel {
+
+template <std::size_t N>
+class FDN {
+public:
+    static constexpr std::size_t lines = 12;
+
+    using LineTaps = std::array<std::array<float, 12>, lines>; // two sections a line
+
+    // preDelays: frames, one for each channel. outputTaps: four sections, for both sides. maxFrames: the most frames of a
+    // block, at most the shortest line's.
+    FDN(std::span<const std::uint64_t, N> preDelays, const FeedbackMatrix::Table& mixingMatrix, AllpassDiffuser diffuser,
+        DelayLine delayLine, XCorrFreq<float> decorrelator, const LineTaps& lineTaps, std::span<const float> outputTaps,
+        std::uint64_t maxFrames);
+
+    void process(const PaddedBuffer<N>& in, Buffer<float, 2>& out);
+
+private:
+    // Makes a matrix of plus and minus ones in twelve rows orthogonal: 0.2887.
+    static inline const float feedbackScale = std::sqrt(12.0F) / 12.0F;
+
+    Delay<N> delay;
+    FeedbackMatrix feedbackMatrix;
+    AllpassDiffuser diffuser;
+    DelayLine delayLine;
+    XCorrFreq<float> decorrelator;
+    Biquad<lines> lineFilters;
+    Biquad<2> outputFilter;
+    Buffer<float, N> delayed;    // scratch: the input behind its pre-delays
+    Buffer<float, lines> lineA;  // scratch
+    Buffer<float, lines> lineB;  // scratch
+    Buffer<float, 2> stereoWork; // scratch: the tail behind the decorrelator
+};
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+template <std::size_t N>
+FDN<N>::FDN(std::span<const std::uint64_t, N> preDelays, const FeedbackMatrix::Table& mixingMatrix, AllpassDiffuser diffuser,
+            DelayLine delayLine, XCorrFreq<float> decorrelator, const LineTaps& lineTaps, std::span<const float> outputTaps,
+            std::uint64_t maxFrames)
+    : delay(preDelays),
+      feedbackMatrix(mixingMatrix, maxFrames),
+      diffuser(std::move(diffuser)),
+      delayLine(std::move(delayLine)),
+      decorrelator(std::move(decorrelator)),
+      lineFilters(2),
+      outputFilter(4),
+      delayed(maxFrames),
+      lineA(maxFrames),
+      lineB(maxFrames),
+      stereoWork(maxFrames)
+{
+    lineFilters.setCoefficients(lineTaps);
+    outputFilter.setCoefficients(outputTaps);
+}
+
+template <std::size_t N>
+void FDN<N>::process(const PaddedBuffer<N>& in, Buffer<float, 2>& out)
+{
+    const auto n = in.validFrames();
+    if (n > out.capacity())
+        throw std::invalid_argument("FDN: out buffer too small");
+
+    delay.process(in, delayed);
+    delayLine.read(lineA, n);
+    for (std::size_t c = 0; c < N; ++c)
+        check(ippsAdd_32f_I(delayed.channel(c), lineA.channel(c), length32(n)));
+    lineA *= feedbackScale;
+    feedbackMatrix.process(lineA, lineB);
+    lineFilters.process(lineB, lineA);
+    diffuser.process(lineA, lineB);
+    delayLine.write(lineB, out);
+    decorrelator.process(out, stereoWork);
+    outputFilter.process(stereoWork, out);
+}
+
+} // namespace quorel
