@@ -1,14 +1,20 @@
 #include "speaker/speaker_path.h"
 
 #include "core/pass_through.h"
-#include "speaker/speaker_tables.h"
+#include "speaker/built_in.h"
+#include "speaker/compressor_tables.h"
+
+#include <cmath>
 
 namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t designRate = 48000; // frames per second for which all constants are tuned
-constexpr float outputGain = 0.8F;          // -1.938 dB
+constexpr std::uint32_t designRate = 48000;     // frames per second for which all constants are tuned
+constexpr float outputGain = 0.8F;              // -1.938 dB
+constexpr std::uint64_t transformOrder = 10;    // transforms of 1024 frames
+constexpr std::uint64_t transformLength = 1024; // frames
+constexpr std::uint64_t longestResponse = 169;  // taps, the onset counted: the history to keep
 
 // The text names the instantiation: the channel count is a single digit.
 template <std::size_t N>
@@ -23,23 +29,32 @@ const char* maskText()
     return text.data();
 }
 
-// The gains of the speakers that the mask names, one column for each.
+// The rows of `speakerTable` that the mask names, in channel order.
 template <std::size_t N>
-typename ScaleMixer<N>::Gains downmixGains(std::uint32_t channelMask)
+Speakers<N> speakersOf(std::uint32_t channelMask)
 {
-    typename ScaleMixer<N>::Gains gains{};
+    Speakers<N> speakers{};
     std::size_t found = 0;
-    for (const SpeakerRow& speaker : speakerTable) {
-        if ((channelMask & speaker.bit) == 0)
+    for (std::size_t row = 0; row < speakerTable.size(); ++row) {
+        if ((channelMask & speakerTable[row].bit) == 0)
             continue;
-        if (found < N) {
-            gains[0][found] = speaker.downmixLeft;
-            gains[1][found] = speaker.downmixRight;
-        }
+        if (found < N)
+            speakers[found] = row;
         ++found;
     }
     if (found != N)
         throw std::invalid_argument(maskText<N>());
+    return speakers;
+}
+
+template <std::size_t N>
+typename ScaleMixer<N>::Gains downmixGains(const Speakers<N>& speakers)
+{
+    typename ScaleMixer<N>::Gains gains{};
+    for (std::size_t c = 0; c < N; ++c) {
+        gains[0][c] = speakerTable[speakers[c]].downmixLeft;
+        gains[1][c] = speakerTable[speakers[c]].downmixRight;
+    }
     return gains;
 }
 
@@ -47,7 +62,21 @@ typename ScaleMixer<N>::Gains downmixGains(std::uint32_t channelMask)
 
 template <std::size_t N>
 SpeakerPath<N, float>::SpeakerPath(std::uint32_t channelMask, std::uint32_t maxFrames, std::uint32_t sampleRate)
-    : mix(maxFrames), side(maxFrames), downmix(downmixGains<N>(channelMask)), sampleRate(sampleRate)
+    : input(transformLength, longestResponse),
+      directTime(transformLength, longestResponse),
+      inputSpectrum(transformLength),
+      sumSpectrum(transformLength),
+      mix(maxFrames),
+      side(maxFrames),
+      downmix(downmixGains(speakersOf<N>(channelMask))),
+      fft(transformOrder),
+      direct(builtInDirectPath(speakersOf<N>(channelMask))),
+      equalizer(builtInEqualizer()),
+      fade(maxFrames),
+      fdn(builtInRoom(speakersOf<N>(channelMask), maxFrames)),
+      directCompressor(renderAttack, renderRelease, renderCurve),
+      outputCompressor(renderAttack, renderRelease, renderCurve),
+      sampleRate(sampleRate)
 {
 }
 
@@ -62,16 +91,51 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
         copyThrough(in, out);
         return;
     }
-    downmix.process(in, mix);
-    PassThrough::process(mix, side, 1.0F);
+
+    if (surround || surroundPrevious) {
+        loadInput(in);
+        convolve();
+        if (reverbOn || reverbTarget.changed)
+            reverberate();
+    }
+    if (in.frames == 0)
+        return; // there is nothing to fade over, so a pending change waits for the next block
+
+    if (!surround || !surroundPrevious)
+        mixDown(in);
+    if (surround != surroundPrevious)
+        fadeBetweenEffects();
+    surroundPrevious = surround;
+
+    equalize();
+    if (compressorOn)
+        outputCompressor.process(side, side);
     PassThrough::process(side, out, outputGain);
 }
 
+// Turns a new record into the path's parameters. A delivered HRTF set that is refused leaves the record unapplied.
+// Required: the same record is then translated, and refused, again at every block.
 template <std::size_t N>
 void SpeakerPath<N, float>::translateSettings()
 {
-    if (record.blockSequence != lastSequence)
+    if (record.blockSequence != lastSequence) {
+        surround = record.Settings != 0;
+
+        std::array<double, 9> gainsDb{};
+        for (std::size_t band = 0; band < gainsDb.size(); ++band)
+            gainsDb[band] = record.EQBand[band] / 127.0 * 6.0;
+        equalizerTarget.request(gainsDb);
+
+        reverbOn = record.Reverb != 0;
+        const float levelDb = static_cast<float>(record.Reverb) * 27.0F / 255.0F - 18.0F;
+        reverbTarget.request(reverbOn ? std::pow(10.0F, levelDb / 20.0F) : 0.0F);
+
+        if (record.hrtfId != lastHrtfId) {
+            direct.set(record);
+            lastHrtfId = record.hrtfId;
+        }
         lastSequence = record.blockSequence;
+    }
     record.applied = 1;
 }
 
@@ -83,6 +147,83 @@ void SpeakerPath<N, float>::copyThrough(InterleavedView in, InterleavedView out)
         throw std::invalid_argument("PassThrough: out buffer too small");
     if (in.data != out.data)
         check(ippsMulC_32f(in.data, 1.0F, out.data, length32(in.frames * N)));
+}
+
+// The new block behind the end of the previous one, channel by channel.
+template <std::size_t N>
+void SpeakerPath<N, float>::loadInput(InterleavedView in)
+{
+    const auto n = in.frames;
+    input.slide();
+    if (n > input.capacity() - input.overlap())
+        throw std::invalid_argument("PassThrough: out buffer too small");
+
+    for (std::size_t c = 0; c < N; ++c) {
+        float* x = input.channel(c) + input.overlap();
+        for (std::uint64_t i = 0; i < n; ++i)
+            x[i] = in.data[i * N + c];
+    }
+    input.setSize(input.overlap() + n);
+}
+
+// Overlap-save: the product of the spectra is a circular convolution. Its first 176 frames are wrapped and never read; the
+// block's frames behind them are whole, since no response reaches further back than the history.
+template <std::size_t N>
+void SpeakerPath<N, float>::convolve()
+{
+    if (!directOn) {
+        mix.clear();
+        mix.setSize(input.validFrames());
+        return;
+    }
+    fft.Fwd(input, inputSpectrum);
+    direct.process(inputSpectrum, sumSpectrum);
+    fft.Inv(sumSpectrum, directTime);
+    directTime.setSize(directTime.overlap() + input.validFrames());
+    directCompressor.process(directTime, mix);
+}
+
+// The room hears the raw input. After it was switched off it runs for the one block that fades it out.
+template <std::size_t N>
+void SpeakerPath<N, float>::reverberate()
+{
+    fdn.process(input, side);
+    if (reverbTarget.changed)
+        fade.blendGain(side, side, reverbGain, reverbTarget);
+    else
+        side *= reverbGain;
+    mix += side;
+    side.setSize(0);
+}
+
+// Required: in a transition directCompressor runs twice in the block, its envelopes going on from the direct signal.
+template <std::size_t N>
+void SpeakerPath<N, float>::mixDown(InterleavedView in)
+{
+    auto& target = mix.size() > 0 ? side : mix;
+    downmix.process(in, target);
+    directCompressor.process(target, target);
+}
+
+template <std::size_t N>
+void SpeakerPath<N, float>::fadeBetweenEffects()
+{
+    if (surround)
+        fade.blend(side, mix, mix);
+    else
+        fade.blend(mix, side, mix);
+    side.setSize(0);
+}
+
+template <std::size_t N>
+void SpeakerPath<N, float>::equalize()
+{
+    if (!equalizerOn)
+        PassThrough::process(mix, side, 1.0F);
+    else if (equalizerTarget.changed)
+        fade.blendEqualizer(mix, side, equalizer, equalizerTarget);
+    else
+        equalizer.process(mix, side);
 }
 
 template class SpeakerPath<1, float>;

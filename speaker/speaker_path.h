@@ -1,9 +1,27 @@
-// SpeakerPath is the render effect: N interleaved channels in, stereo in frames of eight slots out.
+// SpeakerPath is the render effect: N interleaved channels in, binaural stereo in frames of eight slots out.
+//
+//   in --> input --> FFT --> DirectPath --> inverse FFT --> directCompressor --> mix --+--> equalizer --> outputCompressor
+//                \-> FDN --> reverb gain ------------------------------------> side --/          --> gain 0.8 --> out
+//
+// With the surround effect off a stereo down-mix and directCompressor take the place of all that stands before the equaliser.
+// Every change of what is heard is faded over one block. At any rate but 48000 frames per second a block is copied.
+//
+// Between blocks persist: the last 176 frames of `input`, the states of the room, the filters and the envelopes. What the
+// current settings do not run stays frozen as it is.
 #pragma once
 
+#include "core/fft.h"
 #include "core/settings_record.h"
 #include "core/signal_path.h"
+#include "speaker/compressor.h"
+#include "speaker/crossfader.h"
+#include "speaker/direct_path.h"
+#include "speaker/equalizer.h"
+#include "speaker/fdn.h"
+#include "speaker/pending_value.h"
 #include "speaker/scale_mixer.h"
+
+#include <array>
 
 namespace quorel {
 
@@ -14,26 +32,59 @@ template <std::size_t N>
 class SpeakerPath<N, float> {
 public:
     // channelMask: must name exactly N of the speakers of `speakerTable`; other bits are ignored. maxFrames: the most frames
-    // of one block. sampleRate: frames per second; at any rate but 48000 the path copies.
+    // of one block, at most 1072, the shortest line of the room; of these 848 fit the convolver. sampleRate: frames per
+    // second.
     SpeakerPath(std::uint32_t channelMask, std::uint32_t maxFrames, std::uint32_t sampleRate);
 
-    // `in` has N samples a frame, `out` eight.
+    // `in` has N samples a frame, `out` eight slots, of which the first two are used. A failure leaves what the finished
+    // steps wrote.
     void process(InterleavedView in, InterleavedView out);
 
 private:
+    // The steps of a block, in signal order.
     void translateSettings();
     void copyThrough(InterleavedView in, InterleavedView out) const;
+    void loadInput(InterleavedView in);
+    void convolve();
+    void reverberate();
+    void mixDown(InterleavedView in);
+    void fadeBetweenEffects();
+    void equalize();
 
-    Buffer<float, 2> mix;  // first working bus
-    Buffer<float, 2> side; // second working bus; at the end the signal that leaves the path
-    ScaleMixer<N> downmix;
+    PaddedBuffer<N> input;          // the last 176 frames of the previous block, the new block, zeros
+    PaddedBuffer<2> directTime;     // result of the convolver; valid behind its overlap
+    Buffer<float, N> inputSpectrum; // packed, one spectrum a channel
+    Buffer<float, 2> sumSpectrum;   // packed, one spectrum an ear
+    Buffer<float, 2> mix;           // the direct signal, then with the reverb, then the faded result
+    Buffer<float, 2> side;          // the reverb, or the down-mix in a transition; at the end what leaves the path
+    ScaleMixer<N> downmix;          // takes the whole effect's place when it is off
+    FFT<float> fft;                 // of 1024 frames
+    DirectPath<N, float> direct;    // the HRTFs
+    Equalizer equalizer;            // nine bands on the stereo bus
+    Crossfader<2> fade;             // for every change
+    FDN<N> fdn;                     // the room
+    float reverbGain = 0.0F;        // linear, as applied
+    Compressor<2> directCompressor; // on the direct signal and on the down-mix
+    Compressor<2> outputCompressor; // ahead of the output gain
 
 public:
     SettingsRecord record; // the path's own settings
 
 private:
+    PendingValue<std::array<double, 9>> equalizerTarget{}; // requested band gains in dB
+    PendingValue<float> reverbTarget{};                    // requested linear gain
+
     std::uint32_t lastSequence = 0xFFFFFFFF; // blockSequence of the last translated record
+    std::uint32_t lastHrtfId = 0;            // identity of the set in `direct`
     std::uint32_t sampleRate;                // frames per second
+    bool surround = true;                    // the effect is wanted
+    bool surroundPrevious = true;            // it was, at the end of the previous block
+    bool reverbOn = true;                    // the room is wanted
+
+    // Switches of the pipeline that nothing turns off.
+    bool directOn = true;
+    bool equalizerOn = true;
+    bool compressorOn = true;
 };
 
 } // namespace quorel
