@@ -8,7 +8,7 @@ namespace quorel {
 
 // clang-format off
 
-const std::array<float, 561> analysisWindow16000 = std::to_array<float>({
+constinit const std::array<float, 561> analysisWindow16000 = std::to_array<float>({
     3.99019314e-07F, 5.24563575e-07F, 5.95081758e-07F, 5.28108615e-07F, 6.23067933e-07F, 7.26901305e-07F,
     8.40107646e-07F, 9.6320241e-07F, 1.09671771e-06F, 1.24120254e-06F, 1.39722295e-06F, 1.56536203e-06F,
     1.74622039e-06F, 1.94041627e-06F, 2.14858551e-06F, 2.37138124e-06F, 2.60947536e-06F, 2.86355726e-06F,
@@ -105,7 +105,7 @@ const std::array<float, 561> analysisWindow16000 = std::to_array<float>({
     5.95081758e-07F, 5.24563575e-07F, 3.99019314e-07F,
 });
 
-const std::array<float, 461> synthesisWindow16000 = std::to_array<float>({
+constinit const std::array<float, 461> synthesisWindow16000 = std::to_array<float>({
     0.000149485975F, 0.000180729185F, 0.000213784704F, 0.000174069544F, 0.000208370329F, 0.000246509881F,
     0.000288753625F, 0.000335377816F, 0.000386669941F, 0.000442928664F, 0.000504578289F, 0.000571597833F,
     0.000644663232F, 0.000724005455F, 0.000809981604F, 0.000902960717F, 0.00100332394F, 0.00111146481F,
@@ -185,7 +185,7 @@ const std::array<float, 461> synthesisWindow16000 = std::to_array<float>({
     0.000208370329F, 0.000174069544F, 0.000213784704F, 0.000180729185F, 0.000149485975F,
 });
 
-const std::array<float, 1027> analysisWindow48000 = std::to_array<float>({
+constinit const std::array<float, 1027> analysisWindow48000 = std::to_array<float>({
     7.33999968e-06F, 7.76250545e-06F, 7.94047901e-06F, 3.60141803e-06F, 3.79171001e-06F, 3.98400016e-06F,
     4.18560512e-06F, 4.39315272e-06F, 4.60905676e-06F, 4.82879295e-06F, 5.05473645e-06F, 5.28698092e-06F,
     5.52562642e-06F, 5.77074388e-06F, 6.02237014e-06F, 6.28053431e-06F, 6.54540418e-06F, 6.81769598e-06F,
@@ -360,7 +360,7 @@ const std::array<float, 1027> analysisWindow48000 = std::to_array<float>({
     7.33999968e-06F,
 });
 
-const std::array<float, 1017> synthesisWindow48000 = std::to_array<float>({
+constinit const std::array<float, 1017> synthesisWindow48000 = std::to_array<float>({
     0.00398179749F, 0.00417028228F, 0.00432822667F, 0.00208943081F, 0.00220397348F, 0.00232208241F,
     0.00244381558F, 0.00256923703F, 0.00269838446F, 0.00283126649F, 0.00296788407F, 0.00310836453F,
     0.0032533186F, 0.00340219913F, 0.00355503638F, 0.00371258077F, 0.00387435546F, 0.00404031854F,
