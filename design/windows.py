@@ -2,7 +2,7 @@
 """Designs the four windows of the capture effect's filter bank and writes microphone/window_tables.cpp.
 
 The analysis window a and the synthesis window s of a rate are found together. Among all symmetric pairs that
-  - hold the pinned entries of WINDOWS exactly, and
+  - hold the pinned entries of RATES exactly, and
   - give the input back:  fftLength * sum over m of a(t + m * hop) * s(t + m * hop) = 1  for every t
 it is the pair with the least
     sum over both windows of (energy of the spectrum beyond `edge` + RIDGE * energy of (w - kaiser)
