@@ -145,3 +145,50 @@ def xcorr(folder, h1, h2, spectrum, frequency, points):
         axis.set_xlabel("tap")
         axis.grid(True, alpha=0.3)
     save(figure, folder, "xcorr_impulse.png")
+
+
+def windows(folder, tables):
+    import windows as design
+
+    panels = [(f"{kind} {fs}", half, window, rate.fftLength) for (fs, rate), pair in zip(design.RATES.items(), tables)
+              for kind, half, window in zip(("analysis", "synthesis"), pair, (rate.analysis, rate.synthesis))]
+
+    figure, grid = axes(4, 2, (13, 14))
+    for (title, half, window, _), left, right in zip(panels, grid[::2], grid[1::2]):
+        at = np.arange(window.length) - window.length // 2
+        ideal = design.kaiser(window)
+        left.plot(at, design.full(ideal), color="0.7", lw=3, label=f"Kaiser, beta {window.beta}")
+        left.plot(at, design.full(half) / window.peak, lw=1, label="table")
+        left.set(title=title, ylabel="parts of the peak")
+        left.legend()
+        right.plot(at, 100 * (design.full(half) / window.peak - design.full(ideal)), lw=1)
+        marks = np.array([sign * k for k in design.pins(window) for sign in (-1, 1)])
+        right.plot(marks, 100 * (half[abs(marks)] / window.peak - ideal[abs(marks)]), "C3.", label="pins")
+        right.set(title=f"{title}, table minus Kaiser", ylabel="% of the peak")
+        right.legend(loc="lower right")
+        right.grid(True, alpha=0.3)
+    figure.supxlabel("samples from the centre")
+    save(figure, folder, "window_shapes.png")
+
+    figure, grid = axes(4, 2, (13, 14))
+    for (title, half, window, length), *pair in zip(panels, grid[::2], grid[1::2]):
+        for axis, end in zip(pair, (20, length / 2)):
+            axis.plot(*design.spectrum(design.kaiser(window), length), color="0.7", lw=0.7, label="Kaiser")
+            axis.plot(*design.spectrum(half, length), lw=0.7, label="table")
+            axis.axvline(window.edge, color="C3", lw=0.8, ls="--", label=f"edge, {window.edge:g} bins")
+            axis.set(title=title, xlim=(0, end), ylim=(-130, 5), ylabel="dB")
+            axis.grid(True, alpha=0.3)
+        pair[0].legend()
+    figure.supxlabel("bins")
+    save(figure, folder, "window_spectra.png")
+
+    figure, grid = axes(1, 2, (13, 4))
+    for (fs, rate), pair, axis in zip(design.RATES.items(), tables, grid):
+        axis.semilogy(abs(design.plain_error(rate)), color="0.7", label="Kaiser windows")
+        axis.semilogy(abs(design.identity_error(*pair, rate)) + 1e-12, "C0.", ms=3, label="tables")
+        axis.axhline(1e-6, color="C3", lw=0.8, ls="--")
+        axis.set(title=f"{fs}", ylabel="error of the identity", ylim=(1e-10, 1))
+        axis.legend()
+        axis.grid(True, alpha=0.3)
+    figure.supxlabel("t, samples within a hop")
+    save(figure, folder, "window_identity.png")
