@@ -42,8 +42,8 @@ constinit const FeedbackMatrix::Table fdnMixingMatrix = std::to_array<std::array
     {11,  1, 11,  0,  1,  0},
 });
 
-// The decay of each line against its length: the first coefficient falls as the lines grow, and the reverberation time is set
-// here alone. Both sections have an a0 of 1, and the second a b0 of 1.
+// The decay of each line against its length. The room has no other: at 0 Hz every line falls by 60 dB in 386 to 389 ms, above
+// that sooner. Both sections have an a0 of 1, and the second a b0 of 1.
 static constexpr std::array<float, 12> twoSections(float b0, float b1, float b2, float a1, float a2, float secondB1,
                                                    float secondB2, float secondA1, float secondA2)
 {
