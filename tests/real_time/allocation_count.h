@@ -1,4 +1,4 @@
-// Counts the allocations of the calling thread, wherever in the process they come from.
+// Counts the allocations of the process, wherever in it they come from.
 //
 // A test program that links allocation_count.cpp has the allocator replaced: on Linux the C library's own entry points, which
 // serve every library of the process; on Windows those of the program and of all that is linked into it statically.
@@ -8,7 +8,7 @@
 
 namespace quorel {
 
-// Allocations and releases by this thread so far.
+// Allocations and releases so far.
 std::uint64_t allocationCount() noexcept;
 
 } // namespace quorel
