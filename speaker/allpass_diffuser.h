@@ -18,6 +18,9 @@ public:
     // Delays in samples, from 1; coefficients linear, below 1 in magnitude.
     AllpassDiffuser(const std::array<std::uint64_t, lines>& delays, const std::array<float, lines>& coefficients);
 
+    AllpassDiffuser(AllpassDiffuser&&) noexcept = default;
+    AllpassDiffuser& operator=(AllpassDiffuser&&) noexcept = default;
+
     void process(const Buffer<float, lines>& in, Buffer<float, lines>& out);
 
 private:

@@ -2,17 +2,23 @@
 #include "core/filters.h"
 
 #include "core/kernels/arguments.h"
+#include "core/kernels/filters.h"
+#include "core/kernels/kernel_table.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <new>
 
 namespace quorel {
 
+using kernels::active;
 using kernels::arguments;
+using kernels::Cascade;
+using kernels::CascadeGroup;
+using kernels::Sparse;
 
 namespace {
 
@@ -25,9 +31,9 @@ std::byte* aligned(void* storage) noexcept
 }
 
 // Writes a size that fits 32 bits, else gives `tooLarge`.
-Status writeSize(std::int64_t bytes, std::int32_t* size, Status tooLarge) noexcept
+Status writeSize(std::size_t bytes, std::int32_t* size, Status tooLarge) noexcept
 {
-    if (bytes > std::numeric_limits<std::int32_t>::max())
+    if (bytes > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
         return tooLarge;
     *size = static_cast<std::int32_t>(bytes);
     return ippStsNoErr;
@@ -35,15 +41,101 @@ Status writeSize(std::int64_t bytes, std::int32_t* size, Status tooLarge) noexce
 
 // --- Cascades --------------------------------------------------------------------------------------------------------
 
+// A section with a0 divided out.
 struct Section {
-    double b0, b1, b2, a1, a2;
-    double s1, s2; // what the past adds to the next sample and to the one after
+    double b[3];
+    double a[3];
+    double weakest; // the least magnitude of the denominator on the unit circle
 };
 
-struct Cascade {
-    std::size_t sections;
-    Section* section;
-};
+// The state's parts in its storage: Cascade, then `sections` sections (scratch of the initialisation), groups and rows of past.
+constexpr std::size_t rounded(std::size_t bytes) noexcept
+{
+    return (bytes + alignment - 1) / alignment * alignment;
+}
+constexpr std::size_t groupsAt = rounded(sizeof(Cascade));
+
+std::size_t pastAt(std::size_t sections) noexcept
+{
+    return groupsAt + sections * sizeof(CascadeGroup);
+}
+std::size_t sectionsAt(std::size_t sections) noexcept
+{
+    return pastAt(sections) + (sections + 1) * sizeof(Cascade::past[0]);
+}
+std::size_t cascadeBytes(std::size_t sections) noexcept
+{
+    return sectionsAt(sections) + sections * sizeof(Section);
+}
+
+// The least of |1 + a1*z^-1 + a2*z^-2| on the unit circle. With c the cosine of the angle its square is
+//   4*a2*c^2 + 2*a1*(1+a2)*c + (1-a2)^2 + a1^2,
+// least at c = -a1*(1+a2) / (4*a2) where that is a cosine and a2 is positive, else at an end.
+double weakest(const double* a) noexcept
+{
+    const double ends = std::min(std::abs(1 + a[1] + a[2]), std::abs(1 - a[1] + a[2]));
+    if (!(a[2] > 0 && std::abs(a[1] * (1 + a[2])) < 4 * a[2]))
+        return ends;
+    const double square = (1 - a[2]) * (1 - a[2]) * (1 - a[1] * a[1] / (4 * a[2]));
+    return std::min(ends, std::sqrt(std::max(square, 0.0)));
+}
+
+// poly *= the section's polynomial; poly has `order` + 1 values before, two more after.
+void multiply(double* poly, int order, const double* by) noexcept
+{
+    for (int k = order + 2; k >= 0; --k)
+        poly[k] = (k <= order ? poly[k] * by[0] : 0.0) + (k >= 1 && k - 1 <= order ? poly[k - 1] * by[1] : 0.0) +
+                  (k >= 2 ? poly[k - 2] * by[2] : 0.0);
+}
+
+// Fills in the columns from b and a. With h the response of 1/A alone, what x[-k] adds to y[i] is
+//   sum over j >= k of b[j] * h[i - (j-k)],
+// which is b[k] * h[i] and what x[-k-1] added to y[i-1]; with k = 0 it is the response to x[0]. In the same way for -a and y.
+void fillColumns(CascadeGroup& group) noexcept
+{
+    constexpr int block = CascadeGroup::block;
+    double h[block];
+    for (int i = 0; i < block; ++i) {
+        h[i] = i == 0 ? 1.0 : 0.0;
+        for (int k = 1; k <= std::min(i, group.order); ++k)
+            h[i] -= group.a[k] * h[i - k];
+    }
+    double x[block] = {}, y[block] = {};
+    for (int k = group.order; k >= 0; --k) {
+        for (int i = block - 1; i >= 0; --i) {
+            x[i] = group.b[k] * h[i] + (i > 0 ? x[i - 1] : 0.0);
+            y[i] = -group.a[k] * h[i] + (i > 0 ? y[i - 1] : 0.0);
+        }
+        std::copy_n(x, block, k > 0 ? group.fromPastX[k - 1] : group.response + block - 1);
+        if (k > 0)
+            std::copy_n(y, block, group.fromPastY[k - 1]);
+    }
+    std::fill_n(group.response, block - 1, 0.0);
+    group.response[2 * block - 1] = 0.0;
+}
+
+// The group of the sections' i-th of rising `weakest`: back and forth over the groups, so that poles that lie close together
+// on the unit circle come into different ones.
+std::size_t groupOf(std::size_t i, std::size_t groups) noexcept
+{
+    const std::size_t turn = i % (2 * groups);
+    return turn < groups ? turn : 2 * groups - 1 - turn;
+}
+
+// Roundings in a group grow by at most the inverse of its denominator's least magnitude, which is at least the product of its
+// sections'. 2^-30 keeps them below 2^-23 of what passes through, and in practice far below.
+bool sound(const Section* section, std::size_t sections, std::size_t groups) noexcept
+{
+    for (std::size_t g = 0; g < groups; ++g) {
+        double product = 1.0;
+        for (std::size_t i = 0; i < sections; ++i)
+            if (groupOf(i, groups) == g)
+                product *= section[i].weakest;
+        if (!(product >= 0x1p-30))
+            return false;
+    }
+    return true;
+}
 
 Status cascadeSize(std::int32_t numBq, std::int32_t* size) noexcept
 {
@@ -51,8 +143,7 @@ Status cascadeSize(std::int32_t numBq, std::int32_t* size) noexcept
         return ippStsNullPtrErr;
     if (numBq < 1)
         return ippStsIIROrderErr;
-    const auto each = static_cast<std::int64_t>(sizeof(Section));
-    return writeSize(numBq * each + static_cast<std::int64_t>(alignment + sizeof(Cascade)), size, ippStsIIROrderErr);
+    return writeSize(alignment + cascadeBytes(static_cast<std::size_t>(numBq)), size, ippStsIIROrderErr);
 }
 
 template <class State, class Tap>
@@ -64,19 +155,49 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
         return ippStsIIROrderErr;
     if (delayLine != nullptr)
         return ippStsNotSupportedModeErr;
-    const auto sections = static_cast<std::size_t>(numBq);
-    for (std::size_t s = 0; s < sections; ++s)
+    const auto given = static_cast<std::size_t>(numBq);
+    for (std::size_t s = 0; s < given; ++s)
         if (taps[6 * s] == 0 || taps[6 * s + 3] == 0)
             return ippStsDivByZeroErr;
 
     std::byte* start = aligned(buffer);
-    auto* section = reinterpret_cast<Section*>(start + sizeof(Cascade));
-    for (std::size_t s = 0; s < sections; ++s) {
+    auto* section = reinterpret_cast<Section*>(start + sectionsAt(given));
+    std::size_t sections = 0;
+    for (std::size_t s = 0; s < given; ++s) {
         const Tap* t = taps + 6 * s;
+        if (std::equal(t, t + 3, t + 3))
+            continue; // numerator and denominator cancel: such a section gives what it gets
         const double a0 = t[3];
-        new (section + s) Section{t[0] / a0, t[1] / a0, t[2] / a0, t[4] / a0, t[5] / a0, 0.0, 0.0};
+        Section& made = *new (section + sections++) Section{{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0};
+        const double least = weakest(made.a);
+        made.weakest = least >= 0 ? least : 0.0; // not-a-number would lead the sort astray
     }
-    *state = reinterpret_cast<State*>(new (start) Cascade{sections, section});
+    std::sort(section, section + sections, [](const Section& a, const Section& b) { return a.weakest < b.weakest; });
+
+    // As few groups as four sections each allow; where those would be unsound, smaller ones.
+    std::size_t groups = sections;
+    for (std::size_t each = 4; each > 1 && groups == sections; --each)
+        if (const std::size_t fewer = (sections + each - 1) / each; sound(section, sections, fewer))
+            groups = fewer;
+
+    auto* group = reinterpret_cast<CascadeGroup*>(start + groupsAt);
+    for (std::size_t g = 0; g < groups; ++g) {
+        new (group + g) CascadeGroup;
+        group[g].order = 0;
+        group[g].b[0] = group[g].a[0] = 1.0;
+    }
+    for (std::size_t i = 0; i < sections; ++i) {
+        CascadeGroup& joined = group[groupOf(i, groups)];
+        multiply(joined.b, joined.order, section[i].b);
+        multiply(joined.a, joined.order, section[i].a);
+        joined.order += 2;
+    }
+    for (std::size_t g = 0; g < groups; ++g)
+        fillColumns(group[g]);
+
+    auto* past = reinterpret_cast<double(*)[CascadeGroup::block]>(start + pastAt(given));
+    std::fill_n(past[0], (groups + 1) * CascadeGroup::block, 0.0);
+    *state = reinterpret_cast<State*>(new (start) Cascade{groups, group, past});
     return ippStsNoErr;
 }
 
@@ -85,31 +206,23 @@ Status cascadeRun(const float* src, float* dst, std::int32_t len, State* state) 
 {
     if (const Status bad = arguments(len, src, dst, state); bad != ippStsNoErr)
         return bad;
-    auto& cascade = *reinterpret_cast<Cascade*>(state);
-    for (std::int32_t i = 0; i < len; ++i) {
-        double x = static_cast<double>(src[i]);
-        for (std::size_t s = 0; s < cascade.sections; ++s) {
-            Section& f = cascade.section[s];
-            const double y = f.b0 * x + f.s1;
-            f.s1 = f.b1 * x - f.a1 * y + f.s2;
-            f.s2 = f.b2 * x - f.a2 * y;
-            x = y;
-        }
-        dst[i] = static_cast<float>(x);
-    }
+    active().cascade(*reinterpret_cast<const Cascade*>(state), src, dst, static_cast<std::size_t>(len));
     return ippStsNoErr;
 }
 
 // --- Sparse filters --------------------------------------------------------------------------------------------------
 
-struct Sparse {
-    std::size_t direct, recursive;  // tap counts
-    std::size_t longest1, longest2; // largest position of each group
-    float* taps;                    // all taps
-    std::int32_t* positions;        // all positions
-    float* past1;                   // x[n-1], x[n-2] ... x[n-longest1]
-    float* past2;                   // y[n-1] ... y[n-longest2]
-};
+// Samples that a sparse filter works on at a time: never fewer than its history, so that moving that costs little.
+std::size_t sparseChunk(std::size_t longest) noexcept
+{
+    return std::max<std::size_t>(longest, 128);
+}
+
+std::size_t sparseBytes(std::size_t taps, std::size_t longest) noexcept
+{
+    return rounded(sizeof(Sparse)) + rounded((longest + sparseChunk(longest)) * sizeof(float)) +
+           taps * (sizeof(float) + sizeof(std::int32_t));
+}
 
 bool rising(const std::int32_t* positions, std::size_t count, std::int32_t least) noexcept
 {
@@ -159,8 +272,8 @@ Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, s
         return ippStsIIROrderErr;
     if (order1 < 0 || order2 < 0)
         return ippStsSparseErr;
-    const std::int64_t words = 2 * (std::int64_t{nzLen1} + nzLen2) + order1 + order2;
-    return writeSize(4 * words + static_cast<std::int64_t>(alignment + sizeof(Sparse)), size, ippStsSparseErr);
+    const auto taps = static_cast<std::size_t>(nzLen1) + static_cast<std::size_t>(nzLen2);
+    return writeSize(alignment + sparseBytes(taps, static_cast<std::size_t>(std::max(order1, order2))), size, ippStsSparseErr);
 }
 
 Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::int32_t* positions, std::int32_t nzLen1,
@@ -175,17 +288,17 @@ Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::i
     if (!rising(positions, direct, 0) || !rising(positions + direct, recursive, 1))
         return ippStsSparseErr;
 
-    const auto longest1 = static_cast<std::size_t>(positions[direct - 1]);
-    const auto longest2 = static_cast<std::size_t>(positions[direct + recursive - 1]);
+    const std::size_t count = direct + recursive;
+    const auto longest = static_cast<std::size_t>(std::max(positions[direct - 1], positions[count - 1]));
+    const std::size_t chunk = sparseChunk(longest);
     std::byte* start = aligned(buffer);
-    auto* tapCopy = reinterpret_cast<float*>(start + sizeof(Sparse));
-    auto* positionCopy = reinterpret_cast<std::int32_t*>(tapCopy + direct + recursive);
-    auto* past = reinterpret_cast<float*>(positionCopy + direct + recursive);
-    std::copy_n(taps, direct + recursive, tapCopy);
-    std::copy_n(positions, direct + recursive, positionCopy);
-    std::fill_n(past, longest1 + longest2, 0.0F);
-    *state = reinterpret_cast<Sparse_32f*>(
-        new (start) Sparse{direct, recursive, longest1, longest2, tapCopy, positionCopy, past, past + longest1});
+    auto* line = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)));
+    auto* tapCopy = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)) + rounded((longest + chunk) * sizeof(float)));
+    auto* positionCopy = reinterpret_cast<std::int32_t*>(tapCopy + count);
+    std::fill_n(line, longest, 0.0F);
+    std::copy_n(taps, count, tapCopy);
+    std::copy_n(positions, count, positionCopy);
+    *state = reinterpret_cast<Sparse_32f*>(new (start) Sparse{direct, recursive, tapCopy, positionCopy, longest, chunk, line});
     return ippStsNoErr;
 }
 
@@ -193,22 +306,7 @@ Status ippsIIRSparse_32f(const float* src, float* dst, std::int32_t len, Sparse_
 {
     if (const Status bad = arguments(len, src, dst, state); bad != ippStsNoErr)
         return bad;
-    auto& f = *reinterpret_cast<Sparse*>(state);
-    for (std::int32_t i = 0; i < len; ++i) {
-        const float x = src[i];
-        float y = 0.0F;
-        for (std::size_t k = 0; k < f.direct; ++k)
-            y += f.taps[k] * (f.positions[k] == 0 ? x : f.past1[f.positions[k] - 1]);
-        for (std::size_t k = f.direct; k < f.direct + f.recursive; ++k)
-            y += f.taps[k] * f.past2[f.positions[k] - 1];
-        if (f.longest1 > 0) {
-            std::memmove(f.past1 + 1, f.past1, (f.longest1 - 1) * sizeof(float));
-            f.past1[0] = x;
-        }
-        std::memmove(f.past2 + 1, f.past2, (f.longest2 - 1) * sizeof(float));
-        f.past2[0] = y;
-        dst[i] = y;
-    }
+    active().sparse(*reinterpret_cast<const Sparse*>(state), src, dst, static_cast<std::size_t>(len));
     return ippStsNoErr;
 }
 

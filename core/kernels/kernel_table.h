@@ -10,6 +10,9 @@
 
 namespace quorel::kernels {
 
+struct Cascade;
+struct Sparse;
+
 struct KernelTable {
     const char* name; // "baseline", "avx2", "avx512"
 
@@ -40,6 +43,9 @@ struct KernelTable {
     void (*sumComplex)(const float* src, size_t n, float* sum);
 
     void (*mulPack)(const float* a, const float* b, float* dst, size_t n); // dst may be a or b
+
+    void (*cascade)(const Cascade& filter, const float* src, float* dst, size_t n); // the state behind its pointers changes
+    void (*sparse)(const Sparse& filter, const float* src, float* dst, size_t n);
 };
 
 // The variant in use: the baseline until static initialisation has looked at the processor, then the widest that runs here.

@@ -1,4 +1,5 @@
 // Compiles the kernels for one instruction set. The including unit defines QUOREL_VARIANT, the variant's name.
+#include "core/kernels/filters.h"
 #include "core/kernels/kernel_table.h"
 
 #define QUOREL_TEXT_OF(name) #name
@@ -9,6 +10,7 @@ namespace {
 
 #include "core/kernels/elements.inl"
 #include "core/kernels/transforms.inl"
+#include "core/kernels/filters.inl"
 
 } // namespace
 
@@ -22,6 +24,7 @@ const KernelTable table = {
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
     mulPack,
+    filters::cascade, filters::sparse,
 };
 // clang-format on
 
