@@ -22,7 +22,7 @@ public:
     // Ramps for blocks of `length` frames; none for 0.
     void prepare(std::uint64_t length);
 
-    // result = from * falling + to * rising. `result` may be `to`.
+    // result = from * falling + to * rising. `result` may be either of the two.
     // Like all arithmetic between buffers, and so like the fades below, it refuses an empty block.
     void blend(const Buffer<float, C>& from, const Buffer<float, C>& to, Buffer<float, C>& result);
 
