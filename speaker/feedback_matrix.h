@@ -6,6 +6,7 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "core/mixing.h"
 
 #include <array>
 
@@ -20,60 +21,53 @@ public:
 class FeedbackMatrix {
 public:
     static constexpr std::size_t lines = 12;
-    static constexpr std::size_t pairs = lines / 2;
+    static constexpr std::size_t pairs = PairMix::pairs;
     using Table = std::array<std::array<std::int8_t, pairs>, lines>;
 
+    // Blocks of any length: no scratch depends on maxFrames.
     // Required: an illegal entry is accepted here, and found in the block that first meets it.
-    FeedbackMatrix(const Table& mixingMatrix, std::uint64_t maxFrames)
-        : mixingMatrix(mixingMatrix), pairSum(maxFrames), pairDiff(maxFrames)
-    {
-    }
+    FeedbackMatrix(const Table& mixingMatrix, std::uint64_t maxFrames);
 
-    // A block beyond maxFrames, rounded up as a buffer's capacity is, fails like one beyond the capacity of `out`.
-    void process(const Buffer<float, lines>& in, Buffer<float, lines>& out);
+    // The rows before one with an illegal entry are written before it is reported.
+    void process(const Buffer<float, lines>& in, Buffer<float, lines>& out) const;
 
 private:
-    Table mixingMatrix;
-    Buffer<float, pairs> pairSum;  // scratch: the sum of each pair
-    Buffer<float, pairs> pairDiff; // scratch: its first line minus its second
+    std::array<PairMix, lines> rows{}; // the table's rows as the kernel takes them
+    std::size_t legal = 0;             // rows ahead of the first that has an illegal entry
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
-inline void FeedbackMatrix::process(const Buffer<float, lines>& in, Buffer<float, lines>& out)
+inline FeedbackMatrix::FeedbackMatrix(const Table& mixingMatrix, [[maybe_unused]] std::uint64_t maxFrames)
 {
-    const auto n = in.size();
-    if (n > out.capacity() || n > pairSum.capacity())
-        throw std::invalid_argument("FeedbackMatrix: out buffer too small");
-
-    const auto length = length32(n);
-    for (std::size_t p = 0; p < pairs; ++p) {
-        check(ippsAdd_32f(in.channel(2 * p), in.channel(2 * p + 1), pairSum.channel(p), length));
-        check(ippsSub_32f(in.channel(2 * p + 1), in.channel(2 * p), pairDiff.channel(p), length));
-    }
-    for (std::size_t r = 0; r < lines; ++r) {
-        float* y = out.channel(r);
-        // Required: the first column knows no minus on line 0; whatever is not 11 acts as 10.
-        check(ippsCopy_32f(mixingMatrix[r][0] == 11 ? pairSum.channel(0) : pairDiff.channel(0), y, length));
-        for (std::size_t p = 1; p < pairs; ++p) {
-            switch (mixingMatrix[r][p]) {
-            case 11:
-                check(ippsAdd_32f_I(pairSum.channel(p), y, length));
-                break;
-            case 10:
-                check(ippsAdd_32f_I(pairDiff.channel(p), y, length));
-                break;
-            case 1:
-                check(ippsSub_32f_I(pairDiff.channel(p), y, length));
-                break;
-            case 0:
-                check(ippsSub_32f_I(pairSum.channel(p), y, length));
-                break;
-            default:
-                throw IllegalMixingMatrix();
-            }
+    for (; legal < lines; ++legal) {
+        for (std::size_t p = 0; p < pairs; ++p) {
+            const int entry = mixingMatrix[legal][p];
+            if (p > 0 && entry != 11 && entry != 10 && entry != 1 && entry != 0)
+                return;
+            // Required: the first column knows no minus on line 0; whatever is not 11 acts as 10.
+            const bool sum = entry == 11 || (entry == 0 && p > 0);
+            rows[legal].term[p] = static_cast<std::uint8_t>((sum ? PairMix::sum : PairMix::difference) + p);
+            rows[legal].sign[p] = entry >= 10 || p == 0 ? 1.0F : -1.0F;
         }
     }
+}
+
+inline void FeedbackMatrix::process(const Buffer<float, lines>& in, Buffer<float, lines>& out) const
+{
+    const auto n = in.size();
+    if (n > out.capacity())
+        throw std::invalid_argument("FeedbackMatrix: out buffer too small");
+
+    std::array<const float*, lines> x{};
+    std::array<float*, lines> y{};
+    for (std::size_t c = 0; c < lines; ++c) {
+        x[c] = in.channel(c);
+        y[c] = out.channel(c);
+    }
+    check(mixPairs(x.data(), y.data(), rows.data(), legal, length32(n)));
+    if (legal < lines)
+        throw IllegalMixingMatrix();
     out.setSize(n);
 }
 

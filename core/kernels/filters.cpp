@@ -215,7 +215,7 @@ Status cascadeRun(const float* src, float* dst, std::int32_t len, State* state) 
 // Samples that a sparse filter works on at a time: never fewer than its history, so that moving that costs little.
 std::size_t sparseChunk(std::size_t longest) noexcept
 {
-    return std::max<std::size_t>(longest, 128);
+    return std::max<std::size_t>(longest + 16, 128);
 }
 
 std::size_t sparseBytes(std::size_t taps, std::size_t longest) noexcept
@@ -295,7 +295,7 @@ Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::i
     auto* line = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)));
     auto* tapCopy = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)) + rounded((longest + chunk) * sizeof(float)));
     auto* positionCopy = reinterpret_cast<std::int32_t*>(tapCopy + count);
-    std::fill_n(line, longest, 0.0F);
+    std::fill_n(line, longest + chunk, 0.0F);
     std::copy_n(taps, count, tapCopy);
     std::copy_n(positions, count, positionCopy);
     *state = reinterpret_cast<Sparse_32f*>(new (start) Sparse{direct, recursive, tapCopy, positionCopy, longest, chunk, line});

@@ -8,6 +8,10 @@
 
 #include <stddef.h>
 
+namespace quorel {
+struct PairMix;
+}
+
 namespace quorel::kernels {
 
 struct Cascade;
@@ -46,6 +50,7 @@ struct KernelTable {
 
     void (*cascade)(const Cascade& filter, const float* src, float* dst, size_t n); // the state behind its pointers changes
     void (*sparse)(const Sparse& filter, const float* src, float* dst, size_t n);
+    void (*mixPairs)(const float* const* in, float* const* out, const PairMix* mix, size_t rows, size_t n);
 };
 
 // The variant in use: the baseline until static initialisation has looked at the processor, then the widest that runs here.

@@ -1,6 +1,7 @@
 // Compiles the kernels for one instruction set. The including unit defines QUOREL_VARIANT, the variant's name.
 #include "core/kernels/filters.h"
 #include "core/kernels/kernel_table.h"
+#include "core/kernels/mixing.h"
 
 #define QUOREL_TEXT_OF(name) #name
 #define QUOREL_TEXT(name) QUOREL_TEXT_OF(name)
@@ -9,8 +10,9 @@ namespace quorel::kernels {
 namespace {
 
 #include "core/kernels/elements.inl"
-#include "core/kernels/transforms.inl"
 #include "core/kernels/filters.inl"
+#include "core/kernels/mixing.inl"
+#include "core/kernels/transforms.inl"
 
 } // namespace
 
@@ -24,7 +26,7 @@ const KernelTable table = {
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
     mulPack,
-    filters::cascade, filters::sparse,
+    filters::cascade, filters::sparse, mixPairs,
 };
 // clang-format on
 
