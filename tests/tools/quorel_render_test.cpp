@@ -513,11 +513,11 @@ TEST_F(QuorelRender, AnInterruptLeavesTheOldOutputAndNothingElse)
     const std::string input = save("long.wav", 1, silence(1, 3000000)); // in blocks of one frame it takes its time
     const std::vector<fs::path> before = entries();
     const pid_t child = start({input, path("old.wav"), "--block-size", "1"}, STDOUT_FILENO, STDERR_FILENO);
-    while (entries() == before)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(waitpid(child, nullptr, WNOHANG), 0);
-    kill(child, SIGINT);
     int status = 0;
+    while (entries() == before && waitpid(child, &status, WNOHANG) == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_NE(entries(), before) << "ended before it could be interrupted: " << status;
+    kill(child, SIGINT);
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
     EXPECT_TRUE(bytes("old.wav") == "an older file");
