@@ -1,6 +1,5 @@
 #include "tools/resampler.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace quorel {
@@ -29,18 +28,9 @@ std::uint64_t Resampler::framesOf(std::uint64_t inputFrames) const noexcept
 
 std::uint64_t Resampler::read(float* x, std::uint64_t n)
 {
-    const auto channels = static_cast<std::size_t>(reader.channels());
-    std::uint64_t got = soxr_output(library.get(), x, n);
+    const std::uint64_t got = soxr_output(library.get(), x, n);
     if (failure)
         std::rethrow_exception(failure);
-    if (got < n) { // The file has ended; the library may be off its last frame by one.
-        const std::uint64_t left = framesOf(consumed) - std::min(delivered, framesOf(consumed));
-        const std::uint64_t due = std::min(left, n);
-        if (got < due)
-            std::fill(x + got * channels, x + due * channels, 0.0F);
-        got = due;
-    }
-    delivered += got;
     return got;
 }
 
@@ -50,9 +40,7 @@ std::size_t Resampler::supply(void* self, soxr_in_t* data, std::size_t n)
     auto& resampler = *static_cast<Resampler*>(self);
     *data = resampler.chunk.data();
     try {
-        const std::uint64_t got = resampler.reader.read(resampler.chunk.data(), n);
-        resampler.consumed += got;
-        return got;
+        return resampler.reader.read(resampler.chunk.data(), n);
     } catch (...) {
         resampler.failure = std::current_exception();
         *data = nullptr;

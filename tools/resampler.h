@@ -17,7 +17,7 @@ public:
     Resampler(const Resampler&) = delete;
     Resampler& operator=(const Resampler&) = delete;
 
-    // Frames that come out of so many: the same time at the new rate, to the nearest frame.
+    // Frames that come out of so many in all: the same time at the new rate, to the nearest frame.
     std::uint64_t framesOf(std::uint64_t inputFrames) const noexcept;
 
     // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the end.
@@ -34,9 +34,7 @@ private:
     std::uint32_t rate;       // frames per second
     std::vector<float> chunk; // what the library asked for last
     std::unique_ptr<std::remove_pointer_t<soxr_t>, Delete> library;
-    std::uint64_t consumed = 0;  // frames read from the file
-    std::uint64_t delivered = 0; // frames given out
-    std::exception_ptr failure;  // what reading threw, carried across the library
+    std::exception_ptr failure; // what reading threw, carried across the library
 };
 
 } // namespace quorel

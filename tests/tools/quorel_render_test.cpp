@@ -380,6 +380,27 @@ TEST_F(QuorelRender, WhatIsNoNumberIsRefused)
     expectRefusal(input, "--Reverb", {"--Reverb"});
 }
 
+TEST_F(QuorelRender, ABlockAsLongAsAPreDelayOfTheLayoutIsRefusedWithTheReason)
+{
+    // Pre-delays take effect in whole lines of 16 frames: back left's is 64, that of every other speaker 48.
+    const std::string surround = save("surround.wav", 8, noise(8, 1000));
+    const std::string stereo = save("stereo.wav", 2, noise(2, 1000));
+    const std::string backLeft = save("back_left.wav", 1, noise(1, 1000), 0, 0x10);
+    const auto refuse = [&](const std::string& input, const std::string& block) {
+        expectRefusal(input,
+                      "the effect refuses blocks of " + block +
+                          " frames (ippStsSizeErr): the reverb delays a speaker of this layout by exactly as many; choose "
+                          "another --block-size",
+                      {"--block-size", block});
+    };
+    refuse(surround, "48");
+    refuse(surround, "64");
+    refuse(stereo, "48");
+    render(stereo, {"--block-size", "64"});
+    render(backLeft, {"--block-size", "48"});
+    refuse(backLeft, "64");
+}
+
 TEST_F(QuorelRender, AnUnknownOptionOrSampleFormatIsRefused)
 {
     const std::string input = save("in.wav", 2, noise(2, 100));
@@ -431,6 +452,14 @@ TEST_F(QuorelRender, TheTailIsASecondWithReverbAndNothingWithout)
     EXPECT_EQ(render(input, {"--Reverb", "100"}).info.frames, 49000);
     EXPECT_EQ(render(input, {"--Reverb", "100", "--Settings", "0"}).info.frames, 1000);
     EXPECT_EQ(render(input, {"--Reverb", "100", "--tail", "0"}).info.frames, 1000);
+}
+
+TEST_F(QuorelRender, TheTailOfADownMixIsSilence)
+{
+    const Sound out = render(save("in.wav", 2, noise(2, 1000)), {"--tail", "0.1", "--Settings", "0"});
+    // The flat equaliser leaves rounding alone behind.
+    for (std::size_t i = 1000; i < 5800; ++i)
+        EXPECT_LT(std::abs(out.at(i, 0)) + std::abs(out.at(i, 1)), 1e-5F) << i;
 }
 
 TEST_F(QuorelRender, EqualRendersAreEqualFiles)
@@ -505,11 +534,11 @@ TEST_F(QuorelRender, AnInterruptLeavesTheOldOutputAndNothingElse)
     const std::string input = save("long.wav", 1, silence(1, 3000000)); // in blocks of one frame it takes its time
     const std::vector<fs::path> before = entries();
     const pid_t child = start({input, path("old.wav"), "--block-size", "1"}, STDOUT_FILENO, STDERR_FILENO);
-    while (entries() == before)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(waitpid(child, nullptr, WNOHANG), 0);
-    kill(child, SIGINT);
     int status = 0;
+    while (entries() == before && waitpid(child, &status, WNOHANG) == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_NE(entries(), before) << "ended before it could be interrupted: " << status;
+    kill(child, SIGINT);
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
     EXPECT_TRUE(bytes("old.wav") == "an older file");
@@ -575,6 +604,72 @@ TEST_F(QuorelRender, AMaskOptionTakesThePlaceOfTheFilesOwn)
     EXPECT_FALSE(bytes("out.wav") == front);
 }
 
+// ---- settings -------------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, TheSurroundEffectLetsBothEarsHearASpeakerAndTheNearOneMore)
+{
+    std::vector<float> samples = noise(1, 10000);
+    const auto energies = [&](std::uint32_t mask) {
+        const Sound out = render(save("in.wav", 1, samples, 0, mask));
+        std::pair<double, double> sums;
+        for (std::size_t i = 2000; i < 10000; ++i) {
+            sums.first += std::pow(out.at(i, 0), 2);
+            sums.second += std::pow(out.at(i, 1), 2);
+        }
+        return sums;
+    };
+    for (const std::uint32_t left : {0x1U, 0x10U, 0x200U}) {
+        const auto [near, far] = energies(left);
+        EXPECT_GT(near, 2 * far) << left;
+        EXPECT_GT(far, 0.001 * near) << left;
+    }
+    for (const std::uint32_t right : {0x2U, 0x20U, 0x400U}) {
+        const auto [far, near] = energies(right);
+        EXPECT_GT(near, 2 * far) << right;
+        EXPECT_GT(far, 0.001 * near) << right;
+    }
+}
+
+TEST_F(QuorelRender, TheReverbSoundsInItsTailAndMoreOfItSoundsMore)
+{
+    const std::string input = save("in.wav", 2, noise(2, 10000));
+    const auto tailPower = [&](const char* reverb) {
+        const Sound out = render(input, {"--Reverb", reverb, "--tail", "0.1"});
+        double sum = 0;
+        for (std::size_t i = 10500; i < 14800; ++i)
+            sum += std::pow(out.at(i, 0), 2) + std::pow(out.at(i, 1), 2);
+        return sum;
+    };
+    const double off = tailPower("0");
+    const double soft = tailPower("85"); // 9 dB below 170
+    const double loud = tailPower("170");
+    EXPECT_GT(soft, 1e-6);
+    EXPECT_LT(off, 1e-6 * soft);
+    EXPECT_NEAR(10 * std::log10(loud / soft), 9, 0.01);
+}
+
+TEST_F(QuorelRender, EachBandOptionRaisesItsOwnBand)
+{
+    constexpr double centres[] = {63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000}; // Hz
+    for (std::size_t band = 0; band < std::size(centres); ++band) {
+        std::vector<float> samples;
+        for (int i = 0; i < 24000; ++i)
+            samples.push_back(static_cast<float>(0.1 * std::sin(2 * std::numbers::pi * centres[band] / 48000 * i)));
+        const std::string input = save("sine.wav", 1, samples);
+        const auto gainDb = [&](const std::string& value) {
+            const Sound out = render(input, {"--Settings", "0", "--EQBand" + std::to_string(band + 1), value});
+            double sum = 0;
+            for (std::size_t i = 12000; i < 24000; ++i) // a whole number of periods, long after the start
+                sum += std::pow(out.at(i, 0), 2);
+            return 10 * std::log10(sum / 12000 / (0.5 * 0.04 * 0.04)); // the centre at 0.5, the output at 0.8
+        };
+        // Neighbouring bands reach about 6 dB together, not each to the last tenth: what counts here is that it is this band.
+        EXPECT_NEAR(gainDb("127"), 6, 1) << centres[band];
+        EXPECT_NEAR(gainDb("-127"), -6, 1) << centres[band];
+        EXPECT_NEAR(gainDb("0"), 0, 0.01) << centres[band];
+    }
+}
+
 // ---- rates ----------------------------------------------------------------------------------------------------------
 
 TEST_F(QuorelRender, AtAnotherRateTheOutputIsTheInputAndTheToolSaysSo)
@@ -600,7 +695,7 @@ TEST_F(QuorelRender, AtAnotherRateTheOutputIsTheInputAndTheToolSaysSo)
 
 TEST_F(QuorelRender, ResamplingKeepsTheSoundAndItsLength)
 {
-    for (const int rate : {8000, 16000, 44100, 96000}) {
+    for (const int rate : {8000, 11025, 16000, 44100, 96000}) {
         // 1000 Hz at a level of 0.1: in float and behind 20 bits of resampling it stays within 1e-5 of itself.
         std::vector<float> samples;
         const double step = 2 * std::numbers::pi * 1000 / rate;

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """picture.py <7.1 recording> <its render> <picture>: what each ear gets, against time.
 
-Above stands the level of both ears, then the difference of the two, then the spectrogram of each. Each speaker's name stands over the time in which
+Above stands the level of both ears, then how far the left one is over the right one above 1 kHz, then the spectrogram of each. Each speaker's name stands over the time in which
 its channel of the recording sounds.
 """
 import subprocess
@@ -24,10 +24,11 @@ def samples(path, channels):
     return np.frombuffer(raw, "<f4").reshape(-1, channels)
 
 
-def level(x):
-    """The mean power of each step in dB of full scale."""
-    steps = x[: len(x) // STEP * STEP].reshape(-1, STEP).astype(float)
-    return 10 * np.log10(np.mean(steps**2, axis=1) + 1e-9)
+def level(x, above=0):
+    """The mean power of each step, of what lies above so many Hz, in dB of full scale."""
+    steps = x[: len(x) // STEP * STEP].reshape(-1, STEP)
+    spectra = np.abs(np.fft.rfft(steps * np.sqrt(2) / STEP))[:, int(above * STEP / RATE) :]
+    return 10 * np.log10(np.sum(spectra**2, axis=1) + 1e-9)
 
 
 recording, render, picture = sys.argv[1:]
@@ -42,10 +43,10 @@ for (name, colour), y, width in zip(EARS, levels, [3, 1.5]):
 axes[0].set(ylabel="level, dB of full scale", ylim=(-75, 0), title="What the headphones get, speaker by speaker")
 axes[0].legend(loc="lower right")
 
-heard = np.maximum(*levels) > -60
-difference = np.where(heard, np.clip(levels[0] - levels[1], -25, 25), np.nan)
+left, right = (level(x, above=1000) for x in ears.T)
+difference = np.where(np.maximum(left, right) > -65, np.clip(left - right, -25, 25), np.nan)
 axes[1].plot(times, difference, color="black")
-axes[1].set(ylabel="left above right, dB\n(at most 25)", ylim=(-27, 27))
+axes[1].set(ylabel="left over right ear\nabove 1 kHz, dB", ylim=(-27, 27))
 for axis in axes[:2]:
     axis.grid(alpha=0.3)
 
