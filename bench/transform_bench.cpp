@@ -1,35 +1,14 @@
 // The transforms that the paths use and the packed product, in every variant, as ratios to the yardstick Y; the complex ones
 // as ratios to FFTW's own transform of the same kind. Each result is verified before it is timed.
+#include "bench/inputs.h"
 #include "bench/yardstick.h"
 #include "core/fft.h"
-#include "core/kernels/kernel_table.h"
 
 #include <cmath>
-#include <random>
 #include <string>
 
 namespace quorel::bench {
 namespace {
-
-// Puts a variant into use for the length of a benchmark.
-class InUse {
-public:
-    explicit InUse(const kernels::KernelTable& variant) { kernels::use(variant); }
-    ~InUse() { kernels::use(before); }
-    InUse(const InUse&) = delete;
-    InUse& operator=(const InUse&) = delete;
-
-private:
-    const kernels::KernelTable& before = kernels::active();
-};
-
-void fillWithNoise(float* x, std::size_t n)
-{
-    std::mt19937 random(1);
-    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
-    for (std::size_t i = 0; i < n; ++i)
-        x[i] = uniform(random);
-}
 
 // The relative difference, root mean square, must stay below 1e-6.
 bool agree(const float* actual, const float* expected, std::size_t n)

@@ -1,4 +1,5 @@
-// PassThrough copies a block with a gain: between buffers, and from a stereo buffer to a path's interleaved output.
+// PassThrough copies a block: from a path's interleaved input, between buffers with a gain, and from a stereo buffer to the
+// interleaved output.
 #pragma once
 
 #include "core/buffer.h"
@@ -7,6 +8,22 @@ namespace quorel::PassThrough {
 
 // Samples in a frame of a speaker path's output, whatever the path's channel count: left, right and six zeros.
 constexpr std::size_t outputStride = 8;
+
+// A block of C samples a frame, channel by channel: out[c][first + i] = in[i * C + c]. Ahead of `first` the rows stay.
+template <std::size_t C>
+void deinterleave(const InterleavedView& in, Buffer<float, C>& out, std::uint64_t first)
+{
+    const auto n = in.frames;
+    if (n > out.capacity() - first)
+        throw std::invalid_argument("PassThrough: out buffer too small");
+
+    for (std::size_t c = 0; c < C; ++c) {
+        float* x = out.channel(c) + first;
+        for (std::uint64_t i = 0; i < n; ++i)
+            x[i] = in.data[i * C + c];
+    }
+    out.setSize(first + n);
+}
 
 // out[c] = gain * in[c].
 // Required: a channel whose input and output are one row is skipped, and its gain then not applied: this stage is meant for

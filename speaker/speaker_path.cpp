@@ -153,17 +153,8 @@ void SpeakerPath<N, float>::copyThrough(InterleavedView in, InterleavedView out)
 template <std::size_t N>
 void SpeakerPath<N, float>::loadInput(InterleavedView in)
 {
-    const auto n = in.frames;
     input.slide();
-    if (n > input.capacity() - input.overlap())
-        throw std::invalid_argument("PassThrough: out buffer too small");
-
-    for (std::size_t c = 0; c < N; ++c) {
-        float* x = input.channel(c) + input.overlap();
-        for (std::uint64_t i = 0; i < n; ++i)
-            x[i] = in.data[i * N + c];
-    }
-    input.setSize(input.overlap() + n);
+    PassThrough::deinterleave(in, input, input.overlap());
 }
 
 // Overlap-save: the product of the spectra is a circular convolution. Its first 176 frames are wrapped and never read; the

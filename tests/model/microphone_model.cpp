@@ -1,0 +1,602 @@
+#include "tests/model/microphone_model.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+namespace quorel::model {
+
+namespace {
+
+constexpr std::size_t gainBandCount = FloorTracker::bandCount;
+constexpr std::size_t meterBandCount = 10;
+
+std::size_t fftLengthOf(std::uint32_t sampleRate)
+{
+    if (sampleRate != 16000 && sampleRate != 48000)
+        throw Failure(Failure::Kind::RuntimeError, "Unknown sampleRate in MicEqualizer");
+    return sampleRate == 16000 ? 512 : 1024;
+}
+
+std::vector<float> magnitudes(const Spectrum& values)
+{
+    std::vector<float> m;
+    for (const auto& value : values)
+        m.push_back(static_cast<float>(std::sqrt(value.real() * value.real() + value.imag() * value.imag())));
+    return m;
+}
+
+// The answer to a > b or a >= b that counts, `holds` being the model's own one.
+bool judge(const Referee& referee, Decision decision, double a, double b)
+{
+    decision.distance = std::fabs(a - b);
+    decision.doubt += std::max(std::fabs(a), std::fabs(b));
+    if (referee.decide && decision.distance <= referee.margin * decision.doubt)
+        return referee.decide(decision);
+    return decision.holds;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+
+Fourier::Fourier(std::size_t length)
+{
+    for (std::size_t j = 0; j < length / 2; ++j) {
+        const double angle = 2.0 * std::numbers::pi * static_cast<double>(j) / static_cast<double>(length);
+        turns.emplace_back(std::cos(angle), std::sin(angle));
+    }
+}
+
+void Fourier::transform(Spectrum& x) const
+{
+    const std::size_t n = x.size();
+
+    // Into bit-reversed order.
+    for (std::size_t i = 1, j = 0; i < n; ++i) {
+        std::size_t bit = n / 2;
+        for (; (j & bit) != 0; bit /= 2)
+            j ^= bit;
+        j ^= bit;
+        if (i < j)
+            std::swap(x[i], x[j]);
+    }
+
+    // Butterflies of two halves, from pairs up to the whole.
+    for (std::size_t half = 1; half < n; half *= 2) {
+        const std::size_t stride = n / (2 * half);
+        for (std::size_t start = 0; start < n; start += 2 * half)
+            for (std::size_t k = 0; k < half; ++k) {
+                const auto& w = turns[k * stride];
+                const auto a = x[start + k];
+                const auto b = x[start + k + half];
+                const std::complex<double> turned(b.real() * w.real() - b.imag() * w.imag(),
+                                                  b.real() * w.imag() + b.imag() * w.real());
+                x[start + k] = a + turned;
+                x[start + k + half] = a - turned;
+            }
+    }
+}
+
+// ---------------------------------------------------------------------------
+
+BandDoubt::BandDoubt(const std::vector<std::size_t>& widths) : widths(widths), held(widths.size(), 0.0) {}
+
+const std::vector<double>& BandDoubt::process(const Spectrum& spectrum)
+{
+    constexpr double fading = 0.94; // per frame, of the slowest of the smoothed magnitudes
+    double energy = 0.0;
+    for (const auto& bin : spectrum)
+        energy += bin.real() * bin.real() + bin.imag() * bin.imag();
+    const double mean = std::sqrt(energy / static_cast<double>(spectrum.size()));
+    for (std::size_t b = 0; b < held.size(); ++b) {
+        const auto width = static_cast<double>(std::max<std::size_t>(widths[b], 1));
+        held[b] = std::max(mean / std::sqrt(width), fading * held[b]);
+    }
+    return held;
+}
+
+// ---------------------------------------------------------------------------
+
+namespace {
+
+constexpr float floorSmoothing = 0.0606000423f;
+constexpr float onsetRatio = 0.700000048f;
+constexpr float slowFall = 0.970000029f;
+constexpr float floorEpsilon = 1.1920929e-7f;
+
+float fastFallOf(std::size_t band)
+{
+    // Required: band 0 grows where the others fall, up to infinity.
+    return band == 0 ? 9.60000038f : 0.960000038f;
+}
+
+struct FloorBand {
+    float lowerLimit;
+    float riseStep;
+    float initialFloor;
+};
+
+constexpr std::array<FloorBand, gainBandCount> floorBands{{
+    {7.74860382e-06f, 0.00499999523f, 7.9870224e-06f},
+    {7.74860382e-06f, 0.00499999523f, 1.57356262e-05f},
+    {5.60283661e-06f, 0.00499999523f, 1.77621841e-05f},
+    {5.00679016e-06f, 0.00499999523f, 1.14440918e-05f},
+    {6.07967377e-06f, 0.00499999523f, 3.09944153e-06f},
+    {6.07967377e-06f, 0.00499999523f, 2.62260437e-06f},
+    {5.00679016e-06f, 0.00999999046f, 2.2649765e-06f},
+    {5.60283661e-06f, 0.00899994373f, 1.66893005e-06f},
+    {4.41074371e-06f, 0.00999999046f, 8.34465027e-07f},
+    {4.41074371e-06f, 0.00999999046f, 5.96046448e-07f},
+    {4.41074371e-06f, 0.00999999046f, 5.96046448e-07f},
+    {3.93390656e-06f, 0.0199999809f, 4.76837158e-07f},
+    {6.07967377e-06f, 0.0299999714f, 4.76837158e-07f},
+    {7.74860382e-06f, 0.0499999523f, 4.76837158e-07f},
+    {1.40666962e-05f, 0.100000024f, 4.76837158e-07f},
+    {1.40666962e-05f, 0.100000024f, 2.38418579e-07f},
+}};
+
+} // namespace
+
+FloorTracker::FloorTracker(std::size_t channel) : channel(channel), smoothed(bandCount, 0.0f), nextFall(bandCount, slowFall)
+{
+    for (std::size_t b = 0; b < bandCount; ++b) {
+        bottom.push_back(floorBands[b].initialFloor);
+        fallFactor.push_back(fastFallOf(b));
+    }
+}
+
+const std::vector<float>& FloorTracker::process(const std::vector<float>& magnitude, const std::vector<double>& doubt,
+                                                const Referee& referee)
+{
+    for (std::size_t b = 0; b < bandCount; ++b) {
+        const float p = magnitude[b];
+        float step = p - smoothed[b];
+        step = step * floorSmoothing;
+        smoothed[b] = smoothed[b] + step;
+        const float x = smoothed[b];
+
+        float& T = bottom[b];
+        float down = T * fallFactor[b];
+        down = down - floorEpsilon;
+        float up = T * floorBands[b].riseStep;
+        up = T + up;
+        const float upMin = T + floorEpsilon;
+        const float limit = onsetRatio * p;
+
+        const auto asks = [&](Decision::Kind kind, float larger, float smaller) {
+            return judge(referee, {Decision::Tracker::Noise, kind, channel, b, frame, 0.0, doubt[b], larger > smaller}, larger,
+                         smaller);
+        };
+        if (asks(Decision::Kind::FloorAbove, T, x)) {
+            T = down > floorBands[b].lowerLimit ? down : floorBands[b].lowerLimit;
+            nextFall[b] = slowFall;
+        } else if (asks(Decision::Kind::Steady, x, limit)) {
+            T = up > upMin ? up : upMin;
+            fallFactor[b] = nextFall[b];
+        } else {
+            nextFall[b] = fastFallOf(b);
+        }
+    }
+    ++frame;
+    return bottom;
+}
+
+std::vector<double> FloorTracker::state() const
+{
+    std::vector<double> values;
+    for (const auto& row : {smoothed, bottom, fallFactor, nextFall})
+        values.insert(values.end(), row.begin(), row.end());
+    return values;
+}
+
+// ---------------------------------------------------------------------------
+
+LevelRates signalRates()
+{
+    return {1.1920929e-06f, 1.0f, 0.25f, 0.9f, 0.7f, 0.5f, 0.125f, 7.62939453e-06f};
+}
+
+LevelRates meterRates(std::uint32_t sampleRate)
+{
+    if (sampleRate == 16000)
+        return signalRates();
+    return {1.1920929e-06f, std::min(1.0f, 3.0000002f), 0.75000006f, 0.9f,
+            0.7f,           std::min(1.0f, 1.5000001f), 0.37500003f, 2.28881854e-05f};
+}
+
+LevelTracker::LevelTracker(Decision::Tracker name, std::size_t channel, std::size_t bandCount, const LevelRates& rates)
+    : name(name), channel(channel), rates(rates), envelope(bandCount, 0.0f), estimate(bandCount, 0.0f)
+{
+}
+
+const std::vector<float>& LevelTracker::process(const std::vector<float>& magnitude, const std::vector<double>& doubt,
+                                                const Referee& referee)
+{
+    for (std::size_t b = 0; b < envelope.size(); ++b) {
+        float& E = envelope[b];
+        float& O = estimate[b];
+
+        const float m = magnitude[b] > rates.floor ? magnitude[b] : rates.floor;
+        float step = m - E;
+        step = step * (m > E ? rates.rise : rates.fall);
+        E = E + step;
+
+        const float high = E * rates.highRatio;
+        const float low = O * rates.lowRatio;
+        const auto asks = [&](Decision::Kind kind, float larger, float smaller, bool holds) {
+            return judge(referee, {name, kind, channel, b, frame, 0.0, doubt[b], holds}, larger, smaller);
+        };
+        float rate = rates.holdRate;
+        if (asks(Decision::Kind::ClearlyAbove, high, O, high >= O))
+            rate = rates.catchUpRate;
+        if (asks(Decision::Kind::ClearlyBelow, low, E, low > E))
+            rate = rates.dropRate;
+
+        step = E - O;
+        step = step * rate;
+        O = O + step;
+    }
+    ++frame;
+    return estimate;
+}
+
+std::vector<double> LevelTracker::state() const
+{
+    std::vector<double> values(envelope.begin(), envelope.end());
+    values.insert(values.end(), estimate.begin(), estimate.end());
+    return values;
+}
+
+double suppressionTarget(double noise, double signal)
+{
+    const double epsilon = 1.1920929e-7f;
+    const double maxSuppression = 0.683772206f;
+    const double offset = -0.3f;
+    const double level = signal < epsilon ? epsilon : signal;
+    const double sum = noise * 1.0 + noise * 2.0 / level + offset;
+    const double target = sum < maxSuppression ? sum : maxSuppression;
+    return target < 0.0 ? 0.0 : target;
+}
+
+Spectrum bandMeans(const Spectrum& spectrum, const std::vector<std::size_t>& widths)
+{
+    Spectrum means;
+    std::size_t bin = 0;
+    for (const std::size_t width : widths) {
+        double re = 0.0;
+        double im = 0.0;
+        for (std::size_t k = 0; k < width; ++k, ++bin) {
+            re += spectrum[bin].real();
+            im += spectrum[bin].imag();
+        }
+        const double scale = width == 0 ? 0.0 : static_cast<float>(1.0 / static_cast<double>(width));
+        means.emplace_back(re * scale, im * scale);
+    }
+    return means;
+}
+
+std::vector<std::size_t> gainBands(std::uint32_t sampleRate)
+{
+    if (sampleRate == 16000)
+        return {2, 2, 2, 2, 4, 4, 4, 4, 8, 8, 8, 16, 32, 32, 64, 64};
+    return {2, 1, 1, 2, 2, 3, 2, 3, 6, 5, 5, 11, 21, 21, 43, 384};
+}
+
+std::vector<std::size_t> meterBands(std::uint32_t sampleRate)
+{
+    if (sampleRate == 16000)
+        return {2, 1, 3, 5, 11, 21, 43, 85, 85, 0};
+    return {2, 1, 1, 4, 7, 14, 28, 57, 115, 283};
+}
+
+// ---------------------------------------------------------------------------
+
+FilterBankModel::FilterBankModel(std::size_t fftLength, std::size_t hop, const MicrophoneWindows& windows)
+    : fftLength(fftLength),
+      hop(hop),
+      windows(windows),
+      fourier(fftLength),
+      history(windows.analysis.size(), 0.0),
+      overlap(windows.synthesis.size(), 0.0)
+{
+}
+
+Spectrum FilterBankModel::analyse(const Signal& samples)
+{
+    history.insert(history.begin(), samples.rbegin(), samples.rend());
+    history.resize(windows.analysis.size());
+
+    // The window's centre falls on index 0 of the transform, and what lies beyond its length is
+    // folded back into it. Time runs backwards in the history, so the inverse kernel gives the
+    // forward spectrum.
+    const std::size_t centre = (history.size() - 1) / 2;
+    Spectrum frame(fftLength);
+    for (std::size_t k = 0; k < history.size(); ++k)
+        frame[(fftLength + k - centre) % fftLength] += double{windows.analysis[k]} * history[k];
+    fourier.transform(frame);
+    return frame;
+}
+
+Signal FilterBankModel::synthesise(const Spectrum& spectrum)
+{
+    Spectrum frame = spectrum;
+    fourier.transform(frame);
+
+    // The frame repeats with the transform's length; the window is laid with its centre on a
+    // multiple of it.
+    const std::size_t centre = overlap.size() / 2;
+    for (std::size_t k = 0; k < overlap.size(); ++k)
+        overlap[k] += double{windows.synthesis[k]} * frame[(fftLength + k - centre) % fftLength].real();
+
+    const auto border = overlap.begin() + static_cast<std::ptrdiff_t>(hop);
+    const Signal samples(overlap.begin(), border);
+    overlap.erase(overlap.begin(), border);
+    overlap.resize(windows.synthesis.size(), 0.0);
+    return samples;
+}
+
+// ---------------------------------------------------------------------------
+
+namespace {
+
+struct CurveTaps {
+    float b0, b1, b2, a1, a2; // a0 is 1
+};
+
+constexpr CurveTaps flat{1, 0, 0, 0, 0};
+
+constexpr std::array<CurveTaps, 5> curve1At16000{{
+    {0.62421602f, -1.1084957f, 0.48482689f, -1.971215f, 0.97218823f},
+    {1.7127146f, 0.87035537f, -0.54015291f, 0.87035537f, 0.17256166f},
+    flat,
+    flat,
+    flat,
+}};
+constexpr std::array<CurveTaps, 5> curve1At48000{{
+    {0.58315772f, -1.1193596f, 0.53626329f, -1.9905342f, 0.99064332f},
+    {1.4479772f, -1.0284984f, 0.031935934f, -1.0284984f, 0.47991312f},
+    flat,
+    flat,
+    flat,
+}};
+constexpr std::array<CurveTaps, 5> curve2At16000{{
+    {0.97000229f, -1.9242152f, 0.95504779f, -1.9242152f, 0.92505008f},
+    {0.98183644f, -1.9566953f, 0.97499466f, -1.9566953f, 0.9568311f},
+    {0.98937529f, -1.9519541f, 0.96802479f, -1.9519541f, 0.95740008f},
+    {1.012169f, -1.9275502f, 0.92883539f, -1.9275502f, 0.94100434f},
+    {1.0929618f, -0.47876537f, 0.45635545f, -0.47876537f, 0.54931724f},
+}};
+constexpr std::array<CurveTaps, 5> curve2At48000{{
+    {0.9897452f, -1.974283f, 0.98463297f, -1.974283f, 0.97437817f},
+    {0.99385715f, -1.9853852f, 0.99154329f, -1.9853852f, 0.98540044f},
+    {0.99640888f, -1.9849873f, 0.98919249f, -1.9849873f, 0.98560137f},
+    {1.0041335f, -1.9784342f, 0.97582728f, -1.9784342f, 0.97996074f},
+    {1.0323546f, -1.6837952f, 0.81078863f, -1.6837952f, 0.8431433f},
+}};
+
+} // namespace
+
+std::vector<Section> microphoneCurve(std::uint32_t sampleRate, std::size_t index)
+{
+    std::array<CurveTaps, 5> taps{{flat, flat, flat, flat, flat}};
+    if (index == 1)
+        taps = sampleRate == 16000 ? curve1At16000 : curve1At48000;
+    if (index == 2)
+        taps = sampleRate == 16000 ? curve2At16000 : curve2At48000;
+
+    std::vector<Section> sections;
+    for (const CurveTaps& t : taps)
+        sections.push_back({t.b0, t.b1, t.b2, 1.0, t.a1, t.a2});
+    return sections;
+}
+
+float gatePreGain(std::uint32_t noiseGate)
+{
+    const double index = std::min<std::uint32_t>(noiseGate, 255);
+    return static_cast<float>(std::pow(10.0, (128.0 - index) / 127.0));
+}
+
+GainRider microphoneGate(std::size_t channels, std::uint32_t sampleRate)
+{
+    const bool slow = sampleRate == 16000;
+    return GainRider(channels, slow ? 0.0206178185f : 0.00692038750f, // 3 ms
+                     slow ? 0.0000520819776f : 0.0000173609606f,      // 1.2 s
+                     {{0.0316227749f, 0.00316227763f}, {0.0630957335f, 1.0f}});
+}
+
+// ---------------------------------------------------------------------------
+
+MicrophoneModel::MicrophoneModel(std::size_t channels, std::size_t maxFrames, std::uint32_t sampleRate,
+                                 const MicrophoneWindows& windows)
+    : channels(channels),
+      capacity(roundUpTo16(maxFrames)),
+      sampleRate(sampleRate),
+      hop(sampleRate / 200),
+      suppression(channels, Signal(gainBandCount, 1.0)),
+      levelBands(channels, std::vector<float>(meterBandCount, 0.0f)),
+      levelDoubts(channels, std::vector<double>(meterBandCount, 0.0)),
+      curve(channels),
+      gate(microphoneGate(channels, sampleRate))
+{
+    for (std::size_t c = 0; c < channels; ++c) {
+        banks.emplace_back(fftLengthOf(sampleRate), hop, windows);
+        bandDoubts.emplace_back(gainBands(sampleRate));
+        meterDoubts.emplace_back(meterBands(sampleRate));
+        noiseTrackers.emplace_back(c);
+        signalTrackers.emplace_back(Decision::Tracker::Signal, c, gainBandCount, signalRates());
+        levelTrackers.emplace_back(Decision::Tracker::Level, c, meterBandCount, meterRates(sampleRate));
+    }
+    selectCurve(0);
+    bandLevels.fill(-60.0);
+}
+
+Signal MicrophoneModel::process(const RecordFields& fields, const float* in, std::size_t n)
+{
+    return process(fields, in, n, n);
+}
+
+Signal MicrophoneModel::process(const RecordFields& fields, const float* in, std::size_t n, std::size_t outFrames)
+{
+    if (fields.newRecord) {
+        record = fields;
+        applied = false;
+    }
+    if (!applied) {
+        apply();
+        applied = true;
+    }
+
+    if (n > capacity)
+        refuse("PassThrough: out buffer too small");
+    Rows rows(channels, Signal(n));
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t c = 0; c < channels; ++c)
+            rows[c][i] = in[i * channels + c];
+
+    // Required: a block that is not a whole number of hops passes untouched, and nothing of the
+    // noise reduction or the meter moves.
+    if (n % hop == 0) {
+        reduceNoise(rows);
+        if (levelsOn)
+            measureLevels();
+    }
+
+    // The meter has run by the time that an empty block fails.
+    if (n == 0)
+        refuseStatus("ippStsSizeErr");
+
+    if (eqOn)
+        rows = equalize(rows);
+
+    if (gateOn) {
+        for (Signal& row : rows)
+            row = scaled(row, gateGain);
+        rows = gate.process(rows);
+        for (Signal& row : rows)
+            row = scaled(row, gateGainInverse);
+    }
+
+    if (n > outFrames)
+        refuse("PassThrough: out buffer too small");
+    Signal out(n * channels);
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t c = 0; c < channels; ++c)
+            out[i * channels + c] = rows[c][i];
+    return out;
+}
+
+void MicrophoneModel::apply()
+{
+    gateOn = record.noiseGate != 0;
+    if (gateOn) {
+        gateGain = gatePreGain(record.noiseGate);
+        gateGainInverse = 1.0f / gateGain;
+    }
+
+    // Refused again at every block until the next record; the gate has changed by then.
+    if (record.micEq > 2)
+        refuse("MicrophonePath: EQ select index is out of bounds");
+    eqOn = record.micEq != 0;
+    if (eqOn) {
+        // Required: any record restarts the filters, also when the curve stays.
+        selectCurve(record.micEq);
+        if (activeCurve != record.micEq) {
+            activeCurve = record.micEq;
+            pending = true;
+        }
+    }
+
+    noiseReductionOn = record.MicNR != 0;
+    levelsOn = record.levelsEnabled != 0;
+}
+
+void MicrophoneModel::selectCurve(std::size_t index)
+{
+    for (Cascade& cascade : curve)
+        cascade.design(microphoneCurve(sampleRate, index));
+}
+
+void MicrophoneModel::reduceNoise(Rows& rows)
+{
+    const std::vector<std::size_t> widths = gainBands(sampleRate);
+    const double smoothing = 0.117503099f; // 1 - exp(-1/8), 40 ms
+
+    const std::size_t frameCount = rows[0].size() / hop;
+    for (std::size_t f = 0; f < frameCount; ++f)
+        for (std::size_t c = 0; c < channels; ++c) {
+            const auto first = rows[c].begin() + static_cast<std::ptrdiff_t>(f * hop);
+            Spectrum spectrum = banks[c].analyse(Signal(first, first + static_cast<std::ptrdiff_t>(hop)));
+            levelBands[c] = magnitudes(bandMeans(spectrum, meterBands(sampleRate)));
+            levelDoubts[c] = meterDoubts[c].process(spectrum);
+
+            const std::vector<float> bands = magnitudes(bandMeans(spectrum, widths));
+            const std::vector<double>& doubt = bandDoubts[c].process(spectrum);
+            const std::vector<float>& noise = noiseTrackers[c].process(bands, doubt, referee);
+            const std::vector<float>& signal = signalTrackers[c].process(bands, doubt, referee);
+
+            // One real gain per band, the same for the bin's mirror image; the bin at half the
+            // rate is always cut.
+            std::size_t bin = 0;
+            for (std::size_t b = 0; b < gainBandCount; ++b) {
+                double& held = suppression[c][b];
+                held += smoothing * (suppressionTarget(noise[b], signal[b]) - held);
+                for (std::size_t k = 0; k < widths[b]; ++k, ++bin) {
+                    spectrum[bin] *= 1.0 - held;
+                    if (bin > 0)
+                        spectrum[spectrum.size() - bin] *= 1.0 - held;
+                }
+            }
+            spectrum[bin] = 0.0;
+
+            const Signal cleaned = banks[c].synthesise(spectrum);
+            if (noiseReductionOn)
+                std::copy(cleaned.begin(), cleaned.end(), first);
+        }
+}
+
+void MicrophoneModel::measureLevels()
+{
+    // Only the last frame of the block is measured. Band 0 is not reported.
+    Signal sums(9, 0.0);
+    for (std::size_t c = 0; c < channels; ++c) {
+        const std::vector<float>& estimate = levelTrackers[c].process(levelBands[c], levelDoubts[c], referee);
+        for (std::size_t k = 0; k < sums.size(); ++k)
+            sums[k] += estimate[k + 1];
+    }
+    const double offset = 20.0 * std::log10(static_cast<double>(channels)) - 32.5;
+    for (std::size_t k = 0; k < sums.size(); ++k)
+        bandLevels[k] = std::clamp(20.0 * std::log10(sums[k]) - offset, -60.0, 0.0);
+}
+
+std::vector<double> MicrophoneModel::trackerState() const
+{
+    std::vector<double> values;
+    const auto append = [&](const std::vector<double>& more) { values.insert(values.end(), more.begin(), more.end()); };
+    for (std::size_t c = 0; c < channels; ++c) {
+        append(noiseTrackers[c].state());
+        append(signalTrackers[c].state());
+        append(levelTrackers[c].state());
+        append(suppression[c]);
+    }
+    return values;
+}
+
+Rows MicrophoneModel::equalize(const Rows& rows)
+{
+    Rows out(channels);
+    for (std::size_t c = 0; c < channels; ++c)
+        out[c] = curve[c].process(rows[c]);
+    if (!pending)
+        return out;
+
+    pending = false;
+    selectCurve(activeCurve);
+    const Ramps ramps(rows[0].size());
+    for (std::size_t c = 0; c < channels; ++c)
+        out[c] = crossfade(out[c], curve[c].process(rows[c]), ramps);
+    return out;
+}
+
+} // namespace quorel::model
