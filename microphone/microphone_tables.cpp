@@ -12,7 +12,7 @@ namespace {
 // the rate; the level bands are close to octaves. A bin is 31.25 Hz wide at 16000 and 46.875 Hz at 48000.
 // clang-format off
 const std::array<MicrophoneRateRow, 2> rates = {{
-    {16000, 512, 80,
+    {16000, 512, 80, 431,
      {{2, 2, 2, 2, 4, 4, 4, 4, 8, 8, 8, 16, 32, 32, 64, 64}},
      {{2, 1, 3, 5, 11, 21, 43, 85, 85, 0}}, // Required: the tenth has no bins, and the level that it feeds rests at -60 dB
      analysisWindow16000, synthesisWindow16000,
@@ -40,7 +40,7 @@ const std::array<MicrophoneRateRow, 2> rates = {{
        }},
      }},
      0.0206178185F, 5.20819776e-05F},
-    {48000, 1024, 240,
+    {48000, 1024, 240, 782,
      {{2, 1, 1, 2, 2, 3, 2, 3, 6, 5, 5, 11, 21, 21, 43, 384}},
      {{2, 1, 1, 4, 7, 14, 28, 57, 115, 283}},
      analysisWindow48000, synthesisWindow48000,

@@ -25,6 +25,7 @@ struct MicrophoneRateRow {
     std::uint32_t sampleRate;                              // frames per second
     std::uint64_t fftLength;                               // bins of a spectrum
     std::uint64_t hop;                                     // samples
+    std::uint64_t latency;                                 // samples by which noise reduction delays
     std::array<std::uint64_t, gainBandCount> gainWidths;   // bins of each band, half a spectrum in all
     std::array<std::uint64_t, levelBandCount> levelWidths; // the same
     std::span<const float> analysisWindow;

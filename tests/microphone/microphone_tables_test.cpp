@@ -27,6 +27,14 @@ TEST(MicrophoneTables, AFrameIsFiveMillisecondsAtBothRates)
     EXPECT_EQ(microphoneRate(48000)->fftLength, 1024U);
 }
 
+TEST(MicrophoneTables, TheLatencyFollowsFromTheWindowsAndTheHop)
+{
+    for (const std::uint32_t rate : {16000U, 48000U}) {
+        const MicrophoneRateRow& row = *microphoneRate(rate);
+        EXPECT_EQ(row.latency, (row.analysisWindow.size() - 1) / 2 + row.synthesisWindow.size() / 2 - row.hop + 1);
+    }
+}
+
 TEST(MicrophoneTables, TheBandsCoverHalfTheSpectrum)
 {
     for (const std::uint32_t rate : {16000U, 48000U}) {
