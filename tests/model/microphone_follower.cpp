@@ -27,7 +27,7 @@ bool holdTheSame(const std::vector<double>& a, const std::vector<double>& b)
 
 MicrophoneFollower::MicrophoneFollower(std::size_t channels, std::size_t maxFrames, std::uint32_t sampleRate,
                                        const MicrophoneWindows& windows, double margin)
-    : channels(channels), margin(margin), branches{{MicrophoneModel(channels, maxFrames, sampleRate, windows), 0, 0.0, {}}}
+    : channels(channels), margin(margin), branches{{MicrophoneModel(channels, maxFrames, sampleRate, windows), 0, 0.0, 0.0, {}}}
 {
 }
 
@@ -62,6 +62,8 @@ void MicrophoneFollower::grow(const Branch& before, const RecordFields& fields, 
     branch.model.referee.decide = [&](const Decision& decision) {
         const bool turn = std::find(turned.begin(), turned.end(), met) != turned.end();
         ++met;
+        if (turn)
+            branch.stretch += decision.distance / decision.doubt;
         return decision.holds != turn;
     };
 
@@ -110,18 +112,21 @@ void MicrophoneFollower::weigh(std::vector<Branch>& grown, const float* result, 
         return worst;
     };
     const auto weight = [&](const Branch& branch) { return branch.error + disagreement * signal * (levelError(branch) / 1e-3); };
-    std::stable_sort(grown.begin(), grown.end(), [&](const Branch& a, const Branch& b) { return weight(a) < weight(b); });
 
-    // Leave out what the path did not do, and what has come together again.
+    // Leave out what the path did not do. Of the rest, the fewer and closer the comparisons
+    // that a model turned the likelier it is; leave out what has come together with a likelier
+    // one, and the least likely.
+    double best = weight(grown.front());
+    for (const Branch& branch : grown)
+        best = std::min(best, weight(branch));
+    std::stable_sort(grown.begin(), grown.end(), [](const Branch& a, const Branch& b) { return a.stretch < b.stretch; });
     std::vector<Branch> kept;
-    const double best = weight(grown.front());
     for (const Branch& branch : grown) {
-        if (kept.size() == mostBranches || weight(branch) > 10.0 * best + disagreement * signal)
-            break;
+        const bool excluded = weight(branch) > 10.0 * best + disagreement * signal;
         const bool known = std::any_of(kept.begin(), kept.end(), [&](const Branch& other) {
             return holdTheSame(branch.model.trackerState(), other.model.trackerState());
         });
-        if (!known)
+        if (!excluded && !known && kept.size() < mostBranches)
             kept.push_back(branch);
     }
     grown = kept;

@@ -23,25 +23,26 @@ class MicrophoneFollower {
 public:
     // Comparisons within `margin` times their doubt may go either way.
     MicrophoneFollower(std::size_t channels, std::size_t maxFrames, std::uint32_t sampleRate, const MicrophoneWindows& windows,
-                       double margin = 2e-6);
+                       double margin = 1e-6);
 
     // One block of the model, as `MicrophoneModel::process`; `result` is what the path made of
     // it, `n` interleaved frames, and `resultLevels` its nine levels. Returns the block of the
-    // model that agrees best so far. Both are not read in a block that the model refuses.
+    // likeliest model that agrees. Both are not read in a block that the model refuses.
     Signal process(const RecordFields& fields, const float* in, std::size_t n, const float* result, const float* resultLevels);
 
-    // The levels of the model that agrees best.
+    // The levels of that model.
     const std::array<double, 9>& levels() const { return branches.front().model.levels(); }
 
-    // Close comparisons met by the model that agrees best.
+    // Close comparisons that it met so far.
     std::size_t closeComparisons() const { return branches.front().closeOnes; }
 
 private:
     struct Branch {
         MicrophoneModel model;
         std::size_t closeOnes = 0;
-        double error = 0.0; // of the blocks so far, fading away over some blocks
-        Signal output;      // of the last block
+        double stretch = 0.0; // distance over doubt of the comparisons that it turned, added up
+        double error = 0.0;   // of the blocks so far, fading away over some blocks
+        Signal output;        // of the last block
     };
 
     void grow(const Branch& before, const RecordFields& fields, const float* in, std::size_t n, std::vector<std::size_t> turned,
@@ -51,7 +52,7 @@ private:
     std::size_t channels;
     double margin;
     double signal = 0.0;          // energy of the blocks so far, fading like the errors
-    std::vector<Branch> branches; // best first, never empty
+    std::vector<Branch> branches; // least stretched first, never empty
 };
 
 } // namespace quorel::model

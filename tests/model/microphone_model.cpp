@@ -32,7 +32,8 @@ bool judge(const Referee& referee, Decision decision, double a, double b)
 {
     decision.distance = std::fabs(a - b);
     decision.doubt += std::max(std::fabs(a), std::fabs(b));
-    if (referee.decide && decision.distance <= referee.margin * decision.doubt)
+    // Not so for a floor that has grown to infinity: there is no doubt about that one.
+    if (referee.decide && decision.distance < referee.margin * decision.doubt)
         return referee.decide(decision);
     return decision.holds;
 }
@@ -81,20 +82,28 @@ void Fourier::transform(Spectrum& x) const
 
 // ---------------------------------------------------------------------------
 
-BandDoubt::BandDoubt(const std::vector<std::size_t>& widths) : widths(widths), held(widths.size(), 0.0) {}
+BandDoubt::BandDoubt(const std::vector<std::size_t>& widths)
+    : widths(widths), inEnvelope(widths.size(), 0.0), inSmoothed(widths.size(), 0.0), larger(widths.size(), 0.0)
+{
+}
 
 const std::vector<double>& BandDoubt::process(const Spectrum& spectrum)
 {
-    constexpr double fading = 0.94; // per frame, of the slowest of the smoothed magnitudes
     double energy = 0.0;
     for (const auto& bin : spectrum)
         energy += bin.real() * bin.real() + bin.imag() * bin.imag();
     const double mean = std::sqrt(energy / static_cast<double>(spectrum.size()));
-    for (std::size_t b = 0; b < held.size(); ++b) {
+    for (std::size_t b = 0; b < widths.size(); ++b) {
         const auto width = static_cast<double>(std::max<std::size_t>(widths[b], 1));
-        held[b] = std::max(mean / std::sqrt(width), fading * held[b]);
+        const double share = mean / std::sqrt(width);
+        const double entering = 0.06 * share;
+        const double leftInEnvelope = 0.75 * inEnvelope[b];
+        const double leftInSmoothed = 0.94 * inSmoothed[b];
+        inEnvelope[b] = std::max(share, leftInEnvelope);
+        inSmoothed[b] = std::max(entering, leftInSmoothed);
+        larger[b] = std::max(inEnvelope[b], inSmoothed[b]);
     }
-    return held;
+    return larger;
 }
 
 // ---------------------------------------------------------------------------

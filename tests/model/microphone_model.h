@@ -65,7 +65,7 @@ struct Decision {
     bool holds;          // the model's own answer
 };
 
-// Is asked about every comparison whose sides lie at most `margin` times its doubt apart, and
+// Is asked about every comparison whose sides lie less than `margin` times its doubt apart, and
 // gives the answer that counts. None is asked as long as there is none.
 //
 // The doubt of a comparison is the larger side plus the band's share of the whole spectrum: a
@@ -77,8 +77,9 @@ struct Referee {
 };
 
 // The share of the spectrum's rounding that stays in a band, in units of rounding: the root mean
-// square of all bins, over the square root of the band's width. It rises at once and fades like
-// the trackers' memory of the frame.
+// square of all bins, over the square root of the band's width. It fades with the trackers'
+// memory of a frame: an envelope keeps three quarters of it from frame to frame, a smoothed
+// magnitude takes 6 percent of it and keeps 94.
 class BandDoubt {
 public:
     explicit BandDoubt(const std::vector<std::size_t>& widths);
@@ -87,7 +88,9 @@ public:
 
 private:
     std::vector<std::size_t> widths;
-    std::vector<double> held;
+    std::vector<double> inEnvelope;
+    std::vector<double> inSmoothed;
+    std::vector<double> larger;
 };
 
 // The noise floor of one channel's bands.
