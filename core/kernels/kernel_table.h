@@ -17,6 +17,17 @@ namespace quorel::kernels {
 struct Cascade;
 struct Sparse;
 
+// The tables of one transform, each a row of entries of two vectors: (re, re) and (-im, im) of as many factors as a vector
+// holds complex values (transforms.inl tells the algorithm). W is exp(-2*pi*i/N) of the complex length N = 64*R.
+struct TransformTables {
+    const float* first;   // W^(n*k) for n = 0 to 63, a vector at a time, and within each for k = 1 to R-1
+    const float* middle;  // exp(-2*pi*i*n*k/64) for n = 0 to 7, a vector at a time, and within each for k = 1 to 7
+    const float* forward; // real transforms: -i/2 * exp(-2*pi*i*k/1024) * scale for k = 1 to 256
+    const float* inverse; // and i * exp(2*pi*i*k/1024) * scale
+    float forwardHalf;    // scale/2
+    float inverseHalf;    // scale
+};
+
 struct KernelTable {
     const char* name; // "baseline", "avx2", "avx512"
 
@@ -51,6 +62,14 @@ struct KernelTable {
     void (*cascade)(const Cascade& filter, const float* src, float* dst, size_t n); // the state behind its pointers changes
     void (*sparse)(const Sparse& filter, const float* src, float* dst, size_t n);
     void (*mixPairs)(const float* const* in, float* const* out, const PairMix* mix, size_t rows, size_t n);
+
+    // Transforms of the lengths in use. Complex ones scale nothing. `work` holds as many floats as `dst`, twice as many for a
+    // real transform.
+    size_t valuesPerVector; // complex values, for the layout of the tables
+    void (*complexInverse512)(const TransformTables& tables, const float* src, float* dst, float* work);
+    void (*complexInverse1024)(const TransformTables& tables, const float* src, float* dst, float* work);
+    void (*realForward1024)(const TransformTables& tables, const float* src, float* dst, float* work);
+    void (*realInverse1024)(const TransformTables& tables, const float* src, float* dst, float* work);
 };
 
 // The variant in use: the baseline until static initialisation has looked at the processor, then the widest that runs here.

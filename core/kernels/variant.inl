@@ -12,6 +12,8 @@ namespace {
 #include "core/kernels/elements.inl"
 #include "core/kernels/filters.inl"
 #include "core/kernels/mixing.inl"
+#include "core/kernels/vectors.inl"
+
 #include "core/kernels/transforms.inl"
 
 } // namespace
@@ -27,6 +29,7 @@ const KernelTable table = {
     thresholdLess, thresholdGreater, sumComplex,
     mulPack,
     filters::cascade, filters::sparse, mixPairs,
+    valuesPerVector, complexInverse<8>, complexInverse<16>, realForward1024, realInverse1024,
 };
 // clang-format on
 
