@@ -27,15 +27,22 @@ QUOREL_INLINE V swapped(V z)
     return inQuads<1, 0, 3, 2>(z, z);
 }
 
-// Where products and sums fuse, a sign is best given as a factor; elsewhere as a bit.
-QUOREL_INLINE V conjugate(V z)
+// z with the sign of every second float changed: of the imaginary parts, or of the real ones. Where products and sums fuse,
+// a sign is best given as a factor; elsewhere as a bit.
+template <bool ofReal>
+QUOREL_INLINE V withSign(V z)
 {
 #if defined(__FMA__)
-    return z * repeated(Quad{1.0F, -1.0F, 1.0F, -1.0F});
+    return z * repeated(ofReal ? Quad{-1.0F, 1.0F, -1.0F, 1.0F} : Quad{1.0F, -1.0F, 1.0F, -1.0F});
 #else
-    const V sign = repeated(Quad{0.0F, -0.0F, 0.0F, -0.0F});
+    const V sign = repeated(ofReal ? Quad{-0.0F, 0.0F, -0.0F, 0.0F} : Quad{0.0F, -0.0F, 0.0F, -0.0F});
     return reinterpret_cast<V>(reinterpret_cast<VInt>(z) ^ reinterpret_cast<VInt>(sign));
 #endif
+}
+
+QUOREL_INLINE V conjugate(V z)
+{
+    return withSign<false>(z);
 }
 
 // The complex values in reverse order.
@@ -73,7 +80,7 @@ QUOREL_INLINE V turned(V z, float re, float im)
 template <bool inverse>
 QUOREL_INLINE V quarterTurned(V z)
 {
-    return inverse ? swapped(conjugate(z)) : conjugate(swapped(z));
+    return withSign<inverse>(swapped(z));
 }
 
 // In place, in natural order.
@@ -158,7 +165,7 @@ void firstPass(const float* src, const float* table, float* dst)
     for (int bc = 0; bc < 128; bc += lanes) {
         V x[R];
         for (int a = 0; a < R; ++a)
-            x[a] = load(src + 128 * a + bc);
+            x[a] = kept(load(src + 128 * a + bc));
         transform<inverse>(x);
         store(dst + bc, x[0]);
         for (int a = 1; a < R; ++a, table += 2 * lanes)
@@ -173,7 +180,7 @@ void middlePass(const float* table, float* work)
         for (float* p = work + c; p < work + 128 * R; p += 128) {
             V x[8];
             for (int b = 0; b < 8; ++b)
-                x[b] = load(p + 16 * b);
+                x[b] = kept(load(p + 16 * b));
             transform<inverse>(x);
             store(p, x[0]);
             for (int b = 1; b < 8; ++b)
@@ -254,7 +261,7 @@ QUOREL_INLINE void exchangeHalves(const float* from, float* to, const float* tab
 {
     for (int k = 0; k < 512; k += lanes, table += 2 * lanes) { // floats behind bin 1
         const int mirrored = 1022 - lanes - k;
-        const V low = load(from + k);
+        const V low = kept(load(from + k));
         const V high = conjugate(reversed(load(from + mirrored)));
         const V e = (low + high) * half;
         const V d = turned<false>(low - high, table);
@@ -291,8 +298,8 @@ void mulPack(const float* a, const float* b, float* dst, size_t n)
     dst[0] = a[0] * b[0];
     size_t i = 1;
     for (; i + lanes < n; i += lanes) {
-        const V x = load(a + i);
-        const V y = load(b + i);
+        const V x = kept(load(a + i));
+        const V y = kept(load(b + i));
         const V re = inQuads<0, 0, 2, 2>(x, x);
         const V im = inQuads<1, 1, 3, 3>(x, x);
         store(dst + i, y * re - quarterTurned<false>(y) * im);

@@ -29,6 +29,17 @@ QUOREL_INLINE void store(float* p, V v)
     *reinterpret_cast<Anywhere*>(p) = v;
 }
 
+// The vector, held in a register: a value that is used twice may otherwise be loaded twice, and loads are what kernels lack.
+QUOREL_INLINE V kept(V v)
+{
+#if defined(__AVX512F__)
+    asm("" : "+v"(v));
+#elif defined(__x86_64__)
+    asm("" : "+x"(v));
+#endif
+    return v;
+}
+
 QUOREL_INLINE Quad loadQuad(const float* p)
 {
     typedef float Anywhere __attribute__((vector_size(16), aligned(4), may_alias));
