@@ -8,8 +8,10 @@
 //
 // Protocol: ask the sizes, allocate, initialise. The spec is read-only after that and holds no pointer into the
 // initialisation storage, which may go. The work storage is scratch of one run at a time. A byte count may be 0, and its
-// storage then null. The argument rules are those of core/kernels.h: null first (ippStsNullPtrErr), then the order
-// (ippStsFftOrderErr), then the flag (ippStsFftFlagErr). `hint` has no effect. `src` and `dst` must not overlap.
+// storage then null; else a null storage is an error like a null array.
+//
+// Argument rules are those of core/kernels.h: null first (ippStsNullPtrErr), then the order (ippStsFftOrderErr), then the
+// flag (ippStsFftFlagErr). `hint` has no effect. `src` and `dst` must not overlap.
 #pragma once
 
 #include "core/kernels.h"
