@@ -97,7 +97,7 @@ void PlainTransform::realForward(const float* src, float* dst, float factor) con
     Pair high = z[m - 1];
     for (std::size_t k = 1; k <= m / 2; ++k) {
         const Pair low = z[k];
-        const Pair next = z[m - k - (k < m / 2 ? 1 : 0)];
+        const Pair next = z[m - k - 1];
         const Pair even = {(low.re + high.re) * 0.5F * factor, (low.im - high.im) * 0.5F * factor};
         const Pair odd = {(low.im + high.im) * 0.5F * factor, (high.re - low.re) * 0.5F * factor};
         const Pair turned = product(odd, root(k, Direction::forward));
