@@ -6,8 +6,8 @@
 //
 // Both have zero phase about the window's centre. With complementary windows and unchanged spectra the output is the input,
 // halfLength(analysis) + floor(L(synthesis) / 2) - hop + 1 samples late; there is no scale factor but that of the windows.
-// Frames are real, so both run the transform of real samples, at half the cost of the complex one. What persists is the
-// history of each channel on one side and the overlapping tail on the other.
+// One inverse transform serves both: the analysis keeps its history newest first, and the inverse transform of a frame that is
+// reversed in time is the ordinary spectrum. What persists is that history on one side and the overlapping tail on the other.
 #pragma once
 
 #include "core/buffer.h"
@@ -28,20 +28,18 @@ public:
     void process(const Buffer<float, N>& in, SpectrumBuffer<N>& out);
 
 private:
-    void unpack(Complex* spectrum) const;
-
     std::uint64_t fftLength;
     std::uint64_t hop;
-    Buffer<float, 1> window;   // oldest sample first, as the history stands
-    Buffer<float, N> history;  // the newest sample last
+    Buffer<float, 1> window;
+    Buffer<float, N> history;  // sample k came k samples before the newest
     std::uint64_t halfLength;  // index of the window's centre
     std::uint64_t phaseOffset; // where the window starts, so that its centre folds to index 0
     std::uint64_t windowLength;
     std::uint64_t historyMove; // samples that stay in the history
     Buffer<float, 1> scratch;  // the windowed frame; always zero before and behind the window
     Buffer<float, 1> folded;   // the frame aliased into one transform length
-    Buffer<float, 1> packed;   // its spectrum
-    FFT<float> fft;
+    SpectrumBuffer<1> complexFrame;
+    FFT<float, Complex> fft;
 };
 
 template <std::size_t N>
@@ -55,18 +53,16 @@ public:
     void process(const SpectrumBuffer<N>& in, Buffer<float, N>& out);
 
 private:
-    void pack(const Complex* spectrum);
-
     std::uint64_t fftLength;
     std::uint64_t hop;
-    Buffer<float, 1> window;  // times fftLength / 2, which `pack` and the transform leave out
+    Buffer<float, 1> window;
     Buffer<float, N> overlap; // the tail of former frames; sample 0 is the next to leave
     std::uint64_t windowLength;
-    std::uint64_t phaseOffset;  // where the window starts in the repeated frame, so that its centre meets index 0
-    Buffer<float, 1> packed;    // spectrum of the frame's real part, doubled
+    std::uint64_t phaseOffset; // where the window starts in the repeated frame, so that its centre meets index 0
+    SpectrumBuffer<1> complexFrame;
     Buffer<float, 1> realFrame; // the frame, twice
     Buffer<float, 1> windowed;
-    FFT<float> fft;
+    FFT<float, Complex> fft;
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -75,7 +71,7 @@ template <std::size_t N>
 FilterBank<N>::FilterBank(std::uint64_t fftLength, std::uint64_t hop, std::span<const float> window)
     : fftLength(fftLength),
       hop(hop),
-      window(std::vector(window.rbegin(), window.rend())),
+      window(std::vector(window.begin(), window.end())),
       history(window.size()),
       halfLength((window.size() - 1) / 2),
       phaseOffset((fftLength - halfLength) % fftLength),
@@ -83,7 +79,7 @@ FilterBank<N>::FilterBank(std::uint64_t fftLength, std::uint64_t hop, std::span<
       historyMove(windowLength - hop),
       scratch(2 * fftLength),
       folded(fftLength),
-      packed(fftLength),
+      complexFrame(fftLength),
       fft(static_cast<std::uint64_t>(std::bit_width(fftLength)) - 1)
 {
 }
@@ -95,34 +91,22 @@ void FilterBank<N>::process(const Buffer<float, N>& in, SpectrumBuffer<N>& out)
     if (out.capacity() < fftLength * frames)
         throw std::invalid_argument("FilterBank: Size mismatch. Too many frames provided fopr output size");
 
+    const auto length = length32(fftLength);
     float* frame = scratch.channel(0);
     for (std::size_t c = 0; c < N; ++c) {
         float* past = history.channel(c);
         for (std::uint64_t f = 0; f < frames; ++f) {
-            check(ippsMove_32f(past + hop, past, length32(historyMove)));
-            check(ippsCopy_32f(in.channel(c) + f * hop, past + historyMove, length32(hop)));
+            check(ippsMove_32f(past, past + hop, length32(historyMove)));
+            check(ippsFlip_32f(in.channel(c) + f * hop, past, length32(hop)));
             check(ippsMul_32f(window.channel(0), past, frame + phaseOffset, length32(windowLength)));
-            check(ippsAdd_32f(frame, frame + fftLength, folded.channel(0), length32(fftLength)));
+            check(ippsAdd_32f(frame, frame + fftLength, folded.channel(0), length));
+            check(ippsRealToCplx_32f(folded.channel(0), nullptr, complexFrame.channel(0), length));
             if (fftLength != std::uint64_t{1} << fft.order())
                 throw ipps::Error(ippStsSizeErr);
-            fft.Fwd(folded, packed);
-            unpack(out.channel(c) + f * fftLength);
+            fft.Inv(complexFrame.channel(0), out.channel(c) + f * fftLength);
         }
     }
     out.setSize(fftLength * frames);
-}
-
-// The packed spectrum as both halves of a whole one.
-template <std::size_t N>
-void FilterBank<N>::unpack(Complex* spectrum) const
-{
-    const float* elements = packed.channel(0);
-    const auto half = fftLength / 2;
-    const auto pairs = length32(half - 1);
-    spectrum[0] = elements[0];
-    check(ippsCopy_32fc(reinterpret_cast<const Complex*>(elements + 1), spectrum + 1, pairs));
-    spectrum[half] = elements[fftLength - 1];
-    check(ippsConjFlip_32fc(spectrum + 1, spectrum + half + 1, pairs));
 }
 
 template <std::size_t N>
@@ -133,18 +117,18 @@ InverseFilterBank<N>::InverseFilterBank(std::uint64_t fftLength, std::uint64_t h
       overlap(window.size()),
       windowLength(window.size()),
       phaseOffset(fftLength - window.size() / 2),
-      packed(fftLength),
+      complexFrame(fftLength),
       realFrame(2 * fftLength),
       windowed(window.size()),
       fft(static_cast<std::uint64_t>(std::bit_width(fftLength)) - 1)
 {
-    check(ippsMulC_32f_I(static_cast<float>(fftLength / 2), this->window.channel(0), length32(windowLength)));
 }
 
 template <std::size_t N>
 void InverseFilterBank<N>::process(const SpectrumBuffer<N>& in, Buffer<float, N>& out)
 {
     const auto frames = in.size() / fftLength;
+    const auto length = length32(fftLength);
     const auto kept = length32(windowLength - hop);
     float* frame = realFrame.channel(0);
     float* shaped = windowed.channel(0);
@@ -153,9 +137,9 @@ void InverseFilterBank<N>::process(const SpectrumBuffer<N>& in, Buffer<float, N>
         for (std::uint64_t f = 0; f < frames; ++f) {
             if (fftLength != std::uint64_t{1} << fft.order())
                 throw ipps::Error(ippStsSizeErr);
-            pack(in.channel(c) + f * fftLength);
-            fft.Inv(packed, realFrame);
-            check(ippsCopy_32f(frame, frame + fftLength, length32(fftLength)));
+            fft.Inv(in.channel(c) + f * fftLength, complexFrame.channel(0));
+            check(ippsReal_32fc(complexFrame.channel(0), frame, length));
+            check(ippsCopy_32f(frame, frame + fftLength, length));
             check(ippsMul_32f(window.channel(0), frame + phaseOffset, shaped, length32(windowLength)));
             check(ippsAdd_32f(shaped, tail, out.channel(c) + f * hop, length32(hop)));
             check(ippsAdd_32f_I(tail + hop, shaped + hop, kept));
@@ -164,19 +148,6 @@ void InverseFilterBank<N>::process(const SpectrumBuffer<N>& in, Buffer<float, N>
         }
     }
     out.setSize(hop * frames);
-}
-
-// The real part of a frame has the spectrum (X[k] + conj X[fftLength - k]) / 2. The halving is left to the window.
-template <std::size_t N>
-void InverseFilterBank<N>::pack(const Complex* spectrum)
-{
-    float* elements = packed.channel(0);
-    const auto half = fftLength / 2;
-    const auto pairs = length32(half - 1);
-    elements[0] = 2.0F * spectrum[0].real();
-    check(ippsConjFlip_32fc(spectrum + half + 1, reinterpret_cast<Complex*>(elements + 1), pairs));
-    check(ippsAdd_32f_I(reinterpret_cast<const float*>(spectrum + 1), elements + 1, 2 * pairs));
-    elements[fftLength - 1] = 2.0F * spectrum[half].real();
 }
 
 } // namespace quorel
