@@ -19,6 +19,10 @@
 // (-im w, im w): a table entry is these two vectors, and entries stand in the order of their use, so that a table depends on
 // the variant's width (TransformTables).
 
+namespace transforms {
+
+#include "core/kernels/vectors.inl"
+
 constexpr int valuesPerVector = lanes / 2;
 
 // (im, re) for (re, im)
@@ -116,9 +120,9 @@ QUOREL_INLINE void transform(V (&x)[8])
     const V minus3 = diff3 - quarterTurned<inverse>(diff3); // -sqrt(2) * W_8^3 * diff3
     const V s = diff0 + diff2;
     const V t = diff0 - diff2;
-    constexpr float half = 0.707106781F; // sqrt(1/2)
-    const V u = half * (root1 - minus3);
-    const V v = half * quarterTurned<inverse>(root1 + minus3);
+    constexpr float rootOfHalf = 0.707106781F;
+    const V u = rootOfHalf * (root1 - minus3);
+    const V v = rootOfHalf * quarterTurned<inverse>(root1 + minus3);
 
     x[0] = sum0;
     x[1] = s + u;
@@ -313,3 +317,5 @@ void mulPack(const float* a, const float* b, float* dst, size_t n)
     if (n % 2 == 0)
         dst[n - 1] = last;
 }
+
+} // namespace transforms

@@ -12,8 +12,6 @@ namespace {
 #include "core/kernels/elements.inl"
 #include "core/kernels/filters.inl"
 #include "core/kernels/mixing.inl"
-#include "core/kernels/vectors.inl"
-
 #include "core/kernels/transforms.inl"
 
 } // namespace
@@ -27,9 +25,10 @@ const KernelTable table = {
     add, sub, mul, mulComplex, addProductC, mulC, subC, subCRev, div,
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
-    mulPack,
+    transforms::mulPack,
     filters::cascade, filters::sparse, mixPairs,
-    valuesPerVector, complexInverse<8>, complexInverse<16>, realForward1024, realInverse1024,
+    transforms::valuesPerVector, transforms::complexInverse<8>, transforms::complexInverse<16>,
+    transforms::realForward1024, transforms::realInverse1024,
 };
 // clang-format on
 

@@ -1,5 +1,5 @@
-// Vectors of the variant's width for the kernels that are written with them, as the compiler's vector extension offers them
-// on every processor. Included once by each variant's unit, inside its unnamed namespace.
+// Vectors of floats of the variant's width, as the compiler's vector extension offers them on every processor. Part of
+// transforms.inl, and like that inside each variant's unnamed namespace.
 
 #if defined(__AVX512F__)
 #define QUOREL_LANES 16
@@ -29,7 +29,8 @@ QUOREL_INLINE void store(float* p, V v)
     *reinterpret_cast<Anywhere*>(p) = v;
 }
 
-// The vector, held in a register: a value that is used twice may otherwise be loaded twice, and loads are what kernels lack.
+// The vector, held in a register: the compiler may otherwise load a value anew for each use, and loads are what the kernels
+// wait for.
 QUOREL_INLINE V kept(V v)
 {
 #if defined(__AVX512F__)
