@@ -1,6 +1,7 @@
 // The recursive filters as the stages call them: argument rules, sizes and initialisation.
 #include "core/filters.h"
 
+#include "core/cascade_bank.h"
 #include "core/kernels/arguments.h"
 #include "core/kernels/filters.h"
 #include "core/kernels/kernel_table.h"
@@ -78,6 +79,17 @@ double weakest(const double* a) noexcept
         return ends;
     const double square = (1 - a[2]) * (1 - a[2]) * (1 - a[1] * a[1] / (4 * a[2]));
     return std::min(ends, std::sqrt(std::max(square, 0.0)));
+}
+
+// A section from its six taps.
+template <class Tap>
+Section divided(const Tap* t) noexcept
+{
+    const double a0 = t[3];
+    Section section = {{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0};
+    const double least = weakest(section.a);
+    section.weakest = least >= 0 ? least : 0.0; // not-a-number would lead a sort astray
+    return section;
 }
 
 // poly *= the section's polynomial; poly has `order` + 1 values before, two more after.
@@ -167,10 +179,7 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
         const Tap* t = taps + 6 * s;
         if (std::equal(t, t + 3, t + 3))
             continue; // numerator and denominator cancel: such a section gives what it gets
-        const double a0 = t[3];
-        Section& made = *new (section + sections++) Section{{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0};
-        const double least = weakest(made.a);
-        made.weakest = least >= 0 ? least : 0.0; // not-a-number would lead the sort astray
+        new (section + sections++) Section(divided(t));
     }
     std::sort(section, section + sections, [](const Section& a, const Section& b) { return a.weakest < b.weakest; });
 
@@ -261,6 +270,47 @@ Status ippsIIR_32f(const float* src, float* dst, std::int32_t len, Cascade_32f* 
 Status ippsIIR64f_32f(const float* src, float* dst, std::int32_t len, Cascade64f_32f* state) noexcept
 {
     return cascadeRun(src, dst, len, state);
+}
+
+std::size_t cascadeBankSize() noexcept
+{
+    return sizeof(CascadeBank);
+}
+
+CascadeBank* cascadeBankInit(void* storage) noexcept
+{
+    return new (storage) CascadeBank{};
+}
+
+bool cascadeBankSet(CascadeBank* bank, std::size_t c, const float* taps) noexcept
+{
+    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
+        const Section section = divided(taps + 6 * s);
+        if (!(section.weakest >= 0x1p-4)) // single precision's roundings of 2^-24 stay below 2^-20 of what passes through
+            return false;
+    }
+    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
+        const Section section = divided(taps + 6 * s);
+        kernels::BankSection& lanes = bank->section[s];
+        lanes.b0[c] = static_cast<float>(section.b[0]);
+        lanes.b1[c] = static_cast<float>(section.b[1]);
+        lanes.b2[c] = static_cast<float>(section.b[2]);
+        lanes.a1[c] = static_cast<float>(section.a[1]);
+        lanes.a2[c] = static_cast<float>(section.a[2]);
+        lanes.s1[c] = lanes.s2[c] = 0.0F;
+    }
+    return true;
+}
+
+Status cascadeBankRun(CascadeBank* bank, const float* const* in, float* const* out, std::int32_t len) noexcept
+{
+    if (const Status bad = arguments(len, bank, in, out); bad != ippStsNoErr)
+        return bad;
+    if (std::find(in, in + cascadeBankChannels, nullptr) != in + cascadeBankChannels ||
+        std::find(out, out + cascadeBankChannels, nullptr) != out + cascadeBankChannels)
+        return ippStsNullPtrErr;
+    active().cascadeBank(*bank, in, out, static_cast<std::size_t>(len));
+    return ippStsNoErr;
 }
 
 Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, std::int32_t order1, std::int32_t order2,

@@ -110,8 +110,9 @@ TYPED_TEST(EveryBiquad, OneListServesAllChannels)
     biquad.process(in, out);
     for (std::size_t c = 0; c < C; ++c)
         for (std::size_t i = 0; i < 20; ++i) { // the smoothing twice: 0.0625 * (n + 1) * 0.75^n
+            // Below 1/8; a bank works in single precision, where a few roundings of 2^-28 grow by the poles' gain of 16.
             const double wanted = 0.0625 * static_cast<double>(i + 1) * std::pow(0.75, static_cast<double>(i));
-            EXPECT_NEAR(static_cast<double>(out.channel(c)[i]), wanted, 0x1p-23 * wanted);
+            EXPECT_NEAR(static_cast<double>(out.channel(c)[i]), wanted, 0x1p-22);
         }
 }
 
