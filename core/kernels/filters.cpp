@@ -330,11 +330,10 @@ bool cascadeBankSet(CascadeBank* bank, std::size_t c, const float* taps) noexcep
 
 Status cascadeBankRun(CascadeBank* bank, const float* const* in, float* const* out, std::int32_t len) noexcept
 {
-    if (const Status bad = arguments(len, bank, in, out); bad != ippStsNoErr)
-        return bad;
-    if (std::find(in, in + cascadeBankChannels, nullptr) != in + cascadeBankChannels ||
-        std::find(out, out + cascadeBankChannels, nullptr) != out + cascadeBankChannels)
+    if (kernels::anyNull(in, cascadeBankChannels) || kernels::anyNull(out, cascadeBankChannels))
         return ippStsNullPtrErr;
+    if (const Status bad = arguments(len, bank); bad != ippStsNoErr)
+        return bad;
     active().cascadeBank(*bank, in, out, static_cast<std::size_t>(len));
     return ippStsNoErr;
 }

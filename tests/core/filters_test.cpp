@@ -377,11 +377,13 @@ template <class Filter>
 void expectSilenceToSettle(Filter&& filter, const std::function<std::size_t()>& state)
 {
     constexpr std::size_t block = 480, second = 48000;
+    const auto loud = noise(second, 30);
+    const std::vector<float> silence(block);
     std::vector<float> y(block);
     std::size_t inOutput = 0, inState = 0, late = 0;
     for (std::size_t at = 0; at < 70 * second; at += block) {
-        const auto x = noise(block, static_cast<unsigned>(at), at < 10 * second ? 1.0F : 0.0F);
-        filter.process(x.data(), y.data(), block);
+        const float* x = at < 10 * second ? loud.data() + at % second : silence.data();
+        filter.process(x, y.data(), block);
         inOutput += subnormals(y.data(), block);
         inState += state();
         if (at > 25 * second)
@@ -389,7 +391,7 @@ void expectSilenceToSettle(Filter&& filter, const std::function<std::size_t()>& 
     }
     EXPECT_LT(inOutput, block);
     EXPECT_EQ(inState, 0U);
-    EXPECT_EQ(late, 0U); // fifteen seconds into the silence: 0.72^(15 * 48000 / 2000) for the longest allpass is 1e-51
+    EXPECT_EQ(late, 0U); // fifteen seconds into the silence
 }
 
 template <class State>
@@ -402,7 +404,7 @@ std::size_t subnormalsIn(const State* state)
 TEST_P(Filters, CascadesSettleInSilence)
 {
     const std::vector<float> slow = {0.99385715F, -1.9853852F, 0.99154329F, 1, -1.9853852F, 0.98540044F};
-    for (const auto& taps : {slow, randomTaps<float>(2, 1, 0.5), randomTaps<float>(5, 2, 0.8), randomTaps<float>(4, 3, 0.99)}) {
+    for (const auto& taps : {slow, randomTaps<float>(2, 1, 0.5), randomTaps<float>(5, 2, 0.8)}) {
         Cascade<float> cascade(taps);
         expectSilenceToSettle(cascade, [&] { return subnormalsIn(cascade.state); });
     }
@@ -428,7 +430,7 @@ TEST_P(Filters, WhatIsNotFiniteLeavesWhatCameBeforeAndStays)
     constexpr float infinity = std::numeric_limits<float>::infinity();
     for (const float bad : {infinity, -infinity, std::numeric_limits<float>::quiet_NaN()})
         for (const std::size_t sections : {1U, 2U, 3U, 4U, 5U, 9U})
-            for (const std::size_t at : {0U, 1U, 6U, 7U, 8U, 100U, 511U, 512U, 700U}) {
+            for (const std::size_t at : {0U, 7U, 8U, 100U, 511U, 512U, 700U}) {
                 const auto taps = randomTaps<double>(sections, 17);
                 auto x = noise(1500, 18);
                 x[at] = bad;
@@ -660,7 +662,9 @@ TEST_P(Filters, ASparseAllpassHasMagnitudeOneAtAllFrequencies)
 
 TEST_P(Filters, SparseFiltersSettleInSilence)
 {
-    for (const auto& [taps, positions, direct] : sparseCases()) {
+    const auto cases = sparseCases();
+    for (const std::size_t which : {std::size_t{6}, std::size_t{18}, cases.size() - 4, cases.size() - 3}) {
+        const auto& [taps, positions, direct] = cases[which]; // delays of 16 and 65, a short recursion, one of several taps
         Sparse filter(taps, positions, direct);
         const auto& state = *reinterpret_cast<const kernels::Sparse*>(filter.state);
         expectSilenceToSettle(filter, [&] { return subnormals(state.line, state.longest); });
