@@ -3,15 +3,18 @@
 // A section of a cascade, with taps in the order b0, b1, b2, a0, a1, a2:
 //   a0*y[n] = b0*x[n] + b1*x[n-1] + b2*x[n-2] - a1*y[n-1] - a2*y[n-2]
 // The taps need not be normalised; no a0 and no b0 may be zero. Sections run in series. Taps come as floats or as doubles;
-// either way the filter works in double precision and rounds its output once.
+// either way the filter works in double precision and rounds its output once. A section that gives what it gets, its numerator
+// equal to its denominator, costs nothing.
 //
 // Protocol: ask the size, allocate, initialise, run. A state lives in the caller's storage, at the address that its
 // initialisation gives; nothing else owns anything. It carries the history from run to run, so that a stream may be cut into
 // blocks of any length. The argument rules are those of core/kernels.h, null before everything else; `src` and `dst` of a
 // run may be one array.
 //
-// Not-a-number and infinities go their way as in the formulas: what came before them is untouched, and where they enter a
-// recursion they stay until the next initialisation.
+// What lies below 1e-30 is silence: where a history has come down to it, it is cleared, and a cascade that neither remembers
+// nor gets more gives zeros, so that a decaying tail never crawls through subnormal numbers. Not-a-number and infinities go
+// their way as in the formulas: what came before them is untouched, and where they enter a recursion they stay until the next
+// initialisation.
 #pragma once
 
 #include "core/kernels.h"

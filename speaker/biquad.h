@@ -5,8 +5,10 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "core/cascade_bank.h"
 #include "core/filters.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -44,7 +46,12 @@ private:
 
     void setChannel(std::size_t c, std::span<const Tap> taps);
 
+    // Twelve channels of two sections whose taps let them run together.
+    static constexpr bool mayBank = C == cascadeBankChannels && std::same_as<Tap, float>;
+
     std::array<Filter, C> filters;
+    RtPointer<CascadeBank> bank;  // holds the channels' histories while all of them are banked
+    std::array<bool, C> banked{}; // the bank has taken the channel's taps
     std::array<std::vector<Tap>, C> coefficients_;
     bool initialized = false; // taps have been set on every channel
 };
@@ -64,6 +71,8 @@ Biquad<C, Tap>::Biquad(std::uint64_t sections)
         filters[c].sections = sections;
         coefficients_[c].reserve(6 * sections);
     }
+    if (mayBank && sections == cascadeBankSections)
+        bank.reset(cascadeBankInit(rt_alloc(cascadeBankSize())));
 }
 
 template <std::size_t C, class Tap>
@@ -96,6 +105,8 @@ void Biquad<C, Tap>::setChannel(std::size_t c, std::span<const Tap> taps)
     else
         check(ippsIIRInit64f_BiQuad_32f(&filter.state, taps.data(), length32(filter.sections), nullptr, filter.storage.get()));
     coefficients_[c].assign(taps.begin(), taps.end());
+    if constexpr (mayBank)
+        banked[c] = bank && cascadeBankSet(bank.get(), c, taps.data());
 }
 
 template <std::size_t C, class Tap>
@@ -107,6 +118,17 @@ void Biquad<C, Tap>::process(const Buffer<float, C>& in, Buffer<float, C>& out)
     if (!initialized)
         throw std::invalid_argument("Biquad: coefficients not initialized");
 
+    if (std::find(banked.begin(), banked.end(), false) == banked.end()) {
+        std::array<const float*, C> x{};
+        std::array<float*, C> y{};
+        for (std::size_t c = 0; c < C; ++c) {
+            x[c] = in.channel(c);
+            y[c] = out.channel(c);
+        }
+        check(cascadeBankRun(bank.get(), x.data(), y.data(), length32(n)));
+        out.setSize(n);
+        return;
+    }
     for (std::size_t c = 0; c < C; ++c) {
         const float* x = in.channel(c);
         float* y = out.channel(c);

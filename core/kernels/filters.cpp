@@ -1,6 +1,7 @@
 // The recursive filters as the stages call them: argument rules, sizes and initialisation.
 #include "core/filters.h"
 
+#include "core/cascade_bank.h"
 #include "core/kernels/arguments.h"
 #include "core/kernels/filters.h"
 #include "core/kernels/kernel_table.h"
@@ -45,7 +46,8 @@ Status writeSize(std::size_t bytes, std::int32_t* size, Status tooLarge) noexcep
 struct Section {
     double b[3];
     double a[3];
-    double weakest; // the least magnitude of the denominator on the unit circle
+    double critical; // the cosine of the angle on the unit circle at which the denominator is least in magnitude
+    double weakest;  // its magnitude there
 };
 
 // The state's parts in its storage: Cascade, then `sections` sections (scratch of the initialisation), groups and rows of past.
@@ -68,16 +70,31 @@ std::size_t cascadeBytes(std::size_t sections) noexcept
     return sectionsAt(sections) + sections * sizeof(Section);
 }
 
-// The least of |1 + a1*z^-1 + a2*z^-2| on the unit circle. With c the cosine of the angle its square is
-//   4*a2*c^2 + 2*a1*(1+a2)*c + (1-a2)^2 + a1^2,
-// least at c = -a1*(1+a2) / (4*a2) where that is a cosine and a2 is positive, else at an end.
-double weakest(const double* a) noexcept
+// |1 + a1*z^-1 + a2*z^-2| at the angle on the unit circle whose cosine is c.
+double magnitude(const double* a, double c) noexcept
 {
-    const double ends = std::min(std::abs(1 + a[1] + a[2]), std::abs(1 - a[1] + a[2]));
-    if (!(a[2] > 0 && std::abs(a[1] * (1 + a[2])) < 4 * a[2]))
-        return ends;
-    const double square = (1 - a[2]) * (1 - a[2]) * (1 - a[1] * a[1] / (4 * a[2]));
-    return std::min(ends, std::sqrt(std::max(square, 0.0)));
+    const double square = 4 * a[2] * c * c + 2 * a[1] * (1 + a[2]) * c + (1 - a[2]) * (1 - a[2]) + a[1] * a[1];
+    return std::sqrt(std::max(square, 0.0));
+}
+
+// The c at which that is least: the vertex of the parabola where it opens upwards and the vertex is a cosine, else an end.
+double critical(const double* a) noexcept
+{
+    if (a[2] > 0 && std::abs(a[1] * (1 + a[2])) < 4 * a[2])
+        return -a[1] * (1 + a[2]) / (4 * a[2]);
+    return a[1] * (1 + a[2]) < 0 ? 1.0 : -1.0;
+}
+
+// A section from its six taps.
+template <class Tap>
+Section divided(const Tap* t) noexcept
+{
+    const double a0 = t[3];
+    Section section = {{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0, 0.0};
+    section.critical = critical(section.a);
+    const double weakest = magnitude(section.a, section.critical);
+    section.weakest = weakest >= 0 ? weakest : 0.0; // not-a-number would lead a sort astray
+    return section;
 }
 
 // poly *= the section's polynomial; poly has `order` + 1 values before, two more after.
@@ -114,26 +131,62 @@ void fillColumns(CascadeGroup& group) noexcept
     group.response[2 * block - 1] = 0.0;
 }
 
-// The group of the sections' i-th of rising `weakest`: back and forth over the groups, so that poles that lie close together
-// on the unit circle come into different ones.
+// The group of the i-th section of rising `weakest`: back and forth over the groups, so that poles that lie close together on
+// the unit circle come into different ones.
 std::size_t groupOf(std::size_t i, std::size_t groups) noexcept
 {
     const std::size_t turn = i % (2 * groups);
     return turn < groups ? turn : 2 * groups - 1 - turn;
 }
 
-// Roundings in a group grow by at most the inverse of its denominator's least magnitude, which is at least the product of its
-// sections'. 2^-30 keeps them below 2^-23 of what passes through, and in practice far below.
-bool sound(const Section* section, std::size_t sections, std::size_t groups) noexcept
+void build(CascadeGroup* group, std::size_t groups, const Section* section, std::size_t sections) noexcept
 {
     for (std::size_t g = 0; g < groups; ++g) {
+        new (group + g) CascadeGroup;
+        group[g].order = 0;
+        group[g].b[0] = group[g].a[0] = 1.0;
+    }
+    for (std::size_t i = 0; i < sections; ++i) {
+        CascadeGroup& joined = group[groupOf(i, groups)];
+        multiply(joined.b, joined.order, section[i].b);
+        multiply(joined.a, joined.order, section[i].a);
+        joined.order += 2;
+    }
+    for (std::size_t g = 0; g < groups; ++g)
+        fillColumns(group[g]);
+}
+
+// How much a rounding may grow in a group: at first by the largest sum of factors that past outputs enter a block with, and
+// then by the recursion, which lifts it most where a section's denominator is least.
+double growth(const CascadeGroup& group, std::size_t g, std::size_t groups, const Section* section, std::size_t sections) noexcept
+{
+    double entering = 1.0;
+    for (int i = 0; i < CascadeGroup::block; ++i) {
+        double sum = 0.0;
+        for (int k = 0; k < group.order; ++k)
+            sum += std::abs(group.fromPastY[k][i]);
+        entering = std::max(entering, sum);
+    }
+    double least = 1.0;
+    for (std::size_t at = 0; at < sections; ++at) {
+        if (groupOf(at, groups) != g)
+            continue;
         double product = 1.0;
         for (std::size_t i = 0; i < sections; ++i)
             if (groupOf(i, groups) == g)
-                product *= section[i].weakest;
-        if (!(product >= 0x1p-30))
-            return false;
+                product *= magnitude(section[i].a, section[at].critical);
+        least = std::min(least, product);
     }
+    return entering / least;
+}
+
+// Builds so many groups. False if roundings of 2^-53 may grow beyond 2^-20 in one of them: as a rule they then stay 20 dB below.
+bool tryGroups(CascadeGroup* group, std::size_t groups, const Section* section, std::size_t sections) noexcept
+{
+    build(group, groups, section, sections);
+    for (std::size_t g = 0; g < groups; ++g)
+        if (!(growth(group[g], g, groups, section, sections) <= 0x1p33))
+            return false;
     return true;
 }
 
@@ -167,33 +220,15 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
         const Tap* t = taps + 6 * s;
         if (std::equal(t, t + 3, t + 3))
             continue; // numerator and denominator cancel: such a section gives what it gets
-        const double a0 = t[3];
-        Section& made = *new (section + sections++) Section{{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0};
-        const double least = weakest(made.a);
-        made.weakest = least >= 0 ? least : 0.0; // not-a-number would lead the sort astray
+        new (section + sections++) Section(divided(t));
     }
     std::sort(section, section + sections, [](const Section& a, const Section& b) { return a.weakest < b.weakest; });
 
-    // As few groups as four sections each allow; where those would be unsound, smaller ones.
-    std::size_t groups = sections;
-    for (std::size_t each = 4; each > 1 && groups == sections; --each)
-        if (const std::size_t fewer = (sections + each - 1) / each; sound(section, sections, fewer))
-            groups = fewer;
-
     auto* group = reinterpret_cast<CascadeGroup*>(start + groupsAt);
-    for (std::size_t g = 0; g < groups; ++g) {
-        new (group + g) CascadeGroup;
-        group[g].order = 0;
-        group[g].b[0] = group[g].a[0] = 1.0;
-    }
-    for (std::size_t i = 0; i < sections; ++i) {
-        CascadeGroup& joined = group[groupOf(i, groups)];
-        multiply(joined.b, joined.order, section[i].b);
-        multiply(joined.a, joined.order, section[i].a);
-        joined.order += 2;
-    }
-    for (std::size_t g = 0; g < groups; ++g)
-        fillColumns(group[g]);
+    constexpr std::size_t most = CascadeGroup::maxOrder / 2; // sections in a group
+    std::size_t groups = (sections + most - 1) / most;
+    while (!tryGroups(group, groups, section, sections) && groups < sections)
+        groups = std::min(sections, groups + (groups + 3) / 4);
 
     auto* past = reinterpret_cast<double(*)[CascadeGroup::block]>(start + pastAt(given));
     std::fill_n(past[0], (groups + 1) * CascadeGroup::block, 0.0);
@@ -261,6 +296,46 @@ Status ippsIIR_32f(const float* src, float* dst, std::int32_t len, Cascade_32f* 
 Status ippsIIR64f_32f(const float* src, float* dst, std::int32_t len, Cascade64f_32f* state) noexcept
 {
     return cascadeRun(src, dst, len, state);
+}
+
+std::size_t cascadeBankSize() noexcept
+{
+    return sizeof(CascadeBank);
+}
+
+CascadeBank* cascadeBankInit(void* storage) noexcept
+{
+    return new (storage) CascadeBank{};
+}
+
+bool cascadeBankSet(CascadeBank* bank, std::size_t c, const float* taps) noexcept
+{
+    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
+        const Section section = divided(taps + 6 * s);
+        if (!(section.weakest >= 0x1p-4)) // single precision's roundings of 2^-24 stay below 2^-20 of what passes through
+            return false;
+    }
+    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
+        const Section section = divided(taps + 6 * s);
+        kernels::BankSection& lanes = bank->section[s];
+        lanes.b0[c] = static_cast<float>(section.b[0]);
+        lanes.b1[c] = static_cast<float>(section.b[1]);
+        lanes.b2[c] = static_cast<float>(section.b[2]);
+        lanes.a1[c] = static_cast<float>(section.a[1]);
+        lanes.a2[c] = static_cast<float>(section.a[2]);
+        lanes.s1[c] = lanes.s2[c] = 0.0F;
+    }
+    return true;
+}
+
+Status cascadeBankRun(CascadeBank* bank, const float* const* in, float* const* out, std::int32_t len) noexcept
+{
+    if (kernels::anyNull(in, cascadeBankChannels) || kernels::anyNull(out, cascadeBankChannels))
+        return ippStsNullPtrErr;
+    if (const Status bad = arguments(len, bank); bad != ippStsNoErr)
+        return bad;
+    active().cascadeBank(*bank, in, out, static_cast<std::size_t>(len));
+    return ippStsNoErr;
 }
 
 Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, std::int32_t order1, std::int32_t order2,

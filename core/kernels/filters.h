@@ -13,7 +13,7 @@ constexpr float quiet = 1e-30F;
 
 // Up to four sections multiplied out to one filter of order 2, 4, 6 or 8 in double precision:
 //   y[n] = sum over k <= order of b[k] * x[n-k]  -  sum over 1 <= k <= order of a[k] * y[n-k]
-// Filters.inl tells what the columns are and how a block of eight samples is computed from them.
+// cascade.inl tells what the columns are and how a block of eight samples is computed from them.
 struct alignas(64) CascadeGroup {
     static constexpr int maxOrder = 8;
     static constexpr int block = 8; // samples
@@ -33,6 +33,12 @@ struct Cascade {
     double (*past)[CascadeGroup::block]; // groups + 1 rows
 };
 
+// One section of every channel of a bank: a lane each, sixteen so that any vector divides them. a0 is divided out.
+struct alignas(64) BankSection {
+    float b0[16], b1[16], b2[16], a1[16], a2[16];
+    float s1[16], s2[16]; // what the past adds to the next output and to the one after
+};
+
 // --- Sparse filters --------------------------------------------------------------------------------------------------
 
 // With w[n] = x[n] + sum of recursive taps * w[n - position], the output is the sum of direct taps * w[n - position]. The state
@@ -47,3 +53,14 @@ struct Sparse {
 };
 
 } // namespace quorel::kernels
+
+namespace quorel {
+
+struct CascadeBank {
+    static constexpr size_t channels = 12;
+    static constexpr size_t lanes = 16; // the last four rest at zero
+
+    kernels::BankSection section[2];
+};
+
+} // namespace quorel

@@ -10,6 +10,7 @@
 
 namespace quorel {
 struct PairMix;
+struct CascadeBank;
 }
 
 namespace quorel::kernels {
@@ -60,6 +61,7 @@ struct KernelTable {
     void (*mulPack)(const float* a, const float* b, float* dst, size_t n); // dst may be a or b
 
     void (*cascade)(const Cascade& filter, const float* src, float* dst, size_t n); // the state behind its pointers changes
+    void (*cascadeBank)(CascadeBank& bank, const float* const* in, float* const* out, size_t n);
     void (*sparse)(const Sparse& filter, const float* src, float* dst, size_t n);
     void (*mixPairs)(const float* const* in, float* const* out, const PairMix* mix, size_t rows, size_t n);
 

@@ -1,5 +1,4 @@
-// The sums of pairs' sums and differences, by the vectors of filters.inl. Included once by each variant's unit, as elements.inl
-// is.
+// The sums of pairs' sums and differences. Included once by each variant's unit, as elements.inl is.
 
 // Stretches so short that their terms stay in the nearest cache while all rows are summed from them. A product with a sign is
 // exact, so it makes no difference whether it is contracted.

@@ -21,7 +21,7 @@
 
 namespace transforms {
 
-#include "core/kernels/vectors.inl"
+using namespace vectors;
 
 constexpr int valuesPerVector = lanes / 2;
 

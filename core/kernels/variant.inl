@@ -10,8 +10,13 @@ namespace quorel::kernels {
 namespace {
 
 #include "core/kernels/elements.inl"
-#include "core/kernels/filters.inl"
+#include "core/kernels/filter_vectors.inl"
+#include "core/kernels/vectors.inl"
+
+#include "core/kernels/bank.inl"
+#include "core/kernels/cascade.inl"
 #include "core/kernels/mixing.inl"
+#include "core/kernels/sparse.inl"
 #include "core/kernels/transforms.inl"
 
 } // namespace
@@ -26,7 +31,7 @@ const KernelTable table = {
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
     transforms::mulPack,
-    filters::cascade, filters::sparse, mixPairs,
+    filters::cascade, filters::cascadeBank, filters::sparse, mixPairs,
     transforms::valuesPerVector, transforms::complexInverse<8>, transforms::complexInverse<16>,
     transforms::realForward1024, transforms::realInverse1024,
 };

@@ -1,5 +1,7 @@
-// Vectors of floats of the variant's width, as the compiler's vector extension offers them on every processor. Part of
-// transforms.inl, and like that inside each variant's unnamed namespace.
+// Vectors of floats of the variant's width, as the compiler's vector extension offers them on every processor. Included once
+// by each variant's unit, as elements.inl is.
+
+namespace vectors {
 
 #if defined(__AVX512F__)
 #define QUOREL_LANES 16
@@ -85,3 +87,5 @@ QUOREL_INLINE V quadsOf(V x, V y)
                                    4 * C + 1, 4 * C + 2, 4 * C + 3, 4 * D, 4 * D + 1, 4 * D + 2, 4 * D + 3);
 }
 #endif
+
+} // namespace vectors

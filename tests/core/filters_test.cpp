@@ -1,5 +1,6 @@
 #include "core/filters.h"
 
+#include "core/kernels/filters.h"
 #include "core/kernels/kernel_table.h"
 #include "core/rt_alloc.h"
 
@@ -113,9 +114,10 @@ public:
         return y;
     }
 
+    typename StateOf<Tap>::Type* state = nullptr;
+
 private:
     RtPointer<std::byte> storage;
-    typename StateOf<Tap>::Type* state = nullptr;
 };
 
 // The definition, section by section in double precision on the same taps.
@@ -290,6 +292,188 @@ TEST_P(Filters, StorageOfNoAlignmentWillDo)
     }
 }
 
+// --- Precision of the cascades ---------------------------------------------------------------------------------------
+
+// Signal to error in dB.
+double precision(const std::vector<float>& y, const std::vector<double>& wanted)
+{
+    double signal = 0, error = 0;
+    for (std::size_t i = 0; i < y.size(); ++i) {
+        signal += wanted[i] * wanted[i];
+        error += (static_cast<double>(y[i]) - wanted[i]) * (static_cast<double>(y[i]) - wanted[i]);
+    }
+    return 10 * std::log10(signal / error);
+}
+
+// The best that a float can hold: roundings of a uniformly spread mantissa leave about 150 dB.
+constexpr double roundedOnce = 148;
+
+// A microphone's curves: poles within 0.01 of the unit circle, and all of them close to each other.
+TEST_P(Filters, PolesNextToTheUnitCircleCostNoPrecision)
+{
+    const std::vector<float> at16000 = {0.97000229F, -1.9242152F,  0.95504779F, 1, -1.9242152F,  0.92505008F,
+                                        0.98183644F, -1.9566953F,  0.97499466F, 1, -1.9566953F,  0.9568311F,
+                                        0.98937529F, -1.9519541F,  0.96802479F, 1, -1.9519541F,  0.95740008F,
+                                        1.012169F,   -1.9275502F,  0.92883539F, 1, -1.9275502F,  0.94100434F,
+                                        1.0929618F,  -0.47876537F, 0.45635545F, 1, -0.47876537F, 0.54931724F};
+    const std::vector<float> at48000 = {0.9897452F,  -1.974283F,  0.98463297F, 1, -1.974283F,  0.97437817F,
+                                        0.99385715F, -1.9853852F, 0.99154329F, 1, -1.9853852F, 0.98540044F,
+                                        0.99640888F, -1.9849873F, 0.98919249F, 1, -1.9849873F, 0.98560137F,
+                                        1.0041335F,  -1.9784342F, 0.97582728F, 1, -1.9784342F, 0.97996074F,
+                                        1.0323546F,  -1.6837952F, 0.81078863F, 1, -1.6837952F, 0.8431433F};
+    for (const auto& taps : {at16000, at48000}) {
+        const auto x = noise(100000, 11);
+        EXPECT_GT(precision(Cascade<float>(taps).process(x), truth(taps, x)), roundedOnce);
+    }
+}
+
+// Sections whose poles all lie at one place must not be multiplied out together: in groups of four they would keep 58 dB. The
+// groups are chosen for roundings below 120 dB.
+TEST_P(Filters, PolesAtOnePlaceAreKeptApart)
+{
+    for (const double angle : {0.004, 0.1, 1.57, 3.1})
+        for (const double radius : {0.9, 0.99, 0.999}) {
+            std::vector<double> taps;
+            for (int s = 0; s < 8; ++s) // notches: what the poles lift, zeros just inside of them press down again
+                for (const double tap : {1.0, -2 * 0.98 * radius * std::cos(angle), 0.98 * 0.98 * radius * radius, 1.0,
+                                         -2 * radius * std::cos(angle), radius * radius})
+                    taps.push_back(tap);
+            const auto x = noise(20000, 12);
+            EXPECT_GT(precision(Cascade<double>(taps).process(x), truth(taps, x)), 120.0) << angle << ", " << radius;
+        }
+}
+
+TEST_P(Filters, SectionsThatGiveWhatTheyGetPassEveryBit)
+{
+    auto x = noise(1000, 13);
+    x[3] = std::numeric_limits<float>::quiet_NaN();
+    x[4] = std::numeric_limits<float>::infinity();
+    x[5] = std::numeric_limits<float>::denorm_min();
+    x[6] = -0.0F;
+    std::fill(x.begin() + 600, x.end(), 1e-42F);
+    const auto bits = [](const std::vector<float>& signal) {
+        std::vector<std::uint32_t> all(signal.size());
+        std::memcpy(all.data(), signal.data(), signal.size() * sizeof(float));
+        return all;
+    };
+    const std::vector<float> flat = {1, 0, 0, 1, 0, 0, 0.5F, -0.3F, 0.2F, 0.5F, -0.3F, 0.2F, 1, 0, 0, 1, 0, 0};
+    EXPECT_EQ(bits(Cascade<float>(flat).process(x)), bits(x));
+    auto inPlace = x;
+    Cascade<float>(flat).process(inPlace.data(), inPlace.data(), inPlace.size());
+    EXPECT_EQ(bits(inPlace), bits(x));
+}
+
+// --- Silence, infinities and not-a-number in the cascades ------------------------------------------------------------
+
+template <class Sample>
+std::size_t subnormals(const Sample* x, std::size_t n)
+{
+    return static_cast<std::size_t>(std::count_if(x, x + n, [](Sample v) { return std::fpclassify(v) == FP_SUBNORMAL; }));
+}
+
+// Ten seconds of noise and a minute of silence. In all that time a decay passes through subnormal numbers once, if at all, and
+// leaves them within the block in which it reaches 1e-30: `state` counts those that a filter still holds.
+template <class Filter>
+void expectSilenceToSettle(Filter&& filter, const std::function<std::size_t()>& state)
+{
+    constexpr std::size_t block = 480, second = 48000;
+    const auto loud = noise(second, 30);
+    const std::vector<float> silence(block);
+    std::vector<float> y(block);
+    std::size_t inOutput = 0, inState = 0, late = 0;
+    for (std::size_t at = 0; at < 70 * second; at += block) {
+        const float* x = at < 10 * second ? loud.data() + at % second : silence.data();
+        filter.process(x, y.data(), block);
+        inOutput += subnormals(y.data(), block);
+        inState += state();
+        if (at > 25 * second)
+            late += static_cast<std::size_t>(std::count_if(y.begin(), y.end(), [](float v) { return v != 0.0F; }));
+    }
+    EXPECT_LT(inOutput, block);
+    EXPECT_EQ(inState, 0U);
+    EXPECT_EQ(late, 0U); // fifteen seconds into the silence
+}
+
+template <class State>
+std::size_t subnormalsIn(const State* state)
+{
+    const auto& cascade = *reinterpret_cast<const kernels::Cascade*>(state);
+    return subnormals(cascade.past[0], (cascade.groups + 1) * kernels::CascadeGroup::block);
+}
+
+TEST_P(Filters, CascadesSettleInSilence)
+{
+    const std::vector<float> slow = {0.99385715F, -1.9853852F, 0.99154329F, 1, -1.9853852F, 0.98540044F};
+    for (const auto& taps : {slow, randomTaps<float>(2, 1, 0.5), randomTaps<float>(5, 2, 0.8)}) {
+        Cascade<float> cascade(taps);
+        expectSilenceToSettle(cascade, [&] { return subnormalsIn(cascade.state); });
+    }
+}
+
+TEST_P(Filters, ACascadeThatGetsSilenceWhileItSoundsRingsOn)
+{
+    const std::vector<float> taps = {1, 0, 0, 1, -0.99F, 0};
+    std::vector<float> x(480);
+    x[0] = 1e-20F;
+    Cascade<float> cascade(taps);
+    static_cast<void>(cascade.process(x));
+    x[0] = 0.0F;
+    const auto y = cascade.process(x);
+    for (std::size_t i = 0; i < 480; ++i) {
+        const double wanted = 1e-20 * std::pow(static_cast<double>(0.99F), static_cast<double>(480 + i));
+        EXPECT_NEAR(static_cast<double>(y[i]), wanted, 1e-6 * wanted); // 1e-20F is not 1e-20
+    }
+}
+
+TEST_P(Filters, WhatIsNotFiniteLeavesWhatCameBeforeAndStays)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const float bad : {infinity, -infinity, std::numeric_limits<float>::quiet_NaN()})
+        for (const std::size_t sections : {1U, 2U, 3U, 4U, 5U, 9U})
+            for (const std::size_t at : {0U, 7U, 8U, 100U, 511U, 512U, 700U}) {
+                const auto taps = randomTaps<double>(sections, 17);
+                auto x = noise(1500, 18);
+                x[at] = bad;
+                const auto wanted = truth(taps, x);
+                Cascade<double> cascade(taps);
+                const auto y = inBlocks(cascade, x, [at] { return at % 2 == 0 ? 600 : 37; });
+                ASSERT_NO_FATAL_FAILURE(expectTruth({y.begin(), y.begin() + static_cast<std::ptrdiff_t>(at)},
+                                                    {wanted.begin(), wanted.begin() + static_cast<std::ptrdiff_t>(at)}));
+                ASSERT_EQ(std::isnan(y[at]), std::isnan(wanted[at]));
+                if (!std::isnan(bad)) {
+                    ASSERT_EQ(static_cast<double>(y[at]), wanted[at]);
+                }
+                for (std::size_t i = at; i < x.size(); ++i)
+                    ASSERT_TRUE(!std::isfinite(y[i]) && !std::isfinite(wanted[i])) << "sample " << i << " after " << at;
+            }
+}
+
+TEST_P(Filters, InitialisingAgainEndsNotANumber)
+{
+    const auto taps = randomTaps<float>(2, 19);
+    std::int32_t size = 0;
+    ASSERT_EQ(ippsIIRGetStateSize_BiQuad_32f(2, &size), ippStsNoErr);
+    std::vector<std::byte> storage(static_cast<std::size_t>(size));
+    std::vector<float> bad(10, std::numeric_limits<float>::quiet_NaN());
+    Cascade_32f* state = nullptr;
+    ASSERT_EQ(ippsIIRInit_BiQuad_32f(&state, taps.data(), 2, nullptr, storage.data()), ippStsNoErr);
+    ASSERT_EQ(ippsIIR_32f(bad.data(), bad.data(), 10, state), ippStsNoErr);
+    ASSERT_EQ(ippsIIRInit_BiQuad_32f(&state, taps.data(), 2, nullptr, storage.data()), ippStsNoErr);
+    const auto x = noise(100, 20);
+    std::vector<float> y(100);
+    ASSERT_EQ(ippsIIR_32f(x.data(), y.data(), 100, state), ippStsNoErr);
+    expectTruth(y, truth(taps, x));
+}
+
+TEST_P(Filters, TapsThatAreNoNumbersAreTaken)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> taps = randomTaps<double>(9, 20);
+    for (std::size_t k = 0; k < taps.size(); k += 5)
+        taps[k] = nan;
+    EXPECT_TRUE(std::isnan(Cascade<double>(taps).process(noise(10, 1))[9]));
+}
+
 // --- Argument rules of the cascades ----------------------------------------------------------------------------------
 
 template <class Tap>
@@ -371,9 +555,10 @@ public:
         return y;
     }
 
+    Sparse_32f* state = nullptr;
+
 private:
     RtPointer<std::byte> storage;
-    Sparse_32f* state = nullptr;
 };
 
 std::vector<double> truth(const std::vector<float>& taps, const std::vector<std::int32_t>& positions, std::int32_t direct,
@@ -473,6 +658,32 @@ TEST_P(Filters, ASparseAllpassHasMagnitudeOneAtAllFrequencies)
         // The response falls by half every 3 samples, so that its roundings of 2^-25 of a sample sum to less than 2^-21.
         EXPECT_NEAR(std::hypot(re, im), 1.0, 0x1p-21) << "at " << w;
     }
+}
+
+TEST_P(Filters, SparseFiltersSettleInSilence)
+{
+    const auto cases = sparseCases();
+    for (const std::size_t which : {std::size_t{6}, std::size_t{18}, cases.size() - 4, cases.size() - 3}) {
+        const auto& [taps, positions, direct] = cases[which]; // delays of 16 and 65, a short recursion, one of several taps
+        Sparse filter(taps, positions, direct);
+        const auto& state = *reinterpret_cast<const kernels::Sparse*>(filter.state);
+        expectSilenceToSettle(filter, [&] { return subnormals(state.line, state.longest); });
+    }
+}
+
+TEST_P(Filters, WhatIsNotFiniteGoesTheWayOfASparseFiltersFormula)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const float bad : {infinity, -infinity, std::numeric_limits<float>::quiet_NaN()})
+        for (const auto& [taps, positions, direct] : sparseCases())
+            for (const std::size_t at : {0U, 15U, 100U, 127U, 128U, 300U}) {
+                auto x = noise(1000, 25);
+                x[at] = bad;
+                const auto wanted = truth(taps, positions, direct, x);
+                const auto y = inBlocks(Sparse(taps, positions, direct), x, [at] { return at % 2 == 0 ? 480 : 37; });
+                for (std::size_t i = 0; i < x.size(); ++i)
+                    ASSERT_EQ(std::isfinite(y[i]), std::isfinite(wanted[i])) << "sample " << i << " after " << at;
+            }
 }
 
 TEST_P(Filters, SparseFiltersCheckTheirArguments)

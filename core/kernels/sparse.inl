@@ -1,0 +1,124 @@
+// Sparse recursive filters. Included once by each variant's unit, as elements.inl is.
+//
+// The history is that of one line, w, from which both groups of taps are taken (core/kernels/filters.h).
+
+namespace filters {
+
+// Clears a history that has become silence.
+void settle(float* w, size_t n)
+{
+    if (isQuiet(w, n))
+        __builtin_memset(w, 0, n * sizeof(float));
+}
+
+// A filter with direct taps at 0 and d and one recursive tap at d, as an allpass has them:
+//   w[n] = x[n] + recursive * w[n-d],  y[n] = direct * w[n] + delayed * w[n-d]
+// The d samples of history stay in `count` vectors, and a turn replaces them by the next d. The last vector reaches beyond d:
+// what it computes there, the next turn's first vector overwrites. Turns that would reach beyond the arrays go through the line.
+// `src` and `dst` are two arrays.
+template <int count>
+void ring(const Sparse& filter, const float* src, float* dst, size_t n)
+{
+    const size_t d = filter.longest;
+    const float direct = filter.taps[0], delayed = filter.taps[1], recursive = filter.taps[2];
+    Floats w[count];
+    for (int r = 0; r < count; ++r)
+        w[r] = load(filter.line + r * floats);
+    for (; n >= count * floats; src += d, dst += d, n -= d)
+        for (int r = 0; r < count; ++r) {
+            const Floats past = w[r];
+            w[r] = load(src + r * floats) + recursive * past;
+            store(direct * w[r] + delayed * past, dst + r * floats);
+        }
+    for (int r = 0; r < count; ++r)
+        store(w[r], filter.line + r * floats);
+
+    const float* past = filter.line;
+    for (size_t m; n > 0; src += m, dst += m, n -= m, past += m) {
+        m = n < d ? n : d;
+        float* const now = filter.line + (past - filter.line) + d;
+        for (size_t i = 0; i < m; ++i) {
+            const float held = src[i] + recursive * past[i];
+            dst[i] = direct * held + delayed * past[i];
+            now[i] = held;
+        }
+    }
+    __builtin_memmove(filter.line, past, d * sizeof(float));
+    settle(filter.line, d);
+}
+
+// Any filter, a chunk at a time through a line of its own.
+void sparseLine(const Sparse& filter, const float* src, float* dst, size_t n)
+{
+    const float* const direct = filter.taps;
+    const float* const recursive = filter.taps + filter.direct;
+    const int32_t* const directAt = filter.positions;
+    const int32_t* const recursiveAt = filter.positions + filter.direct;
+    const auto nearest = static_cast<size_t>(recursiveAt[0]);
+
+    for (size_t count; n > 0; src += count, dst += count, n -= count) {
+        count = n < filter.chunk ? n : filter.chunk;
+        float* const w = filter.line + filter.longest;
+        // Runs of as many samples as the nearest recursive tap looks back depend on earlier runs alone.
+        for (size_t at = 0, run; at < count; at += run) {
+            run = count - at < nearest ? count - at : nearest;
+            float* const now = w + at;
+            for (size_t k = 0; k < filter.recursive; ++k) {
+                const float* const back = now - recursiveAt[k];
+                const float* const sum = k == 0 ? src + at : now;
+                for (size_t i = 0; i < run; ++i)
+                    now[i] = sum[i] + recursive[k] * back[i];
+            }
+        }
+        for (size_t k = 0; k < filter.direct; ++k) {
+            const float* const back = w - directAt[k];
+            if (k == 0)
+                for (size_t i = 0; i < count; ++i)
+                    dst[i] = direct[k] * back[i];
+            else
+                for (size_t i = 0; i < count; ++i)
+                    dst[i] += direct[k] * back[i];
+        }
+        __builtin_memmove(filter.line, filter.line + count, filter.longest * sizeof(float));
+        settle(filter.line, filter.longest);
+    }
+}
+
+void sparse(const Sparse& filter, const float* src, float* dst, size_t n)
+{
+    const bool allpass =
+        filter.direct == 2 && filter.recursive == 1 && filter.positions[0] == 0 && filter.positions[1] == filter.positions[2];
+    switch (allpass && src != dst ? (filter.longest + floats - 1) / floats : 0) {
+    case 1:
+        ring<1>(filter, src, dst, n);
+        break;
+    case 2:
+        ring<2>(filter, src, dst, n);
+        break;
+    case 3:
+        ring<3>(filter, src, dst, n);
+        break;
+    case 4:
+        ring<4>(filter, src, dst, n);
+        break;
+    case 5:
+        ring<5>(filter, src, dst, n);
+        break;
+    case 6:
+        ring<6>(filter, src, dst, n);
+        break;
+    case 7:
+        ring<7>(filter, src, dst, n);
+        break;
+    case 8:
+        ring<8>(filter, src, dst, n);
+        break;
+    case 9:
+        ring<9>(filter, src, dst, n);
+        break;
+    default:
+        sparseLine(filter, src, dst, n);
+    }
+}
+
+} // namespace filters
