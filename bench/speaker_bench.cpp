@@ -9,6 +9,7 @@
 //   ten_million_frames   median, 99.9th percentile and worst block, and the worst in relation to the median
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
+#include "core/buffer_arithmetic.h"
 #include "core/pass_through.h"
 #include "core/signal_path.h"
 #include "speaker/built_in.h"

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "core/row_sums.h"
 
 #include <array>
 
@@ -93,14 +94,18 @@ inline void DelayLine::write(const Buffer<float, lineCount>& in, Buffer<float, 2
 
     stereoOut.clear();
     const auto length = length32(n);
+    std::array<const float*, lineCount> left;
+    std::array<const float*, lineCount> right;
     for (std::size_t l = 0; l < lineCount; ++l) {
         float* row = lines[l].channel(0);
         const auto kept = lineLength[l] + maxBlock - n;
         check(ippsMove_32f(row + n, row, length32(kept)));
         check(ippsCopy_32f(in.channel(l), row + kept, length));
-        check(ippsAddProductC_32f(row + lineLength[l] - tapRight[l], gainRight[l], stereoOut.channel(1), length));
-        check(ippsAddProductC_32f(row + lineLength[l] - tapLeft[l], gainLeft[l], stereoOut.channel(0), length));
+        left[l] = row + lineLength[l] - tapLeft[l];
+        right[l] = row + lineLength[l] - tapRight[l];
     }
+    check(sumRows(left.data(), gainLeft.data(), lineCount, stereoOut.channel(0), length));
+    check(sumRows(right.data(), gainRight.data(), lineCount, stereoOut.channel(1), length));
     stereoOut.setSize(n);
 }
 

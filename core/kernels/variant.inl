@@ -14,6 +14,7 @@ namespace {
 #include "core/kernels/mixing.inl"
 #include "core/kernels/vectors.inl"
 
+#include "core/kernels/row_sums.inl"
 #include "core/kernels/transforms.inl"
 
 } // namespace
@@ -27,6 +28,7 @@ const KernelTable table = {
     add, sub, mul, mulComplex, addProductC, mulC, subC, subCRev, div,
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
+    sumRows, sumProductsPack,
     mulPack,
     filters::cascade, filters::sparse, mixPairs,
     valuesPerVector, complexInverse<8>, complexInverse<16>, realForward1024, realInverse1024,
