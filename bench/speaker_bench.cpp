@@ -71,8 +71,7 @@ void wholeBlock(benchmark::State& state, const kernels::KernelTable& variant, bo
 {
     const InUse inUse(variant);
     Effect effect(surround);
-    measure(
-        state, [&] { effect.process(); }, yardstick(), 2);
+    measure(state, [&] { effect.process(); });
     state.counters["% of period"] = state.counters["ns"] * 100 / period;
     if (!effect.sounds())
         state.SkipWithError("the output is not that of loud noise");
@@ -211,8 +210,7 @@ void oneStage(benchmark::State& state, const kernels::KernelTable& variant, cons
     Stages s;
     if (!areTheEffect(s))
         state.SkipWithError("the stages together do not give what the path gives");
-    measure(
-        state, [&] { stage.run(s); }, yardstick(), 4);
+    measure(state, [&] { stage.run(s); });
     if (counts)
         sums[variant.name] += state.counters["ratio"];
 }
