@@ -9,6 +9,7 @@
 //   ten_million_frames   median, 99.9th percentile and worst block, and the worst in relation to the median
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
+#include "core/buffer_arithmetic.h"
 #include "core/pass_through.h"
 #include "core/signal_path.h"
 #include "speaker/built_in.h"
@@ -70,8 +71,7 @@ void wholeBlock(benchmark::State& state, const kernels::KernelTable& variant, bo
 {
     const InUse inUse(variant);
     Effect effect(surround);
-    measure(
-        state, [&] { effect.process(); }, yardstick(), 2);
+    measure(state, [&] { effect.process(); });
     state.counters["% of period"] = state.counters["ns"] * 100 / period;
     if (!effect.sounds())
         state.SkipWithError("the output is not that of loud noise");
@@ -210,8 +210,7 @@ void oneStage(benchmark::State& state, const kernels::KernelTable& variant, cons
     Stages s;
     if (!areTheEffect(s))
         state.SkipWithError("the stages together do not give what the path gives");
-    measure(
-        state, [&] { stage.run(s); }, yardstick(), 4);
+    measure(state, [&] { stage.run(s); });
     if (counts)
         sums[variant.name] += state.counters["ratio"];
 }

@@ -3,12 +3,13 @@
 //   read:   y[l][i] = x[l][i - lineLength[l]]
 //   write:  left[i] = sum over l of gainLeft[l] * x[l][i - tapLeft[l] - (maxBlock - n)], and right likewise
 //
-// Within a block of n frames `read` comes first, then `write`. Each row holds the last lineLength + maxBlock samples of its
-// line, oldest first, and persists; every block moves it down by n.
+// Within a block of n frames `read` comes first, then `write`. Of each line the last lineLength + maxBlock samples persist,
+// oldest first: a window that moves up its row by n with every block, and at the row's end back to its front.
 // Required: a tap has its nominal delay in blocks of maxBlock frames alone, and is maxBlock - n samples later in shorter ones.
 #pragma once
 
 #include "core/buffer.h"
+#include "core/row_sums.h"
 
 #include <array>
 
@@ -32,14 +33,17 @@ public:
 
 private:
     std::array<Buffer<float, 1>, lineCount> zeroedLines() const;
+    float* moveWindow(std::size_t l, std::uint64_t n);
+    std::uint64_t window(std::size_t l) const { return lineLength[l] + maxBlock; }
 
-    Lengths tapLeft;        // samples
-    Gains gainLeft;         // linear
-    Lengths tapRight;       // samples
-    Gains gainRight;        // linear
-    Lengths lineLength;     // samples
-    std::uint64_t maxBlock; // samples in the largest block
-    std::array<Buffer<float, 1>, lineCount> lines;
+    Lengths tapLeft;                               // samples
+    Gains gainLeft;                                // linear
+    Lengths tapRight;                              // samples
+    Gains gainRight;                               // linear
+    Lengths lineLength;                            // samples
+    std::uint64_t maxBlock;                        // samples in the largest block
+    std::array<Buffer<float, 1>, lineCount> lines; // twice the window long, so that it seldom has to go back
+    Lengths start{};                               // where each line's window begins
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -64,7 +68,7 @@ inline std::array<Buffer<float, 1>, DelayLine::lineCount> DelayLine::zeroedLines
 
     return [this]<std::size_t... l>(std::index_sequence<l...>)
     {
-        return std::array{Buffer<float, 1>(lineLength[l] + maxBlock)...};
+        return std::array{Buffer<float, 1>(2 * window(l))...};
     }
     (std::make_index_sequence<lineCount>());
 }
@@ -77,7 +81,7 @@ inline void DelayLine::read(Buffer<float, lineCount>& out, std::uint64_t n) cons
         throw std::invalid_argument("DelayLine: internal buffer too small");
 
     for (std::size_t l = 0; l < lineCount; ++l)
-        check(ippsCopy_32f(lines[l].channel(0) + maxBlock, out.channel(l), length32(n)));
+        check(ippsCopy_32f(lines[l].channel(0) + start[l] + maxBlock, out.channel(l), length32(n)));
     out.setSize(n);
 }
 
@@ -93,15 +97,30 @@ inline void DelayLine::write(const Buffer<float, lineCount>& in, Buffer<float, 2
 
     stereoOut.clear();
     const auto length = length32(n);
+    std::array<const float*, lineCount> left;
+    std::array<const float*, lineCount> right;
     for (std::size_t l = 0; l < lineCount; ++l) {
-        float* row = lines[l].channel(0);
-        const auto kept = lineLength[l] + maxBlock - n;
-        check(ippsMove_32f(row + n, row, length32(kept)));
-        check(ippsCopy_32f(in.channel(l), row + kept, length));
-        check(ippsAddProductC_32f(row + lineLength[l] - tapRight[l], gainRight[l], stereoOut.channel(1), length));
-        check(ippsAddProductC_32f(row + lineLength[l] - tapLeft[l], gainLeft[l], stereoOut.channel(0), length));
+        float* row = moveWindow(l, n);
+        check(ippsCopy_32f(in.channel(l), row + window(l) - n, length));
+        left[l] = row + lineLength[l] - tapLeft[l];
+        right[l] = row + lineLength[l] - tapRight[l];
     }
+    check(sumRows(left.data(), gainLeft.data(), lineCount, stereoOut.channel(0), length));
+    check(sumRows(right.data(), gainRight.data(), lineCount, stereoOut.channel(1), length));
     stereoOut.setSize(n);
+}
+
+// The window of a line, n samples on: the last n are the caller's to write.
+inline float* DelayLine::moveWindow(std::size_t l, std::uint64_t n)
+{
+    float* row = lines[l].channel(0);
+    if (start[l] + n + window(l) <= lines[l].capacity()) {
+        start[l] += n;
+    } else {
+        check(ippsMove_32f(row + start[l] + n, row, length32(window(l) - n)));
+        start[l] = 0;
+    }
+    return row + start[l];
 }
 
 } // namespace quorel

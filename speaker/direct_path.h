@@ -7,9 +7,9 @@
 // set replaces them at once.
 #pragma once
 
-#include "core/buffer_arithmetic.h"
+#include "core/buffer.h"
+#include "core/row_sums.h"
 #include "core/settings_record.h"
-#include "core/transforms.h"
 
 #include <array>
 
@@ -36,9 +36,8 @@ public:
 private:
     void copy(const float* tables, Buffer<float, N>& responses);
 
-    Buffer<float, N> left;    // spectra of the responses at the left ear
-    Buffer<float, N> right;   // and at the right ear
-    Buffer<float, 2> scratch; // the products of one channel
+    Buffer<float, N> left;  // spectra of the responses at the left ear
+    Buffer<float, N> right; // and at the right ear
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -57,29 +56,28 @@ constexpr std::array<char, Length> directPathText(const char (&ofEight)[Length])
 } // namespace detail
 
 template <std::size_t N>
-DirectPath<N, float>::DirectPath(const float* leftTable, const float* rightTable) : left(length), right(length), scratch(length)
+DirectPath<N, float>::DirectPath(const float* leftTable, const float* rightTable) : left(length), right(length)
 {
     static constexpr auto sizeText = detail::directPathText<N>("quorel::DirectPath<8,float>::set: HRTF size must match");
     if (left.capacity() != length || right.capacity() != length)
         throw std::invalid_argument(sizeText.data());
     copy(leftTable, left);
     copy(rightTable, right);
-    scratch.setSize(scratch.capacity());
 }
 
 template <std::size_t N>
 void DirectPath<N, float>::process(const Buffer<float, N>& spectra, Buffer<float, 2>& sum)
 {
-    const auto multiply = [&](std::size_t c, Buffer<float, 2>& to) {
-        check(ippsMulPack_32f(left.channel(c), spectra.channel(c), to.channel(0), length32(length)));
-        check(ippsMulPack_32f(right.channel(c), spectra.channel(c), to.channel(1), length32(length)));
-    };
-    multiply(0, sum);
-    sum.setSize(length);
-    for (std::size_t c = 1; c < N; ++c) {
-        multiply(c, scratch);
-        sum += scratch;
+    std::array<const float*, N> x;
+    std::array<const float*, N> toLeft;
+    std::array<const float*, N> toRight;
+    for (std::size_t c = 0; c < N; ++c) {
+        x[c] = spectra.channel(c);
+        toLeft[c] = left.channel(c);
+        toRight[c] = right.channel(c);
     }
+    check(sumProductsPack(x.data(), toLeft.data(), toRight.data(), N, sum.channel(0), sum.channel(1), length32(length)));
+    sum.setSize(length);
 }
 
 template <std::size_t N>

@@ -10,6 +10,7 @@
 // persist, and stand still while the path does not run the room. Nothing here varies at run time.
 #pragma once
 
+#include "core/buffer_arithmetic.h"
 #include "speaker/allpass_diffuser.h"
 #include "speaker/biquad.h"
 #include "speaker/delay.h"

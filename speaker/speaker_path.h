@@ -10,6 +10,7 @@
 // current settings do not run stays frozen as it is.
 #pragma once
 
+#include "core/buffer_arithmetic.h"
 #include "core/fft.h"
 #include "core/settings_record.h"
 #include "core/signal_path.h"

@@ -7,9 +7,10 @@
 // transforms of 1024 frames, with no latency of its own; the history in `input` persists.
 #pragma once
 
-#include "core/buffer_arithmetic.h"
 #include "core/fft.h"
-#include "core/pass_through.h"
+#include "core/row_sums.h"
+
+#include <array>
 
 namespace quorel {
 
@@ -32,7 +33,6 @@ private:
     void set(const float* first, const float* second);
 
     Buffer<float, 2> filters;        // spectra of H1 and H2
-    Buffer<float, 2> scratch;        // the cross products
     FFT<float> fft;                  // of 1024 frames
     PaddedBuffer<2> input;           // history, the block, zeros
     PaddedBuffer<2> output;          // valid behind its overlap
@@ -43,13 +43,7 @@ private:
 // ---------------------------------------------------------------------------------------------------------------------
 
 inline XCorrFreq<float>::XCorrFreq(const float* first, const float* second, std::uint64_t overlap)
-    : filters(length),
-      scratch(length),
-      fft(10),
-      input(length, overlap),
-      output(length, overlap),
-      inputSpectrum(length),
-      outputSpectrum(length)
+    : filters(length), fft(10), input(length, overlap), output(length, overlap), inputSpectrum(length), outputSpectrum(length)
 {
     set(first, second);
 }
@@ -60,8 +54,8 @@ inline void XCorrFreq<float>::set(const float* first, const float* second)
         throw std::invalid_argument("quorel::XCorrFreq<float>::set: size must match");
     check(ippsCopy_32f(first, filters.channel(0), length32(length)));
     check(ippsCopy_32f(second, filters.channel(1), length32(length)));
-    for (Buffer<float, 2>* buffer : {&filters, &scratch, static_cast<Buffer<float, 2>*>(&input),
-                                     static_cast<Buffer<float, 2>*>(&output), &inputSpectrum, &outputSpectrum})
+    for (Buffer<float, 2>* buffer : {&filters, static_cast<Buffer<float, 2>*>(&input), static_cast<Buffer<float, 2>*>(&output),
+                                     &inputSpectrum, &outputSpectrum})
         buffer->setSize(buffer->capacity());
 }
 
@@ -81,11 +75,11 @@ inline void XCorrFreq<float>::process(const Buffer<float, 2>& in, Buffer<float, 
     input.setSize(overlap + n);
 
     fft.Fwd(input, inputSpectrum);
-    for (std::size_t c = 0; c < 2; ++c) {
-        check(ippsMulPack_32f(filters.channel(0), inputSpectrum.channel(c), outputSpectrum.channel(c), length32(length)));
-        check(ippsMulPack_32f(filters.channel(1), inputSpectrum.channel(1 - c), scratch.channel(c), length32(length)));
-    }
-    outputSpectrum += scratch;
+    const std::array<const float*, 2> x = {inputSpectrum.channel(0), inputSpectrum.channel(1)};
+    const std::array<const float*, 2> toLeft = {filters.channel(0), filters.channel(1)};
+    const std::array<const float*, 2> toRight = {filters.channel(1), filters.channel(0)};
+    check(sumProductsPack(x.data(), toLeft.data(), toRight.data(), 2, outputSpectrum.channel(0), outputSpectrum.channel(1),
+                          length32(length)));
     fft.Inv(outputSpectrum, output);
     output.setSize(overlap + input.validFrames());
 

@@ -11,7 +11,7 @@
 namespace quorel {
 struct PairMix;
 struct CascadeBank;
-}
+} // namespace quorel
 
 namespace quorel::kernels {
 
@@ -57,6 +57,10 @@ struct KernelTable {
     void (*thresholdLess)(const float* src, float* dst, size_t n, float level);
     void (*thresholdGreater)(float* srcDst, size_t n, float level);
     void (*sumComplex)(const float* src, size_t n, float* sum);
+
+    void (*sumRows)(const float* const* rows, const float* gains, size_t count, float* dst, size_t n);
+    void (*sumProductsPack)(const float* const* x, const float* const* a, const float* const* b, size_t count, float* first,
+                            float* second, size_t n);
 
     void (*mulPack)(const float* a, const float* b, float* dst, size_t n); // dst may be a or b
 

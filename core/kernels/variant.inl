@@ -16,6 +16,7 @@ namespace {
 #include "core/kernels/bank.inl"
 #include "core/kernels/cascade.inl"
 #include "core/kernels/mixing.inl"
+#include "core/kernels/row_sums.inl"
 #include "core/kernels/sparse.inl"
 #include "core/kernels/transforms.inl"
 
@@ -30,6 +31,7 @@ const KernelTable table = {
     add, sub, mul, mulComplex, addProductC, mulC, subC, subCRev, div,
     copy, move, zero, set, setComplex, flip, flipInPlace, conjFlip, realToComplex, real, magnitude,
     thresholdLess, thresholdGreater, sumComplex,
+    row_sums::sumRows, row_sums::sumProductsPack,
     transforms::mulPack,
     filters::cascade, filters::cascadeBank, filters::sparse, mixPairs,
     transforms::valuesPerVector, transforms::complexInverse<8>, transforms::complexInverse<16>,

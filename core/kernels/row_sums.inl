@@ -1,0 +1,101 @@
+// The sums over rows. Included once by each variant's unit, as elements.inl is, behind vectors.inl. Each sum is kept in
+// registers while the rows pass by.
+
+namespace row_sums {
+
+using namespace vectors;
+
+// The sums of as many neighbouring vectors. One chain of additions alone would wait for each.
+template <int vectors>
+inline void sumVectors(const float* const* rows, const float* gains, size_t count, float* dst, size_t i)
+{
+    V sum[vectors];
+    for (int v = 0; v < vectors; ++v)
+        sum[v] = load(rows[0] + i + v * lanes) * gains[0];
+    for (size_t r = 1; r < count; ++r)
+        for (int v = 0; v < vectors; ++v)
+            sum[v] += load(rows[r] + i + v * lanes) * gains[r];
+    for (int v = 0; v < vectors; ++v)
+        store(dst + i + v * lanes, sum[v]);
+}
+
+// Adds the products of `rows` rows to both sums, or starts the sums with them. Behind the first float, which is real as the last
+// one is, the floats are complex numbers side by side. With re and im the parts of x, each of them twice:
+//   a * x = re * a + im * (-1, 1) * (a with its parts exchanged)
+template <int rows, bool start>
+inline void addProductsPack(const float* const* x, const float* const* a, const float* const* b, float* first, float* second,
+                            size_t n)
+{
+    const auto addReal = [&](size_t i) {
+        float sumA = start ? 0.0F : first[i], sumB = start ? 0.0F : second[i];
+        for (int r = 0; r < rows; ++r) {
+            sumA += x[r][i] * a[r][i];
+            sumB += x[r][i] * b[r][i];
+        }
+        first[i] = sumA;
+        second[i] = sumB;
+    };
+    const V signs = repeated(Quad{-1, 1, -1, 1});
+    addReal(0);
+    size_t i = 1;
+    for (; i + lanes < n; i += lanes) {
+        V sumA = start ? V{} : load(first + i), sumB = start ? V{} : load(second + i);
+        for (int r = 0; r < rows; ++r) {
+            const V factor = load(x[r] + i), ofA = load(a[r] + i), ofB = load(b[r] + i);
+            const V re = inQuads<0, 0, 2, 2>(factor, factor), im = inQuads<1, 1, 3, 3>(factor, factor) * signs;
+            sumA += re * ofA;
+            sumB += re * ofB;
+            sumA += im * inQuads<1, 0, 3, 2>(ofA, ofA);
+            sumB += im * inQuads<1, 0, 3, 2>(ofB, ofB);
+        }
+        store(first + i, sumA);
+        store(second + i, sumB);
+    }
+    for (; i + 2 < n; i += 2) {
+        float sum[4] = {};
+        if (!start)
+            sum[0] = first[i], sum[1] = first[i + 1], sum[2] = second[i], sum[3] = second[i + 1];
+        for (int r = 0; r < rows; ++r) {
+            const float re = x[r][i], im = x[r][i + 1];
+            sum[0] += re * a[r][i] - im * a[r][i + 1];
+            sum[1] += re * a[r][i + 1] + im * a[r][i];
+            sum[2] += re * b[r][i] - im * b[r][i + 1];
+            sum[3] += re * b[r][i + 1] + im * b[r][i];
+        }
+        first[i] = sum[0];
+        first[i + 1] = sum[1];
+        second[i] = sum[2];
+        second[i + 1] = sum[3];
+    }
+    addReal(n - 1);
+}
+
+void sumRows(const float* const* rows, const float* gains, size_t count, float* dst, size_t n)
+{
+    size_t i = 0;
+    for (; i + 4 * lanes <= n; i += 4 * lanes)
+        sumVectors<4>(rows, gains, count, dst, i);
+    for (; i + lanes <= n; i += lanes)
+        sumVectors<1>(rows, gains, count, dst, i);
+    for (; i < n; ++i) {
+        float sum = rows[0][i] * gains[0];
+        for (size_t r = 1; r < count; ++r)
+            sum += rows[r][i] * gains[r];
+        dst[i] = sum;
+    }
+}
+
+// Two rows at a time: rows of spectra stand pages apart, all at one place of the nearest cache, and more of them would drive
+// each other out of it.
+void sumProductsPack(const float* const* x, const float* const* a, const float* const* b, size_t count, float* first,
+                     float* second, size_t n)
+{
+    if (count % 2 != 0)
+        addProductsPack<1, true>(x, a, b, first, second, n);
+    else
+        addProductsPack<2, true>(x, a, b, first, second, n);
+    for (size_t r = 2 - count % 2; r < count; r += 2)
+        addProductsPack<2, false>(x + r, a + r, b + r, first, second, n);
+}
+
+} // namespace row_sums
