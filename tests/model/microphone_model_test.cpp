@@ -418,10 +418,37 @@ TEST_P(MicrophoneModelRates, TheFirstFramesAreSilentAndRise)
     // A tone far above the floor asks for no suppression: the gain is 1 - exp(-frames / 8), and
     // what comes out is the tone, late. What leaks into the bands around it is taken down,
     // for less than 0.01 dB.
-    const Signal early(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(hop * 2));
-    EXPECT_LT(rms(early, 0), 0.02);
+    // The tenth hop is made of frames about three hops earlier: 1 - exp(-8 / 8) or so is 0.63.
+    const Signal tenth(out.begin() + static_cast<std::ptrdiff_t>(hop * 10), out.begin() + static_cast<std::ptrdiff_t>(hop * 11));
+    EXPECT_NEAR(rms(tenth, 0) / (0.5 / std::sqrt(2.0)), 0.63, 0.1);
     for (std::size_t i = hop * 150; i < hop * 160; ++i)
         EXPECT_NEAR(out[i], in[i - latency], 5.8e-4);
+}
+
+TEST_P(MicrophoneModelRates, TheBinAtHalfTheRateIsAlwaysCut)
+{
+    const std::size_t hop = GetParam() / 200;
+    const std::size_t fftLength = GetParam() == 16000 ? 512 : 1024;
+    MicrophoneModel model(1, 960, GetParam(), syntheticWindows(GetParam()));
+    FilterBankModel bank(fftLength, hop, syntheticWindows(GetParam()));
+    FilterBankModel whole(fftLength, hop, syntheticWindows(GetParam()));
+    std::vector<float> in(hop);
+    for (std::size_t i = 0; i < hop; ++i)
+        in[i] = i % 2 == 0 ? 0.5f : -0.5f;
+    double taken = 0.0;
+    for (int f = 0; f < 300; ++f) {
+        const Signal y = model.process(f == 0 ? record(1, 0, 0) : unchanged, in.data(), hop);
+        Spectrum spectrum = bank.analyse(Signal(in.begin(), in.end()));
+        spectrum[fftLength / 2] = 0.0;
+        const Signal expected = bank.synthesise(spectrum);
+        const Signal uncut = whole.synthesise(whole.analyse(Signal(in.begin(), in.end())));
+        for (std::size_t i = 0; f > 200 && i < hop; ++i) {
+            // By then the tone counts as noise, and its band is 10 dB down.
+            ASSERT_NEAR(y[i], expected[i] * std::pow(10.0, -0.5), 1e-4);
+            taken = std::max(taken, std::fabs(uncut[i] - expected[i]));
+        }
+    }
+    EXPECT_GT(taken, 0.05);
 }
 
 TEST_P(MicrophoneModelRates, SteadyNoiseComesOutTenDecibelsDown)

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <complex>
 #include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <string>
@@ -104,6 +105,13 @@ TEST(ModelParts, RampsAreRaisedCosinesFromExactlyZeroToOneStepShortOfOne)
     }
 }
 
+TEST(ModelParts, AGainOfZeroLeavesNothingOfInfinities)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(scaled({infinity, 1.0}, 0.0), Signal(2, 0.0));
+    EXPECT_EQ(scaled({infinity, 1.0}, 0.5), (Signal{infinity, 0.5}));
+}
+
 TEST(ModelParts, ACascadeHasTheResponseOfItsTransferFunctions)
 {
     const std::vector<Section> sections{{1.0, 0.5, 0.25, 2.0, -1.2, 0.5}, {0.7, -0.2, 0.1, 1.0, 0.3, 0.4}};
@@ -172,6 +180,26 @@ TEST(ModelParts, AWindowConvolvesAcrossBlocksOfAnyLengths)
         }
         start += n;
     }
+}
+
+TEST(ModelParts, ABlockThatDoesNotFitLeavesTheHistoryAsItStood)
+{
+    Window window(1, 176);
+    Signal x(480, 0.0);
+    x[479] = 1.0;
+    window.slide();
+    window.load({x});
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        window.slide();
+        EXPECT_EQ(failureOf([&] { window.load({Signal(849, 1.0)}); }), "PassThrough: out buffer too small");
+    }
+    window.slide();
+    window.load({Signal(100, 0.0)});
+    Signal expected(100, 0.0);
+    expected[9] = 1.0;
+    Signal taps(11, 0.0);
+    taps[10] = 1.0;
+    EXPECT_EQ(window.convolve(0, taps), expected);
 }
 
 TEST(ModelParts, AnOverlongResponseTurnsInTheCircleOf1024Frames)
@@ -615,6 +643,28 @@ TEST(SpeakerModel, SwitchingTheReverbOffRunsTheRoomForOneMoreBlock)
     y = model.process(fields, silence.data(), 480);
     for (std::size_t i = 0; i < 480; ++i)
         EXPECT_NEAR(y[2 * i + 1], 0.8 * tail[1][i] * ramps.rising[i], 1e-9);
+}
+
+TEST(SpeakerModel, AReverbGainThatChangesWithTheSurroundEffectOffWaitsForItsReturn)
+{
+    SpeakerModel model(1, centreMask, 480, 48000, plainTables());
+    RecordFields fields = surroundRecord();
+    const std::vector<float> silence(480);
+    model.process(fields, silence.data(), 480);
+    fields.Settings = 0;
+    fields.blockSequence = 2;
+    model.process(fields, silence.data(), 480);
+    EXPECT_FALSE(model.reverbPending());
+    fields.Reverb = 170;
+    fields.blockSequence = 3;
+    for (int block = 0; block < 3; ++block) {
+        model.process(block == 0 ? fields : unchanged, silence.data(), 480);
+        EXPECT_TRUE(model.reverbPending());
+    }
+    fields.Settings = 1;
+    fields.blockSequence = 4;
+    model.process(fields, silence.data(), 480);
+    EXPECT_FALSE(model.reverbPending());
 }
 
 TEST(SpeakerModel, TheReverbGainFollowsItsLaw)
