@@ -84,7 +84,7 @@ constexpr std::size_t firstFactors(std::size_t firstLength)
 {
     return 64 * (firstLength - 1);
 }
-constexpr std::size_t middleFactors = 8 * 7;
+constexpr std::size_t middleFactors = std::size_t{8} * 7;
 
 // Writes the entries of tables one behind the other: two vectors each, (re, re) and (-im, im) of every factor.
 class EntryWriter {

@@ -23,7 +23,7 @@ namespace transforms {
 
 using namespace vectors;
 
-constexpr int valuesPerVector = lanes / 2;
+constexpr size_t valuesPerVector = lanes / 2;
 
 // (im, re) for (re, im)
 QUOREL_INLINE V swapped(V z)
@@ -143,7 +143,7 @@ QUOREL_INLINE void transform(V (&x)[16])
     constexpr float c2 = 0.707106781F; // cos(pi/4)
     V sum[8];
     V diff[8];
-    for (int j = 0; j < 8; ++j) {
+    for (size_t j = 0; j < 8; ++j) {
         sum[j] = x[j] + x[j + 8];
         diff[j] = x[j] - x[j + 8];
     }
@@ -156,38 +156,38 @@ QUOREL_INLINE void transform(V (&x)[16])
     diff[7] = turned<inverse>(diff[7], -c1, -s1);
     transform<inverse>(sum);
     transform<inverse>(diff);
-    for (int j = 0; j < 8; ++j) {
+    for (size_t j = 0; j < 8; ++j) {
         x[2 * j] = sum[j];
         x[2 * j + 1] = diff[j];
     }
 }
 
 // `src` and `dst` may be one array. Lengths and distances in floats: 128 are 64 values.
-template <int R, bool inverse>
+template <size_t R, bool inverse>
 void firstPass(const float* src, const float* table, float* dst)
 {
-    for (int bc = 0; bc < 128; bc += lanes) {
+    for (size_t bc = 0; bc < 128; bc += lanes) {
         V x[R];
-        for (int a = 0; a < R; ++a)
+        for (size_t a = 0; a < R; ++a)
             x[a] = kept(load(src + 128 * a + bc));
         transform<inverse>(x);
         store(dst + bc, x[0]);
-        for (int a = 1; a < R; ++a, table += 2 * lanes)
+        for (size_t a = 1; a < R; ++a, table += 2 * lanes)
             store(dst + 128 * a + bc, turned<inverse>(x[a], table));
     }
 }
 
-template <int R, bool inverse>
+template <size_t R, bool inverse>
 void middlePass(const float* table, float* work)
 {
-    for (int c = 0; c < 16; c += lanes, table += 7 * 2 * lanes)
+    for (size_t c = 0; c < 16; c += lanes, table += 2 * lanes * 7)
         for (float* p = work + c; p < work + 128 * R; p += 128) {
             V x[8];
-            for (int b = 0; b < 8; ++b)
+            for (size_t b = 0; b < 8; ++b)
                 x[b] = kept(load(p + 16 * b));
             transform<inverse>(x);
             store(p, x[0]);
-            for (int b = 1; b < 8; ++b)
+            for (size_t b = 1; b < 8; ++b)
                 store(p + 16 * b, turned<inverse>(x[b], table + 2 * lanes * (b - 1)));
         }
 }
@@ -198,7 +198,7 @@ QUOREL_INLINE void loadColumns(const float* rows, V (&column)[8])
 #if QUOREL_LANES == 16
     V even[4]; // columns 0, 2, 4, 6 of two rows each, a quad for each column
     V odd[4];  // columns 1, 3, 5, 7
-    for (int i = 0; i < 4; ++i) {
+    for (size_t i = 0; i < 4; ++i) {
         const V upper = load(rows + 256 * i);
         const V lower = load(rows + 256 * i + 128);
         even[i] = inQuads<0, 1, 4, 5>(upper, lower);
@@ -217,7 +217,7 @@ QUOREL_INLINE void loadColumns(const float* rows, V (&column)[8])
     transposed(even, column[0], column[2], column[4], column[6]);
     transposed(odd, column[1], column[3], column[5], column[7]);
 #else
-    for (int c = 0; c < 8; c += 2) {
+    for (size_t c = 0; c < 8; c += 2) {
         const float* p = rows + 2 * c;
 #if QUOREL_LANES == 8
         const V upper = __builtin_shufflevector(loadQuad(p), loadQuad(p + 256), 0, 1, 2, 3, 4, 5, 6, 7);
@@ -232,20 +232,20 @@ QUOREL_INLINE void loadColumns(const float* rows, V (&column)[8])
 #endif
 }
 
-template <int R, bool inverse>
+template <size_t R, bool inverse>
 void lastPass(const float* work, float* dst)
 {
-    for (int b = 0; b < 8; ++b)
-        for (int a = 0; a < R; a += valuesPerVector, dst += lanes) {
+    for (size_t b = 0; b < 8; ++b)
+        for (size_t a = 0; a < R; a += valuesPerVector, dst += lanes) {
             V x[8];
             loadColumns(work + 128 * a + 16 * b, x);
             transform<inverse>(x);
-            for (int c = 0; c < 8; ++c)
+            for (size_t c = 0; c < 8; ++c)
                 store(dst + 16 * R * c, x[c]);
         }
 }
 
-template <int R>
+template <size_t R>
 void complexInverse(const TransformTables& tables, const float* src, float* dst, float* work)
 {
     firstPass<R, true>(src, tables.first, work);
@@ -263,8 +263,8 @@ void complexInverse(const TransformTables& tables, const float* src, float* dst,
 // factor of E with the scaling. `from` and `to` point at bin 1: the bins lie one float lower in Pack form than in a spectrum.
 QUOREL_INLINE void exchangeHalves(const float* from, float* to, const float* table, float half)
 {
-    for (int k = 0; k < 512; k += lanes, table += 2 * lanes) { // floats behind bin 1
-        const int mirrored = 1022 - lanes - k;
+    for (size_t k = 0; k < 512; k += lanes, table += 2 * lanes) { // floats behind bin 1
+        const size_t mirrored = 1022 - lanes - k;
         const V low = kept(load(from + k));
         const V high = conjugate(reversed(load(from + mirrored)));
         const V e = (low + high) * half;

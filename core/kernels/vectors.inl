@@ -12,7 +12,7 @@ namespace vectors {
 #endif
 #define QUOREL_INLINE inline __attribute__((always_inline))
 
-constexpr int lanes = QUOREL_LANES; // floats in a vector
+constexpr size_t lanes = QUOREL_LANES; // floats in a vector
 
 typedef float Quad __attribute__((vector_size(16)));
 typedef float V __attribute__((vector_size(4 * QUOREL_LANES)));
