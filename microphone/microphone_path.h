@@ -47,6 +47,8 @@ private:
     float gateGainInverse = 1.0F; // behind it
     Crossfader<N> eqCrossfader;
     MicEqualizer<N> equalizer;
+    // dB; the tenth place takes what the meter writes behind the nine. Built ahead of `frequencyProc`, which sets it.
+    std::array<float, 10> bandLevels = {-60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F};
     FrequencyDomainProc<N> frequencyProc;
     PendingValue<std::uint64_t> curve{0, false}; // the curve that the equaliser last changed to; a change awaits its crossfade
 
@@ -59,8 +61,6 @@ private:
     bool eqOn = true;
     bool noiseReductionOn = false;
     bool levelsOn = false;
-    // dB; the tenth place takes what the meter writes behind the nine.
-    std::array<float, 10> bandLevels = {-60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F};
 };
 
 } // namespace quorel

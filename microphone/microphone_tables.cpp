@@ -104,6 +104,7 @@ const std::array<NoiseBandRow, gainBandCount> noiseBands = {{
 std::vector<float> column(float NoiseBandRow::*member)
 {
     std::vector<float> values;
+    values.reserve(noiseBands.size());
     for (const NoiseBandRow& row : noiseBands)
         values.push_back(row.*member);
     return values;

@@ -22,7 +22,7 @@ constexpr float lowest = -60;    // dB
 std::string capability(const char* name)
 {
     const char* text = tigetstr(name);
-    return text == nullptr || text == reinterpret_cast<const char*>(-1) ? std::string() : std::string(text);
+    return text == nullptr || reinterpret_cast<std::intptr_t>(text) == -1 ? std::string() : std::string(text);
 }
 
 } // namespace
