@@ -141,9 +141,9 @@ void cascade(const Cascade& filter, const float* src, float* dst, size_t n)
 {
     constexpr size_t past = CascadeGroup::block, chunk = 512, length = past + chunk; // chunk is a multiple of the rows
     double room[2 * length + 8];
-    auto* const aligned = reinterpret_cast<double*>((reinterpret_cast<uintptr_t>(room) + 63) & ~uintptr_t{63});
+    double* const aligned = room + (64 - reinterpret_cast<uintptr_t>(room) % 64) % 64 / sizeof(double);
 
-    for (size_t count; n > 0; src += count, dst += count, n -= count) {
+    for (size_t count = 0; n > 0; src += count, dst += count, n -= count) {
         count = n < chunk ? n : chunk;
         double* x = aligned + past;
         double* y = x + length;

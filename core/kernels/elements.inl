@@ -115,7 +115,7 @@ void conjFlip(const float* __restrict src, float* __restrict dst, size_t n)
 {
     typedef unsigned long long Pair __attribute__((may_alias, aligned(4)));
     const float signs[2] = {0.0F, -0.0F};
-    Pair sign;
+    Pair sign = 0;
     __builtin_memcpy(&sign, signs, sizeof sign);
     const Pair* x = reinterpret_cast<const Pair*>(src);
     Pair* y = reinterpret_cast<Pair*>(dst);

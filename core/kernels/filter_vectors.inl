@@ -25,7 +25,7 @@ inline void store(Floats value, float* to)
 // The bits of a float's magnitude are ordered as the magnitudes are, infinity and then not-a-number above all.
 int magnitudeBits(float x)
 {
-    int bits;
+    int bits = 0;
     __builtin_memcpy(&bits, &x, sizeof bits);
     return bits & 0x7FFFFFFF;
 }

@@ -6,16 +6,16 @@ namespace row_sums {
 using namespace vectors;
 
 // The sums of as many neighbouring vectors. One chain of additions alone would wait for each.
-template <int vectors>
+template <size_t vectors>
 inline void sumVectors(const float* const* rows, const float* gains, size_t count, float* dst, size_t i)
 {
     V sum[vectors];
-    for (int v = 0; v < vectors; ++v)
+    for (size_t v = 0; v < vectors; ++v)
         sum[v] = load(rows[0] + i + v * lanes) * gains[0];
     for (size_t r = 1; r < count; ++r)
-        for (int v = 0; v < vectors; ++v)
+        for (size_t v = 0; v < vectors; ++v)
             sum[v] += load(rows[r] + i + v * lanes) * gains[r];
-    for (int v = 0; v < vectors; ++v)
+    for (size_t v = 0; v < vectors; ++v)
         store(dst + i + v * lanes, sum[v]);
 }
 
