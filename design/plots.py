@@ -192,3 +192,87 @@ def windows(folder, tables):
         axis.grid(True, alpha=0.3)
     figure.supxlabel("t, samples within a hop")
     save(figure, folder, "window_identity.png")
+
+
+def room(folder, response, lines, curves):
+    import room as measure
+
+    time = np.arange(len(response)) / RATE
+    figure, grid = axes(2, 1, (13, 6))
+    shown = time < 0.3
+    for ear, colour, sign in zip((0, 1), EARS.values(), (1, -1)):
+        grid[0].plot(1000 * time[shown], sign * np.maximum(sign * response[shown, ear], 0), color=colour, lw=0.6)
+        level = 20 * np.log10(np.abs(response[:, ear]) + 1e-9)
+        grid[1].plot(1000 * time[time < 0.6], level[time < 0.6], ",", color=colour)
+        grid[1].plot([], [], color=colour, label=("left ear", "right ear")[ear])
+    grid[0].set_title("a click on the front left speaker: the positive half at the left ear, the negative half at the right ear")
+    grid[1].set(ylim=(-120, 0), ylabel="dB", xlabel="ms")
+    grid[1].legend()
+    for axis in grid:
+        axis.grid(True, alpha=0.3)
+    save(figure, folder, "room_impulse.png")
+
+    figure, (left, right) = axes(1, 2, (13, 5))
+    for centre, curve, shade in zip(measure.OCTAVES, curves, np.linspace(0.0, 0.9, len(curves))):
+        left.plot(time[: 30000], curve[:30000], color=plt.cm.viridis(shade), label=f"{centre} Hz")
+    left.set(ylim=(-70, 1), xlim=(0, 0.6), xlabel="s", ylabel="energy to come, dB")
+    left.legend(ncols=2)
+    left.grid(True, alpha=0.3)
+    frequency = np.geomspace(30, 22000, 400)
+    right.plot(frequency, measure.designed(lines, frequency), color="0.6", label="the line filters alone")
+    right.plot(measure.OCTAVES, [measure.time_of_60db(measure.designed_decay(lines, c), -5, -25) for c in measure.OCTAVES], "_",
+               color="0.3", ms=14, label="the same over an octave")
+    right.plot(measure.OCTAVES, [measure.time_of_60db(curve, -5, -25) for curve in curves], "o", label="measured, -5 to -25 dB")
+    right.plot(measure.OCTAVES, [measure.time_of_60db(curve, -5, -35) for curve in curves], "x", label="measured, -5 to -35 dB")
+    frequency_axis(right, 40, 22000)
+    right.set(ylim=(0, 0.5), xlabel="Hz", ylabel="reverberation time, s")
+    right.legend()
+    save(figure, folder, "room_decay.png")
+
+    figure, (left, right) = axes(1, 2, (13, 4.5))
+    at, density = measure.echo_density(response)
+    left.plot(1000 * at, density)
+    left.axhline(1, color="0.7", lw=0.8)
+    left.set(ylim=(0, 1.2), xlim=(0, 400), xlabel="ms", ylabel="echo density, that of noise is 1")
+    left.grid(True, alpha=0.3)
+    centres = 1000 * 2 ** np.arange(-4.5, 4.6, 1 / 3)
+    right.plot(centres, measure.correlation(response, centres, 1 / 3), "o-", ms=3, label="tail, thirds of octaves")
+    frequency_axis(right, 40, 24000)
+    right.axhline(0, color="0.7", lw=0.8)
+    right.set(ylim=(-1, 1), xlabel="Hz", ylabel="correlation between the ears")
+    right.legend()
+    save(figure, folder, "room_ears.png")
+
+
+def speaker_path(folder, equalizer, curve, sound):
+    import speaker_path as measure
+
+    figure, grid = axes(2, 2, (13, 6.5), sharey=True)
+    for axis, (gains, impulse) in zip(grid, equalizer):
+        axis.plot(measure.FREQUENCY, measure.response(impulse, measure.FREQUENCY), color=EARS["left"], label="measured")
+        axis.plot(measure.CENTRES, gains, "o", color=EARS["right"], label="the nine gains asked for")
+        frequency_axis(axis, 20, 24000)
+        axis.set(ylim=(-13, 13))
+    grid[0].legend(loc="lower center")
+    for axis in (grid[0], grid[2]):
+        axis.set_ylabel("dB")
+    figure.supxlabel("Hz")
+    save(figure, folder, "equalizer_response.png")
+
+    level, gain = curve
+    figure, (whole, over, shown) = axes(1, 3, (15, 4.5))
+    db = 20 * np.log10(level)
+    whole.plot([-12, 0, 40], [-12, 0, 0], "--", color="0.6", lw=0.8)
+    whole.plot(db, 20 * np.log10(level * gain))
+    whole.set(xlabel="envelope, dB", ylabel="envelope times gain, dB", title="the curve")
+    over.axhline(1, color="0.6", lw=0.8, ls="--")
+    over.plot(db, level * gain)
+    over.set(xlabel="envelope, dB", ylabel="envelope times gain", ylim=(0.995, 1.02), xlim=(-1, 35), title="its overshoot")
+    time = 1000 * np.arange(sound.shape[1]) / RATE
+    shown.plot(time, sound[0], color="0.7", lw=0.7, label="in: +12 dB from 10 ms on")
+    shown.plot(time, sound[1] * measure.OUTPUT_GAIN, color=EARS["left"], lw=0.8, label="out")
+    shown.set(xlabel="ms", xlim=(5, 35), title="a sine of 1 kHz through both limiters")
+    shown.legend(loc="upper right")
+    for axis in (whole, over, shown):
+        axis.grid(True, alpha=0.3)
+    save(figure, folder, "limiter.png")

@@ -61,7 +61,11 @@ private:
 
     // A value of each of four channels side by side in a register: the recursion is serial in time, but not across channels.
     using Lanes = float __attribute__((vector_size(16)));
+    using LaneBits = std::int32_t __attribute__((vector_size(16)));
     static constexpr std::size_t groups = (C + 3) / 4;
+
+    // Levels are never negative, so their bits are in the order of the levels, and are compared in less time.
+    static LaneBits bits(Lanes levels) { return reinterpret_cast<LaneBits>(levels); }
 
     // Value c of each channel c of a group, 0 in lanes beyond the channels.
     template <typename Value>
@@ -124,7 +128,7 @@ void Compressor<C>::run(const Buffer<float, C>& in, std::uint64_t first, std::ui
         float peak = 0.0F;
         for (std::size_t g = 0; g < groups; ++g) {
             const Lanes level = gather(g, [&](std::size_t c) { return std::fabs(x[c][i]); });
-            const Lanes k = held[g] > level ? falling : rising;
+            const Lanes k = bits(held[g]) > bits(level) ? falling : rising;
             const Lanes next = held[g] + k * (level - held[g]);
             for (std::size_t c = 4 * g; c < std::min(C, 4 * g + 4); ++c)
                 peak = next[c % 4] > peak ? next[c % 4] : peak; // not-a-number is not above it
