@@ -11,7 +11,7 @@
 namespace quorel {
 struct PairMix;
 struct CascadeBank;
-}
+} // namespace quorel
 
 namespace quorel::kernels {
 
