@@ -171,7 +171,7 @@ bool isQuiet(const CascadeBank& bank, const float* const* in, size_t at, size_t 
 void cascadeBank(CascadeBank& bank, const float* const* in, float* const* out, size_t n)
 {
     constexpr size_t stretch = 128; // samples between two looks for silence
-    for (size_t at = 0, count; at < n; at += count) {
+    for (size_t at = 0, count = 0; at < n; at += count) {
         count = n - at < stretch ? n - at : stretch;
         if (!isQuiet(bank, in, at, count)) {
             runBank(bank, in, out, at, count);

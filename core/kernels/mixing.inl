@@ -7,7 +7,7 @@ void mixPairs(const float* const* in, float* const* out, const PairMix* mix, siz
     using filters::floats, filters::Floats, filters::load, filters::store;
     constexpr size_t pairs = PairMix::pairs, stretch = 64; // samples
     float term[2 * pairs][stretch];
-    for (size_t at = 0, m; at < n; at += m) {
+    for (size_t at = 0, m = 0; at < n; at += m) {
         m = n - at < stretch ? n - at : stretch;
         const size_t whole = m - m % floats;
         for (size_t p = 0; p < pairs; ++p) {

@@ -16,25 +16,25 @@ void settle(float* w, size_t n)
 // The d samples of history stay in `count` vectors, and a turn replaces them by the next d. The last vector reaches beyond d:
 // what it computes there, the next turn's first vector overwrites. Turns that would reach beyond the arrays go through the line.
 // `src` and `dst` are two arrays.
-template <int count>
+template <size_t count>
 void ring(const Sparse& filter, const float* src, float* dst, size_t n)
 {
     const size_t d = filter.longest;
     const float direct = filter.taps[0], delayed = filter.taps[1], recursive = filter.taps[2];
     Floats w[count];
-    for (int r = 0; r < count; ++r)
+    for (size_t r = 0; r < count; ++r)
         w[r] = load(filter.line + r * floats);
     for (; n >= count * floats; src += d, dst += d, n -= d)
-        for (int r = 0; r < count; ++r) {
+        for (size_t r = 0; r < count; ++r) {
             const Floats past = w[r];
             w[r] = load(src + r * floats) + recursive * past;
             store(direct * w[r] + delayed * past, dst + r * floats);
         }
-    for (int r = 0; r < count; ++r)
+    for (size_t r = 0; r < count; ++r)
         store(w[r], filter.line + r * floats);
 
     const float* past = filter.line;
-    for (size_t m; n > 0; src += m, dst += m, n -= m, past += m) {
+    for (size_t m = 0; n > 0; src += m, dst += m, n -= m, past += m) {
         m = n < d ? n : d;
         float* const now = filter.line + (past - filter.line) + d;
         for (size_t i = 0; i < m; ++i) {
@@ -56,11 +56,11 @@ void sparseLine(const Sparse& filter, const float* src, float* dst, size_t n)
     const int32_t* const recursiveAt = filter.positions + filter.direct;
     const auto nearest = static_cast<size_t>(recursiveAt[0]);
 
-    for (size_t count; n > 0; src += count, dst += count, n -= count) {
+    for (size_t count = 0; n > 0; src += count, dst += count, n -= count) {
         count = n < filter.chunk ? n : filter.chunk;
         float* const w = filter.line + filter.longest;
         // Runs of as many samples as the nearest recursive tap looks back depend on earlier runs alone.
-        for (size_t at = 0, run; at < count; at += run) {
+        for (size_t at = 0, run = 0; at < count; at += run) {
             run = count - at < nearest ? count - at : nearest;
             float* const now = w + at;
             for (size_t k = 0; k < filter.recursive; ++k) {
