@@ -1,7 +1,7 @@
 // CascadeBank runs twelve cascades of two sections side by side, in single precision.
 //
 // A recursion over samples is serial, but twelve of them are twelve lanes. For taps whose poles lie well inside the unit circle
-// single precision does, and the bank then costs less than half of twelve runs of one cascade. Taps, sections and the rules of
+// single precision does, and the bank then costs about half of twelve runs of one cascade. Taps, sections and the rules of
 // silence and not-a-number are those of core/filters.h.
 #pragma once
 

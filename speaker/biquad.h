@@ -46,7 +46,7 @@ private:
 
     void setChannel(std::size_t c, std::span<const Tap> taps);
 
-    // Twelve channels of two sections whose taps let them run together.
+    // Whether a bank may run this many channels side by side, where their sections and taps allow it.
     static constexpr bool mayBank = C == cascadeBankChannels && std::same_as<Tap, float>;
 
     std::array<Filter, C> filters;
@@ -126,17 +126,16 @@ void Biquad<C, Tap>::process(const Buffer<float, C>& in, Buffer<float, C>& out)
             y[c] = out.channel(c);
         }
         check(cascadeBankRun(bank.get(), x.data(), y.data(), length32(n)));
-        out.setSize(n);
-        return;
-    }
-    for (std::size_t c = 0; c < C; ++c) {
-        const float* x = in.channel(c);
-        float* y = out.channel(c);
-        auto* state = filters[c].storage ? filters[c].state : nullptr; // a Biquad that was moved from has none
-        if constexpr (std::same_as<Tap, float>)
-            check(ippsIIR_32f(x, y, length32(n), state));
-        else
-            check(ippsIIR64f_32f(x, y, length32(n), state));
+    } else {
+        for (std::size_t c = 0; c < C; ++c) {
+            const float* x = in.channel(c);
+            float* y = out.channel(c);
+            auto* state = filters[c].storage ? filters[c].state : nullptr; // a Biquad that was moved from has none
+            if constexpr (std::same_as<Tap, float>)
+                check(ippsIIR_32f(x, y, length32(n), state));
+            else
+                check(ippsIIR64f_32f(x, y, length32(n), state));
+        }
     }
     out.setSize(n);
 }

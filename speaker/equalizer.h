@@ -56,9 +56,9 @@ inline Equalizer::Equalizer(const SquareMatrix& matrix, const std::array<double,
                             double shelfFactor, std::uint64_t sections)
     : filter(sections), interaction(matrix), centres(centres), q(q), sampleRate(sampleRate), shelfFactor(shelfFactor)
 {
-    for (std::uint64_t row = 0; row < interaction.order(); ++row)
-        for (std::uint64_t column = 0; column < interaction.order(); ++column)
-            interaction(row, column) = matrix(column, row);
+    for (std::size_t row = 0; row < bands; ++row)
+        for (std::size_t column = 0; column < bands; ++column)
+            interaction(row, column) = matrix(column, row); // a matrix of lower order fails in its first column
 }
 
 inline void Equalizer::design(const Gains& gains)

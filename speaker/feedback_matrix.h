@@ -42,7 +42,7 @@ inline FeedbackMatrix::FeedbackMatrix(const Table& mixingMatrix, [[maybe_unused]
 {
     for (; legal < lines; ++legal) {
         for (std::size_t p = 0; p < pairs; ++p) {
-            const int entry = mixingMatrix[legal][p];
+            const std::int8_t entry = mixingMatrix[legal][p];
             if (p > 0 && entry != 11 && entry != 10 && entry != 1 && entry != 0)
                 return;
             // Required: the first column knows no minus on line 0; whatever is not 11 acts as 10.

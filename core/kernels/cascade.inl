@@ -24,13 +24,13 @@
 namespace filters {
 
 #ifdef __AVX__ // vectors of 256 bits also where 512 are to be had: half of the triangle's zeros are then left out
-constexpr int lanes = 4;
-constexpr int rows = 8; // of a column: the samples of a block
+constexpr size_t lanes = 4;
+constexpr size_t rows = 8; // of a column: the samples of a block
 #else
-constexpr int lanes = 2;
-constexpr int rows = 4;
+constexpr size_t lanes = 2;
+constexpr size_t rows = 4;
 #endif
-constexpr int parts = rows / lanes;
+constexpr size_t parts = rows / lanes;
 
 typedef double Lanes __attribute__((vector_size(8 * lanes)));
 typedef double LanesAnywhere __attribute__((vector_size(8 * lanes), aligned(8), may_alias));
@@ -45,7 +45,7 @@ inline void store(Lanes value, double* to)
 }
 
 // One lane in all lanes. The lane is a constant wherever this is inlined.
-inline __attribute__((always_inline)) Lanes spread(Lanes v, int lane)
+inline __attribute__((always_inline)) Lanes spread(Lanes v, size_t lane)
 {
 #ifdef __AVX__
     switch (lane) {
@@ -66,14 +66,14 @@ inline __attribute__((always_inline)) Lanes spread(Lanes v, int lane)
 // Runs a group over whole blocks, each with `rows` inputs from x on and as many outputs from y on. Before both stand eight
 // samples of their past. The loops over parts, rows and the order have constant bounds: they unroll, and the columns stay in
 // registers as far as these go.
-template <int order>
+template <size_t order>
 void runBlocks(const CascadeGroup& group, const double* x, double* y, size_t blocks)
 {
     Lanes response[rows][parts], pastX[order][parts], pastY[order][parts], last[parts];
-    for (int p = 0; p < parts; ++p) {
-        for (int j = 0; j < rows; ++j)
+    for (size_t p = 0; p < parts; ++p) {
+        for (size_t j = 0; j < rows; ++j)
             response[j][p] = load(group.response + CascadeGroup::block - 1 - j + p * lanes);
-        for (int k = 0; k < order; ++k) {
+        for (size_t k = 0; k < order; ++k) {
             pastX[k][p] = load(group.fromPastX[k] + p * lanes);
             pastY[k][p] = load(group.fromPastY[k] + p * lanes);
         }
@@ -81,22 +81,23 @@ void runBlocks(const CascadeGroup& group, const double* x, double* y, size_t blo
     }
     for (; blocks > 0; --blocks, x += rows, y += rows) {
         Lanes even[parts], odd[parts]; // two sums each, so that the additions overlap
-        for (int p = 0; p < parts; ++p) {
+        for (size_t p = 0; p < parts; ++p) {
             even[p] = response[0][p] * x[0];
-            for (int j = 1; j < rows; ++j)
+            for (size_t j = 1; j < rows; ++j)
                 if (j < (p + 1) * lanes) // what stands above the diagonal is zero
                     even[p] += response[j][p] * x[j];
-            odd[p] = pastX[0][p] * x[-1];
-            for (int k = 1; k < order; ++k)
-                odd[p] += pastX[k][p] * x[-1 - k];
+            odd[p] = pastX[0][p] * *(x - 1);
+            for (size_t k = 1; k < order; ++k)
+                odd[p] += pastX[k][p] * *(x - 1 - k);
         }
-        for (int k = 0; k < order; ++k) { // x[-1-k] and y[-1-k]: the newest sample first
-            constexpr int newest = rows - 1;
-            const Lanes past = k < rows ? spread(last[(newest - k) / lanes % parts], (newest - k) % lanes) : y[-1 - k] - Lanes{};
-            for (int p = 0; p < parts; ++p)
+        for (size_t k = 0; k < order; ++k) { // x[-1-k] and y[-1-k]: the newest sample first
+            constexpr size_t newest = rows - 1;
+            const Lanes past =
+                k < rows ? spread(last[(newest - k) / lanes % parts], (newest - k) % lanes) : *(y - 1 - k) - Lanes{};
+            for (size_t p = 0; p < parts; ++p)
                 (k % 2 == 0 ? even[p] : odd[p]) += pastY[k][p] * past;
         }
-        for (int p = 0; p < parts; ++p) {
+        for (size_t p = 0; p < parts; ++p) {
             last[p] = even[p] + odd[p];
             store(last[p], y + p * lanes);
         }
@@ -139,14 +140,18 @@ bool isQuiet(const double* x, size_t n)
 
 void cascade(const Cascade& filter, const float* src, float* dst, size_t n)
 {
-    constexpr size_t past = CascadeGroup::block, chunk = 512, length = past + chunk; // chunk is a multiple of the rows
-    double room[2 * length + 8];
-    double* const aligned = room + (64 - reinterpret_cast<uintptr_t>(room) % 64) % 64 / sizeof(double);
+    constexpr size_t past = CascadeGroup::block;
+    constexpr size_t chunk = 512; // samples, a multiple of the rows
+    // From x to y: a page and a half of doubles, so that no store to y looks to the processor like one to what it loads from x.
+    constexpr size_t apart = 768;
+    static_assert(apart >= past + chunk);
+    double room[2 * apart + 8];
+    double* const aligned = room + -reinterpret_cast<uintptr_t>(room) % 64 / sizeof(double); // rows within cache lines
 
     for (size_t count = 0; n > 0; src += count, dst += count, n -= count) {
         count = n < chunk ? n : chunk;
         double* x = aligned + past;
-        double* y = x + length;
+        double* y = x + apart;
         int peak = 0;
         for (size_t i = 0; i < count; ++i) {
             const int bits = magnitudeBits(src[i]);

@@ -4,11 +4,11 @@
 namespace filters {
 
 #ifdef __AVX__
-constexpr int floats = 8; // in a vector
+constexpr size_t floats = 8; // in a vector
 #else
-constexpr int floats = 4;
+constexpr size_t floats = 4;
 #endif
-constexpr int quads = floats / 4;
+constexpr size_t quads = floats / 4;
 
 typedef float Floats __attribute__((vector_size(4 * floats)));
 typedef float FloatsAnywhere __attribute__((vector_size(4 * floats), aligned(4), may_alias));

@@ -156,8 +156,8 @@ void build(CascadeGroup* group, std::size_t groups, const Section* section, std:
         fillColumns(group[g]);
 }
 
-// How much a rounding may grow in a group: at first by the largest sum of factors that past outputs enter a block with, and
-// then by the recursion, which lifts it most where a section's denominator is least.
+// How much a rounding may grow in a group: at once by the largest sum of factors with which past outputs enter a block, and
+// then by the recursion, which lifts it most where one of the denominators is least.
 double growth(const CascadeGroup& group, std::size_t g, std::size_t groups, const Section* section, std::size_t sections) noexcept
 {
     double entering = 1.0;

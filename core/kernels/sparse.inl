@@ -16,21 +16,21 @@ void settle(float* w, size_t n)
 // The d samples of history stay in `count` vectors, and a turn replaces them by the next d. The last vector reaches beyond d:
 // what it computes there, the next turn's first vector overwrites. Turns that would reach beyond the arrays go through the line.
 // `src` and `dst` are two arrays.
-template <int count>
+template <size_t count>
 void ring(const Sparse& filter, const float* src, float* dst, size_t n)
 {
     const size_t d = filter.longest;
     const float direct = filter.taps[0], delayed = filter.taps[1], recursive = filter.taps[2];
     Floats w[count];
-    for (int r = 0; r < count; ++r)
+    for (size_t r = 0; r < count; ++r)
         w[r] = load(filter.line + r * floats);
     for (; n >= count * floats; src += d, dst += d, n -= d)
-        for (int r = 0; r < count; ++r) {
+        for (size_t r = 0; r < count; ++r) {
             const Floats past = w[r];
             w[r] = load(src + r * floats) + recursive * past;
             store(direct * w[r] + delayed * past, dst + r * floats);
         }
-    for (int r = 0; r < count; ++r)
+    for (size_t r = 0; r < count; ++r)
         store(w[r], filter.line + r * floats);
 
     const float* past = filter.line;

@@ -320,11 +320,10 @@ TEST(Equalizer, AnotherSectionCountThanNineFailsInTheDesign)
     }
 }
 
-TEST(Equalizer, AMatrixOfAnotherOrderIsOutOfBounds)
+TEST(Equalizer, AMatrixOfLowerOrderIsOutOfBounds)
 {
-    Equalizer equalizer({{1, 2}, {3, 4}}, equalizerCentres, 0.95, 48000.0, 1.5);
     try {
-        equalizer.design({});
+        Equalizer({{1, 2}, {3, 4}}, equalizerCentres, 0.95, 48000.0, 1.5);
         FAIL();
     } catch (const std::invalid_argument& failure) {
         EXPECT_STREQ(failure.what(), "SquareMatrix: index out of bounds");
