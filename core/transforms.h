@@ -6,7 +6,7 @@
 //   element 0 is the real part of bin 0; elements 2k-1 and 2k are the real and imaginary part of bin k, 0 < k < N/2;
 //   element N-1 is the real part of bin N/2. The imaginary parts of bins 0 and N/2 are zero and not stored.
 //
-// Protocol: ask the sizes, allocate, initialise. The spec is read-only after that and holds no pointer into the
+// Protocol: ask the sizes, allocate, initialise. A spec is read-only after that and holds no pointer into the
 // initialisation storage, which may go. The work storage is scratch of one run at a time. A byte count may be 0, and its
 // storage then null; else a null storage is an error like a null array.
 //
@@ -37,7 +37,7 @@ Status ippsFFTGetSize_R_32f(std::int32_t order, std::int32_t flag, std::int32_t 
 Status ippsFFTGetSize_C_32fc(std::int32_t order, std::int32_t flag, std::int32_t hint, std::int32_t* specSize,
                              std::int32_t* initSize, std::int32_t* workSize) noexcept;
 
-// Builds the tables in `specStorage` and stores the spec's address, inside it, in `*spec`.
+// Builds the tables in `specStorage` and stores their address, inside it, in `*spec`.
 Status ippsFFTInit_R_32f(FFTSpec_R_32f** spec, std::int32_t order, std::int32_t flag, std::int32_t hint, void* specStorage,
                          void* initStorage) noexcept;
 Status ippsFFTInit_C_32fc(FFTSpec_C_32fc** spec, std::int32_t order, std::int32_t flag, std::int32_t hint, void* specStorage,
