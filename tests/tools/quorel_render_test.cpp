@@ -1,250 +1,25 @@
 // The tool as its user meets it: started as a process, on files that are made here.
-#include "tools/audio_file.h"
+#include "tests/tools/tool_test.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <numbers>
-#include <sstream>
-#include <string>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace quorel {
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-namespace fs = std::filesystem;
 
-constexpr int anyRate = 48000;
-
-// What became of a process.
-struct Outcome {
-    int status = 0; // as of waitpid
-    std::string out;
-    std::string err;
-
-    bool exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
-};
-
-std::ostream& operator<<(std::ostream& stream, const Outcome& outcome)
-{
-    return stream << "status " << outcome.status << ", output \"" << outcome.out << "\", errors \"" << outcome.err << '"';
-}
-
-struct Sound {
-    SF_INFO info{};
-    std::vector<float> samples; // interleaved
-    std::vector<int> speakers;  // channel map, empty if the file has none
-
-    float at(std::size_t frame, std::size_t channel) const
-    {
-        return samples.at(frame * static_cast<std::size_t>(info.channels) + channel);
-    }
-};
-
-class QuorelRender : public testing::Test {
+class QuorelRender : public ToolTest {
 protected:
-    QuorelRender()
-    {
-        std::string name = (fs::temp_directory_path() / "quorel_render_XXXXXX").string();
-        folder = mkdtemp(name.data());
-    }
-    ~QuorelRender() override { fs::remove_all(folder); }
-
-    std::string path(const std::string& name) const { return (folder / name).string(); }
-
-    // Starts the tool with standard error on `errors`; `prepare` runs in the new process before the tool does.
-    static pid_t start(
-        const std::vector<std::string>& arguments, int output, int errors, const std::function<void()>& prepare = [] {})
-    {
-        std::vector<char*> argv{const_cast<char*>(QUOREL_RENDER)};
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-
-        const pid_t child = fork();
-        if (child == 0) {
-            dup2(output, STDOUT_FILENO);
-            dup2(errors, STDERR_FILENO);
-            prepare();
-            execv(QUOREL_RENDER, argv.data());
-            _exit(127);
-        }
-        return child;
-    }
-
-    // Runs the tool with its output and errors in pipes.
-    static Outcome run(
-        const std::vector<std::string>& arguments, const std::function<void()>& prepare = [] {})
-    {
-        int out[2];
-        int err[2];
-        EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
-        EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
-        Outcome outcome;
-        const pid_t child = start(arguments, out[1], err[1], prepare);
-        close(out[1]);
-        close(err[1]);
-        outcome.out = readAll(out[0]); // a few lines on the other pipe fit into it
-        outcome.err = readAll(err[0]);
-        waitpid(child, &outcome.status, 0);
-        return outcome;
-    }
-
-    static std::string readAll(int fd)
-    {
-        std::string text;
-        char part[4096];
-        for (ssize_t got = 0; (got = read(fd, part, sizeof part)) > 0;)
-            text.append(part, static_cast<std::size_t>(got));
-        close(fd);
-        return text;
-    }
+    QuorelRender() : ToolTest(QUOREL_RENDER, "quorel-render") {}
 
     // Runs the tool on `input` and returns what it wrote, which it must do without a word.
-    Sound render(const std::string& input, const std::vector<std::string>& options = {})
-    {
-        std::vector<std::string> arguments{input, path("out.wav")};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        const Outcome outcome = run(arguments);
-        EXPECT_TRUE(outcome.exited(0)) << outcome;
-        EXPECT_EQ(outcome.out + outcome.err, "");
-        return load(path("out.wav"));
-    }
-
-    // Runs the tool with an output that exists: it must fail with one line that says `reason`, and leave the output and
-    // the folder as they were.
-    void expectRefusal(
-        const std::string& input, const std::string& reason, const std::vector<std::string>& options = {},
-        const std::function<void()>& prepare = [] {})
-    {
-        store("old.wav", "an older file");
-        const std::vector<fs::path> before = entries();
-        std::vector<std::string> arguments{input, path("old.wav")};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        const Outcome outcome = run(arguments, prepare);
-        EXPECT_TRUE(outcome.exited(2)) << outcome;
-        EXPECT_EQ(outcome.out, "");
-        expectOneLine(outcome.err, reason);
-        EXPECT_TRUE(bytes("old.wav") == "an older file");
-        EXPECT_EQ(entries(), before);
-    }
-
-    static void expectOneLine(const std::string& text, const std::string& reason)
-    {
-        EXPECT_THAT(text, testing::StartsWith("quorel-render: "));
-        EXPECT_THAT(text, HasSubstr(reason));
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-        EXPECT_TRUE(text.ends_with('\n')) << text;
-    }
-
-    std::vector<fs::path> entries() const
-    {
-        std::vector<fs::path> names;
-        for (const auto& entry : fs::directory_iterator(folder))
-            names.push_back(entry.path());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-    std::string store(const std::string& name, const std::string& contents) const
-    {
-        std::ofstream(path(name), std::ios::binary) << contents;
-        return path(name);
-    }
-
-    std::string bytes(const std::string& name) const
-    {
-        std::ostringstream contents;
-        contents << std::ifstream(path(name), std::ios::binary).rdbuf();
-        return contents.str();
-    }
-
-    // Writes interleaved samples. A mask other than 0 goes into the file, which is then an extensible WAV.
-    std::string save(const std::string& name, int channels, const std::vector<float>& samples,
-                     int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT, std::uint32_t mask = 0, int rate = anyRate) const
-    {
-        SF_INFO info{};
-        info.channels = channels;
-        info.samplerate = rate;
-        info.format = mask != 0 ? SF_FORMAT_WAVEX | SF_FORMAT_FLOAT : format;
-        const SoundFile file(sf_open(path(name).c_str(), SFM_WRITE, &info));
-        EXPECT_TRUE(file) << sf_strerror(nullptr);
-        if (mask != 0) {
-            // The library's speakers in the order of the mask's bits.
-            constexpr int speakers[] = {SF_CHANNEL_MAP_LEFT,
-                                        SF_CHANNEL_MAP_RIGHT,
-                                        SF_CHANNEL_MAP_CENTER,
-                                        SF_CHANNEL_MAP_LFE,
-                                        SF_CHANNEL_MAP_REAR_LEFT,
-                                        SF_CHANNEL_MAP_REAR_RIGHT,
-                                        SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER,
-                                        SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER,
-                                        SF_CHANNEL_MAP_REAR_CENTER,
-                                        SF_CHANNEL_MAP_SIDE_LEFT,
-                                        SF_CHANNEL_MAP_SIDE_RIGHT};
-            std::vector<int> map;
-            for (std::size_t bit = 0; bit < std::size(speakers); ++bit)
-                if ((mask >> bit & 1) != 0)
-                    map.push_back(speakers[bit]);
-            EXPECT_EQ(map.size(), static_cast<std::size_t>(channels));
-            const int size = static_cast<int>(map.size() * sizeof(int));
-            EXPECT_EQ(sf_command(file.get(), SFC_SET_CHANNEL_MAP_INFO, map.data(), size), SF_TRUE);
-        }
-        const auto count = static_cast<sf_count_t>(samples.size());
-        EXPECT_EQ(sf_write_float(file.get(), samples.data(), count), count);
-        return path(name);
-    }
-
-    static Sound load(const std::string& path)
-    {
-        Sound sound;
-        const SoundFile file(sf_open(path.c_str(), SFM_READ, &sound.info));
-        if (!file) {
-            ADD_FAILURE() << path << ": " << sf_strerror(nullptr);
-            return sound;
-        }
-        sound.samples.resize(static_cast<std::size_t>(sound.info.frames * sound.info.channels));
-        sf_read_float(file.get(), sound.samples.data(), static_cast<sf_count_t>(sound.samples.size()));
-        sound.speakers.resize(static_cast<std::size_t>(sound.info.channels));
-        const int size = static_cast<int>(sound.speakers.size() * sizeof(int));
-        if (sf_command(file.get(), SFC_GET_CHANNEL_MAP_INFO, sound.speakers.data(), size) != SF_TRUE)
-            sound.speakers.clear();
-        return sound;
-    }
-
-    static std::vector<float> silence(int channels, std::size_t frames)
-    {
-        return std::vector<float>(frames * static_cast<std::size_t>(channels));
-    }
-
-    // Reproducible noise on every channel, exact in 16 bits.
-    static std::vector<float> noise(int channels, std::size_t frames)
-    {
-        std::vector<float> samples(frames * static_cast<std::size_t>(channels));
-        std::uint32_t state = 1;
-        for (float& sample : samples) {
-            state = state * 1664525U + 1013904223U;
-            sample = static_cast<float>(static_cast<std::int32_t>(state >> 18) - 8192) / 32768.0F;
-        }
-        return samples;
-    }
-
-    fs::path folder;
+    Sound render(const std::string& input, const std::vector<std::string>& options = {}) { return treat(input, options); }
 };
 
 // ---- refusals -------------------------------------------------------------------------------------------------------
