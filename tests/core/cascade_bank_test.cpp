@@ -1,7 +1,7 @@
 #include "core/cascade_bank.h"
 
 #include "core/kernels/filters.h"
-#include "core/kernels/kernel_table.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -18,26 +18,9 @@ namespace quorel {
 namespace {
 
 // Runs every test with one variant of the kernels in use.
-class CascadeBanks : public testing::TestWithParam<const kernels::KernelTable*> {
-protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
+class CascadeBanks : public WithVariant {};
 
-private:
-    const kernels::KernelTable& before = kernels::active();
-};
-
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Variant, CascadeBanks, testing::ValuesIn(variants()),
-                         [](const auto& variant) { return std::string(variant.param->name); });
+INSTANTIATE_TEST_SUITE_P(Variant, CascadeBanks, testing::ValuesIn(variants()), variantName);
 
 constexpr std::size_t channels = cascadeBankChannels;
 using Taps = std::array<float, 12>;

@@ -1,8 +1,8 @@
 #include "core/filters.h"
 
 #include "core/kernels/filters.h"
-#include "core/kernels/kernel_table.h"
 #include "core/rt_alloc.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -20,26 +20,9 @@ namespace quorel {
 namespace {
 
 // Runs every test with one variant of the kernels in use.
-class Filters : public testing::TestWithParam<const kernels::KernelTable*> {
-protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
+class Filters : public WithVariant {};
 
-private:
-    const kernels::KernelTable& before = kernels::active();
-};
-
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(variants()),
-                         [](const auto& variant) { return std::string(variant.param->name); });
+INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(variants()), variantName);
 
 std::vector<float> noise(std::size_t n, unsigned seed, float level = 1.0F)
 {

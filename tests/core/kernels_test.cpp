@@ -1,6 +1,6 @@
 #include "core/kernels.h"
 
-#include "core/kernels/kernel_table.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -70,11 +70,8 @@ private:
 };
 
 // Runs every test with one variant of the kernels in use.
-class Kernels : public testing::TestWithParam<const kernels::KernelTable*> {
+class Kernels : public WithVariant {
 protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
-
     // Calls `run(a, b, dst, len)` on random rows of `floats * len` floats at every length and several alignments, and
     // compares dst with `expected(a, b, dst before, i)` within `tolerance(a, b, dst before, i)`.
     using Run = std::function<Status(Row&, Row&, Row&, std::int32_t)>;
@@ -101,22 +98,9 @@ protected:
             }
         }
     }
-
-private:
-    const kernels::KernelTable& before = kernels::active();
 };
 
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Variant, Kernels, testing::ValuesIn(variants()),
-                         [](const auto& variant) { return std::string(variant.param->name); });
+INSTANTIATE_TEST_SUITE_P(Variant, Kernels, testing::ValuesIn(variants()), variantName);
 
 // The nearest float. Sums, products and quotients of two floats need no more than a double, so they are exact up to here.
 double nearest(double x)

@@ -1,6 +1,6 @@
 #include "core/mixing.h"
 
-#include "core/kernels/kernel_table.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -16,26 +16,9 @@ namespace quorel {
 namespace {
 
 // Runs every test with one variant of the kernels in use.
-class Mixing : public testing::TestWithParam<const kernels::KernelTable*> {
-protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
+class Mixing : public WithVariant {};
 
-private:
-    const kernels::KernelTable& before = kernels::active();
-};
-
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Variant, Mixing, testing::ValuesIn(variants()),
-                         [](const auto& variant) { return std::string(variant.param->name); });
+INSTANTIATE_TEST_SUITE_P(Variant, Mixing, testing::ValuesIn(variants()), variantName);
 
 // A row that takes pair p's sum or difference, added or subtracted, by the bits of `pattern`.
 PairMix mixOf(unsigned pattern)

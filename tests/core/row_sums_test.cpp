@@ -1,7 +1,7 @@
 #include "core/row_sums.h"
 
 #include "core/kernels.h"
-#include "core/kernels/kernel_table.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -43,26 +43,9 @@ private:
 };
 
 // Runs every test with one variant of the kernels in use.
-class RowSums : public testing::TestWithParam<const kernels::KernelTable*> {
-protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
+class RowSums : public WithVariant {};
 
-private:
-    const kernels::KernelTable& before = kernels::active();
-};
-
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Variant, RowSums, testing::ValuesIn(variants()),
-                         [](const auto& variant) { return std::string(variant.param->name); });
+INSTANTIATE_TEST_SUITE_P(Variant, RowSums, testing::ValuesIn(variants()), variantName);
 
 TEST_P(RowSums, ASumOfRowsIsThatOfOneProductAfterTheOtherBitByBit)
 {

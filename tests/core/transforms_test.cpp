@@ -1,7 +1,7 @@
 #include "core/transforms.h"
 
-#include "core/kernels/kernel_table.h"
 #include "core/rt_alloc.h"
+#include "tests/core/variants.h"
 
 #include <gtest/gtest.h>
 
@@ -204,26 +204,9 @@ private:
 };
 
 // Runs the test once in each variant that this processor has.
-class EachVariant : public testing::TestWithParam<const kernels::KernelTable*> {
-protected:
-    EachVariant() { kernels::use(*GetParam()); }
-    ~EachVariant() override { kernels::use(atStart); }
+class EachVariant : public WithVariant {};
 
-private:
-    const kernels::KernelTable& atStart = kernels::active();
-};
-
-std::vector<const kernels::KernelTable*> variants()
-{
-    std::vector<const kernels::KernelTable*> list;
-    for (const auto* variant : kernels::availableVariants().table)
-        if (variant != nullptr)
-            list.push_back(variant);
-    return list;
-}
-
-INSTANTIATE_TEST_SUITE_P(Transforms, EachVariant, testing::ValuesIn(variants()),
-                         [](const auto& test) { return std::string(test.param->name); });
+INSTANTIATE_TEST_SUITE_P(Transforms, EachVariant, testing::ValuesIn(variants()), variantName);
 
 // --- The transforms against their definition -------------------------------------------------------------------------
 
