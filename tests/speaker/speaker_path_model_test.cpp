@@ -18,12 +18,7 @@ namespace quorel {
 namespace {
 
 constexpr std::uint32_t maxFrames = 848;
-
-#ifdef __SANITIZE_ADDRESS__ // some ten times slower
-constexpr std::size_t second = 4800;
-#else
 constexpr std::size_t second = 48000; // frames
-#endif
 
 // A variant of the kernels with a path of its own.
 struct Candidate {
