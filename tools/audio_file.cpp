@@ -97,6 +97,11 @@ std::uint32_t usualMask(int channels) noexcept
     }
 }
 
+SampleFormat formatNamed(const std::string& name)
+{
+    return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
+}
+
 AudioReader::AudioReader(const std::string& path) : path(path)
 {
     const auto fail = [&](const std::string& why) { throw std::runtime_error("cannot read " + path + ": " + why); };

@@ -47,6 +47,9 @@ private:
 
 enum class SampleFormat { float32, pcm24, pcm16 };
 
+// The format of an option's value: pcm16 or pcm24; every other name stands for floats.
+SampleFormat formatNamed(const std::string& name);
+
 // A WAV file that comes into being as a whole in commit(), or not at all. Equal samples give equal files.
 class AudioWriter {
 public:

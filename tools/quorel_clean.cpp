@@ -8,8 +8,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <iomanip>
-#include <sstream>
 #include <thread>
 
 namespace quorel {
@@ -75,11 +73,6 @@ void declare(CLI::App& tool, Options& options)
                "Noise gate: 0 off; above 0 it is open at and above\n"
                "-24 - (128 - value) * 20 / 127 dB, so 1 is -44 dB, 128 is -24 dB, 255 is -4 dB");
     addSetting("levelsEnabled", settings.levelsEnabled, 0, 255, "Levels on the terminal: 0 off, a bar of progress; above 0 on");
-}
-
-SampleFormat formatNamed(const std::string& name)
-{
-    return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
 }
 
 void clean(const CLI::App& tool, const Options& options)
@@ -161,13 +154,8 @@ void clean(const CLI::App& tool, const Options& options)
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     writer.commit();
 
-    if (options.verbose || onTerminal()) {
-        const double sound = static_cast<double>(written(done)) / rate;
-        std::ostringstream text;
-        text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
-             << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
-        notice(tool, text.str());
-    }
+    if (options.verbose || onTerminal())
+        tellSpeed(tool, static_cast<double>(written(done)) / rate, taken);
 }
 
 } // namespace

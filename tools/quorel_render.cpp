@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <iomanip>
 #include <sstream>
 
 namespace quorel {
@@ -82,11 +81,6 @@ std::string hexadecimal(std::uint32_t number)
     std::ostringstream text;
     text << "0x" << std::uppercase << std::hex << number;
     return text.str();
-}
-
-SampleFormat formatNamed(const std::string& name)
-{
-    return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
 }
 
 // The effect for the layout of the input.
@@ -185,13 +179,8 @@ void render(const CLI::App& tool, const Options& options)
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     writer.commit();
 
-    if (options.verbose || onTerminal()) {
-        const double sound = static_cast<double>(done) / rate;
-        std::ostringstream text;
-        text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
-             << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
-        notice(tool, text.str());
-    }
+    if (options.verbose || onTerminal())
+        tellSpeed(tool, static_cast<double>(done) / rate, taken);
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 #include "tools/tool.h"
 
 #include <csignal>
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <unistd.h>
 
 namespace quorel {
@@ -63,6 +65,14 @@ void stopIfInterrupted()
 void notice(const CLI::App& tool, const std::string& text)
 {
     std::cerr << tool.get_name() << ": " << text << '\n';
+}
+
+void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
+         << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
+    notice(tool, text.str());
 }
 
 bool onTerminal() noexcept

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <boost/timer/progress_display.hpp>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -21,6 +22,9 @@ void stopIfInterrupted();
 
 // One line on standard error, in the tool's name.
 void notice(const CLI::App& tool, const std::string& text);
+
+// Tells how fast so many seconds of sound went through.
+void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken);
 
 // Whether somebody watches standard error.
 bool onTerminal() noexcept;
