@@ -2,10 +2,7 @@
 // at both rates, with block lengths and settings that change from block to block, crossfades and samples of every kind.
 #include "core/signal_path.h"
 
-#include "tests/real_time/allocation_count.h"
-#ifdef __linux__
-#include "tests/real_time/system_calls.h"
-#endif
+#include "tests/real_time/watched_sessions.h"
 
 #include <gtest/gtest.h>
 
@@ -79,29 +76,13 @@ private:
 
 TEST(CaptureRealTime, ASessionOfAnyChannelCountAllocatesNothing)
 {
-    for (std::int32_t channels = 1; channels <= 8; ++channels)
-        for (const std::uint32_t rate : {16000U, 48000U}) {
-            Session session(channels, rate);
-            const auto before = allocationCount();
-            volatile const float sum = session.run();
-            EXPECT_EQ(allocationCount(), before) << channels << " channels at " << rate;
-            static_cast<void>(sum);
-        }
+    expectNoAllocation<Session>({16000, 48000});
 }
 
 #ifdef __linux__
 TEST(CaptureRealTime, ASessionOfAnyChannelCountMakesNoSystemCall)
 {
-    for (std::int32_t channels = 1; channels <= 8; ++channels)
-        for (const std::uint32_t rate : {16000U, 48000U}) {
-            std::unique_ptr<Session> session;
-            const int calls = systemCallsOf([&] { session = std::make_unique<Session>(channels, rate); },
-                                            [&] {
-                                                volatile const float sum = session->run();
-                                                static_cast<void>(sum);
-                                            });
-            EXPECT_EQ(calls, 0) << channels << " channels at " << rate;
-        }
+    expectNoSystemCall<Session>({16000, 48000});
 }
 #endif
 

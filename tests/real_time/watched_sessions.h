@@ -1,0 +1,51 @@
+// Whole sessions of a path, of every channel count and at the given rates, watched at the allocator and at the kernel's border.
+//
+// Session: a constructor (channels, rate) that prepares everything, and run(), whose result depends on every output.
+#pragma once
+
+#include "tests/real_time/allocation_count.h"
+#ifdef __linux__
+#include "tests/real_time/system_calls.h"
+#endif
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+
+namespace quorel {
+
+template <typename Session>
+void runWhole(Session& session)
+{
+    volatile const float sum = session.run(); // so that no work can be left out
+    static_cast<void>(sum);
+}
+
+template <typename Session>
+void expectNoAllocation(std::initializer_list<std::uint32_t> rates)
+{
+    for (std::int32_t channels = 1; channels <= 8; ++channels)
+        for (const std::uint32_t rate : rates) {
+            Session session(channels, rate);
+            const auto before = allocationCount();
+            runWhole(session);
+            EXPECT_EQ(allocationCount(), before) << channels << " channels at " << rate;
+        }
+}
+
+#ifdef __linux__
+template <typename Session>
+void expectNoSystemCall(std::initializer_list<std::uint32_t> rates)
+{
+    for (std::int32_t channels = 1; channels <= 8; ++channels)
+        for (const std::uint32_t rate : rates) {
+            std::unique_ptr<Session> session;
+            const int calls =
+                systemCallsOf([&] { session = std::make_unique<Session>(channels, rate); }, [&] { runWhole(*session); });
+            EXPECT_EQ(calls, 0) << channels << " channels at " << rate;
+        }
+}
+#endif
+
+} // namespace quorel
