@@ -6,7 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 namespace quorel::platform {
 
@@ -22,21 +22,21 @@ enum class RootKey { classesRoot, currentConfig, currentUser, localMachine, user
 RegistryKey rootKey(RootKey root) noexcept;
 
 // `access` is Windows' mask, such as KEY_READ 0x20019, KEY_WRITE 0x20006, KEY_QUERY_VALUE 0x1, KEY_WOW64_64KEY 0x100.
-RegistryResult openKey(RegistryKey parent, const std::string& path, std::uint32_t access, RegistryKey& key) noexcept;
+RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept;
 
 // Opens the key, and makes it and the keys above it where they are missing; what is made is kept on the disk.
-RegistryResult createKey(RegistryKey parent, const std::string& path, std::uint32_t access, RegistryKey& key) noexcept;
+RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept;
 
 // Removes a key that has no keys below it.
-RegistryResult deleteKey(RegistryKey parent, const std::string& path, std::uint32_t access) noexcept;
+RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t access) noexcept;
 
 void closeKey(RegistryKey key) noexcept;
 
 // Reads at most `bytes` bytes of a value of any type, stores them and leaves the count in `bytes`. An empty name is the key's
 // default value. A text has two bytes for each UTF-16 unit, with its end mark.
-RegistryResult queryValue(RegistryKey key, const std::string& name, void* data, std::uint32_t& bytes) noexcept;
+RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, std::uint32_t& bytes) noexcept;
 
-RegistryResult setNumber(RegistryKey key, const std::string& name, std::uint32_t value) noexcept;
-RegistryResult setText(RegistryKey key, const std::string& name, const std::string& text) noexcept;
+RegistryResult setNumber(RegistryKey key, std::string_view name, std::uint32_t value) noexcept;
+RegistryResult setText(RegistryKey key, std::string_view name, std::string_view text) noexcept;
 
 } // namespace quorel::platform

@@ -24,13 +24,13 @@ inline constexpr std::size_t settingsOffset = 16;
 inline constexpr std::size_t settingsBytes = 68;
 
 struct ControlBlock {
-    std::uint32_t sequence;                         // changed by the control application after each update of `settings`
-    std::uint32_t layoutVersion;                    // 0 for this layout
-    std::uint32_t activeChannelMask;                // speaker mask of the locked stream's input; 0: no effect is there
-    float activeFramesPerSecond;                    // rate of the locked stream; 0: no effect is there
-    std::array<std::byte, settingsBytes> settings;  // written by the control application
-    std::array<std::byte, 940> reserved84;          // neither read nor written
-    std::array<float, 9> levels;                    // dB, band levels of the microphone; -120.0 when idle
+    std::uint32_t sequence;                        // changed by the control application after each update of `settings`
+    std::uint32_t layoutVersion;                   // 0 for this layout
+    std::uint32_t activeChannelMask;               // speaker mask of the locked stream's input; 0: no effect is there
+    float activeFramesPerSecond;                   // rate of the locked stream; 0: no effect is there
+    std::array<std::byte, settingsBytes> settings; // written by the control application
+    std::array<std::byte, 940> reserved84;         // neither read nor written
+    std::array<float, 9> levels;                   // dB, band levels of the microphone; -120.0 when idle
 };
 
 static_assert(sizeof(ControlBlock) == 1060);

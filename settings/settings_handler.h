@@ -15,7 +15,6 @@
 #include "platform/sharing.h"
 #include "settings/control_block.h"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -29,22 +28,42 @@ public:
 
     // Configuration thread. The process's handler, which is started if there is none. Throws std::runtime_error when a
     // shared object or the thread can't be made.
+    //
+    // Required: after a failure the handles opened so far stay open, and the mutex that this operation stands under is not
+    // given up: the thread that failed may try again, any other one waits for ever.
     static std::shared_ptr<SettingsHandler> instance(std::uint32_t version);
 
-    // Any thread, the audio thread above all. Brings `record` up to date with the snapshot, unless it is or somebody else is
-    // at the snapshot in this moment: the next block tries again. Copies at most 96 bytes, never waits.
+    SettingsHandler(const SettingsHandler&) = delete;
+    SettingsHandler& operator=(const SettingsHandler&) = delete;
+
+    // Any thread, the audio thread above all. Brings `record` up to date with the snapshot, unless it is so already or
+    // somebody else is at the snapshot in this moment: the next block tries again. Copies at most 96 bytes, never waits.
     void poll(SettingsRecord& record) noexcept;
 
-    // What the effect tells the control application.
+    // What the effect tells the control application. The audio thread writes the levels, nine, in dB.
     void writeActiveFormat(std::uint32_t channelMask, float framesPerSecond) noexcept;
-    void writeLevels(const float* levels) noexcept; // nine, dB; audio thread
-    void writeIdleLevels() noexcept;                // -120 dB
-
-    // The mapped control block.
-    ControlBlock* block = nullptr;
+    void writeLevels(const float* levels) noexcept;
+    void writeIdleLevels() noexcept; // -120 dB
 
 private:
     SettingsHandler() = default;
+    ~SettingsHandler() = default;
+
+    void start(std::uint32_t version);
+    static void stop(SettingsHandler* handler) noexcept;
+    bool openSharedObjects(std::uint32_t version);
+    void followBlock() noexcept;
+    void load() noexcept;
+    void save() noexcept;
+
+    platform::Handle hMem = nullptr;       // the block's mapping
+    platform::Handle hEvent = nullptr;     // the control application's signal
+    platform::Handle hStop = nullptr;      // ends the memory thread
+    platform::Handle hMemThread = nullptr; // the memory thread
+    ControlBlock* block = nullptr;         // this process's view of the block
+    platform::Handle hHrtf = nullptr;      // the HRTF share's mapping
+    std::atomic<bool> running = false;     // the memory thread goes on
+    platform::Lock lock;                   // guards the snapshot
 };
 
 } // namespace quorel

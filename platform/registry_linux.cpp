@@ -1,0 +1,357 @@
+// A key is a directory below <user directory>/registry, and its values stand in its file ".values", a line each, in the form
+// in which Windows writes registry files: "Reverb"=dword:000000aa, "FriendlyName"="QUOREL", @="the default value".
+#include "platform/registry.h"
+
+#include "platform/user_directory_linux.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <codecvt>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <exception>
+#include <fcntl.h>
+#include <locale>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <variant>
+
+namespace quorel::platform {
+
+using Value = std::variant<std::uint32_t, std::string>;
+using Values = std::map<std::string, Value>;
+
+struct OpenKey {
+    std::string path; // below the registry's directory, separated by slashes
+    std::uint32_t access = 0;
+    Values values{};  // as they were when the key was opened, with what was set since
+    Values changes{}; // what was set since
+};
+
+namespace {
+
+constexpr const char* valuesFile = ".values";
+
+namespace windowsError {
+constexpr RegistryResult success = 0;
+constexpr RegistryResult notFound = 2;
+constexpr RegistryResult accessDenied = 5;
+constexpr RegistryResult outOfMemory = 14;
+constexpr RegistryResult writeFault = 29;
+constexpr RegistryResult invalidParameter = 87;
+constexpr RegistryResult moreData = 234;
+} // namespace windowsError
+
+constexpr std::uint32_t mayQuery = 0x1; // KEY_QUERY_VALUE
+constexpr std::uint32_t maySet = 0x2;   // KEY_SET_VALUE
+
+RegistryResult resultOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return windowsError::notFound;
+    case EACCES:
+    case EPERM:
+    case ENOTEMPTY:
+    case EEXIST:
+    case ELOOP:
+        return windowsError::accessDenied;
+    case ENOMEM:
+        return windowsError::outOfMemory;
+    default:
+        return windowsError::writeFault;
+    }
+}
+
+// "Software\Name" below a key as a path of directories; false for a part that no directory of ours can have.
+bool joinPath(const OpenKey& parent, std::string_view path, std::string& joined)
+{
+    joined = parent.path;
+    std::istringstream parts{std::string(path)};
+    for (std::string part; std::getline(parts, part, '\\');) {
+        if (part.empty() || part.front() == '.' || part.find('/') != std::string::npos || part.find('\0') != std::string::npos)
+            return false;
+        joined += '/' + part;
+    }
+    return true;
+}
+
+File openDirectory(const UserDirectory& user, const std::string& path)
+{
+    return File(openat(user.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// Makes every missing directory on the way and sees that it stays.
+bool makeDirectories(const UserDirectory& user, const std::string& path)
+{
+    for (std::size_t end = path.find('/');; end = path.find('/', end + 1)) {
+        const auto part = path.substr(0, end);
+        if (mkdirat(user.get(), part.c_str(), 0700) == 0) {
+            const auto parentEnd = part.rfind('/');
+            const auto parent = openDirectory(user, parentEnd == std::string::npos ? "." : part.substr(0, parentEnd));
+            if (!parent || fsync(parent.get()) != 0)
+                return false;
+        } else if (errno != EEXIST)
+            return false;
+        if (end == std::string::npos)
+            return true;
+    }
+}
+
+bool hasKeys(int directory)
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(fcntl(directory, F_DUPFD_CLOEXEC, 0)), closedir);
+    if (!entries)
+        return true;
+    while (const auto* entry = readdir(entries.get())) {
+        if (entry->d_name[0] != '.')
+            return true;
+    }
+    return false;
+}
+
+std::string quoted(const std::string& text)
+{
+    std::string result = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\')
+            result += '\\';
+        if (c == '\n')
+            result += "\\n";
+        else
+            result += c;
+    }
+    return result + '"';
+}
+
+// Takes a quoted text off the front of `line`.
+bool takeQuoted(std::string_view& line, std::string& text)
+{
+    if (line.empty() || line.front() != '"')
+        return false;
+    text.clear();
+    for (std::size_t i = 1; i < line.size(); ++i) {
+        if (line[i] == '"') {
+            line.remove_prefix(i + 1);
+            return true;
+        }
+        if (line[i] == '\\' && ++i < line.size() && line[i] == 'n')
+            text += '\n';
+        else if (i < line.size())
+            text += line[i];
+    }
+    return false;
+}
+
+std::string format(const Values& values)
+{
+    std::string lines;
+    for (const auto& [name, value] : values) {
+        lines += (name.empty() ? "@" : quoted(name)) + '=';
+        if (const auto* number = std::get_if<std::uint32_t>(&value)) {
+            std::array<char, 16> text{};
+            std::snprintf(text.data(), text.size(), "dword:%08x", *number);
+            lines += text.data();
+        } else
+            lines += quoted(std::get<std::string>(value));
+        lines += '\n';
+    }
+    return lines;
+}
+
+// A line that says nothing in this form is passed over.
+Values parse(const std::string& lines)
+{
+    Values values;
+    std::istringstream stream(lines);
+    for (std::string text; std::getline(stream, text);) {
+        std::string_view line = text;
+        std::string name;
+        if (line.starts_with('@'))
+            line.remove_prefix(1);
+        else if (!takeQuoted(line, name))
+            continue;
+        constexpr std::string_view number = "=dword:";
+        std::string value;
+        if (line.starts_with(number)) {
+            line.remove_prefix(number.size());
+            std::uint32_t read = 0;
+            const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), read, 16);
+            if (error == std::errc() && end == line.data() + line.size())
+                values[name] = read;
+        } else if (line.starts_with('=')) {
+            line.remove_prefix(1);
+            if (takeQuoted(line, value) && line.empty())
+                values[name] = value;
+        }
+    }
+    return values;
+}
+
+// The key at a path below the user's directory, or why it can't be opened.
+RegistryResult openAt(const UserDirectory& user, const std::string& path, std::uint32_t access, RegistryKey& key)
+{
+    const auto directory = openDirectory(user, path);
+    if (!directory)
+        return resultOf(errno);
+    auto opened = std::make_unique<OpenKey>(path, access);
+    std::string lines;
+    if (readFile(directory.get(), valuesFile, lines))
+        opened->values = parse(lines);
+    key = opened.release();
+    return windowsError::success;
+}
+
+RegistryResult setValue(OpenKey& key, std::string_view name, const Value& value)
+{
+    if ((key.access & maySet) == 0)
+        return windowsError::accessDenied;
+    key.values[std::string(name)] = value;
+    key.changes[std::string(name)] = value;
+    return windowsError::success;
+}
+
+// Another process may have written the key since it was opened: only what was set here is changed.
+void writeChanges(const OpenKey& key)
+{
+    const UserDirectory user;
+    if (!user)
+        return;
+    const auto directory = openDirectory(user, key.path);
+    if (!directory)
+        return;
+    std::string lines;
+    Values values;
+    if (readFile(directory.get(), valuesFile, lines))
+        values = parse(lines);
+    for (const auto& [name, value] : key.changes)
+        values[name] = value;
+    static_cast<void>(replaceFile(directory.get(), valuesFile, format(values)));
+}
+
+} // namespace
+
+RegistryKey rootKey(RootKey root) noexcept
+{
+    static std::array<OpenKey, 5> roots{{{"registry/HKEY_CLASSES_ROOT"},
+                                         {"registry/HKEY_CURRENT_CONFIG"},
+                                         {"registry/HKEY_CURRENT_USER"},
+                                         {"registry/HKEY_LOCAL_MACHINE"},
+                                         {"registry/HKEY_USERS"}}};
+    return &roots.at(static_cast<std::size_t>(root));
+}
+
+RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
+try {
+    key = nullptr;
+    std::string joined;
+    if (!joinPath(*parent, path, joined))
+        return windowsError::notFound;
+    const UserDirectory user;
+    return user ? openAt(user, joined, access, key) : windowsError::accessDenied;
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
+try {
+    key = nullptr;
+    std::string joined;
+    if (!joinPath(*parent, path, joined))
+        return windowsError::invalidParameter;
+    const UserDirectory user;
+    if (!user)
+        return windowsError::accessDenied;
+    if (!makeDirectories(user, joined))
+        return resultOf(errno);
+    return openAt(user, joined, access, key);
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t) noexcept
+try {
+    std::string joined;
+    if (!joinPath(*parent, path, joined) || path.empty())
+        return windowsError::notFound;
+    const UserDirectory user;
+    if (!user)
+        return windowsError::accessDenied;
+    const auto directory = openDirectory(user, joined);
+    if (!directory)
+        return resultOf(errno);
+    if (hasKeys(directory.get()))
+        return windowsError::accessDenied;
+    if (unlinkat(directory.get(), valuesFile, 0) != 0 && errno != ENOENT)
+        return resultOf(errno);
+    return unlinkat(user.get(), joined.c_str(), AT_REMOVEDIR) == 0 ? windowsError::success : resultOf(errno);
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+void closeKey(RegistryKey key) noexcept
+{
+    if (key == nullptr || key->access == 0)
+        return;
+    const std::unique_ptr<OpenKey> closed(key);
+    try {
+        if (!closed->changes.empty())
+            writeChanges(*closed);
+    } catch (const std::exception&) {
+        return; // The old values stay.
+    }
+}
+
+RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, std::uint32_t& bytes) noexcept
+try {
+    if ((key->access & mayQuery) == 0)
+        return windowsError::accessDenied;
+    const auto found = key->values.find(std::string(name));
+    if (found == key->values.end())
+        return windowsError::notFound;
+    std::uint32_t number = 0;
+    std::u16string text;
+    const void* from = &number;
+    auto size = std::uint32_t{sizeof number};
+    if (const auto* value = std::get_if<std::uint32_t>(&found->second))
+        number = *value;
+    else {
+        text =
+            std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t>().from_bytes(std::get<std::string>(found->second));
+        from = text.c_str();
+        size = static_cast<std::uint32_t>((text.size() + 1) * sizeof(char16_t));
+    }
+    const auto room = std::exchange(bytes, size);
+    if (data == nullptr)
+        return windowsError::success;
+    if (room < size)
+        return windowsError::moreData;
+    std::memcpy(data, from, size);
+    return windowsError::success;
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+RegistryResult setNumber(RegistryKey key, std::string_view name, std::uint32_t value) noexcept
+try {
+    return setValue(*key, name, value);
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+RegistryResult setText(RegistryKey key, std::string_view name, std::string_view text) noexcept
+try {
+    return setValue(*key, name, std::string(text));
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+} // namespace quorel::platform

@@ -1,0 +1,281 @@
+#include "settings/settings_handler.h"
+
+#include "platform/registry.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+namespace quorel {
+
+namespace {
+
+// Administrators, users, the local service and the system may do everything: the service that runs the effect and a plain
+// user's control application meet in these objects.
+constexpr const char* sharedAccess = "D:(A;OICI;GA;;;BA)(A;OICI;FA;;;BU)(A;OICI;FA;;;LS)(A;OICI;FA;;;SY)";
+
+constexpr std::uint32_t stopPatience = 500; // ms, for the memory thread to end
+constexpr float idleLevel = -120.0F;        // dB
+
+// Of the account that runs the effect.
+constexpr const char* settingsKey = "Software\\VEDRA\\QUOREL";
+constexpr std::uint32_t keyRead = 0x20019;
+constexpr std::uint32_t keyWrite = 0x20006;
+
+// ---- What the process has once --------------------------------------------------------------------------------------
+
+// Guarded by the handler's lock, but for `generation`, which is compared without it.
+alignas(16) SettingsRecord snapshot;
+
+// Guarded by instanceMutex.
+std::weak_ptr<SettingsHandler> current;
+
+// Counts its entries: the thread that failed to start a handler holds it for good, and may try again. Never destroyed,
+// since effect objects may outlive the statics.
+std::recursive_mutex& instanceMutex()
+{
+    static auto& mutex = *new std::recursive_mutex;
+    return mutex;
+}
+
+// Held while a handler starts or stops: the one that goes and the next one both work on the snapshot, each under a lock of
+// its own.
+std::mutex& changeOfHandlers()
+{
+    static auto& mutex = *new std::mutex;
+    return mutex;
+}
+
+// ---- Words that somebody else may use in this moment ----------------------------------------------------------------
+//
+// The block is plain memory shared with other processes, without locks and without atomic operations: its writers know of
+// none. Within this process several threads may use one word of it, and `generation`, at once. So each is read and written
+// as a whole, by what compiles to one plain load or store.
+
+template <typename T>
+T read(T& word, std::memory_order order = std::memory_order_relaxed) noexcept
+{
+    static_assert(std::atomic_ref<T>::is_always_lock_free);
+    return std::atomic_ref(word).load(order);
+}
+
+template <typename T>
+void write(T& word, std::type_identity_t<T> value) noexcept
+{
+    static_assert(std::atomic_ref<T>::is_always_lock_free);
+    std::atomic_ref(word).store(value, std::memory_order_relaxed);
+}
+
+// Takes the block's settings over, under the lock. The bytes may change under the copy when the control application writes
+// its next update; the change of `sequence` that ends that update brings a copy of its own.
+void refreshSnapshot(const ControlBlock& block)
+{
+    copySettings(block, snapshot);
+    write(snapshot.generation, snapshot.generation + 1);
+}
+
+// ---- The values that are kept ---------------------------------------------------------------------------------------
+
+// Calls visit(name, field) for each of them, in the order of reading and writing.
+template <typename Visit>
+void forEachKeptValue(SettingsRecord& record, Visit visit)
+{
+    visit("Enabled", record.Enabled);
+    visit("Settings", record.Settings);
+    visit("noiseGate", record.noiseGate);
+    visit("micEq", record.micEq);
+    visit("Reverb", record.Reverb);
+    visit("MicNR", record.MicNR);
+    for (std::size_t band = 0; band < record.EQBand.size(); ++band) {
+        std::array<char, 8> name{};
+        std::snprintf(name.data(), name.size(), "EQBand%d", static_cast<int>(band) + 1);
+        visit(name.data(), record.EQBand[band]);
+    }
+}
+
+} // namespace
+
+std::shared_ptr<SettingsHandler> SettingsHandler::instance(std::uint32_t version)
+{
+    // Required: not given up when something below throws, so that another thread's call waits for ever.
+    instanceMutex().lock();
+    auto handler = current.lock();
+    if (!handler) {
+        const std::lock_guard change(changeOfHandlers());
+        struct Free {
+            void operator()(SettingsHandler* partlyBuilt) const noexcept { delete partlyBuilt; }
+        };
+        std::unique_ptr<SettingsHandler, Free> started(new SettingsHandler);
+        started->start(version);
+        handler = std::shared_ptr<SettingsHandler>(started.release(), stop);
+        current = handler;
+    }
+    instanceMutex().unlock();
+    return handler;
+}
+
+// Required: what a failure leaves open stays open, the handles as well as the views.
+void SettingsHandler::start(std::uint32_t version)
+{
+    if (openSharedObjects(version)) {
+        load();
+        writeIdleLevels();
+    }
+    running = true;
+    hMemThread = platform::startThread([](void* handler) { static_cast<SettingsHandler*>(handler)->followBlock(); }, this);
+    if (hMemThread == nullptr)
+        throw std::runtime_error("Failed to create hMemThread");
+}
+
+void SettingsHandler::stop(SettingsHandler* handler) noexcept
+{
+    const std::lock_guard change(changeOfHandlers());
+    handler->writeActiveFormat(0, 0.0F);
+    handler->save();
+    handler->running = false;
+    platform::setEvent(handler->hStop);
+    if (!platform::waitFor(handler->hMemThread, stopPatience))
+        return; // The thread is never killed. It still uses the handler and its view, so it keeps them.
+    platform::unmapView(handler->block, sizeof(ControlBlock));
+    platform::closeHandle(handler->hMem);
+    platform::closeHandle(handler->hEvent);
+    platform::closeHandle(handler->hMemThread);
+    // Required: hStop, hHrtf and the share's view stay open to the end of the process, so `hrtfData` stays a valid address.
+    delete handler;
+}
+
+// Opens or makes the shared memory and the events; true when this call made the block. A block that is there already counts
+// as valid, whatever its version.
+bool SettingsHandler::openSharedObjects(std::uint32_t version)
+{
+    bool created = false;
+    {
+        const std::unique_ptr<platform::Descriptor, void (*)(platform::Descriptor*)> access(
+            platform::convertDescriptor(sharedAccess), platform::freeDescriptor);
+        if (!access)
+            throw std::runtime_error("Conversion of the security descriptor failed");
+
+        hMem = platform::openMapping(controlBlockName);
+        if (hMem == nullptr) {
+            hMem = platform::createMapping(controlBlockName, sizeof(ControlBlock), access.get());
+            if (hMem == nullptr)
+                throw std::runtime_error("CreateFileMapping for SHARED_MEM failed");
+            created = true;
+        }
+        hHrtf = platform::openMapping(hrtfShareName);
+        if (hHrtf == nullptr) {
+            hHrtf = platform::createMapping(hrtfShareName, hrtfShareBytes, access.get());
+            if (hHrtf == nullptr)
+                throw std::runtime_error("CreateFileMapping for SHARED_HRTF failed");
+        }
+
+        block = static_cast<ControlBlock*>(platform::mapView(hMem, sizeof(ControlBlock)));
+        if (block == nullptr)
+            throw std::runtime_error("MapViewOfFile SHARED_MEM failed");
+        void* share = platform::mapView(hHrtf, hrtfShareBytes);
+        if (share == nullptr)
+            throw std::runtime_error("MapViewOfFile SHARED_HRTF failed");
+
+        {
+            const std::lock_guard guard(lock);
+            snapshot.hrtfData = static_cast<const float*>(share);
+            if (block->layoutVersion == version || !created)
+                refreshSnapshot(*block);
+            else {
+                std::memset(block, 0, sizeof(ControlBlock));
+                block->layoutVersion = version;
+                std::memset(share, 0, hrtfShareBytes);
+                created = true;
+            }
+        }
+
+        hEvent = platform::createEvent(controlEventName, access.get());
+        if (hEvent == nullptr)
+            throw std::runtime_error("CreateEvent failed");
+    }
+    hStop = platform::createEvent(nullptr, nullptr);
+    if (hStop == nullptr)
+        throw std::runtime_error("CreateEvent failed");
+    return created;
+}
+
+// The memory thread.
+void SettingsHandler::followBlock() noexcept
+{
+    auto seen = read(block->sequence);
+    while (running) {
+        if (platform::waitForEither(hEvent, hStop) != 0)
+            return;
+        platform::resetEvent(hEvent);
+        // Read before the settings: an update that comes in between changes it once more.
+        const auto sequence = read(block->sequence, std::memory_order_acquire);
+        if (sequence != seen) {
+            const std::lock_guard guard(lock);
+            seen = sequence;
+            refreshSnapshot(*block);
+            snapshot.blockSequence = sequence;
+        }
+    }
+}
+
+void SettingsHandler::poll(SettingsRecord& record) noexcept
+{
+    if (read(snapshot.generation) <= record.generation || !lock.try_lock())
+        return;
+    record = snapshot; // with `applied` 0: the path finds a new record
+    lock.unlock();
+}
+
+void SettingsHandler::writeActiveFormat(std::uint32_t channelMask, float framesPerSecond) noexcept
+{
+    write(block->activeChannelMask, channelMask);
+    write(block->activeFramesPerSecond, framesPerSecond);
+}
+
+void SettingsHandler::writeLevels(const float* levels) noexcept
+{
+    for (auto& level : block->levels)
+        write(level, *levels++);
+}
+
+void SettingsHandler::writeIdleLevels() noexcept
+{
+    for (auto& level : block->levels)
+        write(level, idleLevel);
+}
+
+// A value that can't be read counts as 0: off, or flat. Fields of 8 bits take a value's low ones.
+void SettingsHandler::load() noexcept
+{
+    platform::RegistryKey key = nullptr;
+    if (platform::openKey(platform::rootKey(platform::RootKey::currentUser), settingsKey, keyRead, key) != 0)
+        return;
+    const std::lock_guard guard(lock);
+    forEachKeptValue(snapshot, [key](const char* name, auto& field) {
+        std::uint32_t value = 0;
+        std::uint32_t bytes = sizeof value;
+        const bool found = platform::queryValue(key, name, &value, bytes) == 0;
+        field = static_cast<std::remove_reference_t<decltype(field)>>(found ? value : 0);
+    });
+    platform::closeKey(key);
+    copySettings(snapshot, *block);
+}
+
+// What the block holds and the memory thread has not taken over yet is lost.
+void SettingsHandler::save() noexcept
+{
+    platform::RegistryKey key = nullptr;
+    if (platform::createKey(platform::rootKey(platform::RootKey::currentUser), settingsKey, keyWrite, key) != 0)
+        return;
+    const std::lock_guard guard(lock);
+    forEachKeptValue(snapshot, [key](const char* name, const auto& field) {
+        static_cast<void>(platform::setNumber(key, name, static_cast<std::uint32_t>(field)));
+    });
+    platform::closeKey(key);
+}
+
+} // namespace quorel
