@@ -1,0 +1,404 @@
+#include "tests/settings/faulty_platform.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace quorel::platform {
+
+namespace {
+
+// An event is set or clear; a thread is "set" when it has ended.
+struct Signal {
+    bool set = false;
+};
+
+std::mutex mutex; // guards all that follows
+std::condition_variable changed;
+std::vector<std::string> calls;
+std::map<std::string, std::weak_ptr<std::vector<std::byte>>> memories;
+std::map<std::string, std::weak_ptr<Signal>> events;
+
+} // namespace
+
+struct Object {
+    std::string call; // that opened it
+    std::shared_ptr<std::vector<std::byte>> memory;
+    std::shared_ptr<Signal> signal;
+};
+
+struct OpenKey {
+    std::string path;
+};
+
+namespace {
+
+struct View {
+    std::string call;
+    std::shared_ptr<std::vector<std::byte>> memory;
+};
+
+std::set<Object*> objects;
+std::map<void*, View> views;
+
+} // namespace
+
+// Writes the call down; false when it is to fail.
+bool begin(const std::string& call)
+{
+    std::function<void()> first;
+    bool fails = false;
+    {
+        const std::lock_guard guard(mutex);
+        auto& platform = faultyPlatform();
+        if (call == "waitForEither")
+            ++platform.waitCount;
+        else
+            calls.push_back(call);
+        if (const auto found = platform.before.find(call); found != platform.before.end())
+            first = found->second;
+        fails = platform.failing.contains(call);
+    }
+    if (first)
+        first();
+    return !fails;
+}
+
+namespace {
+
+Handle opened(const std::string& call, std::shared_ptr<std::vector<std::byte>> memory, std::shared_ptr<Signal> signal)
+{
+    auto* object = new Object{call, std::move(memory), std::move(signal)};
+    objects.insert(object);
+    return object;
+}
+
+bool setSignal(Handle object, const char* call, bool set)
+{
+    if (!begin(call + (' ' + object->call)))
+        return false;
+    const std::lock_guard guard(mutex);
+    object->signal->set = set;
+    changed.notify_all();
+    return true;
+}
+
+} // namespace
+
+FaultyPlatform& faultyPlatform()
+{
+    static auto& platform = *new FaultyPlatform; // threads may still use it at the end of the process
+    return platform;
+}
+
+void FaultyPlatform::fail(const std::string& call)
+{
+    const std::lock_guard guard(mutex);
+    failing.insert(call);
+}
+
+void FaultyPlatform::doBefore(const std::string& call, std::function<void()> work)
+{
+    const std::lock_guard guard(mutex);
+    before[call] = std::move(work);
+}
+
+std::vector<std::string> FaultyPlatform::takeCalls()
+{
+    const std::lock_guard guard(mutex);
+    return std::exchange(calls, {});
+}
+
+int FaultyPlatform::waits()
+{
+    const std::lock_guard guard(mutex);
+    return waitCount;
+}
+
+std::multiset<std::string> FaultyPlatform::open()
+{
+    const std::lock_guard guard(mutex);
+    std::multiset<std::string> result;
+    for (const auto* object : objects)
+        result.insert(object->call);
+    for (const auto& [address, view] : views)
+        result.insert(view.call);
+    return result;
+}
+
+void FaultyPlatform::reset()
+{
+    const std::lock_guard guard(mutex);
+    failing.clear();
+    before.clear();
+    locksAreTaken = false;
+    keys.clear();
+    waitCount = 0;
+    calls.clear();
+    objects.clear(); // what a test left open is lost, as at the end of a process
+    views.clear();
+    memories.clear();
+    events.clear();
+}
+
+// ---- sharing.h --------------------------------------------------------------------------------------------------------
+
+struct Descriptor {
+    std::string text;
+};
+
+Descriptor* convertDescriptor(const char* text) noexcept
+{
+    return begin("convertDescriptor") ? new Descriptor{text} : nullptr;
+}
+
+void freeDescriptor(Descriptor* descriptor) noexcept
+{
+    begin("freeDescriptor");
+    delete descriptor;
+}
+
+Handle openMapping(const char* name) noexcept
+{
+    const auto call = std::string("openMapping ") + name;
+    if (!begin(call))
+        return nullptr;
+    const std::lock_guard guard(mutex);
+    auto memory = memories[name].lock();
+    return memory ? opened(call, std::move(memory), nullptr) : nullptr;
+}
+
+Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* descriptor) noexcept
+{
+    const auto call = std::string("createMapping ") + name;
+    if (!begin(call) || descriptor->text.empty())
+        return nullptr;
+    const std::lock_guard guard(mutex);
+    auto memory = memories[name].lock();
+    if (!memory)
+        memories[name] = memory = std::make_shared<std::vector<std::byte>>(bytes);
+    return opened(call, std::move(memory), nullptr);
+}
+
+void* mapView(Handle mapping, std::size_t bytes) noexcept
+{
+    const auto call = "mapView" + mapping->call.substr(mapping->call.find(' '));
+    if (!begin(call) || mapping->memory->size() < bytes)
+        return nullptr;
+    const std::lock_guard guard(mutex);
+    views[mapping->memory->data()] = {call, mapping->memory};
+    return mapping->memory->data();
+}
+
+void unmapView(void* view, std::size_t bytes) noexcept
+{
+    begin("unmapView " + std::to_string(bytes));
+    const std::lock_guard guard(mutex);
+    views.erase(view);
+}
+
+Handle createEvent(const char* name, const Descriptor* descriptor) noexcept
+{
+    const auto call = std::string("createEvent ") + (name != nullptr ? name : "unnamed");
+    if (!begin(call) || (name == nullptr) != (descriptor == nullptr))
+        return nullptr;
+    const std::lock_guard guard(mutex);
+    auto signal = name != nullptr ? events[name].lock() : nullptr;
+    if (!signal)
+        signal = std::make_shared<Signal>();
+    if (name != nullptr)
+        events[name] = signal;
+    return opened(call, nullptr, std::move(signal));
+}
+
+Handle openEvent(const char* name) noexcept
+{
+    const auto call = std::string("openEvent ") + name;
+    if (!begin(call))
+        return nullptr;
+    const std::lock_guard guard(mutex);
+    auto signal = events[name].lock();
+    return signal ? opened(call, nullptr, std::move(signal)) : nullptr;
+}
+
+bool setEvent(Handle event) noexcept
+{
+    return setSignal(event, "setEvent", true);
+}
+
+bool resetEvent(Handle event) noexcept
+{
+    return setSignal(event, "resetEvent", false);
+}
+
+int waitForEither(Handle first, Handle second) noexcept
+{
+    const auto one = first->signal;
+    const auto other = second->signal;
+    if (!begin("waitForEither"))
+        return -1;
+    std::unique_lock guard(mutex);
+    changed.wait(guard, [&] { return one->set || other->set; });
+    return one->set ? 0 : 1;
+}
+
+Handle startThread(void (*run)(void*), void* argument) noexcept
+{
+    if (!begin("startThread"))
+        return nullptr;
+    auto ended = std::make_shared<Signal>();
+    std::thread([run, argument, ended] {
+        run(argument);
+        const std::lock_guard guard(mutex);
+        ended->set = true;
+        changed.notify_all();
+    }).detach();
+    const std::lock_guard guard(mutex);
+    return opened("startThread", nullptr, std::move(ended));
+}
+
+bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
+{
+    if (!begin("waitFor " + object->call + ' ' + std::to_string(milliseconds)))
+        return false;
+    std::unique_lock guard(mutex);
+    return changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [object] { return object->signal->set; });
+}
+
+void closeHandle(Handle object) noexcept
+{
+    begin("closeHandle " + object->call);
+    const std::lock_guard guard(mutex);
+    objects.erase(object);
+    delete object;
+}
+
+// ---- lock.h -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+std::mutex& mutexOf(std::array<std::byte, 40>& state)
+{
+    static_assert(sizeof(std::mutex*) <= sizeof state);
+    std::mutex* result = nullptr;
+    std::memcpy(&result, state.data(), sizeof result);
+    return *result;
+}
+
+} // namespace
+
+Lock::Lock() noexcept
+{
+    auto* made = new std::mutex;
+    std::memcpy(state.data(), &made, sizeof made);
+}
+
+Lock::~Lock()
+{
+    delete &mutexOf(state);
+}
+
+void Lock::lock() noexcept
+{
+    mutexOf(state).lock();
+}
+
+bool Lock::try_lock() noexcept
+{
+    return !faultyPlatform().locksAreTaken && mutexOf(state).try_lock();
+}
+
+void Lock::unlock() noexcept
+{
+    mutexOf(state).unlock();
+}
+
+// ---- registry.h -------------------------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr RegistryResult notFound = 2;
+constexpr RegistryResult accessDenied = 5;
+
+std::string callOn(const char* operation, std::string_view path, std::uint32_t access)
+{
+    return std::string(operation) + ' ' + std::string(path) + ' ' + std::to_string(access);
+}
+
+} // namespace
+
+RegistryKey rootKey(RootKey root) noexcept
+{
+    static OpenKey currentUser{""};
+    static OpenKey other{"?"};
+    return root == RootKey::currentUser ? &currentUser : &other;
+}
+
+RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
+{
+    if (!begin(callOn("openKey", path, access)))
+        return accessDenied;
+    const auto whole = parent->path + std::string(path);
+    if (!faultyPlatform().keys.contains(whole))
+        return notFound;
+    key = new OpenKey{whole};
+    return 0;
+}
+
+RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
+{
+    if (!begin(callOn("createKey", path, access)))
+        return accessDenied;
+    key = new OpenKey{parent->path + std::string(path)};
+    faultyPlatform().keys[key->path];
+    return 0;
+}
+
+RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t access) noexcept
+{
+    if (!begin(callOn("deleteKey", path, access)))
+        return accessDenied;
+    return faultyPlatform().keys.erase(parent->path + std::string(path)) == 1 ? 0 : notFound;
+}
+
+void closeKey(RegistryKey key) noexcept
+{
+    begin("closeKey");
+    delete key;
+}
+
+RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, std::uint32_t& bytes) noexcept
+{
+    if (!begin("queryValue " + std::string(name)))
+        return accessDenied;
+    const auto& values = faultyPlatform().keys[key->path];
+    const auto found = values.find(std::string(name));
+    if (found == values.end())
+        return notFound;
+    if (bytes != sizeof found->second)
+        return accessDenied;
+    std::memcpy(data, &found->second, bytes);
+    return 0;
+}
+
+RegistryResult setNumber(RegistryKey key, std::string_view name, std::uint32_t value) noexcept
+{
+    if (!begin("setNumber " + std::string(name)))
+        return accessDenied;
+    faultyPlatform().keys[key->path][std::string(name)] = value;
+    return 0;
+}
+
+RegistryResult setText(RegistryKey, std::string_view name, std::string_view) noexcept
+{
+    begin("setText " + std::string(name));
+    return accessDenied;
+}
+
+} // namespace quorel::platform

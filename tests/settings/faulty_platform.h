@@ -1,0 +1,56 @@
+// A third set of the operations in platform/sharing.h, platform/lock.h and platform/registry.h, for tests: objects and values
+// stand in this process's own memory, every call is written down, and any of them fails where a test asks for it.
+//
+// A test program that compiles faulty_platform.cpp gets these operations in place of the system's.
+#pragma once
+
+#include "platform/lock.h"
+#include "platform/registry.h"
+#include "platform/sharing.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace quorel::platform {
+
+struct FaultyPlatform {
+    // Lets a call fail. It is named as it is written down: "openMapping Global\QUORELMem", "setNumber Reverb".
+    void fail(const std::string& call);
+
+    // What happens before a call does its work.
+    void doBefore(const std::string& call, std::function<void()> work);
+
+    // Nobody can take a lock by trying.
+    std::atomic<bool> locksAreTaken = false;
+
+    // The kept values: path below its root, name, value. A key without values is one that exists.
+    std::map<std::string, std::map<std::string, std::uint32_t>> keys;
+
+    // What was called since the last call of this operation, the waiting of threads apart.
+    std::vector<std::string> takeCalls();
+
+    // How often a thread has begun to wait for either of two events.
+    int waits();
+
+    // The handles and views that are open, in the words of the calls that opened them.
+    std::multiset<std::string> open();
+
+    // Forgets everything but the threads that run.
+    void reset();
+
+private:
+    friend bool begin(const std::string& call);
+
+    std::set<std::string> failing;
+    std::map<std::string, std::function<void()>> before;
+    int waitCount = 0;
+};
+
+FaultyPlatform& faultyPlatform();
+
+} // namespace quorel::platform
