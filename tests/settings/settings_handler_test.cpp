@@ -1,5 +1,6 @@
 #include "settings/settings_handler.h"
 
+#include "tests/settings/control_application.h"
 #include "tests/settings/faulty_platform.h"
 
 #include <gmock/gmock.h>
@@ -7,7 +8,6 @@
 
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <thread>
 
@@ -23,65 +23,6 @@ using testing::Not;
 using testing::UnorderedElementsAre;
 
 constexpr const char* key = "Software\\VEDRA\\QUOREL";
-
-// The other process: it holds the objects and writes as the contract with it says.
-class ControlApplication {
-public:
-    ControlApplication()
-    {
-        mapping = platform::openMapping(controlBlockName);
-        if (mapping == nullptr) {
-            auto* access = platform::convertDescriptor("D:");
-            mapping = platform::createMapping(controlBlockName, sizeof(ControlBlock), access);
-            platform::freeDescriptor(access);
-        }
-        block = static_cast<ControlBlock*>(platform::mapView(mapping, sizeof(ControlBlock)));
-        event = platform::openEvent(controlEventName);
-    }
-
-    ~ControlApplication()
-    {
-        platform::closeHandle(mapping);
-        if (event != nullptr)
-            platform::closeHandle(event);
-    }
-
-    void write(const SettingsRecord& settings) { copySettings(settings, *block); }
-    void changeSequence(std::uint32_t to) { std::atomic_ref(block->sequence).store(to, std::memory_order_release); }
-    void signal() { platform::setEvent(event); }
-
-    void update(const SettingsRecord& settings, std::uint32_t sequence)
-    {
-        write(settings);
-        changeSequence(sequence);
-        signal();
-    }
-
-    // The sequence that it takes is new to the process.
-    std::uint32_t update(const SettingsRecord& settings)
-    {
-        update(settings, ++lastSequence);
-        return lastSequence;
-    }
-
-    ControlBlock* block = nullptr;
-
-private:
-    platform::Handle mapping = nullptr;
-    platform::Handle event = nullptr;
-    inline static std::uint32_t lastSequence = 1000; // no test meets another one's, since the snapshot outlives them
-};
-
-// True as soon as `reached` is; false when it is not within ten seconds.
-bool eventually(const std::function<bool()>& reached)
-{
-    for (int i = 0; i < 10000; ++i) {
-        if (reached())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
-}
 
 SettingsRecord withReverb(std::uint32_t value)
 {
