@@ -84,6 +84,15 @@ private:
     inline static std::uint32_t lastSequence = 1000; // the snapshot outlives a test: no test meets another one's
 };
 
+// True when an effect has opened everything that a control application needs.
+inline bool effectIsThere()
+{
+    const auto event = platform::openEvent(controlEventName); // the last that an effect makes
+    if (event != nullptr)
+        platform::closeHandle(event);
+    return event != nullptr;
+}
+
 // True as soon as `reached` is; false when it is not within ten seconds.
 inline bool eventually(const std::function<bool()>& reached)
 {
