@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -18,12 +19,6 @@ namespace {
 struct Signal {
     bool set = false;
 };
-
-std::mutex mutex; // guards all that follows
-std::condition_variable changed;
-std::vector<std::string> calls;
-std::map<std::string, std::weak_ptr<std::vector<std::byte>>> memories;
-std::map<std::string, std::weak_ptr<Signal>> events;
 
 } // namespace
 
@@ -44,8 +39,23 @@ struct View {
     std::shared_ptr<std::vector<std::byte>> memory;
 };
 
-std::set<Object*> objects;
-std::map<void*, View> views;
+// Never destroyed: threads may still be here at the end of the process, and what a test leaves open stays.
+struct World {
+    std::mutex mutex; // guards all that follows
+    std::condition_variable changed;
+    std::vector<std::string> calls;
+    std::map<std::string, std::weak_ptr<std::vector<std::byte>>> memories;
+    std::map<std::string, std::weak_ptr<Signal>> events;
+    std::deque<Object> objects; // that were ever opened
+    std::set<Object*> open;
+    std::map<void*, View> views;
+};
+
+World& world()
+{
+    static auto& world = *new World;
+    return world;
+}
 
 } // namespace
 
@@ -55,12 +65,12 @@ bool begin(const std::string& call)
     std::function<void()> first;
     bool fails = false;
     {
-        const std::lock_guard guard(mutex);
+        const std::lock_guard guard(world().mutex);
         auto& platform = faultyPlatform();
         if (call == "waitForEither")
             ++platform.waitCount;
         else
-            calls.push_back(call);
+            world().calls.push_back(call);
         if (const auto found = platform.before.find(call); found != platform.before.end())
             first = found->second;
         fails = platform.failing.contains(call);
@@ -74,8 +84,9 @@ namespace {
 
 Handle opened(const std::string& call, std::shared_ptr<std::vector<std::byte>> memory, std::shared_ptr<Signal> signal)
 {
-    auto* object = new Object{call, std::move(memory), std::move(signal)};
-    objects.insert(object);
+    world().objects.push_back({call, std::move(memory), std::move(signal)});
+    auto* object = &world().objects.back();
+    world().open.insert(object);
     return object;
 }
 
@@ -83,9 +94,9 @@ bool setSignal(Handle object, const char* call, bool set)
 {
     if (!begin(call + (' ' + object->call)))
         return false;
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     object->signal->set = set;
-    changed.notify_all();
+    world().changed.notify_all();
     return true;
 }
 
@@ -99,52 +110,52 @@ FaultyPlatform& faultyPlatform()
 
 void FaultyPlatform::fail(const std::string& call)
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     failing.insert(call);
 }
 
 void FaultyPlatform::doBefore(const std::string& call, std::function<void()> work)
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     before[call] = std::move(work);
 }
 
 std::vector<std::string> FaultyPlatform::takeCalls()
 {
-    const std::lock_guard guard(mutex);
-    return std::exchange(calls, {});
+    const std::lock_guard guard(world().mutex);
+    return std::exchange(world().calls, {});
 }
 
 int FaultyPlatform::waits()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     return waitCount;
 }
 
 std::multiset<std::string> FaultyPlatform::open()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     std::multiset<std::string> result;
-    for (const auto* object : objects)
+    for (const auto* object : world().open)
         result.insert(object->call);
-    for (const auto& [address, view] : views)
+    for (const auto& [address, view] : world().views)
         result.insert(view.call);
     return result;
 }
 
 void FaultyPlatform::reset()
 {
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     failing.clear();
     before.clear();
     locksAreTaken = false;
     keys.clear();
     waitCount = 0;
-    calls.clear();
-    objects.clear(); // what a test left open is lost, as at the end of a process
-    views.clear();
-    memories.clear();
-    events.clear();
+    world().calls.clear();
+    world().open.clear(); // what a test left open is lost, as at the end of a process
+    world().views.clear();
+    world().memories.clear();
+    world().events.clear();
 }
 
 // ---- sharing.h --------------------------------------------------------------------------------------------------------
@@ -169,8 +180,8 @@ Handle openMapping(const char* name) noexcept
     const auto call = std::string("openMapping ") + name;
     if (!begin(call))
         return nullptr;
-    const std::lock_guard guard(mutex);
-    auto memory = memories[name].lock();
+    const std::lock_guard guard(world().mutex);
+    auto memory = world().memories[name].lock();
     return memory ? opened(call, std::move(memory), nullptr) : nullptr;
 }
 
@@ -179,10 +190,10 @@ Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* de
     const auto call = std::string("createMapping ") + name;
     if (!begin(call) || descriptor->text.empty())
         return nullptr;
-    const std::lock_guard guard(mutex);
-    auto memory = memories[name].lock();
+    const std::lock_guard guard(world().mutex);
+    auto memory = world().memories[name].lock();
     if (!memory)
-        memories[name] = memory = std::make_shared<std::vector<std::byte>>(bytes);
+        world().memories[name] = memory = std::make_shared<std::vector<std::byte>>(bytes);
     return opened(call, std::move(memory), nullptr);
 }
 
@@ -191,16 +202,16 @@ void* mapView(Handle mapping, std::size_t bytes) noexcept
     const auto call = "mapView" + mapping->call.substr(mapping->call.find(' '));
     if (!begin(call) || mapping->memory->size() < bytes)
         return nullptr;
-    const std::lock_guard guard(mutex);
-    views[mapping->memory->data()] = {call, mapping->memory};
+    const std::lock_guard guard(world().mutex);
+    world().views[mapping->memory->data()] = {call, mapping->memory};
     return mapping->memory->data();
 }
 
 void unmapView(void* view, std::size_t bytes) noexcept
 {
     begin("unmapView " + std::to_string(bytes));
-    const std::lock_guard guard(mutex);
-    views.erase(view);
+    const std::lock_guard guard(world().mutex);
+    world().views.erase(view);
 }
 
 Handle createEvent(const char* name, const Descriptor* descriptor) noexcept
@@ -208,12 +219,12 @@ Handle createEvent(const char* name, const Descriptor* descriptor) noexcept
     const auto call = std::string("createEvent ") + (name != nullptr ? name : "unnamed");
     if (!begin(call) || (name == nullptr) != (descriptor == nullptr))
         return nullptr;
-    const std::lock_guard guard(mutex);
-    auto signal = name != nullptr ? events[name].lock() : nullptr;
+    const std::lock_guard guard(world().mutex);
+    auto signal = name != nullptr ? world().events[name].lock() : nullptr;
     if (!signal)
         signal = std::make_shared<Signal>();
     if (name != nullptr)
-        events[name] = signal;
+        world().events[name] = signal;
     return opened(call, nullptr, std::move(signal));
 }
 
@@ -222,8 +233,8 @@ Handle openEvent(const char* name) noexcept
     const auto call = std::string("openEvent ") + name;
     if (!begin(call))
         return nullptr;
-    const std::lock_guard guard(mutex);
-    auto signal = events[name].lock();
+    const std::lock_guard guard(world().mutex);
+    auto signal = world().events[name].lock();
     return signal ? opened(call, nullptr, std::move(signal)) : nullptr;
 }
 
@@ -243,8 +254,8 @@ int waitForEither(Handle first, Handle second) noexcept
     const auto other = second->signal;
     if (!begin("waitForEither"))
         return -1;
-    std::unique_lock guard(mutex);
-    changed.wait(guard, [&] { return one->set || other->set; });
+    std::unique_lock guard(world().mutex);
+    world().changed.wait(guard, [&] { return one->set || other->set; });
     return one->set ? 0 : 1;
 }
 
@@ -255,11 +266,11 @@ Handle startThread(void (*run)(void*), void* argument) noexcept
     auto ended = std::make_shared<Signal>();
     std::thread([run, argument, ended] {
         run(argument);
-        const std::lock_guard guard(mutex);
+        const std::lock_guard guard(world().mutex);
         ended->set = true;
-        changed.notify_all();
+        world().changed.notify_all();
     }).detach();
-    const std::lock_guard guard(mutex);
+    const std::lock_guard guard(world().mutex);
     return opened("startThread", nullptr, std::move(ended));
 }
 
@@ -267,16 +278,16 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 {
     if (!begin("waitFor " + object->call + ' ' + std::to_string(milliseconds)))
         return false;
-    std::unique_lock guard(mutex);
-    return changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [object] { return object->signal->set; });
+    std::unique_lock guard(world().mutex);
+    return world().changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [object] { return object->signal->set; });
 }
 
 void closeHandle(Handle object) noexcept
 {
     begin("closeHandle " + object->call);
-    const std::lock_guard guard(mutex);
-    objects.erase(object);
-    delete object;
+    const std::lock_guard guard(world().mutex);
+    object->memory.reset();
+    world().open.erase(object);
 }
 
 // ---- lock.h -----------------------------------------------------------------------------------------------------------
