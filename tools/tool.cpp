@@ -80,6 +80,17 @@ bool onTerminal() noexcept
     return isatty(STDERR_FILENO) == 1;
 }
 
+std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high)
+{
+    return [low, high](const std::string& given) {
+        char* end = nullptr;
+        const double number = std::strtod(given.c_str(), &end);
+        const bool whole = end != given.c_str() && *end == '\0';
+        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
+        return inside ? std::string() : given + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
+    };
+}
+
 Progress::Progress(std::optional<std::uint64_t> frames)
 {
     if (frames && onTerminal())

@@ -29,6 +29,9 @@ void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double>
 // Whether somebody watches standard error.
 bool onTerminal() noexcept;
 
+// Checks an option's text: a number from `low` to `high`.
+std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high);
+
 // Adds an option that takes a number from `low` to `high`; the help shows them, and the value that `value` has now.
 template <typename Value>
 CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
@@ -57,17 +60,10 @@ CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, st
                        const std::string& description)
 {
     const std::string range = std::to_string(low) + " to " + std::to_string(high);
-    const auto check = [low, high, range](const std::string& given) {
-        char* end = nullptr;
-        const double number = std::strtod(given.c_str(), &end);
-        const bool whole = end != given.c_str() && *end == '\0';
-        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
-        return inside ? std::string() : given + " is not a number from " + range;
-    };
     return tool.add_option(name, value, "[" + range + "] " + description)
         ->type_name("NUMBER")
         ->default_str(std::to_string(value))
-        ->check(check, "");
+        ->check(numberFrom(low, high), "");
 }
 
 } // namespace quorel
