@@ -179,7 +179,7 @@ MeasuredSet readSofa(const std::string& path)
                 atEffectRate(file->DataIR.values + (2 * m + ear) * taps, taps, delay, rate);
         }
     }
-    set.remarks.push_back(places.str());
+    set.origin = places.str();
     return set;
 }
 
@@ -226,12 +226,11 @@ MeasuredSet readPairs(const std::string& path)
         // A set in another order is told by a near ear that hears less than the far one.
         const double azimuth = speakerAzimuths.at(pair.row);
         const bool nearLeft = azimuth > 0 && azimuth < 180;
-        if (azimuth != 0 && (nearLeft ? left < right : right < left))
+        if (azimuth != 0 && std::isfinite(left) && std::isfinite(right) && (nearLeft ? left < right : right < left))
             fail(path, std::string("its channels are in another order: ") + speakerNames.at(pair.row) +
                            " would be louder at the far ear");
     }
-    set.remarks.push_back("fourteen channels of " + std::to_string(frames) + " frames at " + std::to_string(reader.rate()) +
-                          " Hz");
+    set.origin = "fourteen channels of " + std::to_string(frames) + " frames at " + std::to_string(reader.rate()) + " Hz";
     return set;
 }
 

@@ -32,7 +32,7 @@ struct MeasuredPair {
 
 struct MeasuredSet {
     std::array<MeasuredPair, 8> speakers; // at 48000 Hz, in the order of `speakerTable`; the woofer's is unused
-    std::vector<std::string> remarks;     // what was taken from where, for the user
+    std::string origin;                   // what was taken from where, for the user
 };
 
 struct FittedSet {

@@ -81,11 +81,15 @@ std::int64_t settingOf(const SettingsRecord& record, const SettingsField& field)
     return field.low < 0 ? std::int64_t{static_cast<std::int32_t>(value)} : std::int64_t{value};
 }
 
+std::string refusal(const SettingsField& field, const std::string& value)
+{
+    return std::string(field.name) + " takes numbers from " + rangeOf(field) + ", not " + value;
+}
+
 void setSetting(SettingsRecord& record, const SettingsField& field, std::int64_t value)
 {
     if (value < field.low || value > field.high)
-        throw std::runtime_error(std::string(field.name) + " takes numbers from " + rangeOf(field) + ", not " +
-                                 std::to_string(value));
+        throw std::runtime_error(refusal(field, std::to_string(value)));
     const auto bits = static_cast<std::uint32_t>(value);
     std::memcpy(reinterpret_cast<std::byte*>(&record) + field.offset, &bits, field.bytes);
 }

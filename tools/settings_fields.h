@@ -32,7 +32,10 @@ const SettingsField* settingsField(std::string_view name) noexcept;
 
 std::int64_t settingOf(const SettingsRecord& record, const SettingsField& field) noexcept;
 
-// Throws std::runtime_error with a text for the user when the value is out of range.
+// What a user is told whose value is out of range.
+std::string refusal(const SettingsField& field, const std::string& value);
+
+// Throws std::runtime_error with the refusal when the value is out of range.
 void setSetting(SettingsRecord& record, const SettingsField& field, std::int64_t value);
 
 // "[0 to 255] meaning", each line but the first behind `indent`.

@@ -1,41 +1,15 @@
 #include "tools/tool.h"
 
-#include <csignal>
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
-#include <unistd.h>
 
 namespace quorel {
 
 namespace {
 
-volatile std::sig_atomic_t interrupt = 0; // the signal that asked us to stop, 0 none
-
 struct Interrupted {};
-
-void watchInterrupts()
-{
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction old {};
-        sigaction(signal, nullptr, &old);
-        if (old.sa_handler == SIG_IGN) // started to run on regardless, as by nohup
-            continue;
-        struct sigaction action {};
-        action.sa_handler = [](int received) { interrupt = received; };
-        action.sa_flags = SA_RESTART;
-        sigaction(signal, &action, nullptr);
-    }
-    std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails like any other
-}
-
-// Ends the process by the signal itself, so that who started it sees why.
-int endBy(int signal)
-{
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-    return 128 + signal;
-}
 
 } // namespace
 
@@ -43,22 +17,25 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& 
 {
     watchInterrupts();
     try {
-        tool.parse(argc, argv);
+        std::vector<std::string> arguments = argumentsOf(argc, argv);
+        std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
+        tool.parse(arguments);
         body();
         return 0;
     } catch (const CLI::Success& request) { // help or version
         return tool.exit(request);
     } catch (const Interrupted&) {
-        return endBy(interrupt);
+        return endInterrupted();
     } catch (const std::exception& error) {
         notice(tool, error.what());
-        return 2;
+        const auto* other = dynamic_cast<const OtherExit*>(&error);
+        return other != nullptr ? other->code : 2;
     }
 }
 
 void stopIfInterrupted()
 {
-    if (interrupt != 0)
+    if (interruption() != 0)
         throw Interrupted();
 }
 
@@ -73,11 +50,6 @@ void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double>
     text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
          << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
     notice(tool, text.str());
-}
-
-bool onTerminal() noexcept
-{
-    return isatty(STDERR_FILENO) == 1;
 }
 
 std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high)
