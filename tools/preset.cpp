@@ -1,6 +1,7 @@
 #include "tools/preset.h"
 
 #include "tools/atomic_file.h"
+#include "tools/file_names.h"
 #include "tools/process.h"
 #include "tools/settings_fields.h"
 
@@ -23,17 +24,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t longestName = 64;
 constexpr std::uintmax_t longestFile = 65536; // bytes
-
-fs::path pathOf(const std::string& utf8)
-{
-    return {std::u8string(utf8.begin(), utf8.end())};
-}
-
-std::string textOf(const fs::path& path)
-{
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
 
 fs::path folder()
 {

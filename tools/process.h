@@ -12,10 +12,10 @@ std::vector<std::string> argumentsOf(int argc, char** argv);
 // From now on an interrupt is noted instead of ending the process.
 void watchInterrupts();
 
-// The signal that asked the process to stop, 0 none.
-int interruption() noexcept;
+// Whether the user has asked the process to stop.
+bool interrupted() noexcept;
 
-// Ends the process as the signal would have at once, so that who started it sees why.
+// Ends the process as an interrupt would have at once, so that who started it sees why; or the exit code that says so.
 int endInterrupted();
 
 // Whether somebody watches standard error.

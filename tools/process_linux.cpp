@@ -42,9 +42,9 @@ void watchInterrupts()
     std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails like any other
 }
 
-int interruption() noexcept
+bool interrupted() noexcept
 {
-    return received;
+    return received != 0;
 }
 
 int endInterrupted()

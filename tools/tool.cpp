@@ -35,7 +35,7 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& 
 
 void stopIfInterrupted()
 {
-    if (interruption() != 0)
+    if (interrupted())
         throw Interrupted();
 }
 
