@@ -66,7 +66,7 @@ std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std:
 Progress::Progress(std::optional<std::uint64_t> frames)
 {
     if (frames && onTerminal())
-        bar.emplace(*frames, std::cerr, "");
+        bar.emplace(static_cast<unsigned long>(*frames), std::cerr, "");
 }
 
 Progress::~Progress()
@@ -78,7 +78,7 @@ Progress::~Progress()
 void Progress::advance(std::uint64_t frames)
 {
     if (bar)
-        *bar += frames;
+        *bar += static_cast<unsigned long>(frames);
 }
 
 } // namespace quorel
