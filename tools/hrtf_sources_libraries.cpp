@@ -53,7 +53,7 @@ const char* sofaReason(int code)
     case MYSOFA_INVALID_FORMAT:
         return "it is no SOFA file";
     default:
-        return "it is no SOFA file that can be read";
+        return "it is no SOFA file of the convention SimpleFreeFieldHRIR that can be read";
     }
 }
 

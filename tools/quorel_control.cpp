@@ -297,9 +297,9 @@ void loadHrtf(const CLI::App& tool, const Options& options)
 
     notice(tool, measured.origin);
     std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << "delivered for " << rowsOf(mask).size() << " channels; from frame "
-         << set.skipped << " on, at " << std::showpos << set.gainDb << std::noshowpos << " dB; cut of the energy: at most "
-         << 100 * set.worstCut << " % (" << 10 * std::log10(std::max(set.worstCut, 1e-12)) << " dB), at " << set.worstName;
+    text << std::fixed << std::setprecision(2) << "delivered for " << rowsOf(mask).size() << " channels at " << std::showpos
+         << set.gainDb << std::noshowpos << " dB; cut of the energy: at most " << 100 * set.worstCut << " % ("
+         << 10 * std::log10(std::max(set.worstCut, 1e-12)) << " dB), at " << set.worstName;
     notice(tool, text.str());
 }
 
