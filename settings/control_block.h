@@ -53,6 +53,10 @@ inline constexpr const char* controlBlockName = "Global\\QUORELMem";
 inline constexpr const char* hrtfShareName = "Global\\QUORELHRTF";
 inline constexpr const char* controlEventName = "Global\\QUORELEvent";
 
+// Administrators, users, the local service and the system may do everything: the service that runs the effect and a plain
+// user's control application meet in these objects.
+inline constexpr const char* sharedAccess = "D:(A;OICI;GA;;;BA)(A;OICI;FA;;;BU)(A;OICI;FA;;;LS)(A;OICI;FA;;;SY)";
+
 inline void copySettings(const ControlBlock& block, SettingsRecord& record)
 {
     std::memcpy(reinterpret_cast<std::byte*>(&record) + settingsOffset, block.settings.data(), settingsBytes);

@@ -14,10 +14,6 @@ namespace quorel {
 
 namespace {
 
-// Administrators, users, the local service and the system may do everything: the service that runs the effect and a plain
-// user's control application meet in these objects.
-constexpr const char* sharedAccess = "D:(A;OICI;GA;;;BA)(A;OICI;FA;;;BU)(A;OICI;FA;;;LS)(A;OICI;FA;;;SY)";
-
 constexpr std::uint32_t stopPatience = 500; // ms, for the memory thread to end
 constexpr float idleLevel = -120.0F;        // dB
 

@@ -21,6 +21,9 @@ public:
     // Open for reading and writing; it belongs to this object.
     int descriptor() const noexcept { return fd; }
 
+    // Puts a text behind what was written.
+    void write(const std::string& text);
+
     // Waits until the contents are on the disk, then puts the file in place.
     void commit();
 

@@ -1,14 +1,13 @@
 #include "tools/level_display.h"
 
 #include "microphone/microphone_tables.h"
-#include "tools/tool.h"
+#include "tools/process.h"
 
+#include <algorithm>
 #include <cmath>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
-#include <term.h>
-#include <unistd.h>
 
 namespace quorel {
 
@@ -18,26 +17,12 @@ constexpr int pictureLines = 10; // nine bars and the time
 constexpr int barWidth = 60;     // characters, one for each dB
 constexpr float lowest = -60;    // dB
 
-// What the terminal's description says, empty if it says nothing.
-std::string capability(const char* name)
-{
-    const char* text = tigetstr(name);
-    return text == nullptr || reinterpret_cast<std::intptr_t>(text) == -1 ? std::string() : std::string(text);
-}
-
 } // namespace
 
-LevelDisplay::LevelDisplay(std::uint32_t sampleRate)
+std::array<std::string, 9> levelCaptions(std::uint32_t sampleRate)
 {
-    int problem = 0;
-    if (!onTerminal() || setupterm(nullptr, STDERR_FILENO, &problem) != 0)
-        return;
-    clear = capability("el");
-    const std::string one = capability("cuu1");
-    for (int i = 0; i < pictureLines; ++i)
-        up += one;
-
     // Band 0 is not reported.
+    std::array<std::string, 9> captions;
     const MicrophoneRateRow& row = *microphoneRate(sampleRate);
     const double bin = static_cast<double>(sampleRate) / static_cast<double>(row.fftLength); // Hz
     double edge = bin * static_cast<double>(row.levelWidths[0]);
@@ -51,6 +36,15 @@ LevelDisplay::LevelDisplay(std::uint32_t sampleRate)
         captions[k] = text.str();
         edge = next;
     }
+    return captions;
+}
+
+LevelDisplay::LevelDisplay(std::uint32_t sampleRate) : captions(levelCaptions(sampleRate))
+{
+    const TerminalMoves moves = terminalMoves();
+    clear = moves.clear;
+    for (int i = 0; i < pictureLines; ++i)
+        up += moves.up;
 }
 
 void LevelDisplay::show(const float* levels, double seconds, bool atOnce)
@@ -64,7 +58,8 @@ void LevelDisplay::show(const float* levels, double seconds, bool atOnce)
         picture << up;
     picture << std::fixed << std::setprecision(0);
     for (std::size_t k = 0; k < captions.size(); ++k) {
-        const auto length = std::isfinite(levels[k]) ? static_cast<std::size_t>(std::lround(levels[k] - lowest)) : 0;
+        const float shown = std::isfinite(levels[k]) ? std::clamp(levels[k], lowest, 0.0F) : lowest;
+        const auto length = static_cast<std::size_t>(std::lround(shown - lowest));
         picture << captions[k] << ' ' << std::string(length, '#') << std::string(barWidth - length, '.') << std::setw(4)
                 << levels[k] << " dB" << clear << '\n';
     }

@@ -8,6 +8,9 @@
 
 namespace quorel {
 
+// The frequencies of each band at 16000 or 48000 frames per second.
+std::array<std::string, 9> levelCaptions(std::uint32_t sampleRate);
+
 class LevelDisplay {
 public:
     // sampleRate: 16000 or 48000, which decides the bands.

@@ -4,6 +4,7 @@
 #include "microphone/microphone_tables.h"
 #include "tools/level_display.h"
 #include "tools/resampler.h"
+#include "tools/settings_fields.h"
 #include "tools/tool.h"
 
 #include <chrono>
@@ -62,17 +63,8 @@ void declare(CLI::App& tool, Options& options)
         ->capture_default_str();
     tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
 
-    const auto addSetting = [&](const std::string& name, auto& value, int low, int high, const std::string& meaning) {
-        addNumber(tool, "--" + name, value, low, high, meaning)->group("Settings");
-    };
-    addSetting("MicNR", settings.MicNR, 0, 255, "Noise reduction: 0 off; above 0 on");
-    addSetting("micEq", settings.micEq, 0, 2,
-               "Equaliser: 0 off; 1 lifts the lows by 13 dB and the highs by 4 dB;\n"
-               "2 cuts everything below 200 Hz");
-    addSetting("noiseGate", settings.noiseGate, 0, 255,
-               "Noise gate: 0 off; above 0 it is open at and above\n"
-               "-24 - (128 - value) * 20 / 127 dB, so 1 is -44 dB, 128 is -24 dB, 255 is -4 dB");
-    addSetting("levelsEnabled", settings.levelsEnabled, 0, 255, "Levels on the terminal: 0 off, a bar of progress; above 0 on");
+    addSettings(tool, settings, Effect::microphone);
+    tool.get_option("--levelsEnabled")->description("[0 to 255] Levels on the terminal: 0 off, a bar of progress; above 0 on");
 }
 
 void clean(const CLI::App& tool, const Options& options)

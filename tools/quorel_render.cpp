@@ -4,6 +4,7 @@
 #include "core/status.h"
 #include "speaker/speaker_tables.h"
 #include "tools/resampler.h"
+#include "tools/settings_fields.h"
 #include "tools/tool.h"
 
 #include <chrono>
@@ -63,17 +64,7 @@ void declare(CLI::App& tool, Options& options)
         ->capture_default_str();
     tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
 
-    const auto addSetting = [&](const std::string& name, auto& value, int low, int high, const std::string& meaning) {
-        addNumber(tool, "--" + name, value, low, high, meaning)->group("Settings");
-    };
-    addSetting("Settings", settings.Settings, 0, 255, "Surround effect: 0 off, a plain stereo down-mix; above 0 on");
-    addSetting("Reverb", settings.Reverb, 0, 255,
-               "Reverb of the surround effect: 0 off; above 0 its gain is\n"
-               "value * 27 / 255 - 18 dB, so 1 is -17.9 dB, 170 is 0 dB, 255 is +9 dB");
-    const auto centres = std::to_array<const char*>({"63", "125", "250", "500", "1000", "2000", "4000", "8000", "16000"});
-    for (std::size_t band = 0; band < centres.size(); ++band)
-        addSetting("EQBand" + std::to_string(band + 1), settings.EQBand[band], -127, 127,
-                   "Equaliser at " + std::string(centres[band]) + " Hz: value / 127 * 6 dB");
+    addSettings(tool, settings, Effect::speaker);
 }
 
 std::string hexadecimal(std::uint32_t number)

@@ -1,41 +1,15 @@
 #include "tools/tool.h"
 
-#include <csignal>
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <sstream>
-#include <unistd.h>
 
 namespace quorel {
 
 namespace {
 
-volatile std::sig_atomic_t interrupt = 0; // the signal that asked us to stop, 0 none
-
 struct Interrupted {};
-
-void watchInterrupts()
-{
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction old {};
-        sigaction(signal, nullptr, &old);
-        if (old.sa_handler == SIG_IGN) // started to run on regardless, as by nohup
-            continue;
-        struct sigaction action {};
-        action.sa_handler = [](int received) { interrupt = received; };
-        action.sa_flags = SA_RESTART;
-        sigaction(signal, &action, nullptr);
-    }
-    std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails like any other
-}
-
-// Ends the process by the signal itself, so that who started it sees why.
-int endBy(int signal)
-{
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-    return 128 + signal;
-}
 
 } // namespace
 
@@ -43,22 +17,25 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& 
 {
     watchInterrupts();
     try {
-        tool.parse(argc, argv);
+        std::vector<std::string> arguments = argumentsOf(argc, argv);
+        std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
+        tool.parse(arguments);
         body();
         return 0;
     } catch (const CLI::Success& request) { // help or version
         return tool.exit(request);
     } catch (const Interrupted&) {
-        return endBy(interrupt);
+        return endInterrupted();
     } catch (const std::exception& error) {
         notice(tool, error.what());
-        return 2;
+        const auto* other = dynamic_cast<const OtherExit*>(&error);
+        return other != nullptr ? other->code : 2;
     }
 }
 
 void stopIfInterrupted()
 {
-    if (interrupt != 0)
+    if (interrupted())
         throw Interrupted();
 }
 
@@ -75,15 +52,21 @@ void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double>
     notice(tool, text.str());
 }
 
-bool onTerminal() noexcept
+std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high)
 {
-    return isatty(STDERR_FILENO) == 1;
+    return [low, high](const std::string& given) {
+        char* end = nullptr;
+        const double number = std::strtod(given.c_str(), &end);
+        const bool whole = end != given.c_str() && *end == '\0';
+        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
+        return inside ? std::string() : given + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
+    };
 }
 
 Progress::Progress(std::optional<std::uint64_t> frames)
 {
     if (frames && onTerminal())
-        bar.emplace(*frames, std::cerr, "");
+        bar.emplace(static_cast<unsigned long>(*frames), std::cerr, "");
 }
 
 Progress::~Progress()
@@ -95,7 +78,7 @@ Progress::~Progress()
 void Progress::advance(std::uint64_t frames)
 {
     if (bar)
-        *bar += frames;
+        *bar += static_cast<unsigned long>(frames);
 }
 
 } // namespace quorel

@@ -1,6 +1,8 @@
 // What the tools have in common: how they begin and end, their options' ranges, and the bar that shows how far they are.
 #pragma once
 
+#include "tools/process.h"
+
 #include <CLI/CLI.hpp>
 
 #include <boost/timer/progress_display.hpp>
@@ -9,9 +11,16 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace quorel {
+
+// A failure that has an exit code of its own.
+struct OtherExit : std::runtime_error {
+    OtherExit(int code, const std::string& text) : std::runtime_error(text), code(code) {}
+    int code;
+};
 
 // Runs a tool: parses the options, then calls `body`. Whatever fails becomes one line on standard error and exit code 2.
 // An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
@@ -26,8 +35,8 @@ void notice(const CLI::App& tool, const std::string& text);
 // Tells how fast so many seconds of sound went through.
 void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken);
 
-// Whether somebody watches standard error.
-bool onTerminal() noexcept;
+// Checks an option's text: a number from `low` to `high`.
+std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high);
 
 // Adds an option that takes a number from `low` to `high`; the help shows them, and the value that `value` has now.
 template <typename Value>
@@ -57,17 +66,10 @@ CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, st
                        const std::string& description)
 {
     const std::string range = std::to_string(low) + " to " + std::to_string(high);
-    const auto check = [low, high, range](const std::string& given) {
-        char* end = nullptr;
-        const double number = std::strtod(given.c_str(), &end);
-        const bool whole = end != given.c_str() && *end == '\0';
-        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
-        return inside ? std::string() : given + " is not a number from " + range;
-    };
     return tool.add_option(name, value, "[" + range + "] " + description)
         ->type_name("NUMBER")
         ->default_str(std::to_string(value))
-        ->check(check, "");
+        ->check(numberFrom(low, high), "");
 }
 
 } // namespace quorel

@@ -1,5 +1,6 @@
 #include "tools/atomic_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -47,6 +48,16 @@ AtomicFile::~AtomicFile()
     if (!temporary.empty())
         unlink(temporary.c_str());
     close(fd);
+}
+
+void AtomicFile::write(const std::string& text)
+{
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR)
+            fail(std::strerror(errno));
+        done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
 }
 
 void AtomicFile::commit()

@@ -1,0 +1,23 @@
+// A lock among processes, by name. A process that ends while it holds the lock, however it ends, gives it up.
+#pragma once
+
+#include "platform/sharing.h"
+
+namespace quorel::platform {
+
+class NamedLock {
+public:
+    // Waits for at most so long. `name` is that of a Windows kernel object, such as "Global\QUORELControl".
+    NamedLock(const char* name, const Descriptor* descriptor, std::uint32_t milliseconds) noexcept;
+    ~NamedLock();
+    NamedLock(const NamedLock&) = delete;
+    NamedLock& operator=(const NamedLock&) = delete;
+
+    // False when the time was over, or when the lock could not be made.
+    explicit operator bool() const noexcept { return held != nullptr; }
+
+private:
+    Handle held = nullptr;
+};
+
+} // namespace quorel::platform

@@ -1,0 +1,334 @@
+// What quorel-control does by Linux's terminals and signals, and what it reads with libraries that are there.
+#include "tests/tools/control_test.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <mysofa.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quorel {
+namespace {
+
+using testing::HasSubstr;
+
+const char* const measured = "/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa";
+
+// ---- signals and terminals ------------------------------------------------------------------------------------------
+
+class ControlProcess : public ControlOfAnEffect {
+protected:
+    // Starts the tool with its output and errors on `fd`.
+    static pid_t start(const std::vector<const char*>& arguments, int fd)
+    {
+        std::vector<char*> argv{const_cast<char*>(QUOREL_CONTROL)};
+        for (const char* argument : arguments)
+            argv.push_back(const_cast<char*>(argument));
+        argv.push_back(nullptr);
+        const pid_t child = fork();
+        if (child == 0) {
+            std::signal(SIGINT, SIG_DFL); // a shell's background ignores it
+            dup2(fd, STDOUT_FILENO);
+            dup2(fd, STDERR_FILENO);
+            setenv("TERM", "xterm", 1);
+            execv(QUOREL_CONTROL, argv.data());
+            _exit(127);
+        }
+        return child;
+    }
+
+    // Waits until the tool has switched the levels on.
+    bool levelsComeOn()
+    {
+        for (int tries = 0; tries < 5000; ++tries) {
+            if (settings().levelsEnabled == 1)
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }
+};
+
+TEST_F(ControlProcess, AnInterruptSwitchesTheLevelsBack)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+        const pid_t child = start({"levels", "--watch"}, nowhere);
+        close(nowhere);
+        ASSERT_TRUE(levelsComeOn());
+        kill(child, signal);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_EQ(settings().levelsEnabled, 0);
+    }
+}
+
+TEST_F(ControlProcess, ATerminalSeesNineBars)
+{
+    handler->writeActiveFormat(0, 48000.0F);
+    // Levels beyond the scale, and none at all, as another process may write them.
+    const std::array<float, 9> levels = {-20, -30, 0, 7, 1e30F, -60, -120, -INFINITY, NAN};
+    handler->writeLevels(levels.data());
+
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const int far = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const pid_t child = start({"levels", "--watch", "--seconds", "0.3"}, far);
+    close(far);
+    std::string seen;
+    char part[4096];
+    for (ssize_t got = 0; (got = read(terminal, part, sizeof part)) > 0;)
+        seen.append(part, static_cast<std::size_t>(got));
+    close(terminal);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(seen, HasSubstr("   94 to   141 Hz " + std::string(40, '#') + std::string(20, '.') + " -20 dB"));
+    EXPECT_THAT(seen, HasSubstr(std::string(" ") + std::string(60, '#') + "   7 dB"));
+    EXPECT_THAT(seen, HasSubstr(std::string(" ") + std::string(60, '.') + "-120 dB"));
+    EXPECT_THAT(seen, HasSubstr("\x1b[A")); // up, for the next picture
+}
+
+// A tool that was killed holds no lock; whatever it had written counts with the next update or not at all.
+TEST_F(ControlProcess, AToolThatIsKilledAtAnyMomentLeavesTheEffectAndTheOthersWell)
+{
+    std::mt19937 random(1); // NOLINT: the same in every run
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int i = 0; i < 100; ++i) {
+        const pid_t child = start({"set", "Reverb=170", "EQBand5=-40"}, nowhere);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 6000));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        const std::string value = std::to_string(i);
+        done({"set", "noiseGate=" + value});
+        EXPECT_EQ(done({"get", "noiseGate"}), "noiseGate=" + value + "\n");
+    }
+    close(nowhere);
+    SettingsRecord record;
+    follow(record);
+    EXPECT_EQ(record.noiseGate, 99U);
+    EXPECT_TRUE(record.Reverb == 0 || record.Reverb == 170);
+    EXPECT_TRUE(record.EQBand[4] == 0 || record.EQBand[4] == -40);
+}
+
+// ---- files of responses ---------------------------------------------------------------------------------------------
+
+class Sofa : public Responses {
+protected:
+    std::string changed(const std::string& change) const
+    {
+        const std::string file = path(change + ".sofa");
+        const std::string command = std::string("/usr/bin/python3 ") + CHANGED_SOFA + " " + measured + " " + file + " " + change;
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return file;
+    }
+
+    static std::complex<double> transferAt(const Response& x, double frequency, double rate)
+    {
+        std::complex<double> sum;
+        for (std::size_t i = 0; i < x.size(); ++i)
+            sum += std::polar(x[i], -2 * std::numbers::pi * frequency * static_cast<double>(i) / rate);
+        return sum;
+    }
+
+    static std::size_t mainTap(const Response& x)
+    {
+        std::size_t most = 0;
+        for (std::size_t i = 0; i < x.size(); ++i)
+            if (std::abs(x[i]) > std::abs(x[most]))
+                most = i;
+        return most;
+    }
+
+    std::vector<Ears> heardOf(SignalPath& path, const std::string& file)
+    {
+        done({"hrtf", "load", file});
+        follow(*path->settings());
+        std::vector<Ears> heardPairs;
+        for (std::size_t row = 0; row < 8; ++row)
+            heardPairs.push_back(heard(path, row));
+        return heardPairs;
+    }
+};
+
+// Against the file's own measurements at the eight places, as transfer functions: one gain and one delay, found at the front
+// centre's left ear, lead from all of the measured ones to those that are heard. What is left is what the tool says that it cut.
+TEST_F(Sofa, TheMeasuredDirectionsAreHeard)
+{
+    SignalPath path = path7();
+    const auto heardPairs = heardOf(path, measured);
+
+    int code = 0;
+    MYSOFA_HRTF* file = mysofa_load(measured, &code);
+    ASSERT_NE(file, nullptr);
+    const auto measurement = [&](double azimuth, std::size_t ear) {
+        for (std::size_t m = 0; m < file->M; ++m)
+            if (std::abs(static_cast<double>(file->SourcePosition.values[3 * m]) - azimuth) < 0.1 &&
+                file->SourcePosition.values[3 * m + 1] == 0.0F) {
+                const float* taps = file->DataIR.values + (2 * m + ear) * file->N;
+                return Response(taps, taps + file->N);
+            }
+        ADD_FAILURE() << azimuth;
+        return Response();
+    };
+    using Transfer = std::vector<std::complex<double>>; // every 100 Hz
+    const auto transfer = [](const Response& x, double rate) {
+        Transfer values;
+        for (int k = 1; k <= 200; ++k)
+            values.push_back(transferAt(x, 100 * k, rate));
+        return values;
+    };
+    // What is left of `to` behind `gain` times `from`, `delay` seconds late, as a share of the power.
+    const auto residue = [](const Transfer& from, const Transfer& to, double gain, double delay) {
+        double left = 0;
+        double all = 0;
+        for (std::size_t k = 0; k < from.size(); ++k) {
+            const auto turn = std::polar(gain, -2 * std::numbers::pi * 100 * static_cast<double>(k + 1) * delay);
+            left += std::norm(to[k] - turn * from[k]);
+            all += std::norm(turn * from[k]);
+        }
+        return left / all;
+    };
+
+    const Transfer from = transfer(measurement(0, 0), 44100);
+    const Transfer to = transfer(heardPairs[2][0], 48000);
+    double gain = 0;
+    double delay = 0;
+    for (int step = -2000; step <= 2000; ++step) { // of a fiftieth of a frame
+        const double tried = step / 50.0 / 48000;
+        double product = 0;
+        double power = 0;
+        for (std::size_t k = 0; k < from.size(); ++k) {
+            const auto turn = std::polar(1.0, -2 * std::numbers::pi * 100 * static_cast<double>(k + 1) * tried);
+            product += std::real(to[k] * std::conj(turn * from[k]));
+            power += std::norm(from[k]);
+        }
+        if (product / power > gain) {
+            gain = product / power;
+            delay = tried;
+        }
+    }
+    constexpr std::array<double, 8> azimuths = {30, 330, 0, 0, 145, 215, 105, 255};
+    for (std::size_t row = 0; row < 8; ++row)
+        for (std::size_t ear = 0; ear < 2 && row != woofer; ++ear) {
+            const bool nearEar = row == 2 || (row % 2 == 0) == (ear == 0);
+            EXPECT_LT(
+                residue(transfer(measurement(azimuths[row], ear), 44100), transfer(heardPairs[row][ear], 48000), gain, delay),
+                nearEar ? 0.01 : 0.05) // as told: 0.7 % at most at a near ear, 4.7 % at most at a far one
+                << row << ' ' << ear;
+        }
+    mysofa_free(file);
+
+    // This head is the same on both sides.
+    for (const auto& [left, right] : {std::pair{0, 1}, {4, 5}, {6, 7}})
+        for (std::size_t i = 0; i < 177; ++i) {
+            ASSERT_NEAR(heardPairs[left][0][i], heardPairs[right][1][i], 2e-6);
+            ASSERT_NEAR(heardPairs[left][1][i], heardPairs[right][0][i], 2e-6);
+        }
+}
+
+TEST_F(Sofa, PositionsMayBeCartesian)
+{
+    done({"hrtf", "load", measured});
+    const std::vector<float> spherical(share(), share() + 16 * 1024);
+    done({"hrtf", "load", changed("cartesian")});
+    EXPECT_EQ(std::memcmp(share(), spherical.data(), hrtfShareBytes), 0);
+}
+
+TEST_F(Sofa, ADelayOfTheFileIsKeptToTheNearestFrame)
+{
+    SignalPath path = path7();
+    const auto plain = heardOf(path, measured);
+    const auto late = heardOf(path, changed("delay"));
+    // 20 frames at 44100 Hz are 21.8 at 48000.
+    for (const std::size_t row : {0, 1, 2, 4, 5, 6, 7})
+        EXPECT_EQ(mainTap(late[row][1]) - mainTap(late[row][0]) + mainTap(plain[row][0]) - mainTap(plain[row][1]), 22U) << row;
+}
+
+TEST_F(Sofa, ASetAtTheEffectsRateIsTakenTapByTap)
+{
+    SignalPath path = path7();
+    const auto heardPairs = heardOf(path, changed("rate"));
+    int code = 0;
+    MYSOFA_HRTF* file = mysofa_load(changed("rate").c_str(), &code);
+    ASSERT_NE(file, nullptr);
+    // The ratios of the taps at the front centre's left ear, from its main one on, are the file's.
+    for (std::size_t m = 0; m < file->M; ++m) {
+        if (file->SourcePosition.values[3 * m] != 0.0F || file->SourcePosition.values[3 * m + 1] != 0.0F)
+            continue;
+        const Response taps(file->DataIR.values + 2 * m * file->N, file->DataIR.values + (2 * m + 1) * file->N);
+        const Response& x = heardPairs[2][0];
+        for (std::size_t i = 0; i < 100; ++i)
+            ASSERT_NEAR(x[mainTap(x) + i] / x[mainTap(x)], taps[mainTap(taps) + i] / taps[mainTap(taps)], 2e-5) << i;
+    }
+    mysofa_free(file);
+}
+
+TEST_F(Sofa, TheUserIsToldWhatWasTakenAndCut)
+{
+    const Outcome outcome = run({"hrtf", "load", measured});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_THAT(outcome.err,
+                HasSubstr("710 directions at 44100 Hz; taken (degrees from the speaker): front left 0.0, front right "
+                          "0.0, front centre 0.0, back left 0.0, back right 0.0, side left 0.0, side right 0.0\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("delivered for 8 channels at -2."));
+    EXPECT_THAT(outcome.err, HasSubstr(" dB; cut of the energy: at most 4."));
+}
+
+TEST_F(Sofa, ABadFileIsRefusedAndNothingIsTouched)
+{
+    for (const auto& [change, reason] : {std::pair{"nan", "the response of side left, right ear holds a value that is no number"},
+                                         {"front", "it has no measurement within 15 degrees of back left, at azimuth 145"},
+                                         {"nowhere", "it has no measurement within 15 degrees of front left, at azimuth 30"},
+                                         {"early", "the delay of front left is no number of frames"},
+                                         {"slow", "its sample rate is none from 8000 to 768000 Hz"},
+                                         {"convention", "it is no SOFA file of the convention SimpleFreeFieldHRIR"}})
+        expectUntouched({"hrtf", "load", changed(change)}, reason);
+
+    expectUntouched({"hrtf", "load", path("none.sofa")}, "none.sofa: No such file or directory");
+    const std::string whole = contents(measured);
+    for (const std::size_t bytes : {0, 1, 100, 5000, 100000, 300000, 1000000}) {
+        std::ofstream(path("part.sofa"), std::ios::binary) << whole.substr(0, bytes);
+        expectUntouched({"hrtf", "load", path("part.sofa")}, "cannot read " + path("part.sofa") + ": it ");
+    }
+}
+
+// At 96 kHz each response is the transform's noise away from the same at 48 kHz, and twice as long.
+TEST_F(Sofa, AnAudioFileAtAnotherRateIsResampled)
+{
+    // Responses that have no sound above 16 kHz: a pulse of the form of a Gaussian, 1.3 kHz wide, at 3 kHz.
+    const auto at = [](double rate) {
+        const auto frames = static_cast<std::size_t>(0.006 * rate);
+        std::vector<Ears> set(8);
+        for (std::size_t row = 0; row < 8; ++row)
+            for (std::size_t ear = 0; ear < 2; ++ear)
+                for (std::size_t i = 0; i < frames; ++i) {
+                    const bool far = row != 2 && (row % 2 == 0) == (ear == 1);
+                    const double t = static_cast<double>(i) / rate - (far ? 0.0015 : 0.001);
+                    const double pulse = std::exp(-std::pow(t / 0.00025, 2)) * std::cos(2 * std::numbers::pi * 3000 * t);
+                    set[row][ear].push_back(pulse * (far ? 0.4 : 1));
+                }
+        return set;
+    };
+    SignalPath path = path7();
+    const auto plain = heardOf(path, wav("plain.wav", 14, interleaved(at(48000))));
+    for (const std::uint32_t rate : {44100U, 96000U}) {
+        const auto other = heardOf(path, wav("other.wav", 14, interleaved(at(rate)), rate));
+        for (std::size_t row = 0; row < 8; ++row)
+            for (std::size_t ear = 0; ear < 2 && row != woofer; ++ear) {
+                // The first frame may have been chosen one frame apart; levels and the times between the ears are the same.
+                for (const double frequency : {1500.0, 3000.0, 4500.0}) {
+                    const auto ratio = transferAt(other[row][ear], frequency, 48000) / transferAt(other[2][0], frequency, 48000);
+                    const auto expected =
+                        transferAt(plain[row][ear], frequency, 48000) / transferAt(plain[2][0], frequency, 48000);
+                    EXPECT_LT(std::abs(ratio - expected), 1e-3) << rate << ' ' << row << ' ' << ear << ' ' << frequency;
+                }
+                EXPECT_NEAR(energy(other[row][ear]), energy(plain[row][ear]), 1e-3 * energy(plain[row][ear]));
+            }
+    }
+}
+
+} // namespace
+} // namespace quorel

@@ -1,0 +1,135 @@
+#include "tools/control_link.h"
+
+#include "platform/named_lock.h"
+
+#include <atomic>
+#include <memory>
+#include <span>
+
+namespace quorel {
+
+namespace {
+
+constexpr const char* toolsLockName = "Global\\QUORELControl"; // among the tools alone: the effect takes no lock
+constexpr std::uint32_t toolsPatience = 5000;                  // ms
+
+struct CloseHandle {
+    void operator()(platform::Handle handle) const noexcept { platform::closeHandle(handle); }
+};
+using OwnedHandle = std::unique_ptr<platform::Object, CloseHandle>;
+
+// The block is plain memory that other processes use at the same time: each word of it is read and written as a whole.
+std::uint32_t readWord(const void* word) noexcept
+{
+    auto* plain = const_cast<std::uint32_t*>(static_cast<const std::uint32_t*>(word));
+    return std::atomic_ref(*plain).load(std::memory_order_relaxed);
+}
+
+void writeWord(void* word, std::uint32_t value, std::memory_order order = std::memory_order_relaxed) noexcept
+{
+    std::atomic_ref(*static_cast<std::uint32_t*>(word)).store(value, order);
+}
+
+float readFloat(const float& word) noexcept
+{
+    return std::bit_cast<float>(readWord(&word));
+}
+
+} // namespace
+
+ControlLink::ControlLink() : mapping(platform::openMapping(controlBlockName))
+{
+    if (mapping == nullptr)
+        throw NoEffect();
+    block = static_cast<ControlBlock*>(platform::mapView(mapping, sizeof(ControlBlock)));
+    if (block == nullptr) {
+        platform::closeHandle(mapping);
+        throw std::runtime_error("the effect's control block is smaller than it has to be");
+    }
+}
+
+ControlLink::~ControlLink()
+{
+    platform::unmapView(block, sizeof(ControlBlock));
+    platform::closeHandle(mapping);
+}
+
+SettingsRecord ControlLink::settings() const
+{
+    SettingsRecord record;
+    auto* to = reinterpret_cast<std::byte*>(&record) + settingsOffset;
+    for (std::size_t i = 0; i < settingsBytes; i += sizeof(std::uint32_t)) {
+        const std::uint32_t word = readWord(block->settings.data() + i);
+        std::memcpy(to + i, &word, sizeof word);
+    }
+    return record;
+}
+
+std::uint32_t ControlLink::activeChannelMask() const
+{
+    return readWord(&block->activeChannelMask);
+}
+
+float ControlLink::activeFramesPerSecond() const
+{
+    return readFloat(block->activeFramesPerSecond);
+}
+
+std::array<float, 9> ControlLink::levels() const
+{
+    std::array<float, 9> levels{};
+    for (std::size_t k = 0; k < levels.size(); ++k)
+        levels.at(k) = readFloat(block->levels.at(k));
+    return levels;
+}
+
+void ControlLink::update(const std::function<void(SettingsRecord&)>& change)
+{
+    deliver([&](SettingsRecord& record) {
+        change(record);
+        return std::vector<float>(); // the share stays as it is
+    });
+}
+
+// In the order that the effect relies on: the share, the settings, `sequence`, the event. Whatever can fail comes before the
+// first byte.
+void ControlLink::deliver(const std::function<std::vector<float>(SettingsRecord&)>& change)
+{
+    const std::unique_ptr<platform::Descriptor, void (*)(platform::Descriptor*)> access(platform::convertDescriptor(sharedAccess),
+                                                                                        platform::freeDescriptor);
+    const platform::NamedLock lock(toolsLockName, access.get(), toolsPatience);
+    if (!lock)
+        throw std::runtime_error("another quorel-control holds the lock among these tools");
+    const OwnedHandle event(platform::openEvent(controlEventName));
+    if (!event)
+        throw NoEffect();
+
+    const SettingsRecord before = settings();
+    SettingsRecord after = before;
+    const std::vector<float> set = change(after);
+    const auto setBytes = std::as_bytes(std::span(set));
+    if (setBytes.size() > hrtfShareBytes)
+        throw std::runtime_error("the set is larger than the share");
+
+    if (!setBytes.empty()) {
+        const OwnedHandle share(platform::openMapping(hrtfShareName));
+        void* view = share ? platform::mapView(share.get(), hrtfShareBytes) : nullptr;
+        if (view == nullptr)
+            throw NoEffect();
+        std::memcpy(view, setBytes.data(), setBytes.size());
+        platform::unmapView(view, hrtfShareBytes);
+    }
+    const auto* from = reinterpret_cast<const std::byte*>(&after) + settingsOffset;
+    for (std::size_t i = settingsBytes; i > 0;) { // from the end, so that a set's identity comes after its size
+        i -= sizeof(std::uint32_t);
+        std::uint32_t word = 0;
+        std::memcpy(&word, from + i, sizeof word);
+        if (word != readWord(block->settings.data() + i))
+            writeWord(block->settings.data() + i, word, std::memory_order_release);
+    }
+    writeWord(&block->sequence, readWord(&block->sequence) + 1, std::memory_order_release);
+    if (!platform::setEvent(event.get()))
+        throw std::runtime_error("the effect could not be signalled");
+}
+
+} // namespace quorel

@@ -1,0 +1,47 @@
+// ControlLink is the control application's end of the shared memory: settings and response sets to a running effect, levels
+// and the active format back.
+//
+// It opens what the effect has made and makes nothing itself. While it is open the block lives, even if its effect ends, so a
+// link is for one look or one update. Updates of several tools come one after the other, under a lock that they share.
+#pragma once
+
+#include "platform/sharing.h"
+#include "settings/control_block.h"
+#include "tools/tool.h"
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace quorel {
+
+struct NoEffect : OtherExit {
+    static constexpr int exitCode = 3;
+    NoEffect() : OtherExit(exitCode, "no effect is running") {}
+};
+
+class ControlLink {
+public:
+    // Throws NoEffect.
+    ControlLink();
+    ~ControlLink();
+    ControlLink(const ControlLink&) = delete;
+    ControlLink& operator=(const ControlLink&) = delete;
+
+    SettingsRecord settings() const;
+    std::uint32_t activeChannelMask() const;
+    float activeFramesPerSecond() const; // 0: no stream has been locked yet, or its effect is gone
+    std::array<float, 9> levels() const; // dB
+
+    // Changes the settings as they are now. `change` may throw: then nothing has happened. What it leaves alone is not written.
+    void update(const std::function<void(SettingsRecord&)>& change);
+
+    // The same, and `change` returns what is written into the share ahead of the settings.
+    void deliver(const std::function<std::vector<float>(SettingsRecord&)>& change);
+
+private:
+    platform::Handle mapping;
+    ControlBlock* block;
+};
+
+} // namespace quorel

@@ -1,0 +1,89 @@
+#include "tools/hrtf_file.h"
+
+#include "tools/hrtf_sources.h"
+
+#include <cctype>
+#include <cmath>
+#include <sstream>
+#include <stdexcept>
+
+namespace quorel {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const std::string& reason)
+{
+    throw std::runtime_error("cannot read " + path + ": " + reason);
+}
+
+struct ChannelPair {
+    std::size_t row; // of `speakerTable`
+    std::size_t left;
+    std::size_t right;
+};
+
+constexpr std::size_t pairChannels = 14;
+constexpr std::array<ChannelPair, 7> channelPairs = {
+    {{0, 0, 1}, {6, 2, 3}, {4, 4, 5}, {2, 6, 13}, {1, 8, 7}, {7, 10, 9}, {5, 12, 11}}};
+
+MeasuredSet readPairs(const std::string& path)
+{
+    const Recording recording = readRecording(path, longestResponse + 1);
+    const std::size_t channels = recording.channels;
+    const std::size_t frames = recording.frames;
+    if (channels != pairChannels)
+        fail(path, "it has " + std::to_string(channels) + " channels; a set of responses has 14, a pair for each speaker");
+
+    if (frames > longestResponse)
+        fail(path, "its responses are longer than " + std::to_string(longestResponse) + " frames");
+    if (frames == 0)
+        fail(path, "it is empty");
+
+    MeasuredSet set;
+    std::vector<float> response(frames);
+    const auto channel = [&](std::size_t c) {
+        double energy = 0;
+        for (std::size_t i = 0; i < frames; ++i) {
+            response[i] = recording.samples[i * channels + c];
+            energy += static_cast<double>(response[i]) * static_cast<double>(response[i]);
+        }
+        return energy;
+    };
+    for (const ChannelPair& pair : channelPairs) {
+        const double left = channel(pair.left);
+        set.speakers.at(pair.row).left = atEffectRate(response, 0, recording.rate);
+        const double right = channel(pair.right);
+        set.speakers.at(pair.row).right = atEffectRate(response, 0, recording.rate);
+
+        // A set in another order is told by a near ear that hears less than the far one.
+        const double azimuth = speakerAzimuths.at(pair.row);
+        const bool nearLeft = azimuth > 0 && azimuth < 180;
+        if (azimuth != 0 && std::isfinite(left) && std::isfinite(right) && (nearLeft ? left < right : right < left))
+            fail(path, std::string("its channels are in another order: ") + speakerNames.at(pair.row) +
+                           " would be louder at the far ear");
+    }
+    std::ostringstream text;
+    text << "fourteen channels of " << frames << " frames at " << recording.rate << " Hz";
+    set.origin = text.str();
+    return set;
+}
+
+} // namespace
+
+// The delay to the nearest frame: at most 10 microseconds from the file's.
+std::vector<float> atEffectRate(const std::vector<float>& taps, double delay, double rate)
+{
+    std::vector<float> response = rate == hrtfRate ? taps : resampled(taps, rate);
+    response.insert(response.begin(), static_cast<std::size_t>(std::lround(delay * hrtfRate / rate)), 0.0F);
+    return response;
+}
+
+MeasuredSet readHrtfFile(const std::string& path)
+{
+    std::string ending = path.size() >= 5 ? path.substr(path.size() - 5) : "";
+    for (char& letter : ending)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    return ending == ".sofa" ? readSofa(path) : readPairs(path);
+}
+
+} // namespace quorel

@@ -1,0 +1,35 @@
+// What a tool asks of its process: its arguments, whether it was interrupted, and who watches. One .cpp a system.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quorel {
+
+// The arguments behind the program's name, in UTF-8.
+std::vector<std::string> argumentsOf(int argc, char** argv);
+
+// From now on an interrupt is noted instead of ending the process.
+void watchInterrupts();
+
+// Whether the user has asked the process to stop.
+bool interrupted() noexcept;
+
+// Ends the process as an interrupt would have at once, so that who started it sees why; or the exit code that says so.
+int endInterrupted();
+
+// Whether somebody watches standard error.
+bool onTerminal() noexcept;
+
+// What moves the cursor of standard error's terminal one line up, and what clears the rest of a line. Empty without a
+// terminal that can.
+struct TerminalMoves {
+    std::string up;
+    std::string clear;
+};
+TerminalMoves terminalMoves();
+
+// The folder that holds this user's files of this system, empty if there is none; it may have to be made.
+std::string userFolder();
+
+} // namespace quorel

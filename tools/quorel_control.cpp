@@ -1,0 +1,419 @@
+// quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
+#include "microphone/microphone_tables.h"
+#include "tools/control_link.h"
+#include "tools/hrtf_file.h"
+#include "tools/level_display.h"
+#include "tools/preset.h"
+#include "tools/settings_fields.h"
+
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <thread>
+
+namespace quorel {
+namespace {
+
+const char* const description =
+    R"(Steers the effects that are running: reads and changes their settings, shows the levels of
+the microphone, gives the speakers' sound other head-related responses. Changes are heard
+at the next block.
+Exit code: 0 done; 2 failed, with one line on standard error that says why; 3 no effect is
+running.)";
+
+constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
+constexpr double cutBound = 0.1;          // share of a response's energy that may be cut
+
+struct Options {
+    std::vector<std::string> assignments; // set
+    std::vector<std::string> names;       // get
+    bool watch = false;                   // levels
+    double watchSeconds = 0;              // 0: until interrupted
+    std::string hrtfFile;
+    double gain = 0;        // dB
+    unsigned channels = 0;  // 0: as the stream that runs has
+    std::string presetName; // save, load
+};
+
+std::string hexadecimal(std::uint32_t number)
+{
+    std::ostringstream text;
+    text << "0x" << std::uppercase << std::hex << number;
+    return text.str();
+}
+
+const SettingsField& fieldNamed(const std::string& name)
+{
+    const SettingsField* field = settingsField(name);
+    if (field == nullptr)
+        throw std::runtime_error("there is no setting " + name + "; quorel-control set --help tells them all");
+    return *field;
+}
+
+// ---- set and get ----------------------------------------------------------------------------------------------------
+
+std::map<const SettingsField*, std::int64_t> parseAssignments(const std::vector<std::string>& texts)
+{
+    std::map<const SettingsField*, std::int64_t> values;
+    for (const std::string& text : texts) {
+        const std::size_t equals = text.find('=');
+        if (equals == std::string::npos)
+            throw std::runtime_error(text + " is no NAME=VALUE");
+        const SettingsField& field = fieldNamed(text.substr(0, equals));
+        std::int64_t value = 0;
+        const char* first = text.data() + equals + 1;
+        const char* last = text.data() + text.size();
+        const auto [end, error] = std::from_chars(first, last, value);
+        if (error == std::errc::invalid_argument || end != last)
+            throw std::runtime_error(std::string(field.name) + " takes a whole number, not \"" + std::string(first, last) + '"');
+        if (error != std::errc())
+            throw std::runtime_error(refusal(field, std::string(first, last)));
+        SettingsRecord trial;
+        setSetting(trial, field, value); // for its range
+        if (!values.emplace(&field, value).second)
+            throw std::runtime_error(std::string(field.name) + " is given twice");
+    }
+    return values;
+}
+
+void set(const Options& options)
+{
+    const auto values = parseAssignments(options.assignments);
+    ControlLink().update([&](SettingsRecord& record) {
+        for (const auto& [field, value] : values)
+            setSetting(record, *field, value);
+    });
+}
+
+void get(const Options& options)
+{
+    std::vector<const SettingsField*> fields;
+    for (const std::string& name : options.names)
+        fields.push_back(&fieldNamed(name));
+    if (fields.empty())
+        for (const SettingsField& field : settingsFields())
+            fields.push_back(&field);
+
+    const SettingsRecord record = ControlLink().settings();
+    for (const SettingsField* field : fields)
+        std::cout << field->name << '=' << settingOf(record, *field) << '\n';
+}
+
+// ---- status ---------------------------------------------------------------------------------------------------------
+
+std::string speakersOf(std::uint32_t mask)
+{
+    std::string text;
+    std::uint32_t rest = mask;
+    for (const std::size_t row : rowsOf(mask)) {
+        text += (text.empty() ? "" : ", ") + std::string(speakerNames.at(row));
+        rest &= ~speakerTable.at(row).bit;
+    }
+    if (rest != 0)
+        text += (text.empty() ? "" : ", ") + std::string("others");
+    return text;
+}
+
+void status(const CLI::App& tool)
+{
+    const ControlLink link;
+    const SettingsRecord record = link.settings();
+    const std::uint32_t mask = link.activeChannelMask();
+    const float rate = link.activeFramesPerSecond();
+
+    const bool streaming = rate > 0;
+    std::cout << "effect: running\n";
+    if (streaming)
+        std::cout << "stream: " << rate << " Hz, channel mask " << hexadecimal(mask)
+                  << (mask != 0 ? " (" + speakersOf(mask) + ')' : "") << '\n';
+    else
+        std::cout << "stream: none so far\n";
+    if (record.hrtfId == 0)
+        std::cout << "responses: built in\n";
+    else
+        std::cout << "responses: delivered, set " << hexadecimal(record.hrtfId) << " for " << record.hrtfChannels
+                  << " channels\n";
+
+    if (record.hrtfId == 0)
+        return;
+    if (record.hrtfLength != spectrumFloats)
+        notice(tool, "the delivered set has responses of " + std::to_string(record.hrtfLength) +
+                         " values instead of 1024: the effect refuses every block; hrtf clear ends this");
+    else if (streaming && record.hrtfChannels != rowsOf(mask).size())
+        notice(tool, "the delivered set is for " + std::to_string(record.hrtfChannels) + " channels, the stream has " +
+                         std::to_string(rowsOf(mask).size()) + ": if it is a speaker's, the effect refuses every block; " +
+                         "hrtf clear ends this");
+}
+
+// ---- levels ---------------------------------------------------------------------------------------------------------
+
+// Keeps the microphone's levels on from the first look to the object's end, whatever other tools and effects do meanwhile.
+class LevelsOn {
+public:
+    LevelsOn() = default;
+    LevelsOn(const LevelsOn&) = delete;
+    LevelsOn& operator=(const LevelsOn&) = delete;
+
+    ~LevelsOn()
+    {
+        if (!switchedOn)
+            return;
+        try {
+            ControlLink().update([](SettingsRecord& record) { record.levelsEnabled = 0; });
+        } catch (const std::exception&) {
+            // The effect is gone, and its block with it.
+        }
+    }
+
+    void look(ControlLink& link)
+    {
+        if (link.settings().levelsEnabled != 0)
+            return;
+        switchedOn = true; // whoever switches them on switches them off
+        link.update([](SettingsRecord& record) { record.levelsEnabled = 1; });
+    }
+
+private:
+    bool switchedOn = false;
+};
+
+// The bands are those of 16000 Hz or of 48000 Hz; the stream that was locked last may be another one.
+std::uint32_t levelRate(const ControlLink& link)
+{
+    constexpr std::uint32_t narrow = 16000;
+    constexpr std::uint32_t wide = 48000;
+    return link.activeFramesPerSecond() == static_cast<float>(narrow) ? narrow : wide;
+}
+
+void showLevels(const Options& options)
+{
+    using namespace std::chrono_literals;
+    LevelsOn on;
+    if (!options.watch) {
+        {
+            ControlLink link;
+            const bool settled = link.settings().levelsEnabled != 0;
+            on.look(link);
+            if (!settled)
+                std::this_thread::sleep_for(500ms);
+        }
+        const ControlLink link;
+        const auto captions = levelCaptions(levelRate(link));
+        const auto levels = link.levels();
+        std::cout << std::fixed << std::setprecision(1);
+        for (std::size_t k = 0; k < levels.size(); ++k)
+            std::cout << captions.at(k) << std::setw(8) << levels.at(k) << " dB\n";
+        return;
+    }
+
+    std::uint32_t rate = 0;
+    std::optional<LevelDisplay> display;
+    const auto start = std::chrono::steady_clock::now();
+    for (;;) {
+        stopIfInterrupted();
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (options.watchSeconds > 0 && seconds >= options.watchSeconds)
+            return;
+        std::array<float, 9> levels{};
+        {
+            ControlLink link; // only for this look, so that it keeps no block alive that its effect has left
+            on.look(link);
+            levels = link.levels();
+            if (!display || rate != levelRate(link))
+                display.emplace(rate = levelRate(link));
+        }
+        if (display->usable()) {
+            display->show(levels.data(), seconds);
+            std::this_thread::sleep_for(50ms);
+        } else {
+            std::cout << std::fixed << std::setprecision(1);
+            for (const float level : levels)
+                std::cout << std::setw(7) << level;
+            std::cout << std::endl;
+            std::this_thread::sleep_for(100ms);
+        }
+    }
+}
+
+// ---- hrtf -----------------------------------------------------------------------------------------------------------
+
+// The speakers that the channels of a set are for: those of the running stream, or by the usual layout of so many channels.
+std::uint32_t layoutOf(std::size_t channels, std::uint32_t activeMask)
+{
+    if (rowsOf(activeMask).size() == channels)
+        return activeMask;
+    constexpr auto usual = std::to_array<std::uint32_t>({0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x637, fullMask});
+    return channels < usual.size() ? usual.at(channels) : 0;
+}
+
+// Another than `old`, and most likely none that a path has seen.
+std::uint32_t newIdentity(std::uint32_t old)
+{
+    std::random_device random;
+    for (;;) {
+        const auto id = static_cast<std::uint32_t>(random());
+        if (id != 0 && id != old)
+            return id;
+    }
+}
+
+void loadHrtf(const CLI::App& tool, const Options& options)
+{
+    const MeasuredSet measured = readHrtfFile(options.hrtfFile);
+    const FittedSet set = [&] {
+        try {
+            return fitSet(measured, options.gain, cutBound);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error("cannot use " + options.hrtfFile + ": " + error.what());
+        }
+    }();
+
+    ControlLink link;
+    const float rate = link.activeFramesPerSecond();
+    const std::uint32_t active = link.activeChannelMask();
+    if (options.channels == 0) {
+        if (!(rate > 0))
+            throw std::runtime_error("no stream is running that a set could be for; --channels insists");
+        if (rate != static_cast<float>(hrtfRate) || active != fullMask) {
+            std::ostringstream text;
+            text << "the running stream has the channel mask " << hexadecimal(active) << " at " << rate
+                 << " Hz; a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists";
+            throw std::runtime_error(text.str());
+        }
+    }
+    const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
+    const std::vector<float> spectra = packSet(set, mask);
+    link.deliver([&](SettingsRecord& record) {
+        record.hrtfLength = spectrumFloats;
+        record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
+        record.hrtfId = newIdentity(record.hrtfId);
+        return spectra;
+    });
+
+    notice(tool, measured.origin);
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << "delivered for " << rowsOf(mask).size() << " channels at " << std::showpos
+         << set.gainDb << std::noshowpos << " dB; cut of the energy: at most " << 100 * set.worstCut << " % ("
+         << 10 * std::log10(std::max(set.worstCut, 1e-12)) << " dB), at " << set.worstName;
+    notice(tool, text.str());
+}
+
+// A new path plays the built-in set while the identity is 0. One that holds a delivered set copies what the share holds when it
+// sees the identity change to 0, so the built-in set goes into the share. Whoever holds the delivered set has its channel count.
+void clearHrtf(const CLI::App& tool, const Options& options)
+{
+    ControlLink link;
+    if (link.settings().hrtfId == 0) {
+        notice(tool, "no delivered set is in force");
+        return;
+    }
+    link.deliver([&](SettingsRecord& record) {
+        const std::uint32_t channels = options.channels != 0 ? options.channels : record.hrtfChannels;
+        const std::uint32_t mask = layoutOf(channels, link.activeChannelMask());
+        record.hrtfLength = spectrumFloats;
+        record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
+        record.hrtfId = 0;
+        return packBuiltInSet(mask);
+    });
+}
+
+// ---- preset ---------------------------------------------------------------------------------------------------------
+
+void save(const Options& options)
+{
+    savePreset(options.presetName, ControlLink().settings());
+}
+
+void load(const Options& options)
+{
+    loadPreset(options.presetName, {}); // says what is wrong with it even if no effect is running
+    ControlLink().update([&](SettingsRecord& record) { record = loadPreset(options.presetName, record); });
+}
+
+void list()
+{
+    for (const std::string& name : presets())
+        std::cout << name << '\n';
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+
+std::string settingsHelp()
+{
+    std::string text = "Settings, all or nothing:\n";
+    constexpr std::size_t width = 15;
+    for (const SettingsField& field : settingsFields()) {
+        const std::string name = field.name;
+        text += "  " + name + std::string(width - name.size(), ' ') + settingHelp(field, std::string(width + 2, ' ')) + '\n';
+    }
+    return text;
+}
+
+void declare(CLI::App& tool, Options& options, std::function<void()>& action)
+{
+    const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning, std::function<void()> run) {
+        CLI::App* added = parent.add_subcommand(name, meaning);
+        if (run)
+            added->callback([&action, run] { action = run; });
+        return added;
+    };
+    CLI::App* setting = command(tool, "set", "Change settings: set Reverb=170 EQBand5=-40", [&] { set(options); });
+    setting->add_option("NAME=VALUE", options.assignments, "Settings and their new values")->required()->type_name("");
+    setting->footer(settingsHelp());
+
+    command(tool, "get", "Show settings, all or those named", [&] { get(options); })
+        ->add_option("NAME", options.names, "Settings to show")
+        ->type_name("");
+
+    command(tool, "status", "Show whether an effect is running, and its stream and set", [&] { status(tool); });
+
+    CLI::App* levels = command(tool, "levels", "Show the levels of nine bands of the microphone, switched on for that",
+                               [&] { showLevels(options); });
+    levels->add_flag("--watch", options.watch, "Go on until interrupted; in a pipe, a line ten times a second");
+    levels->add_option("--seconds", options.watchSeconds, "With --watch: end after so many seconds")
+        ->type_name("NUMBER")
+        ->check(CLI::Range(0.0, 1e6).description(""));
+
+    CLI::App* hrtf = command(tool, "hrtf", "Head-related responses for the eight speakers", {});
+    CLI::App* loading = command(*hrtf, "load",
+                                "Deliver the responses of a file: " + std::string(readableHrtfFiles) +
+                                    ".\n177 frames at 48000 Hz are taken, with the level of the built-in set",
+                                [&] { loadHrtf(tool, options); });
+    loading->add_option("FILE", options.hrtfFile, "The file")->required()->type_name("");
+    addNumber(*loading, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
+    addNumber(*loading, "--channels", options.channels, 1, 8,
+              "Deliver for so many channels, whatever runs. A speaker's stream of another\n"
+              "number refuses every block until hrtf clear")
+        ->default_str("8, if a 7.1 stream at 48000 Hz is running");
+    CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(tool, options); });
+    addNumber(*clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
+        ->default_str("those of the delivered set");
+
+    CLI::App* preset = command(tool, "preset", "Settings that are kept under a name", {});
+    CLI::App* saving = command(*preset, "save", "Keep the settings as they are now", [&] { save(options); });
+    saving->add_option("PRESET", options.presetName, "Its name; one that exists is replaced")->required()->type_name("");
+    CLI::App* recalling = command(*preset, "load", "Take the settings of a preset", [&] { load(options); });
+    recalling->add_option("PRESET", options.presetName, "Its name")->required()->type_name("");
+    command(*preset, "list", "Show the names of the presets", [] { list(); });
+}
+
+} // namespace
+} // namespace quorel
+
+int main(int argc, char** argv)
+{
+    CLI::App tool(quorel::description, "quorel-control");
+    quorel::Options options;
+    std::function<void()> action;
+    quorel::declare(tool, options, action);
+    return quorel::runTool(tool, argc, argv, [&] {
+        if (!action)
+            throw std::runtime_error("a command is required; --help tells them");
+        action();
+    });
+}
