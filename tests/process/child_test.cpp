@@ -1,0 +1,71 @@
+#include "tests/process/child.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+namespace quorel {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(Child, GivesItsLinesAndItsExitCode)
+{
+    Child child(ownProgram(), {"--say", "two words", "more"});
+    EXPECT_EQ(child.line(), "two words");
+    EXPECT_EQ(child.line(), "more");
+    EXPECT_EQ(child.line(), std::nullopt);
+    EXPECT_EQ(child.exitCode(10s), 7);
+    EXPECT_EQ(child.exitCode(0s), 7);
+}
+
+TEST(Child, StillRunsUntilItIsKilled)
+{
+    Child child(ownProgram(), {"--wait"});
+    EXPECT_EQ(child.line(), "waiting");
+    EXPECT_EQ(child.exitCode(20ms), std::nullopt);
+    child.kill();
+    EXPECT_EQ(child.exitCode(0s), Child::killed);
+    EXPECT_EQ(child.line(), std::nullopt);
+}
+
+TEST(Child, ACrashIsNoExitCode)
+{
+    Child child(ownProgram(), {"--abort"});
+    EXPECT_TRUE(child.exitCode(10s).has_value());
+    EXPECT_NE(child.exitCode(0s), 0);
+}
+
+TEST(Child, AProgramThatIsNotThereFails)
+{
+    EXPECT_THROW(Child(ownProgram() + ".missing", {}), std::runtime_error);
+}
+
+int runAsChild(int count, char** words)
+{
+    if (std::strcmp(words[1], "--wait") == 0) {
+        std::puts("waiting");
+        std::fflush(stdout);
+        std::this_thread::sleep_for(1min);
+    }
+    if (std::strcmp(words[1], "--abort") == 0)
+        std::abort();
+    for (int i = 2; i < count; ++i)
+        std::puts(words[i]);
+    return 7;
+}
+
+} // namespace
+} // namespace quorel
+
+int main(int count, char** words)
+{
+    if (count > 1 && std::strstr("--say --wait --abort", words[1]) != nullptr)
+        return quorel::runAsChild(count, words);
+    testing::InitGoogleTest(&count, words);
+    return RUN_ALL_TESTS();
+}
