@@ -19,8 +19,8 @@ struct Signal {
     bool set = false;
 };
 
-std::mutex mutex; // guards all that follows
-std::condition_variable changed;
+std::mutex mutex;                                                // guards all that follows
+std::condition_variable& changed = *new std::condition_variable; // threads may still wait at the end of the process
 std::vector<std::string> calls;
 std::map<std::string, std::weak_ptr<std::vector<std::byte>>> memories;
 std::map<std::string, std::weak_ptr<Signal>> events;
