@@ -3,33 +3,22 @@
 #include "tests/real_time/steered_session.h"
 
 #include "platform/lock.h"
-#include "tests/process/child.h"
-#include "tests/process/home.h"
 #include "tests/real_time/watched_sessions.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <cstring>
 #include <memory>
-#include <string>
+#include <stdexcept>
 #include <thread>
 
 namespace quorel {
 namespace {
 
-constexpr const char* steer = "--steer";
-
-Child steering(std::int32_t channels)
-{
-    return {ownProgram(), {steer, std::to_string(channels)}};
-}
-
 template <typename Session>
 void expectNoAllocationWhileSteered(std::int32_t channels, std::uint32_t rate)
 {
-    const auto other = steering(channels);
+    const Child other = startSteering(channels);
     SteeredSession<Session> session(channels, rate);
     const auto before = allocationCount();
     runWhole(session);
@@ -51,7 +40,7 @@ TEST(SteeredRealTime, ACaptureSessionAllocatesNothing)
 template <typename Session>
 void expectNoSystemCallWhileSteered(std::int32_t channels, std::uint32_t rate)
 {
-    const auto other = steering(channels);
+    const Child other = startSteering(channels);
     std::unique_ptr<SteeredSession<Session>> session;
     const int calls = systemCallsOf([&] { session = std::make_unique<SteeredSession<Session>>(channels, rate); },
                                     [&] {
@@ -75,7 +64,7 @@ TEST(SteeredRealTime, ACaptureSessionMakesNoSystemCall)
 template <typename Session>
 void expectNoFaultNorWaitWhileSteered(std::int32_t channels, std::uint32_t rate)
 {
-    const auto other = steering(channels);
+    const Child other = startSteering(channels);
     {
         SteeredSession<Session> first(channels, rate); // brings the program's own pages in
         runWhole(first);
@@ -134,11 +123,5 @@ TEST(SteeredRealTime, GivingUpALockThatIsWaitedForMakesNoSystemCall)
 
 int main(int count, char** words)
 {
-    if (count == 3 && std::strcmp(words[1], quorel::steer) == 0) {
-        quorel::steerForEver(static_cast<std::uint32_t>(std::stoul(words[2])));
-        return 0;
-    }
-    const quorel::OwnHome home;
-    testing::InitGoogleTest(&count, words);
-    return RUN_ALL_TESTS();
+    return quorel::runSteeredTests(count, words);
 }

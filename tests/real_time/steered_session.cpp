@@ -2,17 +2,23 @@
 
 #include "platform/sharing.h"
 #include "settings/control_block.h"
+#include "tests/process/home.h"
+
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
 namespace quorel {
 
 namespace {
+
+constexpr const char* steer = "--steer";
 
 using namespace std::chrono_literals;
 
@@ -26,8 +32,6 @@ platform::Handle await(Open open)
         std::this_thread::sleep_for(1ms);
     }
 }
-
-} // namespace
 
 void steerForEver(std::uint32_t channels)
 {
@@ -61,6 +65,24 @@ void steerForEver(std::uint32_t channels)
         platform::setEvent(event);
         std::this_thread::sleep_for(100us);
     }
+}
+
+} // namespace
+
+Child startSteering(std::int32_t channels)
+{
+    return {ownProgram(), {steer, std::to_string(channels)}};
+}
+
+int runSteeredTests(int count, char** words)
+{
+    if (count == 3 && std::strcmp(words[1], steer) == 0) {
+        steerForEver(static_cast<std::uint32_t>(std::stoul(words[2])));
+        return 0;
+    }
+    const OwnHome home;
+    testing::InitGoogleTest(&count, words);
+    return RUN_ALL_TESTS();
 }
 
 } // namespace quorel

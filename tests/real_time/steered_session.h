@@ -3,6 +3,7 @@
 #pragma once
 
 #include "settings/settings_handler.h"
+#include "tests/process/child.h"
 #include "tests/real_time/sessions.h"
 
 #include <cstdint>
@@ -46,6 +47,9 @@ private:
 
 // The other process: changes the settings of a path with this many channels again and again until it is killed, or for two
 // minutes.
-void steerForEver(std::uint32_t channels);
+Child startSteering(std::int32_t channels);
+
+// The main function of a test program that calls startSteering: it is the other process's program too.
+int runSteeredTests(int count, char** words);
 
 } // namespace quorel
