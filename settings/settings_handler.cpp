@@ -185,7 +185,6 @@ bool SettingsHandler::openSharedObjects(std::uint32_t version)
                 std::memset(block, 0, sizeof(ControlBlock));
                 block->layoutVersion = version;
                 std::memset(share, 0, hrtfShareBytes);
-                created = true;
             }
         }
 

@@ -1,11 +1,13 @@
-// Whole sessions of a path, of every channel count and at the given rates, watched at the allocator and at the kernel's border.
+// Whole sessions of a path, of every channel count and at the given rates, watched at the allocator, at the kernel's border and
+// by the kernel's own counts.
 //
-// Session: a constructor (channels, rate) that prepares everything, and run(), whose result depends on every output.
+// Session: as in sessions.h.
 #pragma once
 
 #include "tests/real_time/allocation_count.h"
 #ifdef __linux__
 #include "tests/real_time/system_calls.h"
+#include "tests/real_time/thread_usage.h"
 #endif
 
 #include <gtest/gtest.h>
@@ -44,6 +46,23 @@ void expectNoSystemCall(std::initializer_list<std::uint32_t> rates)
             const int calls =
                 systemCallsOf([&] { session = std::make_unique<Session>(channels, rate); }, [&] { runWhole(*session); });
             EXPECT_EQ(calls, 0) << channels << " channels at " << rate;
+        }
+}
+
+// A first session brings the program's own pages in; the second one's memory must be there from its first block on.
+template <typename Session>
+void expectNoFaultNorWait(std::initializer_list<std::uint32_t> rates)
+{
+    for (std::int32_t channels = 1; channels <= 8; ++channels)
+        for (const std::uint32_t rate : rates) {
+            Session first(channels, rate);
+            runWhole(first);
+            Session session(channels, rate);
+            const auto before = threadUsage();
+            runWhole(session);
+            const auto after = threadUsage();
+            EXPECT_EQ(after.faults, before.faults) << channels << " channels at " << rate;
+            EXPECT_EQ(after.waits, before.waits) << channels << " channels at " << rate;
         }
 }
 #endif

@@ -1,6 +1,7 @@
 // What a handler keeps from one life of the control block to the next.
 #include "settings/settings_handler.h"
 
+#include "tests/settings/control_application.h"
 #include "tests/settings/faulty_platform.h"
 
 #include <gmock/gmock.h>
@@ -8,7 +9,6 @@
 
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace quorel {
@@ -91,6 +91,18 @@ TEST_F(PersistenceTest, AKeyWithReverbAloneGivesThatValueAndZeroEverywhereElse)
     EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(&record) + 16, reinterpret_cast<const char*>(&expected) + 16, 68), 0);
 }
 
+TEST_F(PersistenceTest, AMissingValueClearsItsFieldWhateverTheSnapshotHeld)
+{
+    for (const auto& name : keptInOrder)
+        values()[name] = 1;
+    start();
+    values() = {{"Reverb", 170}};
+    // The block of another layout leaves the snapshot as it was.
+    const auto handler = SettingsHandler::instance(0x10000);
+    EXPECT_EQ(block().settings[4], std::byte{0}) << "micEq";
+    EXPECT_EQ(block().settings[48], std::byte{170}) << "Reverb";
+}
+
 TEST_F(PersistenceTest, EnabledIsCutToItsLowEightBitsAndWrittenBackSo)
 {
     values()["Enabled"] = 0x1FF;
@@ -131,13 +143,14 @@ TEST_F(PersistenceTest, ASaveFollowedByALoadRestoresEveryKeptFieldAndNoOther)
     settings.hrtfLength = 1024;
     settings.hrtfChannels = 8;
     copySettings(settings, block());
-    while (faultyPlatform().waits() == 0)
-        std::this_thread::yield();
+    ASSERT_TRUE(eventually([] { return faultyPlatform().waits() > 0; }));
     std::atomic_ref(block().sequence).store(1, std::memory_order_release);
     platform::setEvent(platform::openEvent(controlEventName));
-    SettingsRecord taken;
-    while (taken.blockSequence != 1)
+    ASSERT_TRUE(eventually([&] {
+        SettingsRecord taken;
         handler->poll(taken);
+        return taken.blockSequence == 1;
+    }));
     handler.reset();
 
     const auto kept = faultyPlatform().keys;
