@@ -3,6 +3,8 @@
 
 #include "platform/sharing.h"
 
+#include <cstdint>
+
 namespace quorel::platform {
 
 class NamedLock {
@@ -14,10 +16,11 @@ public:
     NamedLock& operator=(const NamedLock&) = delete;
 
     // False when the time was over, or when the lock could not be made.
-    explicit operator bool() const noexcept { return held != nullptr; }
+    explicit operator bool() const noexcept { return held != none; }
 
 private:
-    Handle held = nullptr;
+    static constexpr std::intptr_t none = -1;
+    std::intptr_t held = none; // Linux: the lock's file; Windows: its handle
 };
 
 } // namespace quorel::platform

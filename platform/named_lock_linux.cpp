@@ -40,15 +40,15 @@ try {
         const timespec millisecond{0, 1000000};
         nanosleep(&millisecond, nullptr);
     }
-    held = reinterpret_cast<Handle>(static_cast<std::intptr_t>(lock.release()) + 1);
+    held = lock.release();
 } catch (const std::exception&) {
     // There is no lock then.
 }
 
 NamedLock::~NamedLock()
 {
-    if (held != nullptr)
-        File(static_cast<int>(reinterpret_cast<std::intptr_t>(held) - 1));
+    if (held != none)
+        File(static_cast<int>(held)); // closed with this
 }
 
 } // namespace quorel::platform

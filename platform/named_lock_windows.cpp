@@ -14,7 +14,7 @@ try {
         return;
     const DWORD result = WaitForSingleObject(mutex, milliseconds);
     if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
-        held = reinterpret_cast<Handle>(mutex);
+        held = reinterpret_cast<std::intptr_t>(mutex);
     else
         CloseHandle(mutex);
 } catch (const std::exception&) {
@@ -23,7 +23,7 @@ try {
 
 NamedLock::~NamedLock()
 {
-    if (held == nullptr)
+    if (held == none)
         return;
     ReleaseMutex(reinterpret_cast<HANDLE>(held));
     CloseHandle(reinterpret_cast<HANDLE>(held));

@@ -287,12 +287,12 @@ void loadHrtf(const CLI::App& tool, const Options& options)
         }
     }
     const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
-    const std::vector<float> spectra = packSet(set, mask);
+    std::vector<float> spectra = packSet(set, mask);
     link.deliver([&](SettingsRecord& record) {
         record.hrtfLength = spectrumFloats;
         record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
         record.hrtfId = newIdentity(record.hrtfId);
-        return spectra;
+        return std::move(spectra);
     });
 
     notice(tool, measured.origin);
@@ -356,7 +356,8 @@ std::string settingsHelp()
 
 void declare(CLI::App& tool, Options& options, std::function<void()>& action)
 {
-    const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning, std::function<void()> run) {
+    const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning,
+                             const std::function<void()>& run) {
         CLI::App* added = parent.add_subcommand(name, meaning);
         if (run)
             added->callback([&action, run] { action = run; });

@@ -1,12 +1,12 @@
 #include "platform/named_lock.h"
 
+#include "tests/platform/temporary_home.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,6 +20,7 @@ class NamedLockTest : public testing::Test {
 protected:
     ~NamedLockTest() override { freeDescriptor(descriptor); }
 
+    TemporaryHome home;
     Descriptor* descriptor = convertDescriptor(access);
 };
 

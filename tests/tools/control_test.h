@@ -6,6 +6,8 @@
 #include "settings/settings_handler.h"
 #include "speaker/hrtf_tables.h"
 #include "speaker/speaker_tables.h"
+#include "tests/platform/temporary_home.h"
+#include "tests/settings/control_application.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -67,10 +69,14 @@ protected:
         std::random_device random;
         folder = fs::temp_directory_path() / ("quorel_control_" + std::to_string(random()) + "_" + std::to_string(++made));
         fs::create_directories(folder);
-        for (const char* home : {"HOME", "APPDATA", "XDG_CONFIG_HOME"})
-            setVariable(home, folder.string());
+        for (const char* variable : {"APPDATA", "XDG_CONFIG_HOME"})
+            setVariable(variable, folder.string());
     }
-    ~Control() override { fs::remove_all(folder); }
+    ~Control() override
+    {
+        std::error_code inUse; // Windows removes no file that a process still has open
+        fs::remove_all(folder, inUse);
+    }
 
     std::string path(const std::string& name) const { return (folder / name).string(); }
 
@@ -90,10 +96,7 @@ protected:
         const int status = std::system(line.c_str());
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 #endif
-        const Outcome outcome{code, contents(out), contents(err)};
-        fs::remove(out);
-        fs::remove(err);
-        return outcome;
+        return {code, contents(out), contents(err)};
     }
 
     // Runs the tool, which must succeed, and returns what it says.
@@ -115,7 +118,8 @@ protected:
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome;
     }
 
-    fs::path folder;
+    TemporaryHome home;
+    fs::path folder; // for files
 
 private:
     static std::string quoted(const std::string& text)
@@ -177,13 +181,10 @@ protected:
     // Waits until the snapshot has taken the block's last update over, and brings the record up to date with it.
     void follow(SettingsRecord& record)
     {
-        for (int tries = 0; tries < 10000; ++tries) {
+        EXPECT_TRUE(eventually([&] {
             handler->poll(record);
-            if (record.blockSequence == block->sequence)
-                return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        FAIL() << "the update never came";
+            return record.blockSequence == block->sequence;
+        }));
     }
 
     void expectUntouched(const std::vector<std::string>& arguments, const std::string& reason, int code = 2)

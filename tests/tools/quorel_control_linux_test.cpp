@@ -40,12 +40,7 @@ protected:
     // Waits until the tool has switched the levels on.
     bool levelsComeOn()
     {
-        for (int tries = 0; tries < 5000; ++tries) {
-            if (settings().levelsEnabled == 1)
-                return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return false;
+        return eventually([this] { return settings().levelsEnabled == 1; });
     }
 };
 

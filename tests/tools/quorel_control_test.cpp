@@ -1,6 +1,7 @@
 #include "tests/tools/control_test.h"
 
 #include "platform/named_lock.h"
+#include "speaker/built_in.h"
 
 namespace quorel {
 namespace {
@@ -374,6 +375,13 @@ TEST_F(Responses, ClearingBringsTheBuiltInSoundBackAtOnce)
     follow(*path->settings());
     EXPECT_EQ(path->settings()->hrtfId, 0U);
     EXPECT_EQ(path->settings()->hrtfChannels, 8U);
+    std::vector<float> own; // the spectra that a new path begins with
+    for (const bool left : {true, false})
+        for (const SpeakerResponses& speaker : speakerResponses) {
+            const EarResponse& response = left ? speaker.left : speaker.right;
+            appendSpectrum(own, response.taps, response.onset);
+        }
+    EXPECT_EQ(std::memcmp(share(), own.data(), hrtfShareBytes), 0);
     for (std::size_t row = 0; row < 8; ++row) {
         const Ears after = heard(path, row);
         for (std::size_t ear = 0; ear < 2; ++ear)
