@@ -8,6 +8,7 @@
 #include "platform/counter.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -73,6 +74,8 @@ HRESULT readEndpointGuid(IPropertyStore& properties, std::string& guid)
     {IID_IAudioProcessingObject, interfaceOf<IAudioProcessingObject>},
     {IID_IAudioProcessingObjectConfiguration, interfaceOf<IAudioProcessingObjectConfiguration>},
 };
+
+template class ComObject<QUOREL>;
 
 // The kernels' version is asked for and dropped: the first call into them settles which variant serves this processor.
 QUOREL::QUOREL(IUnknown* outer) noexcept : ComObject(outer), CBaseAudioProcessingObject(registrationProperties)
@@ -283,8 +286,8 @@ HRESULT QUOREL::GetLatency(HNSTIME* time)
     }
 
     try {
-        const auto frames = path->process(reinterpret_cast<float*>(in.pBuffer), in.u32ValidFrameCount,
-                                          reinterpret_cast<float*>(out.pBuffer), out.u32ValidFrameCount);
+        const auto frames = path->process(std::bit_cast<float*>(in.pBuffer), in.u32ValidFrameCount,
+                                          std::bit_cast<float*>(out.pBuffer), out.u32ValidFrameCount);
         out.u32ValidFrameCount = static_cast<UINT32>(frames);
         out.u32BufferFlags = BUFFER_VALID;
     } catch (const std::exception&) {

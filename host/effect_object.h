@@ -65,6 +65,7 @@ public:
 
 private:
     friend class ComObject<QUOREL>;
+    friend struct EffectObjectState; // a test's view
 
     explicit QUOREL(IUnknown* outer) noexcept;
     ~QUOREL() = default;
@@ -87,5 +88,7 @@ private:
     // Empty until Initialize, and in an object that was initialised for discovery only. Given up ahead of the path.
     std::shared_ptr<SettingsHandler> settingsHandler;
 };
+
+extern template class ComObject<QUOREL>; // once, in effect_object.cpp
 
 } // namespace quorel
