@@ -29,14 +29,12 @@ public:
     HRESULT IsInputFormatSupported(IAudioMediaType* opposite, IAudioMediaType* requested, IAudioMediaType** supported) override
     {
         questions += 'i';
-        return inputAnswer ? *inputAnswer
-                           : CBaseAudioProcessingObject::IsInputFormatSupported(opposite, requested, supported);
+        return inputAnswer ? *inputAnswer : CBaseAudioProcessingObject::IsInputFormatSupported(opposite, requested, supported);
     }
     HRESULT IsOutputFormatSupported(IAudioMediaType* opposite, IAudioMediaType* requested, IAudioMediaType** supported) override
     {
         questions += 'o';
-        return outputAnswer ? *outputAnswer
-                            : CBaseAudioProcessingObject::IsOutputFormatSupported(opposite, requested, supported);
+        return outputAnswer ? *outputAnswer : CBaseAudioProcessingObject::IsOutputFormatSupported(opposite, requested, supported);
     }
     HRESULT validateDefaultFormat(UNCOMPRESSEDAUDIOFORMAT& format, bool isInput) override
     {

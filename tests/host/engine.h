@@ -3,6 +3,7 @@
 
 #include "host/audio_interfaces.h"
 #include "host/effect_object.h"
+#include "host/registration_properties.h"
 #include "platform/registry.h"
 
 #include <gtest/gtest.h>
@@ -22,8 +23,14 @@ namespace quorel {
 class LeaksAreMeant {
 public:
 #ifdef __SANITIZE_ADDRESS__
-    LeaksAreMeant() { __lsan_disable(); }
-    ~LeaksAreMeant() { __lsan_enable(); }
+    LeaksAreMeant()
+    {
+        __lsan_disable();
+    }
+    ~LeaksAreMeant()
+    {
+        __lsan_enable();
+    }
 #else
     LeaksAreMeant() {} // an object of it is no unused variable then
 #endif
@@ -176,10 +183,19 @@ inline APOInitSystemEffects2 initRecord(Properties& properties)
     return record;
 }
 
-inline HRESULT initialize(IAudioProcessingObject& effect, APOInitSystemEffects2& record, UINT32 size = sizeof(APOInitSystemEffects2))
+inline HRESULT initialize(IAudioProcessingObject& effect, APOInitSystemEffects2& record,
+                          UINT32 size = sizeof(APOInitSystemEffects2))
 {
     return effect.Initialize(size, reinterpret_cast<BYTE*>(&record));
 }
+
+// A view into an effect object.
+struct EffectObjectState {
+    static SettingsRecord& record(QUOREL& effect) { return *effect.path->settings(); }
+    static const SettingsHandler* handler(const QUOREL& effect) { return effect.settingsHandler.get(); }
+    static const std::string& endpointGuid(const QUOREL& effect) { return effect.endpointGuid; }
+    static const auto& interfaces() { return QUOREL::interfaces; }
+};
 
 // An effect object, met through its interfaces.
 class Effect {
@@ -191,6 +207,7 @@ public:
         configuration = get<IAudioProcessingObjectConfiguration>(IID_IAudioProcessingObjectConfiguration);
         realTime = get<IAudioProcessingObjectRT>(IID_IAudioProcessingObjectRT);
         effects = get<IAudioSystemEffects2>(IID_IAudioSystemEffects2);
+        self = static_cast<QUOREL*>(get<IQUORELSFX>(IID_IQUORELSFX));
     }
 
     ~Effect() { EXPECT_EQ(unknown->Release(), 0U); }
@@ -241,6 +258,7 @@ public:
     IAudioProcessingObjectConfiguration* configuration = nullptr;
     IAudioProcessingObjectRT* realTime = nullptr;
     IAudioSystemEffects2* effects = nullptr;
+    QUOREL* self = nullptr; // for views alone
 };
 
 } // namespace quorel
