@@ -81,6 +81,7 @@ TEST_F(RenderStream, EveryBlockIsThePathsOwn)
 {
     Control control;
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, frames, 48000);
+    copyRecord(EffectObjectState::record(*effect.self), *reference->settings()); // kept settings, if there are any
     std::vector<float> expected(frames * 8);
     for (std::uint32_t block = 0; block < 12; ++block) {
         if (block % 4 == 1) {
