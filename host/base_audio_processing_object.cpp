@@ -39,14 +39,6 @@ private:
     IAudioMediaType* lender;
 };
 
-// Ends the hold on what a format question gave.
-HRESULT settle(HRESULT answer, IAudioMediaType* supported)
-{
-    if (supported != nullptr)
-        supported->Release();
-    return answer;
-}
-
 } // namespace
 
 HRESULT CBaseAudioProcessingObject::GetRegistrationProperties(APO_REG_PROPERTIES** properties)
@@ -226,11 +218,15 @@ bool CBaseAudioProcessingObject::accepts(IAudioMediaType* in, IAudioMediaType* o
 {
     BorrowedFormat input(in);
     BorrowedFormat output(out);
-    IAudioMediaType* supported = nullptr;
-    if (settle(IsOutputFormatSupported(input.get(), output.get(), &supported), supported) != S_OK)
-        return false;
-    supported = nullptr;
-    return settle(IsInputFormatSupported(output.get(), input.get(), &supported), supported) == S_OK;
+    const auto ask = [this](auto question, BorrowedFormat& opposite, BorrowedFormat& requested) {
+        IAudioMediaType* supported = nullptr;
+        const HRESULT answer = (this->*question)(opposite.get(), requested.get(), &supported);
+        if (supported != nullptr)
+            supported->Release(); // a proposal, if it isn't one of the two
+        return answer == S_OK;
+    };
+    return ask(&IAudioProcessingObject::IsOutputFormatSupported, input, output) &&
+           ask(&IAudioProcessingObject::IsInputFormatSupported, output, input);
 }
 
 HRESULT CBaseAudioProcessingObject::checkConnection(const APO_CONNECTION_DESCRIPTOR& connection) const

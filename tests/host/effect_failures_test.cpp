@@ -18,6 +18,7 @@ protected:
         system.takeCalls();
     }
 
+    LeaksAreMeant handlesStayOpen;
     platform::FaultyPlatform& system = platform::faultyPlatform();
 };
 
