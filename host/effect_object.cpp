@@ -272,8 +272,8 @@ HRESULT QUOREL::GetLatency(HNSTIME* time)
 
 // The one entry of the audio thread. It never waits and allocates nothing but an exception that is raised anyway; it has a
 // section of its own.
-[[gnu::section("RT_CODE")]] void QUOREL::APOProcess(UINT32, APO_CONNECTION_PROPERTY** inConnections, UINT32,
-                                                    APO_CONNECTION_PROPERTY** outConnections)
+[[gnu::section("RT_CODE"), gnu::noinline]] void QUOREL::APOProcess(UINT32, APO_CONNECTION_PROPERTY** inConnections, UINT32,
+                                                                   APO_CONNECTION_PROPERTY** outConnections)
 {
     settingsHandler->poll(*path->settings());
 
