@@ -1,0 +1,29 @@
+#include "tests/host/loaded_module.h"
+
+#include <utility>
+
+namespace quorel {
+
+LoadedModule::LoadedModule(const std::string& path) : handle(LoadLibraryA(path.c_str()))
+{
+    EXPECT_NE(handle, nullptr) << path << ": " << GetLastError();
+}
+
+LoadedModule::~LoadedModule()
+{
+    if (handle != nullptr)
+        FreeLibrary(static_cast<HMODULE>(handle));
+}
+
+void* LoadedModule::address(const char* name) const
+{
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle), name));
+}
+
+bool LoadedModule::unload()
+{
+    FreeLibrary(static_cast<HMODULE>(std::exchange(handle, nullptr)));
+    return GetModuleHandleA("ZELTA.dll") == nullptr;
+}
+
+} // namespace quorel
