@@ -154,7 +154,8 @@ inline constexpr const char* endpointLists = R"(SOFTWARE\Microsoft\Windows\Curre
 // An endpoint's entry in one of the two lists of the registry, "Capture" or "Render", as long as this object lives.
 class EndpointEntry {
 public:
-    explicit EndpointEntry(const std::string& list) : path(endpointLists + list + '\\' + testEndpoint)
+    explicit EndpointEntry(const std::string& list, const std::string& endpoint = testEndpoint)
+        : path(endpointLists + list + '\\' + endpoint)
     {
         platform::RegistryKey key = nullptr;
         EXPECT_EQ(platform::createKey(machine(), path, writeAccess, key), 0);
@@ -200,9 +201,11 @@ struct EffectObjectState {
 // An effect object, met through its interfaces.
 class Effect {
 public:
-    Effect()
+    Effect() : Effect(create()) {}
+
+    // Takes over the caller's reference.
+    explicit Effect(IUnknown* made) : unknown(made)
     {
-        EXPECT_EQ(QUOREL::create(nullptr, IID_IUnknown, reinterpret_cast<void**>(&unknown)), S_OK);
         object = get<IAudioProcessingObject>(IID_IAudioProcessingObject);
         configuration = get<IAudioProcessingObjectConfiguration>(IID_IAudioProcessingObjectConfiguration);
         realTime = get<IAudioProcessingObjectRT>(IID_IAudioProcessingObjectRT);
@@ -215,9 +218,10 @@ public:
     Effect(const Effect&) = delete;
     Effect& operator=(const Effect&) = delete;
 
-    HRESULT initialize(const GUID& mode = AUDIO_SIGNALPROCESSINGMODE_DEFAULT, BOOL discovery = FALSE)
+    HRESULT initialize(const GUID& mode = AUDIO_SIGNALPROCESSINGMODE_DEFAULT, BOOL discovery = FALSE,
+                       const std::string& endpoint = testEndpoint)
     {
-        Properties properties(testEndpoint);
+        Properties properties(endpoint);
         auto record = initRecord(properties);
         record.AudioProcessingMode = mode;
         record.InitializeForDiscoveryOnly = discovery;
@@ -253,12 +257,20 @@ public:
         return found;
     }
 
-    IUnknown* unknown = nullptr;
+    IUnknown* unknown;
     IAudioProcessingObject* object = nullptr;
     IAudioProcessingObjectConfiguration* configuration = nullptr;
     IAudioProcessingObjectRT* realTime = nullptr;
     IAudioSystemEffects2* effects = nullptr;
     QUOREL* self = nullptr; // for views alone
+
+private:
+    static IUnknown* create()
+    {
+        void* made = nullptr;
+        EXPECT_EQ(QUOREL::create(nullptr, IID_IUnknown, &made), S_OK);
+        return static_cast<IUnknown*>(made);
+    }
 };
 
 } // namespace quorel

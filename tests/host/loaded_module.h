@@ -64,4 +64,8 @@ private:
     void* handle;
 };
 
+// A new effect object, found by its class's entry in the registry alone, with a reference for the caller: by the system
+// where it has such an operation.
+IUnknown* createRegisteredClass();
+
 } // namespace quorel

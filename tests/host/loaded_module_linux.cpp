@@ -1,5 +1,9 @@
 #include "tests/host/loaded_module.h"
 
+#include "host/text.h"
+#include "platform/registry.h"
+
+#include <array>
 #include <dlfcn.h>
 #include <utility>
 
@@ -25,6 +29,19 @@ bool LoadedModule::unload()
 {
     dlclose(std::exchange(handle, nullptr));
     return dlopen(QUOREL_MODULE, RTLD_NOW | RTLD_NOLOAD) == nullptr;
+}
+
+IUnknown* createRegisteredClass()
+{
+    platform::RegistryKey key = nullptr;
+    const auto* const path = R"(CLSID\{5B0E3C92-7D14-4F6A-A2C8-19D3E60B7F44}\InprocServer32)";
+    EXPECT_EQ(platform::openKey(platform::rootKey(platform::RootKey::classesRoot), path, 0x20019, key), 0);
+    std::array<char16_t, 4096> server{};
+    auto bytes = static_cast<std::uint32_t>(sizeof server);
+    EXPECT_EQ(platform::queryValue(key, "", server.data(), bytes), 0);
+    platform::closeKey(key);
+    static const LoadedModule module(utf8(server.data())); // stays, as it does with the system's operation
+    return module.create();
 }
 
 } // namespace quorel

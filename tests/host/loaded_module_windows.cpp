@@ -26,4 +26,12 @@ bool LoadedModule::unload()
     return GetModuleHandleA("ZELTA.dll") == nullptr;
 }
 
+IUnknown* createRegisteredClass()
+{
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    void* made = nullptr;
+    EXPECT_EQ(CoCreateInstance(CLSID_QUOREL, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &made), S_OK);
+    return static_cast<IUnknown*>(made);
+}
+
 } // namespace quorel
