@@ -17,6 +17,12 @@ public:
     LoadedModule(const LoadedModule&) = delete;
     LoadedModule& operator=(const LoadedModule&) = delete;
 
+    // As the system knows it.
+    std::string path() const;
+
+    // Windows: what the module calls under this name of another library's is `replacement` from now on.
+    void replaceImport(const char* library, const char* name, void* replacement) const;
+
     // Null when the module doesn't export it.
     void* address(const char* name) const;
 

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <dlfcn.h>
+#include <filesystem>
+#include <link.h>
 #include <utility>
 
 namespace quorel {
@@ -18,6 +20,13 @@ LoadedModule::~LoadedModule()
 {
     if (handle != nullptr)
         dlclose(handle);
+}
+
+std::string LoadedModule::path() const
+{
+    const link_map* map = nullptr;
+    EXPECT_EQ(dlinfo(handle, RTLD_DI_LINKMAP, &map), 0);
+    return std::filesystem::canonical(map->l_name);
 }
 
 void* LoadedModule::address(const char* name) const

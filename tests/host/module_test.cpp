@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <regex>
 #include <string>
@@ -183,31 +182,10 @@ int WINAPI keepBox(HWND owner, LPCSTR text, LPCSTR title, UINT)
     return Box::result;
 }
 
-void replaceMessageBox(const LoadedModule& module)
-{
-    HMODULE handle = nullptr;
-    ASSERT_NE(GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                                 static_cast<const char*>(module.address("build_guid")), &handle),
-              0);
-    const auto* base = reinterpret_cast<const char*>(handle);
-    const auto& header =
-        *reinterpret_cast<const IMAGE_NT_HEADERS*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const auto& table = header.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IAT];
-    const auto original = reinterpret_cast<std::uintptr_t>(GetProcAddress(GetModuleHandleA("user32.dll"), "MessageBoxA"));
-    auto* entry = reinterpret_cast<std::uintptr_t*>(const_cast<char*>(base + table.VirtualAddress));
-    auto* const end = entry + table.Size / sizeof *entry;
-    entry = std::find(entry, end, original);
-    ASSERT_NE(entry, end);
-    DWORD before = 0;
-    ASSERT_NE(VirtualProtect(entry, sizeof *entry, PAGE_READWRITE, &before), 0);
-    *entry = reinterpret_cast<std::uintptr_t>(&keepBox);
-    VirtualProtect(entry, sizeof *entry, before, &before);
-}
-
 TEST(Module, TheBuildIdentifierIsShownInABox)
 {
     LoadedModule module;
-    replaceMessageBox(module);
+    module.replaceImport("user32.dll", "MessageBoxA", reinterpret_cast<void*>(&keepBox));
     auto* const owner = reinterpret_cast<HWND>(0x1234);
     EXPECT_EQ(module.function<int(void*)>("GetBuildInfo")(owner), Box::result);
     EXPECT_EQ(shown.owner, owner);
