@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,8 +28,13 @@ TEST(Module, ItExportsItsSixNames)
 TEST(Module, TheBuildIdentifierIsAGuidInLowerCase)
 {
     const LoadedModule module;
-    const std::string text = module.buildIdentifier();
-    EXPECT_TRUE(std::regex_match(text, std::regex(R"(\$Build guid\$: [0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12})"))) << text;
+    std::string text = module.buildIdentifier();
+    ASSERT_EQ(text.substr(0, 14), "$Build guid$: ");
+    text.erase(0, 14);
+    for (char& c : text)
+        if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))
+            c = 'x';
+    EXPECT_EQ(text, "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx");
 }
 
 TEST(Module, ItCanBeUnloadedBeforeAndAfterItIsUsed)
