@@ -43,13 +43,15 @@ public:
     struct Speaker {};
     struct Microphone {};
 
+    SignalPath() = default; // no path
+
     // channels: 1 to 8 samples per frame, else std::invalid_argument. channelMask: the speaker mask of the stream, which a
     // microphone path ignores. maxFrames: the most frames of one block. sampleRate: frames per second.
     // What the path's constructor throws leaves here.
     SignalPath(Speaker, std::int32_t channels, std::uint32_t channelMask, std::uint32_t maxFrames, std::uint32_t sampleRate);
     SignalPath(Microphone, std::int32_t channels, std::uint32_t channelMask, std::uint32_t maxFrames, std::uint32_t sampleRate);
 
-    // Null after a move from this object.
+    // Null when there is no path, as after a move from this object.
     Interface* get() const noexcept { return path.get(); }
     Interface* operator->() const noexcept { return path.get(); }
 

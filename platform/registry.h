@@ -6,7 +6,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorel::platform {
 
@@ -29,6 +31,9 @@ RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_
 
 // Removes a key that has no keys below it.
 RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t access) noexcept;
+
+// The names of the keys right below a key that is open for reading.
+RegistryResult listKeys(RegistryKey key, std::vector<std::string>& names) noexcept;
 
 void closeKey(RegistryKey key) noexcept;
 

@@ -22,6 +22,7 @@
 #include <unistd.h>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace quorel::platform {
 
@@ -106,16 +107,17 @@ bool makeDirectories(const UserDirectory& user, const std::string& path)
     }
 }
 
-bool hasKeys(int directory)
+// The keys of an open directory; false when it can't be read.
+bool readKeys(int directory, std::vector<std::string>& names)
 {
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(fcntl(directory, F_DUPFD_CLOEXEC, 0)), closedir);
     if (!entries)
-        return true;
+        return false;
     while (const auto* entry = readdir(entries.get())) {
         if (entry->d_name[0] != '.')
-            return true;
+            names.emplace_back(entry->d_name);
     }
-    return false;
+    return true;
 }
 
 std::string quoted(const std::string& text)
@@ -288,11 +290,24 @@ try {
     const auto directory = openDirectory(user, joined);
     if (!directory)
         return resultOf(errno);
-    if (hasKeys(directory.get()))
+    std::vector<std::string> below;
+    if (!readKeys(directory.get(), below) || !below.empty())
         return windowsError::accessDenied;
     if (unlinkat(directory.get(), valuesFile, 0) != 0 && errno != ENOENT)
         return resultOf(errno);
     return unlinkat(user.get(), joined.c_str(), AT_REMOVEDIR) == 0 ? windowsError::success : resultOf(errno);
+} catch (const std::exception&) {
+    return windowsError::outOfMemory;
+}
+
+RegistryResult listKeys(RegistryKey key, std::vector<std::string>& names) noexcept
+try {
+    names.clear();
+    const UserDirectory user;
+    if (!user)
+        return windowsError::accessDenied;
+    const auto directory = openDirectory(user, key->path);
+    return directory && readKeys(directory.get(), names) ? windowsError::success : resultOf(errno);
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
 }

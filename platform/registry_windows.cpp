@@ -51,6 +51,21 @@ try {
     return ERROR_NOT_ENOUGH_MEMORY;
 }
 
+RegistryResult listKeys(RegistryKey key, std::vector<std::string>& names) noexcept
+try {
+    names.clear();
+    std::array<wchar_t, 256> name{}; // the longest name of a key and its end mark
+    for (DWORD index = 0;; ++index) {
+        auto length = static_cast<DWORD>(name.size());
+        const auto result = RegEnumKeyExW(handleOf(key), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
+        if (result != ERROR_SUCCESS)
+            return result == ERROR_NO_MORE_ITEMS ? ERROR_SUCCESS : result;
+        names.push_back(utf8({name.data(), length}));
+    }
+} catch (const std::exception&) {
+    return ERROR_NOT_ENOUGH_MEMORY;
+}
+
 void closeKey(RegistryKey key) noexcept
 {
     RegCloseKey(handleOf(key));

@@ -15,4 +15,13 @@ inline std::wstring wide(std::string_view text)
     return result;
 }
 
+inline std::string utf8(std::wstring_view text)
+{
+    const auto units = static_cast<int>(text.size());
+    std::string result(
+        static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), units, nullptr, 0, nullptr, nullptr)), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), units, result.data(), static_cast<int>(result.size()), nullptr, nullptr);
+    return result;
+}
+
 } // namespace quorel::platform

@@ -1,0 +1,42 @@
+#include "host/text.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace quorel {
+namespace {
+
+std::string convert(const std::vector<unsigned>& units)
+{
+    std::vector<WCHAR> text;
+    for (const unsigned unit : units)
+        text.push_back(static_cast<WCHAR>(unit));
+    text.push_back(0);
+    return utf8(text.data());
+}
+
+TEST(Text, NullIsAnEmptyText)
+{
+    EXPECT_EQ(utf8(nullptr), "");
+    EXPECT_EQ(convert({}), "");
+}
+
+// The ends of each length: U+0041, U+007F, U+0080, U+07FF, U+0800, U+FFFF, U+10000, U+10FFFF.
+TEST(Text, EveryLengthOfUtf8IsWritten)
+{
+    EXPECT_EQ(convert({'A', 0x7F}), "A\x7F");
+    EXPECT_EQ(convert({0x80, 0x7FF}), "\xC2\x80\xDF\xBF");
+    EXPECT_EQ(convert({0x800, 0xFFFF}), "\xE0\xA0\x80\xEF\xBF\xBF");
+    EXPECT_EQ(convert({0xD800, 0xDC00, 0xDBFF, 0xDFFF}), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+}
+
+TEST(Text, HalfAPairBecomesTheReplacementCharacter)
+{
+    EXPECT_EQ(convert({0xD800}), "\xEF\xBF\xBD");
+    EXPECT_EQ(convert({0xDC00, 'x'}), "\xEF\xBF\xBDx");
+    EXPECT_EQ(convert({0xD800, 0xD800, 0xDC00}), "\xEF\xBF\xBD\xF0\x90\x80\x80");
+}
+
+} // namespace
+} // namespace quorel
