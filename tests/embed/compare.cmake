@@ -1,7 +1,7 @@
-# The README's example is the program that is tested.
-file(READ ${README} readme)
+# The program that a page shows is the one that is tested.
+file(READ ${PAGE} page)
 file(READ ${EXAMPLE} example)
-string(FIND "${readme}" "${example}" at)
+string(FIND "${page}" "${example}" at)
 if(at EQUAL -1)
-  message(FATAL_ERROR "README.md shows another program than tests/embed/main.cpp")
+  message(FATAL_ERROR "${PAGE} shows another program than ${EXAMPLE}")
 endif()
