@@ -152,6 +152,25 @@ TEST_F(ControlOfAnEffect, ToolsAtTheSameTimeLoseNoUpdateOfEachOther)
     EXPECT_EQ(block->sequence, before + 4 * rounds);
 }
 
+// Between another tool's reading and its writing nothing comes in, and what it wrote is there when the waiting one reads.
+TEST_F(ControlOfAnEffect, AToolWaitsForItsTurn)
+{
+    auto* access = platform::convertDescriptor(sharedAccess);
+    std::thread waiting;
+    {
+        const platform::NamedLock lock("Global\\QUORELControl", access, 0);
+        ASSERT_TRUE(lock);
+        SettingsRecord record = settings();
+        waiting = std::thread([this] { done({"set", "MicNR=3"}); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        record.Enabled = 5; // in the same word
+        copySettings(record, *block);
+    }
+    waiting.join();
+    platform::freeDescriptor(access);
+    EXPECT_EQ(done({"get", "Enabled", "MicNR"}), "Enabled=5\nMicNR=3\n");
+}
+
 TEST_F(ControlOfAnEffect, AToolWaitsForAnotherOneAndSaysSoWhenThatNeverEnds)
 {
     auto* access = platform::convertDescriptor(sharedAccess);
