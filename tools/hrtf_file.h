@@ -1,7 +1,7 @@
 // Reads measured head-related responses from files.
 //
 //   .sofa   AES69, convention SimpleFreeFieldHRIR, by libmysofa. The measured direction nearest to each speaker is taken.
-//   other   an audio file of fourteen channels, one pair of responses for each speaker but the woofer, near ear first:
+//   other   a WAV file of fourteen channels, one pair of responses for each speaker but the woofer, near ear first:
 //             1, 2  front left   left, right ear      8, 9   front right  right, left ear
 //             3, 4  side left    left, right ear     10, 11  side right   right, left ear
 //             5, 6  back left    left, right ear     12, 13  back right   right, left ear

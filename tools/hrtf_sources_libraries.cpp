@@ -18,7 +18,7 @@
 
 namespace quorel {
 
-const char* const readableHrtfFiles = "a SOFA file (AES69, SimpleFreeFieldHRIR), or a WAV or FLAC file of 14 channels";
+const char* const readableHrtfFiles = "a SOFA file (AES69, SimpleFreeFieldHRIR), or a WAV file of 14 channels";
 
 namespace {
 

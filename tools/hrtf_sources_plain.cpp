@@ -15,7 +15,7 @@
 namespace quorel {
 
 const char* const readableHrtfFiles = "a WAV file of 14 channels at 48000 Hz\n"
-                                      "(this build reads no SOFA or FLAC file and does not resample)";
+                                      "(this build reads no SOFA file and does not resample)";
 
 namespace {
 
