@@ -11,6 +11,21 @@ namespace {
 
 // Not one a thread: reaching a thread's own variable may itself allocate.
 std::atomic<std::uint64_t> count = 0;
+std::atomic<std::int64_t> inUse = 0;
+
+template <class Block>
+Block counted(Block made)
+{
+    ++count;
+    inUse += made != nullptr ? 1 : 0;
+    return made;
+}
+
+void countRelease(const void* block)
+{
+    ++count;
+    inUse -= block != nullptr ? 1 : 0;
+}
 
 } // namespace
 
@@ -19,9 +34,15 @@ std::uint64_t allocationCount() noexcept
     return count;
 }
 
+std::int64_t blocksInUse() noexcept
+{
+    return inUse;
+}
+
 } // namespace quorel
 
-using quorel::count;
+using quorel::counted;
+using quorel::countRelease;
 
 #ifdef _WIN32
 
@@ -36,37 +57,34 @@ void __real__aligned_free(void* block);
 
 void* __wrap_malloc(std::size_t bytes)
 {
-    ++count;
-    return __real_malloc(bytes);
+    return counted(__real_malloc(bytes));
 }
 
 void* __wrap_calloc(std::size_t number, std::size_t bytes)
 {
-    ++count;
-    return __real_calloc(number, bytes);
+    return counted(__real_calloc(number, bytes));
 }
 
 void* __wrap_realloc(void* block, std::size_t bytes)
 {
-    ++count;
-    return __real_realloc(block, bytes);
+    countRelease(block);
+    return counted(__real_realloc(block, bytes));
 }
 
 void __wrap_free(void* block)
 {
-    ++count;
+    countRelease(block);
     __real_free(block);
 }
 
 void* __wrap__aligned_malloc(std::size_t bytes, std::size_t alignment)
 {
-    ++count;
-    return __real__aligned_malloc(bytes, alignment);
+    return counted(__real__aligned_malloc(bytes, alignment));
 }
 
 void __wrap__aligned_free(void* block)
 {
-    ++count;
+    countRelease(block);
     __real__aligned_free(block);
 }
 }
@@ -83,26 +101,23 @@ void __libc_free(void* block);
 
 void* malloc(std::size_t bytes)
 {
-    ++count;
-    return __libc_malloc(bytes);
+    return counted(__libc_malloc(bytes));
 }
 
 void* calloc(std::size_t number, std::size_t bytes)
 {
-    ++count;
-    return __libc_calloc(number, bytes);
+    return counted(__libc_calloc(number, bytes));
 }
 
 void* realloc(void* block, std::size_t bytes)
 {
-    ++count;
-    return __libc_realloc(block, bytes);
+    countRelease(block);
+    return counted(__libc_realloc(block, bytes));
 }
 
 void* memalign(std::size_t alignment, std::size_t bytes)
 {
-    ++count;
-    return __libc_memalign(alignment, bytes);
+    return counted(__libc_memalign(alignment, bytes));
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t bytes)
@@ -118,7 +133,7 @@ int posix_memalign(void** block, std::size_t alignment, std::size_t bytes)
 
 void free(void* block)
 {
-    ++count;
+    countRelease(block);
     __libc_free(block);
 }
 }

@@ -11,4 +11,7 @@ namespace quorel {
 // Allocations and releases so far.
 std::uint64_t allocationCount() noexcept;
 
+// Blocks that are allocated and not released, counted from the start of the program.
+std::int64_t blocksInUse() noexcept;
+
 } // namespace quorel
