@@ -3,6 +3,7 @@
 #include "platform/memory.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -38,8 +39,9 @@ void* rt_alloc(std::uint64_t bytes)
     void* block = platform::allocateAligned(bytes, alignment);
     if (block == nullptr)
         throw std::bad_alloc();
-    if (!platform::lockPages(block, bytes) && raiseLimits(bytes))
-        static_cast<void>(platform::lockPages(block, bytes));
+    const bool pinned = platform::lockPages(block, bytes) || (raiseLimits(bytes) && platform::lockPages(block, bytes));
+    if (!pinned)
+        std::memset(block, 0, bytes); // its pages are there now, although the system may take them away again
     return block;
 }
 

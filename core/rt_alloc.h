@@ -1,8 +1,9 @@
 // rt_alloc gives sample memory: aligned to 64 bytes and, as a best effort, pinned in physical memory, so that the audio
 // thread meets no page fault.
 //
-// A block that cannot be pinned is used all the same; the only failure a caller sees is std::bad_alloc. Each refused lock
-// raises the process's limits for good: many streams in one process leave a large working set behind.
+// A block that cannot be pinned has its pages brought in and is used all the same; the only failure a caller sees is
+// std::bad_alloc. Each refused lock raises the process's limits for good: many streams in one process leave a large working
+// set behind.
 #pragma once
 
 #include <cstdint>

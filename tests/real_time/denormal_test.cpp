@@ -1,0 +1,113 @@
+// Denormal numbers take some processors a hundred times as long, so a decaying tail must not crawl through them: ten seconds of
+// noise and a minute of silence. The processor itself tells whether any number that a block used, from its samples, its stages'
+// states or its tables, was denormal: a flag stays set from such an operand on.
+#include "core/signal_path.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+#include <xmmintrin.h>
+
+namespace quorel {
+namespace {
+
+constexpr unsigned denormalOperand = 0x2; // of the processor's floating-point status
+
+struct Count {
+    int operandBlocks = 0; // blocks in which some operand was denormal
+    int samples = 0;       // denormal output samples
+};
+
+class Stream {
+public:
+    Stream(SignalPath& path, std::size_t inChannels, std::size_t outSlots, std::size_t n)
+        : path(path), n(n), in(n * inChannels), out(n * outSlots)
+    {
+    }
+
+    Count run(std::size_t blocks, float scale)
+    {
+        Count count;
+        for (std::size_t block = 0; block < blocks; ++block) {
+            for (float& x : in)
+                x = scale * static_cast<float>(static_cast<std::int32_t>(random())) * 0x1p-31F;
+            _mm_setcsr(_mm_getcsr() & ~denormalOperand);
+            path->process(in.data(), n, out.data(), n);
+            count.operandBlocks += static_cast<int>((_mm_getcsr() & denormalOperand) != 0);
+            count.samples += static_cast<int>(
+                std::count_if(out.begin(), out.end(), [](float x) { return std::fpclassify(x) == FP_SUBNORMAL; }));
+        }
+        return count;
+    }
+
+private:
+    std::minstd_rand random{1};
+    SignalPath& path;
+    std::size_t n;
+    std::vector<float> in;
+    std::vector<float> out;
+};
+
+TEST(Denormals, TheProcessorTellsOfOne)
+{
+    _mm_setcsr(_mm_getcsr() & ~denormalOperand);
+    volatile float tiny = 1e-40F;
+    tiny = tiny * 0.5F;
+    EXPECT_NE(_mm_getcsr() & denormalOperand, 0U);
+}
+
+// Each state that decays passes through them once, within few blocks; for the last half minute there is none.
+void expectNone(SignalPath& path, std::size_t inChannels, std::size_t outSlots, std::size_t rate)
+{
+    const auto n = rate / 100;
+    Stream stream(path, inChannels, outSlots, n);
+    const auto noise = stream.run(1000, 0.5F);
+    const auto decay = stream.run(3000, 0.0F);
+    const auto silence = stream.run(3000, 0.0F);
+    EXPECT_EQ(noise.samples, 0);
+    EXPECT_LT(decay.operandBlocks, 300);
+    EXPECT_EQ(decay.samples, 0);
+    EXPECT_EQ(silence.operandBlocks, 0);
+    EXPECT_EQ(silence.samples, 0);
+}
+
+TEST(Denormals, TheRenderEffectUsesNone)
+{
+    SignalPath path(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
+    SettingsRecord& record = *path->settings();
+    record.Settings = 1;
+    record.Reverb = 255;
+    record.EQBand = {127, -127, 60, -60, 127, -127, 60, -60, 127};
+    record.applied = 0;
+    expectNone(path, 8, 8, 48000);
+}
+
+TEST(Denormals, TheStereoDownMixUsesNone)
+{
+    SignalPath path(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
+    SettingsRecord& record = *path->settings();
+    record.EQBand = {127, -127, 60, -60, 127, -127, 60, -60, 127};
+    record.applied = 0;
+    expectNone(path, 8, 8, 48000);
+}
+
+TEST(Denormals, TheCaptureEffectUsesNone)
+{
+    for (const std::uint32_t rate : {16000U, 48000U})
+        for (const std::uint32_t curve : {0U, 1U, 2U}) {
+            SignalPath path(SignalPath::Microphone{}, 2, 0, 480, rate);
+            SettingsRecord& record = *path->settings();
+            record.MicNR = 1;
+            record.micEq = curve;
+            record.noiseGate = 100;
+            record.levelsEnabled = 1;
+            record.applied = 0;
+            expectNone(path, 2, 2, rate);
+        }
+}
+
+} // namespace
+} // namespace quorel
