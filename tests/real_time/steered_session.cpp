@@ -2,7 +2,7 @@
 
 #include "platform/sharing.h"
 #include "settings/control_block.h"
-#include "tests/process/home.h"
+#include "tests/platform/temporary_home.h"
 
 #include <gtest/gtest.h>
 
@@ -80,7 +80,7 @@ int runSteeredTests(int count, char** words)
         steerForEver(static_cast<std::uint32_t>(std::stoul(words[2])));
         return 0;
     }
-    const OwnHome home;
+    const TemporaryHome home;
     testing::InitGoogleTest(&count, words);
     return RUN_ALL_TESTS();
 }

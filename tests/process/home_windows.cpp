@@ -1,8 +1,0 @@
-#include "tests/process/home.h"
-
-namespace quorel {
-
-OwnHome::OwnHome() = default;
-OwnHome::~OwnHome() = default;
-
-} // namespace quorel
