@@ -23,7 +23,10 @@ Lock::Lock() noexcept
     new (state.data()) Flag(false);
 }
 
-Lock::~Lock() = default;
+Lock::~Lock()
+{
+    flagOf(state).~Flag();
+}
 
 void Lock::lock() noexcept
 {

@@ -204,7 +204,7 @@ RegistryResult openAt(const UserDirectory& user, const std::string& path, std::u
     const auto directory = openDirectory(user, path);
     if (!directory)
         return resultOf(errno);
-    auto opened = std::make_unique<OpenKey>(path, access);
+    auto opened = std::make_unique<OpenKey>(OpenKey{path, access});
     std::string lines;
     if (readFile(directory.get(), valuesFile, lines))
         opened->values = parse(lines);

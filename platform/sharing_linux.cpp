@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -34,7 +35,7 @@ namespace {
 
 Handle handleOf(int file)
 {
-    return file < 0 ? nullptr : reinterpret_cast<Handle>(static_cast<std::intptr_t>(file) + 1);
+    return std::bit_cast<Handle>(static_cast<std::intptr_t>(file) + 1); // no file is -1: null
 }
 
 int fileOf(Handle handle)
@@ -233,7 +234,7 @@ int waitForEither(Handle first, Handle second) noexcept
 Handle startThread(void (*run)(void*), void* argument) noexcept
 try {
     File ended(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    auto start = std::make_unique<ThreadStart>(run, argument, File(fcntl(ended.get(), F_DUPFD_CLOEXEC, 0)));
+    std::unique_ptr<ThreadStart> start(new ThreadStart{run, argument, File(fcntl(ended.get(), F_DUPFD_CLOEXEC, 0))});
     if (!ended || !start->ended)
         return nullptr;
     sigset_t all;
