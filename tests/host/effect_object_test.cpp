@@ -745,6 +745,13 @@ TEST_F(Render, BlocksLongerThanThePathAllowsAreNotLocked)
     EXPECT_EQ(effect.lock(surroundFormat(), 1072), S_OK);
 }
 
+TEST_F(Render, ThePathIsBuiltForTheInputsFrames)
+{
+    Connections connections(surroundFormat(), 1072);
+    connections.out.u32MaxFrameCount = 1073;
+    EXPECT_EQ(connections.lock(*effect.configuration), S_OK);
+}
+
 TEST_F(Render, AFailedLockLeavesThePreviousPath)
 {
     EXPECT_EQ(effect.lock(surroundFormat()), S_OK);
