@@ -179,9 +179,10 @@ bool SettingsHandler::openSharedObjects(std::uint32_t version)
         {
             const std::lock_guard guard(lock);
             snapshot.hrtfData = static_cast<const float*>(share);
-            if (block->layoutVersion == version || !created)
+            if (block->layoutVersion == version || !created) {
+                seen = read(block->sequence, std::memory_order_acquire);
                 refreshSnapshot(*block);
-            else {
+            } else {
                 std::memset(block, 0, sizeof(ControlBlock));
                 block->layoutVersion = version;
                 std::memset(share, 0, hrtfShareBytes);
@@ -201,7 +202,6 @@ bool SettingsHandler::openSharedObjects(std::uint32_t version)
 // The memory thread.
 void SettingsHandler::followBlock() noexcept
 {
-    auto seen = read(block->sequence);
     while (running) {
         if (platform::waitForEither(hEvent, hStop) != 0)
             return;

@@ -63,6 +63,7 @@ private:
     ControlBlock* block = nullptr;         // this process's view of the block
     platform::Handle hHrtf = nullptr;      // the HRTF share's mapping
     std::atomic<bool> running = false;     // the memory thread goes on
+    std::uint32_t seen = 0;                // the block's sequence at the last refresh; the memory thread's own once it runs
     platform::Lock lock;                   // guards the snapshot
 };
 

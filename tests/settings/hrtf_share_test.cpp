@@ -94,12 +94,7 @@ SettingsRecord delivery(std::uint32_t id, std::uint32_t channels = 8, std::uint3
 
 class HrtfShareTest : public testing::Test {
 protected:
-    HrtfShareTest()
-    {
-        // The memory thread takes only updates that come after its start: one that arrives shows that it is there.
-        while (!arrives(surround(), 50))
-            ;
-    }
+    HrtfShareTest() { update(surround()); }
 
     // Writes the settings and tells whether a poll finds them in time.
     bool arrives(const SettingsRecord& settings, int milliseconds)
