@@ -9,21 +9,33 @@
 namespace quorel {
 namespace {
 
-// Not one a thread: reaching a thread's own variable may itself allocate.
 std::atomic<std::uint64_t> count = 0;
 std::atomic<std::int64_t> inUse = 0;
+
+#ifdef __linux__
+// Reaching a thread's own variable may itself allocate, unless its place is settled when the program is loaded.
+__attribute__((tls_model("initial-exec"))) constinit thread_local std::uint64_t ownCount = 0;
+#endif
+
+void countCall()
+{
+    ++count;
+#ifdef __linux__
+    ++ownCount;
+#endif
+}
 
 template <class Block>
 Block counted(Block made)
 {
-    ++count;
+    countCall();
     inUse += made != nullptr ? 1 : 0;
     return made;
 }
 
 void countRelease(const void* block)
 {
-    ++count;
+    countCall();
     inUse -= block != nullptr ? 1 : 0;
 }
 
@@ -38,6 +50,13 @@ std::int64_t blocksInUse() noexcept
 {
     return inUse;
 }
+
+#ifdef __linux__
+std::uint64_t threadAllocationCount() noexcept
+{
+    return ownCount;
+}
+#endif
 
 } // namespace quorel
 

@@ -11,6 +11,11 @@ namespace quorel {
 // Allocations and releases so far.
 std::uint64_t allocationCount() noexcept;
 
+#ifdef __linux__
+// Those of the calling thread. (On Windows a thread's own variables may themselves be allocated.)
+std::uint64_t threadAllocationCount() noexcept;
+#endif
+
 // Blocks that are allocated and not released, counted from the start of the program.
 std::int64_t blocksInUse() noexcept;
 
