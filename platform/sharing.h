@@ -44,10 +44,15 @@ int waitForEither(Handle first, Handle second) noexcept;
 // Starts a thread with the system's default attributes; null on failure.
 Handle startThread(void (*run)(void*), void* argument) noexcept;
 
-// Waits until an event is set or a thread has ended; false when the time is over or the wait fails.
+// Waits until an event is set or a thread has ended, so that none of its code runs any more; false when the time is over or
+// the wait fails.
 bool waitFor(Handle object, std::uint32_t milliseconds) noexcept;
 
 // Gives up this process's hold. A thread goes on.
 void closeHandle(Handle object) noexcept;
+
+// Keeps the module that this code stands in loaded to the end of the process: a thread of it goes on and nobody waits for it
+// any more.
+void keepModule() noexcept;
 
 } // namespace quorel::platform

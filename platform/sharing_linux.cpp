@@ -1,5 +1,5 @@
-// Every object is an open file, and a handle is its number: mappings are objects of shm_open, a named event is a FIFO that is
-// set while there is something to read in it, an unnamed event and the end of a thread are event counters.
+// Every object but a thread is an open file, and a handle is its number: mappings are objects of shm_open, a named event is a
+// FIFO that is set while there is something to read in it, an unnamed event is an event counter.
 //
 // The kernel itself forgets the holds of a process that ends, however it ends: a FIFO loses its content with its last holder,
 // and every holder of a mapping has a shared file lock on it, so a mapping without a lock is left over from processes that
@@ -12,9 +12,11 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
 #include <exception>
 #include <fcntl.h>
 #include <memory>
@@ -38,9 +40,24 @@ Handle handleOf(int file)
     return std::bit_cast<Handle>(static_cast<std::intptr_t>(file) + 1); // no file is -1: null
 }
 
+// A thread's end is told by an event counter. That is its last act but one: only who joins it knows that none of its code
+// runs any more, and the module that the code stands in can be unloaded.
+struct Thread {
+    File ended;
+    pthread_t id{};
+    bool joined = false;
+};
+
+// The thread of a handle, which is its address and so above all numbers of files; null for a file's.
+Thread* threadOf(Handle handle)
+{
+    return std::bit_cast<std::intptr_t>(handle) > INT_MAX ? std::bit_cast<Thread*>(handle) : nullptr;
+}
+
 int fileOf(Handle handle)
 {
-    return static_cast<int>(reinterpret_cast<std::intptr_t>(handle) - 1);
+    const auto* thread = threadOf(handle);
+    return thread != nullptr ? thread->ended.get() : static_cast<int>(std::bit_cast<std::intptr_t>(handle) - 1);
 }
 
 // "Global\Name" names a file "Name" with a mark of its kind.
@@ -233,23 +250,21 @@ int waitForEither(Handle first, Handle second) noexcept
 // The thread takes no signals: they are the program's own.
 Handle startThread(void (*run)(void*), void* argument) noexcept
 try {
-    File ended(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    std::unique_ptr<ThreadStart> start(new ThreadStart{run, argument, File(fcntl(ended.get(), F_DUPFD_CLOEXEC, 0))});
-    if (!ended || !start->ended)
+    std::unique_ptr<Thread> thread(new Thread{File(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))});
+    std::unique_ptr<ThreadStart> start(new ThreadStart{run, argument, File(fcntl(thread->ended.get(), F_DUPFD_CLOEXEC, 0))});
+    if (!thread->ended || !start->ended)
         return nullptr;
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     if (pthread_sigmask(SIG_SETMASK, &all, &before) != 0)
         return nullptr;
-    pthread_t thread{};
-    const int result = pthread_create(&thread, nullptr, runThread, start.get());
+    const int result = pthread_create(&thread->id, nullptr, runThread, start.get());
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (result != 0)
         return nullptr;
     static_cast<void>(start.release());
-    pthread_detach(thread);
-    return handleOf(ended.release());
+    return std::bit_cast<Handle>(thread.release());
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -263,8 +278,12 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
     for (;;) {
         const auto left = end - (std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
         const int count = poll(&waited, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, 0x7FFFFFFF)));
-        if (count >= 0)
-            return count == 1 && waited.revents == POLLIN;
+        if (count >= 0) {
+            const bool ended = count == 1 && waited.revents == POLLIN;
+            if (auto* thread = threadOf(object); ended && thread != nullptr && !thread->joined)
+                thread->joined = pthread_join(thread->id, nullptr) == 0;
+            return ended;
+        }
         if (errno != EINTR)
             return false;
         clock_gettime(CLOCK_MONOTONIC, &now);
@@ -273,7 +292,18 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 
 void closeHandle(Handle object) noexcept
 {
-    close(fileOf(object));
+    const std::unique_ptr<Thread> thread(threadOf(object));
+    if (!thread)
+        close(fileOf(object));
+    else if (!thread->joined)
+        pthread_detach(thread->id);
+}
+
+void keepModule() noexcept
+{
+    Dl_info module{};
+    if (dladdr(reinterpret_cast<const void*>(&keepModule), &module) != 0)
+        dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
 } // namespace quorel::platform

@@ -135,4 +135,11 @@ void closeHandle(Handle object) noexcept
     CloseHandle(handleOf(object));
 }
 
+void keepModule() noexcept
+{
+    HMODULE module = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       reinterpret_cast<const char*>(&keepModule), &module);
+}
+
 } // namespace quorel::platform

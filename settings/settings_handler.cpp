@@ -134,8 +134,10 @@ void SettingsHandler::stop(SettingsHandler* handler) noexcept
     handler->save();
     handler->running = false;
     platform::setEvent(handler->hStop);
-    if (!platform::waitFor(handler->hMemThread, stopPatience))
-        return; // The thread is never killed. It still uses the handler and its view, so it keeps them.
+    if (!platform::waitFor(handler->hMemThread, stopPatience)) {
+        platform::keepModule(); // The thread is never killed. It still uses the handler, its view and its code: all of it stays.
+        return;
+    }
     platform::unmapView(handler->block, sizeof(ControlBlock));
     platform::closeHandle(handler->hMem);
     platform::closeHandle(handler->hEvent);

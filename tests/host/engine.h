@@ -221,6 +221,7 @@ public:
     HRESULT initialize(const GUID& mode = AUDIO_SIGNALPROCESSINGMODE_DEFAULT, BOOL discovery = FALSE,
                        const std::string& endpoint = testEndpoint)
     {
+        const LeaksAreMeant kept; // the settings, when a busy machine keeps their thread from ending in time
         Properties properties(endpoint);
         auto record = initRecord(properties);
         record.AudioProcessingMode = mode;

@@ -37,7 +37,10 @@ void* LoadedModule::address(const char* name) const
 bool LoadedModule::unload()
 {
     dlclose(std::exchange(handle, nullptr));
-    return dlopen(QUOREL_MODULE, RTLD_NOW | RTLD_NOLOAD) == nullptr;
+    void* const still = dlopen(QUOREL_MODULE, RTLD_NOW | RTLD_NOLOAD);
+    if (still != nullptr)
+        dlclose(still);
+    return still == nullptr;
 }
 
 IUnknown* createRegisteredClass()

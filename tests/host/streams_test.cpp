@@ -93,7 +93,7 @@ protected:
 
     const EndpointEntry render{"Render"};
     const EndpointEntry capture{"Capture", captureEndpoint};
-    const LoadedModule module;
+    LoadedModule module;
     std::chrono::steady_clock::time_point end;
     std::atomic<int> blocks = 0;
 };
@@ -108,6 +108,22 @@ TEST_F(Streams, SixteenRunAtOnce)
 {
     runAtOnce(8, 8);
     EXPECT_EQ(module.canUnload(), S_OK);
+}
+
+TEST_F(Streams, TheModuleCanBeUnloadedAsSoonAsItsLastObjectIsGone)
+{
+    for (int i = 0; i < 20; ++i) {
+        LoadedModule again;
+        {
+            Effect effect(again.create());
+            ASSERT_EQ(effect.initialize(), S_OK);
+            ASSERT_EQ(effect.lock(surroundFormat()), S_OK);
+        }
+        ASSERT_EQ(again.canUnload(), S_OK);
+        if (i == 0)
+            module.unload(); // the fixture's own
+        again.unload();      // it stays when a busy machine has kept the settings' thread from ending in time
+    }
 }
 
 TEST_F(Streams, MemoryAfterAThousandLocksIsThatAfterTen)

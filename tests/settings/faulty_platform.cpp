@@ -290,6 +290,11 @@ void closeHandle(Handle object) noexcept
     world().open.erase(object);
 }
 
+void keepModule() noexcept
+{
+    begin("keepModule");
+}
+
 // ---- lock.h -----------------------------------------------------------------------------------------------------------
 
 namespace {

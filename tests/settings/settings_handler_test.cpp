@@ -331,13 +331,14 @@ TEST_F(SettingsHandlerTest, ALaterHandlerMakesNewOnesAndOverwritesTheAddress)
     EXPECT_NE(second, nullptr);
 }
 
-TEST_F(SettingsHandlerTest, AThreadThatDoesNotEndInTimeKeepsTheHandlerAndItsView)
+TEST_F(SettingsHandlerTest, AThreadThatDoesNotEndInTimeKeepsTheHandlerItsViewAndTheModule)
 {
     auto handler = start();
     faultyPlatform().fail("setEvent createEvent unnamed");
     handler.reset();
     EXPECT_THAT(faultyPlatform().open(),
                 IsSupersetOf({"startThread", "createMapping Global\\QUORELMem", "mapView Global\\QUORELMem"}));
+    EXPECT_THAT(faultyPlatform().takeCalls(), Contains("keepModule"));
 }
 
 TEST_F(SettingsHandlerTest, AfterTheLastReleaseTheBlockComesBackFromAMappingThatAnotherProcessHolds)
