@@ -3,9 +3,11 @@
 #include "platform/registry.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -30,11 +32,18 @@ alignas(16) SettingsRecord snapshot;
 // Guarded by instanceMutex.
 std::weak_ptr<SettingsHandler> current;
 
-// Counts its entries: the thread that failed to start a handler holds it for good, and may try again. Never destroyed,
-// since effect objects may outlive the statics.
+// Never destroyed, since effect objects may outlive the statics, and no memory beyond the module's own, which can be unloaded.
+template <class Mutex>
+Mutex& neverDestroyed(std::byte (&storage)[sizeof(Mutex)])
+{
+    return *new (storage) Mutex;
+}
+
+// Counts its entries: the thread that failed to start a handler holds it for good, and may try again.
 std::recursive_mutex& instanceMutex()
 {
-    static auto& mutex = *new std::recursive_mutex;
+    alignas(std::recursive_mutex) static std::byte storage[sizeof(std::recursive_mutex)];
+    static auto& mutex = neverDestroyed<std::recursive_mutex>(storage);
     return mutex;
 }
 
@@ -42,7 +51,8 @@ std::recursive_mutex& instanceMutex()
 // its own.
 std::mutex& changeOfHandlers()
 {
-    static auto& mutex = *new std::mutex;
+    alignas(std::mutex) static std::byte storage[sizeof(std::mutex)];
+    static auto& mutex = neverDestroyed<std::mutex>(storage);
     return mutex;
 }
 
