@@ -3,7 +3,8 @@
 #include <filesystem>
 #include <iterator>
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
+#define SANITIZED
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // NOLINT(bugprone-reserved-identifier): the sanitizer's name
 #else
 #include "tests/real_time/allocation_count.h"
@@ -18,7 +19,7 @@ MemoryInUse memoryInUse()
         static_cast<void>(entry);
         ++memory.handles;
     }
-#ifdef __SANITIZE_ADDRESS__
+#ifdef SANITIZED
     memory.bytes = __sanitizer_get_current_allocated_bytes();
 #else
     memory.blocks = blocksInUse();
