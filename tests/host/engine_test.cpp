@@ -250,6 +250,19 @@ TYPED_TEST(Engine, IsSteeredThroughTheSharedBlockWhileAudioRuns)
     EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
 }
 
+TYPED_TEST(Engine, GetsAnInvalidBufferForABlockThatIsRefusedAndAValidOneForTheNext)
+{
+    const EndpointEntry endpoint(render.list);
+    Effect effect(this->way.create());
+    ASSERT_EQ(effect.initialize(), S_OK);
+    ASSERT_EQ(effect.lock(render.format), S_OK);
+    auto in = noise(2 * render.samples(), 1);
+    std::vector<float> out(2 * render.samples());
+    EXPECT_EQ(effect.process(in.data(), out.data(), 2 * frames), BUFFER_INVALID);
+    EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
+    EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
+}
+
 TYPED_TEST(Engine, CountsEveryObject)
 {
     IUnknown* first = this->way.create();
