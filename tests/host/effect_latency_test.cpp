@@ -170,9 +170,11 @@ TEST_F(Latency, AMeasurementAdvancesThePathByTwoBlocks)
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
     EXPECT_EQ(effect.lock(surroundFormat()), S_OK);
     for (SettingsRecord* record : {reference->settings(), &EffectObjectState::record(*effect.self)}) {
+        const auto generation = record->generation; // no poll has news
+        *record = {};                               // whatever settings were kept
+        record->generation = generation;
         record->Settings = 1;
         record->Reverb = 255;
-        record->applied = 0;
     }
     std::vector<float> in(480 * 8);
     for (std::size_t i = 0; i < in.size(); ++i)

@@ -1,6 +1,8 @@
-// A home directory of a test's own, so that it meets neither the user's settings nor another test's shared objects. On Windows
-// the test runs in Wine's prefix and has nothing to set.
+// A home directory of a test's own, so that it meets neither the user's settings nor another test's shared objects and kept
+// values. On Windows the test runs in Wine's prefix, where no user has any: there the kept values are forgotten.
 #pragma once
+
+#include "platform/registry.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -21,6 +23,8 @@ public:
         std::string pattern = (std::filesystem::temp_directory_path() / "quorel_home_XXXXXX").string();
         path_ = mkdtemp(pattern.data());
         setenv("HOME", path_.c_str(), 1);
+#else
+        forgetKeptValues();
 #endif
     }
     ~TemporaryHome()
@@ -36,6 +40,8 @@ public:
             }
         }
         std::filesystem::remove_all(path_);
+#else
+        forgetKeptValues();
 #endif
     }
     TemporaryHome(const TemporaryHome&) = delete;
@@ -48,6 +54,13 @@ public:
     }
 
 private:
+#ifndef __linux__
+    static void forgetKeptValues()
+    {
+        static_cast<void>(platform::deleteKey(platform::rootKey(platform::RootKey::currentUser), "Software\\VEDRA\\QUOREL", 0));
+    }
+#endif
+
     std::filesystem::path path_;
 };
 
