@@ -50,3 +50,11 @@ check() {
 
 check RT_CODE '_ZN6quorel6QUOREL10APOProcessEjPP23APO_CONNECTION_PROPERTYjS3_ '
 check RT_CONST '_ZTVN6quorel6QUORELE _ZN6quorel6QUOREL10interfacesE '
+
+# An engine calls the entry through an adjustment of the object's address, which must do no more than jump there.
+adjustment=$("$nm" "$module" | awk '$3 ~ /^_ZThn[0-9]+_N6quorel6QUOREL10APOProcess/ { print $3; exit }')
+steps=$("$objdump" -d --no-show-raw-insn --disassemble="$adjustment" "$module" | grep '^ *[0-9a-f]*:' | grep -vc -e nop -e xchg || true)
+if [ "$steps" -lt 1 ] || [ "$steps" -gt 3 ]; then
+    echo "$module: $adjustment takes $steps steps: the entry's code stands in it too" >&2
+    exit 1
+fi
