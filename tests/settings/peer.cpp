@@ -54,8 +54,8 @@ std::int64_t now()
     return std::chrono::duration_cast<nanoseconds>(Clock::now().time_since_epoch()).count();
 }
 
-// Tells, for each new stamp, the start of the block before the one that it came into force in, and of that block: an update
-// that was written between the two was in force at the next block.
+// Tells, for each new stamp, when the block before the one that it came into force in had polled, and when that block had: an
+// update that was written between the two was in force at the next block.
 int stream(int blocks)
 {
     constexpr std::uint64_t frames = 480;
@@ -78,9 +78,9 @@ int stream(int blocks)
         for (int block = 0; block < blocks; ++block) {
             due += milliseconds(10);
             std::this_thread::sleep_until(due);
-            const auto start = now();
             auto& record = *path->settings();
             handler->poll(record);
+            const auto start = now();
             path->process(in.data(), frames, out.data(), frames);
             if (record.Reverb != last) {
                 last = record.Reverb;
