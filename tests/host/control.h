@@ -17,7 +17,7 @@ public:
     bool deliver(const SettingsRecord& settings, Effect& effect)
     {
         const auto sequence = application.update(settings);
-        for (int i = 0; i < 10000; ++i) {
+        for (int i = 0; i < 60000; ++i) {
             effect.process(nullptr, nullptr, 0, BUFFER_SILENT);
             if (EffectObjectState::record(*effect.self).blockSequence == sequence)
                 return true;

@@ -93,10 +93,10 @@ inline bool effectIsThere()
     return event != nullptr;
 }
 
-// True as soon as `reached` is; false when it is not within ten seconds.
+// True as soon as `reached` is; false when it is not within a minute.
 inline bool eventually(const std::function<bool()>& reached)
 {
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 60000; ++i) {
         if (reached())
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -108,7 +108,7 @@ protected:
         return record.blockSequence == sequence;
     }
 
-    void update(const SettingsRecord& settings) { EXPECT_TRUE(arrives(settings, 10000)); }
+    void update(const SettingsRecord& settings) { EXPECT_TRUE(arrives(settings, 60000)); }
 
     // One block as an audio engine runs it.
     std::vector<float> block(Stream& stream)
