@@ -403,14 +403,15 @@ TEST(Initialize, AllObjectsOfAProcessShareOneHandler)
 
 void expectEffects(Effect& effect, UINT expected)
 {
-    GUID placeholder{};
-    GUID* list = &placeholder;
+    GUID callersOwn{}; // neither null nor task memory: both results must replace what the caller had
+    GUID* list = &callersOwn;
     UINT count = 99;
     EXPECT_EQ(effect.effects->GetEffectsList(&list, &count, nullptr), S_OK);
     ASSERT_EQ(count, expected);
     if (expected == 0) {
         EXPECT_EQ(list, nullptr);
     } else {
+        ASSERT_NE(list, &callersOwn);
         EXPECT_TRUE(list[0] == AUDIO_EFFECT_TYPE_EQUALIZER);
         CoTaskMemFree(list);
     }
