@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace quorel {
@@ -35,18 +36,41 @@ public:
     std::minstd_rand random{1};
 };
 
+// A path and all that a host holds for it, ready to run without any further preparation.
+class PathSession {
+protected:
+    // slots: samples of an output frame.
+    PathSession(SignalPath&& built, std::size_t channels, std::uint32_t maxFrames, std::size_t slots)
+        : path(std::move(built)), channels(channels), in(maxFrames * channels), out(maxFrames * slots)
+    {
+    }
+
+    float process(std::uint64_t n, std::uint32_t kind)
+    {
+        samples.fill(in.data(), n * channels, kind);
+        path->process(in.data(), n, out.data(), n);
+        return out[0];
+    }
+
+    EveryKindOfSample samples;
+    SignalPath path;
+    std::size_t channels;
+
+private:
+    std::vector<float> in;
+    std::vector<float> out;
+};
+
 // A delivered HRTF set, and a setting that changes at every block, in turn so that every crossfade runs alone and together
 // with others.
-class SpeakerSession {
+class SpeakerSession : public PathSession {
 public:
     static constexpr std::uint32_t maxFrames = 848;
     static constexpr std::uint32_t blocks = 64;
 
     SpeakerSession(std::int32_t channels, std::uint32_t rate)
-        : channels(static_cast<std::size_t>(channels)),
-          path(SignalPath::Speaker{}, channels, masks[this->channels], maxFrames, rate),
-          in(maxFrames * this->channels),
-          out(maxFrames * 8),
+        : PathSession(SignalPath(SignalPath::Speaker{}, channels, masks[static_cast<std::size_t>(channels)], maxFrames, rate),
+                      static_cast<std::size_t>(channels), maxFrames, 8),
           set(2 * this->channels * 1024)
     {
         for (float& x : set)
@@ -67,13 +91,6 @@ protected:
     static constexpr std::array<std::uint32_t, 9> masks = {0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x61F, 0x63F};
     static constexpr std::array<std::uint64_t, 8> lengths = {1, 2, 3, 47, 128, 480, 847, 848};
 
-    float process(std::uint64_t n, std::uint32_t kind)
-    {
-        samples.fill(in.data(), n * channels, kind);
-        path->process(in.data(), n, out.data(), n);
-        return out[0];
-    }
-
 private:
     void change(std::uint32_t block)
     {
@@ -91,29 +108,18 @@ private:
         record.applied = 0;
     }
 
-    EveryKindOfSample samples;
-    std::size_t channels;
-
-protected:
-    SignalPath path;
-
-private:
-    std::vector<float> in;
-    std::vector<float> out;
     std::vector<float> set;
 };
 
 // A setting changes at every block; the curve in turn so that every crossfade runs.
-class MicrophoneSession {
+class MicrophoneSession : public PathSession {
 public:
     static constexpr std::uint32_t maxFrames = 960;
     static constexpr std::uint32_t blocks = 64;
 
     MicrophoneSession(std::int32_t channels, std::uint32_t rate)
-        : channels(static_cast<std::size_t>(channels)),
-          path(SignalPath::Microphone{}, channels, 0, maxFrames, rate),
-          in(maxFrames * this->channels),
-          out(maxFrames * this->channels)
+        : PathSession(SignalPath(SignalPath::Microphone{}, channels, 0, maxFrames, rate), static_cast<std::size_t>(channels),
+                      maxFrames, static_cast<std::size_t>(channels))
     {
     }
 
@@ -130,13 +136,6 @@ public:
 protected:
     static constexpr std::array<std::uint64_t, 8> lengths = {80, 240, 1, 100, 720, 47, 480, 960};
 
-    float process(std::uint64_t n, std::uint32_t kind)
-    {
-        samples.fill(in.data(), n * channels, kind);
-        path->process(in.data(), n, out.data(), n);
-        return out[0];
-    }
-
 private:
     void change(std::uint32_t block)
     {
@@ -147,16 +146,6 @@ private:
         record.levelsEnabled = block % 5 != 0;
         record.applied = 0;
     }
-
-    EveryKindOfSample samples;
-    std::size_t channels;
-
-protected:
-    SignalPath path;
-
-private:
-    std::vector<float> in;
-    std::vector<float> out;
 };
 
 } // namespace quorel
