@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tests/host/engine.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
 
 #include <chrono>
 #include <thread>

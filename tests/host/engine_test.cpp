@@ -4,8 +4,8 @@
 
 #include "core/signal_path.h"
 #include "tests/host/loaded_module.h"
-#include "tests/host/private_home.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
+#include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tests/host/private_home.h" // ahead of what writes the registry
+#include "tests/support/private_home.h" // ahead of what writes the registry
 
 #include "host/module.h"
 

@@ -6,8 +6,8 @@
 
 #include "tests/host/loaded_module.h"
 #include "tests/host/memory_in_use.h"
-#include "tests/host/private_home.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
+#include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
 

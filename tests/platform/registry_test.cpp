@@ -1,6 +1,6 @@
 #include "platform/registry.h"
 
-#include "tests/platform/temporary_home.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "platform/sharing.h"
 
-#include "tests/platform/temporary_home.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include "platform/registry.h"
 #include "platform/sharing.h"
-#include "tests/platform/temporary_home.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The audio thread's entry of the effect object neither allocates nor waits nor enters the kernel: a hundred thousand blocks
 // of every kind, while another thread steers the settings through the shared block as a control application does.
 #include "tests/host/control.h"
-#include "tests/host/private_home.h"
 #include "tests/real_time/watched_sessions.h"
+#include "tests/support/private_home.h"
 
 #include <array>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include "platform/sharing.h"
 #include "settings/control_block.h"
-#include "tests/platform/temporary_home.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

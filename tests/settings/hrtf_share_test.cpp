@@ -2,8 +2,8 @@
 #include "core/signal_path.h"
 #include "settings/settings_handler.h"
 
-#include "tests/platform/temporary_home.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

@@ -9,8 +9,8 @@
 #include "core/signal_path.h"
 #include "settings/settings_handler.h"
 
-#include "tests/settings/control_application.h"
-#include "tests/settings/stamp.h"
+#include "tests/support/control_application.h"
+#include "tests/support/stamp.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,8 +1,8 @@
 // What a handler keeps from one life of the control block to the next.
 #include "settings/settings_handler.h"
 
-#include "tests/settings/control_application.h"
 #include "tests/settings/faulty_platform.h"
+#include "tests/support/control_application.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
 // The road of a setting: one process writes it, another one's audio thread hears it.
 #include "settings/settings_handler.h"
 
-#include "tests/platform/temporary_home.h"
 #include "tests/process/child.h"
-#include "tests/settings/control_application.h"
-#include "tests/settings/stamp.h"
+#include "tests/support/control_application.h"
+#include "tests/support/stamp.h"
+#include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 

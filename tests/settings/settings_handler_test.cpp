@@ -1,7 +1,7 @@
 #include "settings/settings_handler.h"
 
-#include "tests/settings/control_application.h"
 #include "tests/settings/faulty_platform.h"
+#include "tests/support/control_application.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

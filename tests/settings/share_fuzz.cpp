@@ -9,10 +9,10 @@
 #include "settings/settings_handler.h"
 
 #include "core/signal_path.h"
-#include "tests/platform/temporary_home.h"
 #include "tests/process/child.h"
 #include "tests/real_time/allocation_count.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
+#include "tests/support/temporary_home.h"
 
 #include <algorithm>
 #include <array>

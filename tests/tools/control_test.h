@@ -6,8 +6,8 @@
 #include "settings/settings_handler.h"
 #include "speaker/hrtf_tables.h"
 #include "speaker/speaker_tables.h"
-#include "tests/platform/temporary_home.h"
-#include "tests/settings/control_application.h"
+#include "tests/support/control_application.h"
+#include "tests/support/temporary_home.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

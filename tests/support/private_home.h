@@ -1,7 +1,7 @@
 // Including this header gives a test program a home of its own from its start to its end.
 #pragma once
 
-#include "tests/platform/temporary_home.h"
+#include "tests/support/temporary_home.h"
 
 namespace quorel {
 
