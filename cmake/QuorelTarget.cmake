@@ -9,3 +9,14 @@ function(quorel_target target)
     -Wall -Wextra -Wpedantic -Wconversion -Werror -ffp-contract=off
     $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> $<$<CXX_COMPILER_ID:Clang>:-Wshadow>)
 endfunction()
+
+# quorel_header_library(<target> <folder>): a library of the host's that is headers alone, also in a build for another system:
+# linked into a folder of its own, nothing else of the host's comes along.
+function(quorel_header_library target folder)
+  find_path(QUOREL_${folder} ${folder} NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+  set(headers ${PROJECT_BINARY_DIR}/headers/${target})
+  file(MAKE_DIRECTORY ${headers})
+  file(CREATE_LINK ${QUOREL_${folder}}/${folder} ${headers}/${folder} SYMBOLIC)
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE ${headers})
+endfunction()

@@ -1,7 +1,7 @@
 #include "tools/level_display.h"
 
 #include "microphone/microphone_tables.h"
-#include "tools/process.h"
+#include "platform/programs/terminal.h"
 
 #include <algorithm>
 #include <cmath>
@@ -41,7 +41,7 @@ std::array<std::string, 9> levelCaptions(std::uint32_t sampleRate)
 
 LevelDisplay::LevelDisplay(std::uint32_t sampleRate) : captions(levelCaptions(sampleRate))
 {
-    const TerminalMoves moves = terminalMoves();
+    const platform::TerminalMoves moves = platform::terminalMoves();
     clear = moves.clear;
     for (int i = 0; i < pictureLines; ++i)
         up += moves.up;

@@ -4,7 +4,7 @@
 #include "microphone/microphone_tables.h"
 #include "tools/level_display.h"
 #include "tools/resampler.h"
-#include "tools/settings_fields.h"
+#include "tools/settings_options.h"
 #include "tools/tool.h"
 
 #include <chrono>
@@ -146,7 +146,7 @@ void clean(const CLI::App& tool, const Options& options)
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     writer.commit();
 
-    if (options.verbose || onTerminal())
+    if (options.verbose || platform::onTerminal())
         tellSpeed(tool, static_cast<double>(written(done)) / rate, taken);
 }
 

@@ -1,10 +1,10 @@
 // quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
+#include "client/control_client.h"
+#include "client/hrtf_file.h"
+#include "client/preset.h"
 #include "microphone/microphone_tables.h"
-#include "tools/control_link.h"
-#include "tools/hrtf_file.h"
 #include "tools/level_display.h"
-#include "tools/preset.h"
-#include "tools/settings_fields.h"
+#include "tools/settings_options.h"
 
 #include <bit>
 #include <charconv>
@@ -27,6 +27,7 @@ Exit code: 0 done; 2 failed, with one line on standard error that says why; 3 no
 running.)";
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
+constexpr int noEffectCode = 3;           // exit code
 constexpr double cutBound = 0.1;          // share of a response's energy that may be cut
 
 struct Options {
@@ -84,7 +85,7 @@ std::map<const SettingsField*, std::int64_t> parseAssignments(const std::vector<
 void set(const Options& options)
 {
     const auto values = parseAssignments(options.assignments);
-    ControlLink().update([&](SettingsRecord& record) {
+    ControlClient().update([&](SettingsRecord& record) {
         for (const auto& [field, value] : values)
             setSetting(record, *field, value);
     });
@@ -99,7 +100,7 @@ void get(const Options& options)
         for (const SettingsField& field : settingsFields())
             fields.push_back(&field);
 
-    const SettingsRecord record = ControlLink().settings();
+    const SettingsRecord record = ControlClient().settings();
     for (const SettingsField* field : fields)
         std::cout << field->name << '=' << settingOf(record, *field) << '\n';
 }
@@ -121,10 +122,10 @@ std::string speakersOf(std::uint32_t mask)
 
 void status(const CLI::App& tool)
 {
-    const ControlLink link;
-    const SettingsRecord record = link.settings();
-    const std::uint32_t mask = link.activeChannelMask();
-    const float rate = link.activeFramesPerSecond();
+    const ControlClient client;
+    const SettingsRecord record = client.settings();
+    const std::uint32_t mask = client.activeChannelMask();
+    const float rate = client.activeFramesPerSecond();
 
     const bool streaming = rate > 0;
     std::cout << "effect: running\n";
@@ -164,18 +165,18 @@ public:
         if (!switchedOn)
             return;
         try {
-            ControlLink().update([](SettingsRecord& record) { record.levelsEnabled = 0; });
+            ControlClient().update([](SettingsRecord& record) { record.levelsEnabled = 0; });
         } catch (const std::exception&) {
             // The effect is gone, and its block with it.
         }
     }
 
-    void look(ControlLink& link)
+    void look(ControlClient& client)
     {
-        if (link.settings().levelsEnabled != 0)
+        if (client.settings().levelsEnabled != 0)
             return;
         switchedOn = true; // whoever switches them on switches them off
-        link.update([](SettingsRecord& record) { record.levelsEnabled = 1; });
+        client.update([](SettingsRecord& record) { record.levelsEnabled = 1; });
     }
 
 private:
@@ -183,11 +184,11 @@ private:
 };
 
 // The bands are those of 16000 Hz or of 48000 Hz; the stream that was locked last may be another one.
-std::uint32_t levelRate(const ControlLink& link)
+std::uint32_t levelRate(const ControlClient& client)
 {
     constexpr std::uint32_t narrow = 16000;
     constexpr std::uint32_t wide = 48000;
-    return link.activeFramesPerSecond() == static_cast<float>(narrow) ? narrow : wide;
+    return client.activeFramesPerSecond() == static_cast<float>(narrow) ? narrow : wide;
 }
 
 void showLevels(const Options& options)
@@ -196,15 +197,15 @@ void showLevels(const Options& options)
     LevelsOn on;
     if (!options.watch) {
         {
-            ControlLink link;
-            const bool settled = link.settings().levelsEnabled != 0;
-            on.look(link);
+            ControlClient client;
+            const bool settled = client.settings().levelsEnabled != 0;
+            on.look(client);
             if (!settled)
                 std::this_thread::sleep_for(500ms);
         }
-        const ControlLink link;
-        const auto captions = levelCaptions(levelRate(link));
-        const auto levels = link.levels();
+        const ControlClient client;
+        const auto captions = levelCaptions(levelRate(client));
+        const auto levels = client.levels();
         std::cout << std::fixed << std::setprecision(1);
         for (std::size_t k = 0; k < levels.size(); ++k)
             std::cout << captions.at(k) << std::setw(8) << levels.at(k) << " dB\n";
@@ -221,11 +222,11 @@ void showLevels(const Options& options)
             return;
         std::array<float, 9> levels{};
         {
-            ControlLink link; // only for this look, so that it keeps no block alive that its effect has left
-            on.look(link);
-            levels = link.levels();
-            if (!display || rate != levelRate(link))
-                display.emplace(rate = levelRate(link));
+            ControlClient client; // only for this look, so that it keeps no block alive that its effect has left
+            on.look(client);
+            levels = client.levels();
+            if (!display || rate != levelRate(client))
+                display.emplace(rate = levelRate(client));
         }
         if (display->usable()) {
             display->show(levels.data(), seconds);
@@ -273,9 +274,9 @@ void loadHrtf(const CLI::App& tool, const Options& options)
         }
     }();
 
-    ControlLink link;
-    const float rate = link.activeFramesPerSecond();
-    const std::uint32_t active = link.activeChannelMask();
+    ControlClient client;
+    const float rate = client.activeFramesPerSecond();
+    const std::uint32_t active = client.activeChannelMask();
     if (options.channels == 0) {
         if (!(rate > 0))
             throw std::runtime_error("no stream is running that a set could be for; --channels insists");
@@ -288,7 +289,7 @@ void loadHrtf(const CLI::App& tool, const Options& options)
     }
     const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
     std::vector<float> spectra = packSet(set, mask);
-    link.deliver([&](SettingsRecord& record) {
+    client.deliver([&](SettingsRecord& record) {
         record.hrtfLength = spectrumFloats;
         record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
         record.hrtfId = newIdentity(record.hrtfId);
@@ -307,14 +308,14 @@ void loadHrtf(const CLI::App& tool, const Options& options)
 // sees the identity change to 0, so the built-in set goes into the share. Whoever holds the delivered set has its channel count.
 void clearHrtf(const CLI::App& tool, const Options& options)
 {
-    ControlLink link;
-    if (link.settings().hrtfId == 0) {
+    ControlClient client;
+    if (client.settings().hrtfId == 0) {
         notice(tool, "no delivered set is in force");
         return;
     }
-    link.deliver([&](SettingsRecord& record) {
+    client.deliver([&](SettingsRecord& record) {
         const std::uint32_t channels = options.channels != 0 ? options.channels : record.hrtfChannels;
-        const std::uint32_t mask = layoutOf(channels, link.activeChannelMask());
+        const std::uint32_t mask = layoutOf(channels, client.activeChannelMask());
         record.hrtfLength = spectrumFloats;
         record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
         record.hrtfId = 0;
@@ -326,13 +327,13 @@ void clearHrtf(const CLI::App& tool, const Options& options)
 
 void save(const Options& options)
 {
-    savePreset(options.presetName, ControlLink().settings());
+    savePreset(options.presetName, ControlClient().settings());
 }
 
 void load(const Options& options)
 {
     loadPreset(options.presetName, {}); // says what is wrong with it even if no effect is running
-    ControlLink().update([&](SettingsRecord& record) { record = loadPreset(options.presetName, record); });
+    ControlClient().update([&](SettingsRecord& record) { record = loadPreset(options.presetName, record); });
 }
 
 void list()
@@ -415,6 +416,10 @@ int main(int argc, char** argv)
     return quorel::runTool(tool, argc, argv, [&] {
         if (!action)
             throw std::runtime_error("a command is required; --help tells them");
-        action();
+        try {
+            action();
+        } catch (const quorel::NoEffect& reason) {
+            throw quorel::OtherExit(quorel::noEffectCode, reason.what());
+        }
     });
 }

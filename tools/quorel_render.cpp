@@ -4,7 +4,7 @@
 #include "core/status.h"
 #include "speaker/speaker_tables.h"
 #include "tools/resampler.h"
-#include "tools/settings_fields.h"
+#include "tools/settings_options.h"
 #include "tools/tool.h"
 
 #include <chrono>
@@ -170,7 +170,7 @@ void render(const CLI::App& tool, const Options& options)
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     writer.commit();
 
-    if (options.verbose || onTerminal())
+    if (options.verbose || platform::onTerminal())
         tellSpeed(tool, static_cast<double>(done) / rate, taken);
 }
 

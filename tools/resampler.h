@@ -1,7 +1,7 @@
 // Resampler reads an audio file at another rate, by the SoX resampler library at its high quality (20 bits).
 #pragma once
 
-#include "tools/audio_file.h"
+#include "client/audio_file.h"
 
 #include <exception>
 #include <soxr.h>

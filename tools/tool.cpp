@@ -15,9 +15,9 @@ struct Interrupted {};
 
 int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& body)
 {
-    watchInterrupts();
+    platform::watchInterrupts();
     try {
-        std::vector<std::string> arguments = argumentsOf(argc, argv);
+        std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         tool.parse(arguments);
         body();
@@ -25,7 +25,7 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& 
     } catch (const CLI::Success& request) { // help or version
         return tool.exit(request);
     } catch (const Interrupted&) {
-        return endInterrupted();
+        return platform::endInterrupted();
     } catch (const std::exception& error) {
         notice(tool, error.what());
         const auto* other = dynamic_cast<const OtherExit*>(&error);
@@ -35,7 +35,7 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& 
 
 void stopIfInterrupted()
 {
-    if (interrupted())
+    if (platform::interrupted())
         throw Interrupted();
 }
 
@@ -65,7 +65,7 @@ std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std:
 
 Progress::Progress(std::optional<std::uint64_t> frames)
 {
-    if (frames && onTerminal())
+    if (frames && platform::onTerminal())
         bar.emplace(static_cast<unsigned long>(*frames), std::cerr, "");
 }
 

@@ -1,7 +1,7 @@
 // What the tools have in common: how they begin and end, their options' ranges, and the bar that shows how far they are.
 #pragma once
 
-#include "tools/process.h"
+#include "platform/programs/process.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 // A microphone stream without an audio engine, steered through the shared block as from another process.
+#include "client/control_client.h"
 #include "core/signal_path.h"
-#include "platform/sharing.h"
 #include "settings/settings_handler.h"
 
 #include <chrono>
@@ -18,40 +18,6 @@ constexpr std::uint32_t frames = 480;  // of a block: 10 ms
 constexpr std::uint32_t blocks = 1000; // ten seconds
 constexpr std::uint32_t offAt = 100;   // the block behind which noise reduction is switched off, whatever was kept
 constexpr std::uint32_t onAt = 500;    // and on
-
-// What a control application does; it needs nothing of the effect but settings/control_block.h and the operations that open
-// named objects.
-class Control {
-public:
-    Control()
-        : memory(quorel::platform::openMapping(quorel::controlBlockName)),
-          event(quorel::platform::openEvent(quorel::controlEventName)),
-          block(static_cast<quorel::ControlBlock*>(quorel::platform::mapView(memory, sizeof(quorel::ControlBlock))))
-    {
-    }
-    ~Control()
-    {
-        quorel::platform::unmapView(block, sizeof(quorel::ControlBlock));
-        quorel::platform::closeHandle(event);
-        quorel::platform::closeHandle(memory);
-    }
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
-
-    void send(const quorel::SettingsRecord& settings)
-    {
-        quorel::copySettings(settings, *block);
-        ++block->sequence; // last: from here on the update counts
-        quorel::platform::setEvent(event);
-    }
-
-    float levelDb(std::size_t band) const { return block->levels[band]; }
-
-private:
-    quorel::platform::Handle memory;
-    quorel::platform::Handle event;
-    quorel::ControlBlock* block;
-};
 
 double decibels(const std::vector<float>& block)
 {
@@ -74,7 +40,7 @@ try {
     std::vector<float> block(frames);
     std::minstd_rand random;
     std::uniform_real_distribution<float> noise(-0.1F, 0.1F);
-    Control control;
+    quorel::ControlClient control; // stands for another process
     double before = 0.0;
 
     // Audio thread: what this loop does with `settings` and `path` neither waits nor allocates.
@@ -93,17 +59,17 @@ try {
 
         if (i == offAt || i == onAt) {
             before = decibels(block);
-            quorel::SettingsRecord wanted;
-            wanted.MicNR = i == onAt;
-            wanted.levelsEnabled = 1;
-            control.send(wanted);
+            control.update([&](quorel::SettingsRecord& wanted) {
+                wanted.MicNR = i == onAt;
+                wanted.levelsEnabled = 1;
+            });
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1)); // stands for the sound card
     }
 
     const double after = decibels(block);
     std::printf("noise: %.1f dB, reduced: %.1f dB, level of band 5: %.1f dB\n", before, after,
-                static_cast<double>(control.levelDb(5)));
+                static_cast<double>(control.levels()[5]));
     settings->writeIdleLevels();
     return after < before - 6.0 ? 0 : 1;
 } catch (const std::exception& failure) {

@@ -1,14 +1,13 @@
 #include "tests/real_time/steered_session.h"
 
-#include "platform/sharing.h"
-#include "settings/control_block.h"
+#include "client/control_client.h"
 #include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -22,47 +21,47 @@ constexpr const char* steer = "--steer";
 
 using namespace std::chrono_literals;
 
-// What the effect makes, as soon as it is there.
-template <typename Open>
-platform::Handle await(Open open)
+// As soon as there is an effect.
+std::unique_ptr<ControlClient> awaitEffect()
 {
     for (;;) {
-        if (const auto handle = open(); handle != nullptr)
-            return handle;
-        std::this_thread::sleep_for(1ms);
+        try {
+            return std::make_unique<ControlClient>();
+        } catch (const NoEffect&) {
+            std::this_thread::sleep_for(1ms);
+        }
     }
 }
 
 void steerForEver(std::uint32_t channels)
 {
-    const auto memory = await([] { return platform::openMapping(controlBlockName); });
-    const auto hrtf = await([] { return platform::openMapping(hrtfShareName); });
-    const auto event = await([] { return platform::openEvent(controlEventName); });
-    auto& block = *static_cast<ControlBlock*>(platform::mapView(memory, sizeof(ControlBlock)));
-    auto* share = static_cast<float*>(platform::mapView(hrtf, hrtfShareBytes));
-
+    const auto client = awaitEffect();
     std::minstd_rand random{2};
     const auto below = [&](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
-    SettingsRecord record;
     const auto end = std::chrono::steady_clock::now() + 2min;
     for (std::uint32_t update = 1; std::chrono::steady_clock::now() < end; ++update) {
-        record.Settings = static_cast<std::uint8_t>(below(2));
-        record.MicNR = static_cast<std::uint8_t>(below(2));
-        record.micEq = below(3);
-        record.EQBand[below(9)] = static_cast<std::int32_t>(below(255)) - 127;
-        record.noiseGate = below(256);
-        record.Reverb = below(256);
-        record.levelsEnabled = static_cast<std::uint8_t>(below(2));
-        if (update % 8 == 0) {
-            for (std::uint32_t i = 0; i < 2 * channels * 1024; ++i)
-                share[i] = static_cast<float>(below(1000)) * 1e-5F;
-            record.hrtfId = update;
-            record.hrtfLength = 1024;
-            record.hrtfChannels = channels;
+        try {
+            client->deliver([&](SettingsRecord& record) {
+                record.Settings = static_cast<std::uint8_t>(below(2));
+                record.MicNR = static_cast<std::uint8_t>(below(2));
+                record.micEq = below(3);
+                record.EQBand[below(9)] = static_cast<std::int32_t>(below(255)) - 127;
+                record.noiseGate = below(256);
+                record.Reverb = below(256);
+                record.levelsEnabled = static_cast<std::uint8_t>(below(2));
+                std::vector<float> set;
+                if (update % 8 == 0) {
+                    for (std::uint32_t i = 0; i < 2 * channels * 1024; ++i)
+                        set.push_back(static_cast<float>(below(1000)) * 1e-5F);
+                    record.hrtfId = update;
+                    record.hrtfLength = 1024;
+                    record.hrtfChannels = channels;
+                }
+                return set;
+            });
+        } catch (const NoEffect&) {
+            // Its event is not there yet, or not any more.
         }
-        copySettings(record, block);
-        std::atomic_ref(block.sequence).store(update, std::memory_order_release);
-        platform::setEvent(event);
         std::this_thread::sleep_for(100us);
     }
 }

@@ -2,7 +2,7 @@
 // as a process.
 #pragma once
 
-#include "tools/audio_file.h"
+#include "client/audio_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "tools/hrtf_file.h"
+#include "client/hrtf_file.h"
 
-#include "tools/hrtf_sources.h"
+#include "client/hrtf_sources.h"
 
 #include <cctype>
 #include <cmath>

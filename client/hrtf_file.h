@@ -8,7 +8,7 @@
 //             7     front centre left ear            14      front centre right ear
 #pragma once
 
-#include "tools/hrtf_set.h"
+#include "client/hrtf_set.h"
 
 namespace quorel {
 

@@ -1,4 +1,4 @@
-#include "tools/process.h"
+#include "platform/programs/process.h"
 
 #include <array>
 #include <cerrno>
@@ -7,7 +7,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 namespace {
 
@@ -72,4 +72,4 @@ std::string userFolder()
     return folder.empty() ? folder : folder + "/quorel";
 }
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -1,6 +1,6 @@
-#include "tools/atomic_file.h"
+#include "platform/programs/atomic_file.h"
 
-#include "tools/file_names.h"
+#include "platform/programs/file_names.h"
 
 #include <cerrno>
 #include <cstring>
@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <windows.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 AtomicFile::AtomicFile(const std::string& path) : shown(path)
 {
@@ -73,4 +73,4 @@ void AtomicFile::fail(const char* reason) const
     throw std::runtime_error("cannot write " + shown + ": " + reason);
 }
 
-} // namespace quorel
+} // namespace quorel::platform

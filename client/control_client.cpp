@@ -1,8 +1,10 @@
-#include "tools/control_link.h"
+#include "client/control_client.h"
 
 #include "platform/named_lock.h"
 
 #include <atomic>
+#include <bit>
+#include <cstring>
 #include <memory>
 #include <span>
 
@@ -10,8 +12,8 @@ namespace quorel {
 
 namespace {
 
-constexpr const char* toolsLockName = "Global\\QUORELControl"; // among the tools alone: the effect takes no lock
-constexpr std::uint32_t toolsPatience = 5000;                  // ms
+constexpr const char* lockName = "Global\\QUORELControl"; // among these programs alone: the effect takes no lock
+constexpr std::uint32_t patience = 5000;                  // ms
 
 struct CloseHandle {
     void operator()(platform::Handle handle) const noexcept { platform::closeHandle(handle); }
@@ -37,7 +39,7 @@ float readFloat(const float& word) noexcept
 
 } // namespace
 
-ControlLink::ControlLink() : mapping(platform::openMapping(controlBlockName))
+ControlClient::ControlClient() : mapping(platform::openMapping(controlBlockName))
 {
     if (mapping == nullptr)
         throw NoEffect();
@@ -48,13 +50,13 @@ ControlLink::ControlLink() : mapping(platform::openMapping(controlBlockName))
     }
 }
 
-ControlLink::~ControlLink()
+ControlClient::~ControlClient()
 {
     platform::unmapView(block, sizeof(ControlBlock));
     platform::closeHandle(mapping);
 }
 
-SettingsRecord ControlLink::settings() const
+SettingsRecord ControlClient::settings() const
 {
     SettingsRecord record;
     auto* to = reinterpret_cast<std::byte*>(&record) + settingsOffset;
@@ -65,17 +67,17 @@ SettingsRecord ControlLink::settings() const
     return record;
 }
 
-std::uint32_t ControlLink::activeChannelMask() const
+std::uint32_t ControlClient::activeChannelMask() const
 {
     return readWord(&block->activeChannelMask);
 }
 
-float ControlLink::activeFramesPerSecond() const
+float ControlClient::activeFramesPerSecond() const
 {
     return readFloat(block->activeFramesPerSecond);
 }
 
-std::array<float, 9> ControlLink::levels() const
+std::array<float, 9> ControlClient::levels() const
 {
     std::array<float, 9> levels{};
     for (std::size_t k = 0; k < levels.size(); ++k)
@@ -83,7 +85,7 @@ std::array<float, 9> ControlLink::levels() const
     return levels;
 }
 
-void ControlLink::update(const std::function<void(SettingsRecord&)>& change)
+void ControlClient::update(const std::function<void(SettingsRecord&)>& change)
 {
     deliver([&](SettingsRecord& record) {
         change(record);
@@ -93,13 +95,13 @@ void ControlLink::update(const std::function<void(SettingsRecord&)>& change)
 
 // In the order that the effect relies on: the share, the settings, `sequence`, the event. Whatever can fail comes before the
 // first byte.
-void ControlLink::deliver(const std::function<std::vector<float>(SettingsRecord&)>& change)
+void ControlClient::deliver(const std::function<std::vector<float>(SettingsRecord&)>& change)
 {
     const std::unique_ptr<platform::Descriptor, void (*)(platform::Descriptor*)> access(platform::convertDescriptor(sharedAccess),
                                                                                         platform::freeDescriptor);
-    const platform::NamedLock lock(toolsLockName, access.get(), toolsPatience);
+    const platform::NamedLock lock(lockName, access.get(), patience);
     if (!lock)
-        throw std::runtime_error("another quorel-control holds the lock among these tools");
+        throw std::runtime_error("another program that changes the settings does not end");
     const OwnedHandle event(platform::openEvent(controlEventName));
     if (!event)
         throw NoEffect();

@@ -1,4 +1,4 @@
-#include "tools/settings_fields.h"
+#include "client/settings_fields.h"
 
 #include <array>
 #include <cstring>
@@ -54,11 +54,6 @@ constexpr auto fields = std::to_array<SettingsField>({
 });
 // clang-format on
 
-std::string rangeOf(const SettingsField& field)
-{
-    return std::to_string(field.low) + " to " + std::to_string(field.high);
-}
-
 } // namespace
 
 std::span<const SettingsField> settingsFields() noexcept
@@ -81,6 +76,11 @@ std::int64_t settingOf(const SettingsRecord& record, const SettingsField& field)
     return field.low < 0 ? std::int64_t{static_cast<std::int32_t>(value)} : std::int64_t{value};
 }
 
+std::string rangeOf(const SettingsField& field)
+{
+    return std::to_string(field.low) + " to " + std::to_string(field.high);
+}
+
 std::string refusal(const SettingsField& field, const std::string& value)
 {
     return std::string(field.name) + " takes numbers from " + rangeOf(field) + ", not " + value;
@@ -92,32 +92,6 @@ void setSetting(SettingsRecord& record, const SettingsField& field, std::int64_t
         throw std::runtime_error(refusal(field, std::to_string(value)));
     const auto bits = static_cast<std::uint32_t>(value);
     std::memcpy(reinterpret_cast<std::byte*>(&record) + field.offset, &bits, field.bytes);
-}
-
-std::string settingHelp(const SettingsField& field, const std::string& indent)
-{
-    std::string text = "[" + rangeOf(field) + "] ";
-    for (const char letter : std::string_view(field.meaning)) {
-        text += letter;
-        if (letter == '\n')
-            text += indent;
-    }
-    return text;
-}
-
-void addSettings(CLI::App& tool, SettingsRecord& record, Effect effect)
-{
-    for (const SettingsField& field : fields) {
-        if (field.effect != effect)
-            continue;
-        tool.add_option_function<std::int64_t>(
-                "--" + std::string(field.name), [&record, &field](std::int64_t value) { setSetting(record, field, value); },
-                settingHelp(field))
-            ->type_name("NUMBER")
-            ->default_str(std::to_string(settingOf(record, field)))
-            ->check(numberFrom(field.low, field.high), "")
-            ->group("Settings");
-    }
 }
 
 } // namespace quorel

@@ -1,10 +1,10 @@
-// What a tool asks of its process: its arguments, whether it was interrupted, and who watches. One .cpp a system.
+// What a program asks of its process: its arguments, whether it was interrupted, who watches, and where its user's files are.
 #pragma once
 
 #include <string>
 #include <vector>
 
-namespace quorel {
+namespace quorel::platform {
 
 // The arguments behind the program's name, in UTF-8.
 std::vector<std::string> argumentsOf(int argc, char** argv);
@@ -21,15 +21,7 @@ int endInterrupted();
 // Whether somebody watches standard error.
 bool onTerminal() noexcept;
 
-// What moves the cursor of standard error's terminal one line up, and what clears the rest of a line. Empty without a
-// terminal that can.
-struct TerminalMoves {
-    std::string up;
-    std::string clear;
-};
-TerminalMoves terminalMoves();
-
 // The folder that holds this user's files of this system, empty if there is none; it may have to be made.
 std::string userFolder();
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -1,4 +1,4 @@
-#include "tools/atomic_file.h"
+#include "platform/programs/atomic_file.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 AtomicFile::AtomicFile(const std::string& path) : shown(path)
 {
@@ -72,4 +72,4 @@ void AtomicFile::fail(const char* reason) const
     throw std::runtime_error("cannot write " + shown + ": " + reason);
 }
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -1,10 +1,10 @@
-#include "tools/process.h"
+#include "platform/programs/terminal.h"
 
 #include <cstdint>
 #include <term.h>
 #include <unistd.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 namespace {
 
@@ -20,9 +20,9 @@ std::string capability(const char* name)
 TerminalMoves terminalMoves()
 {
     int problem = 0;
-    if (!onTerminal() || setupterm(nullptr, STDERR_FILENO, &problem) != 0)
+    if (isatty(STDERR_FILENO) != 1 || setupterm(nullptr, STDERR_FILENO, &problem) != 0)
         return {};
     return {capability("cuu1"), capability("el")};
 }
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -1,8 +1,8 @@
-#include "tools/process.h"
+#include "platform/programs/terminal.h"
 
 #include <windows.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 TerminalMoves terminalMoves()
 {
@@ -13,4 +13,4 @@ TerminalMoves terminalMoves()
     return {"\x1b[A", "\x1b[K"};
 }
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-namespace quorel {
+namespace quorel::platform {
 
 class AtomicFile {
 public:
@@ -36,4 +36,4 @@ private:
     int fd = -1;
 };
 
-} // namespace quorel
+} // namespace quorel::platform

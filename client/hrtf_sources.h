@@ -2,7 +2,7 @@
 // cannot have them.
 #pragma once
 
-#include "tools/hrtf_set.h"
+#include "client/hrtf_set.h"
 
 #include <cstddef>
 #include <string>

@@ -1,32 +1,31 @@
-// ControlLink is the control application's end of the shared memory: settings and response sets to a running effect, levels
+// ControlClient is the control application's end of the shared memory: settings and response sets to a running effect, levels
 // and the active format back.
 //
 // It opens what the effect has made and makes nothing itself. While it is open the block lives, even if its effect ends, so a
-// link is for one look or one update. Updates of several tools come one after the other, under a lock that they share.
+// client is for one look or one update. Updates of several programs come one after the other, under a lock that they share.
 #pragma once
 
 #include "platform/sharing.h"
 #include "settings/control_block.h"
-#include "tools/tool.h"
 
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
 namespace quorel {
 
-struct NoEffect : OtherExit {
-    static constexpr int exitCode = 3;
-    NoEffect() : OtherExit(exitCode, "no effect is running") {}
+struct NoEffect : std::runtime_error {
+    NoEffect() : std::runtime_error("no effect is running") {}
 };
 
-class ControlLink {
+class ControlClient {
 public:
     // Throws NoEffect.
-    ControlLink();
-    ~ControlLink();
-    ControlLink(const ControlLink&) = delete;
-    ControlLink& operator=(const ControlLink&) = delete;
+    ControlClient();
+    ~ControlClient();
+    ControlClient(const ControlClient&) = delete;
+    ControlClient& operator=(const ControlClient&) = delete;
 
     SettingsRecord settings() const;
     std::uint32_t activeChannelMask() const;

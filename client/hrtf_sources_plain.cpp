@@ -1,7 +1,7 @@
 // Without libraries: plain WAV files at the effect's rate.
-#include "tools/file_names.h"
-#include "tools/hrtf_file.h"
-#include "tools/hrtf_sources.h"
+#include "client/hrtf_file.h"
+#include "client/hrtf_sources.h"
+#include "platform/programs/file_names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -52,7 +52,7 @@ float sample(std::string_view bytes, std::size_t place, std::size_t size, bool i
 
 Recording readRecording(const std::string& path, std::size_t frames)
 {
-    std::ifstream file(pathOf(path), std::ios::binary);
+    std::ifstream file(platform::pathOf(path), std::ios::binary);
     if (!file)
         fail(path, std::strerror(errno));
     std::string all(longestFile, '\0');

@@ -1,13 +1,13 @@
-#include "tools/process.h"
+#include "platform/programs/process.h"
 
-#include "tools/file_names.h"
+#include "platform/programs/file_names.h"
 
 #include <cstdlib>
 #include <windows.h>
 
 #include <shellapi.h>
 
-namespace quorel {
+namespace quorel::platform {
 
 namespace {
 
@@ -62,4 +62,4 @@ std::string userFolder()
     return folder != nullptr && *folder != L'\0' ? textOf(folder) + "\\QUOREL" : std::string();
 }
 
-} // namespace quorel
+} // namespace quorel::platform

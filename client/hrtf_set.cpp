@@ -1,4 +1,4 @@
-#include "tools/hrtf_set.h"
+#include "client/hrtf_set.h"
 
 #include "speaker/built_in.h"
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-namespace quorel {
+namespace quorel::platform {
 
 inline std::filesystem::path pathOf(const std::string& utf8)
 {
@@ -17,4 +17,4 @@ inline std::string textOf(const std::filesystem::path& path)
     return {text.begin(), text.end()};
 }
 
-} // namespace quorel
+} // namespace quorel::platform

@@ -1,7 +1,7 @@
-#include "tools/hrtf_sources.h"
+#include "client/hrtf_sources.h"
 
-#include "tools/audio_file.h"
-#include "tools/hrtf_file.h"
+#include "client/audio_file.h"
+#include "client/hrtf_file.h"
 
 #include <algorithm>
 #include <cerrno>

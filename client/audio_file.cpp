@@ -1,4 +1,4 @@
-#include "tools/audio_file.h"
+#include "client/audio_file.h"
 
 #include <array>
 #include <bit>

@@ -3,11 +3,11 @@
 #pragma once
 
 #include "core/settings_record.h"
-#include "tools/tool.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace quorel {
@@ -32,16 +32,13 @@ const SettingsField* settingsField(std::string_view name) noexcept;
 
 std::int64_t settingOf(const SettingsRecord& record, const SettingsField& field) noexcept;
 
+// "0 to 255"
+std::string rangeOf(const SettingsField& field);
+
 // What a user is told whose value is out of range.
 std::string refusal(const SettingsField& field, const std::string& value);
 
 // Throws std::runtime_error with the refusal when the value is out of range.
 void setSetting(SettingsRecord& record, const SettingsField& field, std::int64_t value);
-
-// "[0 to 255] meaning", each line but the first behind `indent`.
-std::string settingHelp(const SettingsField& field, const std::string& indent = "");
-
-// An option --NAME for each setting of the effect.
-void addSettings(CLI::App& tool, SettingsRecord& record, Effect effect);
 
 } // namespace quorel

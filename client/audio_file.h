@@ -1,7 +1,7 @@
 // Audio files as the tools read and write them: interleaved floats, full scale 1.0, and the speakers that the channels are for.
 #pragma once
 
-#include "tools/atomic_file.h"
+#include "platform/programs/atomic_file.h"
 
 #include <cstdint>
 #include <memory>
@@ -72,7 +72,7 @@ private:
     [[noreturn]] void fail() const;
 
     std::string path;
-    AtomicFile destination;
+    platform::AtomicFile destination;
     SoundFile file;
 };
 

@@ -1,9 +1,9 @@
-#include "tools/preset.h"
+#include "client/preset.h"
 
-#include "tools/atomic_file.h"
-#include "tools/file_names.h"
-#include "tools/process.h"
-#include "tools/settings_fields.h"
+#include "client/settings_fields.h"
+#include "platform/programs/atomic_file.h"
+#include "platform/programs/file_names.h"
+#include "platform/programs/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,10 +27,10 @@ constexpr std::uintmax_t longestFile = 65536; // bytes
 
 fs::path folder()
 {
-    const std::string own = userFolder();
+    const std::string own = platform::userFolder();
     if (own.empty())
         throw std::runtime_error("there is no folder for this user's presets");
-    return pathOf(own) / "presets";
+    return platform::pathOf(own) / "presets";
 }
 
 bool goodName(const std::string& name)
@@ -88,8 +88,8 @@ void savePreset(const std::string& name, const SettingsRecord& record)
     std::error_code error;
     fs::create_directories(path.parent_path(), error);
     if (error)
-        throw std::runtime_error("cannot make the folder " + textOf(path.parent_path()) + ": " + error.message());
-    AtomicFile file(textOf(path));
+        throw std::runtime_error("cannot make the folder " + platform::textOf(path.parent_path()) + ": " + error.message());
+    platform::AtomicFile file(platform::textOf(path));
     file.write(preset.dump(2) + "\n");
     file.commit();
 }
@@ -98,7 +98,7 @@ SettingsRecord loadPreset(const std::string& name, const SettingsRecord& record)
 {
     const fs::path path = fileOf(name);
     const auto fail = [&](const std::string& why) {
-        throw std::runtime_error("cannot read the preset " + textOf(path) + ": " + why);
+        throw std::runtime_error("cannot read the preset " + platform::textOf(path) + ": " + why);
     };
     std::error_code error;
     const auto bytes = fs::file_size(path, error);
@@ -136,7 +136,7 @@ std::vector<std::string> presets()
     std::vector<std::string> names;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(folder(), error)) {
-        const std::string name = textOf(entry.path().stem());
+        const std::string name = platform::textOf(entry.path().stem());
         if (entry.path().extension() == ".json" && goodName(name))
             names.push_back(name);
     }
