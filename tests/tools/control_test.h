@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <complex>
@@ -91,7 +92,13 @@ protected:
             line += ' ' + quoted(argument);
         line += " >" + quoted(out.string()) + " 2>" + quoted(err.string());
 #ifdef _WIN32
-        const int code = std::system(('"' + line + '"').c_str());
+        int code = -1; // no process: a busy machine may have none to give for a while
+        for (int tries = 0; code == -1 && tries < 20; ++tries) {
+            if (tries > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            code = std::system(('"' + line + '"').c_str());
+        }
+        EXPECT_NE(code, -1) << std::strerror(errno);
 #else
         const int status = std::system(line.c_str());
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
