@@ -121,12 +121,14 @@ void ControlClient::deliver(const std::function<std::vector<float>(SettingsRecor
         std::memcpy(view, setBytes.data(), setBytes.size());
         platform::unmapView(view, hrtfShareBytes);
     }
+    // Another application may have written since: what the change left alone is left alone here too.
     const auto* from = reinterpret_cast<const std::byte*>(&after) + settingsOffset;
+    const auto* was = reinterpret_cast<const std::byte*>(&before) + settingsOffset;
     for (std::size_t i = settingsBytes; i > 0;) { // from the end, so that a set's identity comes after its size
         i -= sizeof(std::uint32_t);
         std::uint32_t word = 0;
         std::memcpy(&word, from + i, sizeof word);
-        if (word != readWord(block->settings.data() + i))
+        if (std::memcmp(was + i, &word, sizeof word) != 0)
             writeWord(block->settings.data() + i, word, std::memory_order_release);
     }
     writeWord(&block->sequence, readWord(&block->sequence) + 1, std::memory_order_release);
