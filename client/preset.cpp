@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -80,9 +81,13 @@ void savePreset(const std::string& name, const SettingsRecord& record)
 {
     const fs::path path = fileOf(name);
     Json settings;
-    for (const SettingsField& field : settingsFields())
-        if (field.kept)
-            settings[field.name] = settingOf(record, field);
+    for (const SettingsField& field : settingsFields()) {
+        if (!field.kept)
+            continue;
+        SettingsRecord checked;
+        setSetting(checked, field, settingOf(record, field)); // what could not be loaded again replaces nothing
+        settings[field.name] = settingOf(record, field);
+    }
     const Json preset = {{"settings", settings}};
 
     std::error_code error;
@@ -121,6 +126,8 @@ SettingsRecord loadPreset(const std::string& name, const SettingsRecord& record)
                 throw std::runtime_error("a preset has no setting \"" + key + "\"");
             if (!value.is_number_integer())
                 throw std::runtime_error(key + " takes a whole number");
+            if (value.is_number_unsigned() && value.get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max())
+                throw std::runtime_error(refusal(*field, value.dump()));
             setSetting(changed, *field, value.get<std::int64_t>());
         }
     } catch (const Json::exception&) {

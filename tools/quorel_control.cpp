@@ -1,18 +1,16 @@
 // quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
-#include "client/control_client.h"
+#include "client/hrtf_delivery.h"
 #include "client/hrtf_file.h"
 #include "client/preset.h"
 #include "microphone/microphone_tables.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <iomanip>
 #include <iostream>
 #include <map>
-#include <random>
 #include <sstream>
 #include <thread>
 
@@ -140,15 +138,8 @@ void status(const CLI::App& tool)
         std::cout << "responses: delivered, set " << hexadecimal(record.hrtfId) << " for " << record.hrtfChannels
                   << " channels\n";
 
-    if (record.hrtfId == 0)
-        return;
-    if (record.hrtfLength != spectrumFloats)
-        notice(tool, "the delivered set has responses of " + std::to_string(record.hrtfLength) +
-                         " values instead of 1024: the effect refuses every block; hrtf clear ends this");
-    else if (streaming && record.hrtfChannels != rowsOf(mask).size())
-        notice(tool, "the delivered set is for " + std::to_string(record.hrtfChannels) + " channels, the stream has " +
-                         std::to_string(rowsOf(mask).size()) + ": if it is a speaker's, the effect refuses every block; " +
-                         "hrtf clear ends this");
+    if (const auto refusal = refusalOfSet(client))
+        notice(tool, *refusal);
 }
 
 // ---- levels ---------------------------------------------------------------------------------------------------------
@@ -243,26 +234,6 @@ void showLevels(const Options& options)
 
 // ---- hrtf -----------------------------------------------------------------------------------------------------------
 
-// The speakers that the channels of a set are for: those of the running stream, or by the usual layout of so many channels.
-std::uint32_t layoutOf(std::size_t channels, std::uint32_t activeMask)
-{
-    if (rowsOf(activeMask).size() == channels)
-        return activeMask;
-    constexpr auto usual = std::to_array<std::uint32_t>({0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x637, fullMask});
-    return channels < usual.size() ? usual.at(channels) : 0;
-}
-
-// Another than `old`, and most likely none that a path has seen.
-std::uint32_t newIdentity(std::uint32_t old)
-{
-    std::random_device random;
-    for (;;) {
-        const auto id = static_cast<std::uint32_t>(random());
-        if (id != 0 && id != old)
-            return id;
-    }
-}
-
 void loadHrtf(const CLI::App& tool, const Options& options)
 {
     const MeasuredSet measured = readHrtfFile(options.hrtfFile);
@@ -288,13 +259,7 @@ void loadHrtf(const CLI::App& tool, const Options& options)
         }
     }
     const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
-    std::vector<float> spectra = packSet(set, mask);
-    client.deliver([&](SettingsRecord& record) {
-        record.hrtfLength = spectrumFloats;
-        record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
-        record.hrtfId = newIdentity(record.hrtfId);
-        return std::move(spectra);
-    });
+    deliverSet(client, set, mask);
 
     notice(tool, measured.origin);
     std::ostringstream text;
@@ -304,23 +269,16 @@ void loadHrtf(const CLI::App& tool, const Options& options)
     notice(tool, text.str());
 }
 
-// A new path plays the built-in set while the identity is 0. One that holds a delivered set copies what the share holds when it
-// sees the identity change to 0, so the built-in set goes into the share. Whoever holds the delivered set has its channel count.
 void clearHrtf(const CLI::App& tool, const Options& options)
 {
     ControlClient client;
-    if (client.settings().hrtfId == 0) {
+    const auto others = clearSet(client, options.channels);
+    if (!others)
         notice(tool, "no delivered set is in force");
-        return;
-    }
-    client.deliver([&](SettingsRecord& record) {
-        const std::uint32_t channels = options.channels != 0 ? options.channels : record.hrtfChannels;
-        const std::uint32_t mask = layoutOf(channels, client.activeChannelMask());
-        record.hrtfLength = spectrumFloats;
-        record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
-        record.hrtfId = 0;
-        return packBuiltInSet(mask);
-    });
+    else
+        for (const std::uint32_t channels : *others)
+            notice(tool, "sets for " + std::to_string(channels) + " channels were delivered as well: a stream of so many that " +
+                             "refuses every block is cleared by hrtf clear --channels " + std::to_string(channels));
 }
 
 // ---- preset ---------------------------------------------------------------------------------------------------------
@@ -394,7 +352,7 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
         ->default_str("8, if a 7.1 stream at 48000 Hz is running");
     CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(tool, options); });
     addNumber(*clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
-        ->default_str("those of the delivered set");
+        ->default_str("the stream's if a set for so many was delivered, else the last set's");
 
     CLI::App* preset = command(tool, "preset", "Settings that are kept under a name", {});
     CLI::App* saving = command(*preset, "save", "Keep the settings as they are now", [&] { save(options); });

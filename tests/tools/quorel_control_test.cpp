@@ -318,6 +318,18 @@ TEST_F(ControlOfAnEffect, APresetBringsBackWhatWasKept)
     EXPECT_EQ(done({"preset", "list"}), "Night-time_2\na\n");
 }
 
+TEST_F(ControlOfAnEffect, SettingsThatNoPresetMayHoldReplaceNone)
+{
+    done({"set", "Reverb=12"});
+    done({"preset", "save", "mine"});
+    SettingsRecord record = settings();
+    record.Reverb = 300; // as any application may write it
+    copySettings(record, *block);
+    expectUntouched({"preset", "save", "mine"}, "Reverb takes numbers from 0 to 255, not 300");
+    done({"preset", "load", "mine"});
+    EXPECT_EQ(settings().Reverb, 12U);
+}
+
 TEST_F(ControlOfAnEffect, ABadNameOfAPresetIsRefused)
 {
     for (const std::string& name : {std::string("../x"), std::string("a/b"), std::string("a b"), std::string("a.b"),
@@ -355,6 +367,9 @@ TEST_F(ControlOfAnEffect, ABadFileOfAPresetIsRefusedAsAWhole)
     expectBad(R"({"settings": {"MicNR": 1, "Reverb": "1"}})", "Reverb takes a whole number");
     expectBad(R"({"settings": {"MicNR": 1, "Reverb": true}})", "Reverb takes a whole number");
     expectBad(R"({"settings": {"Reverb": 18446744073709551615}})", "Reverb takes ");
+    expectBad(R"({"settings": {"EQBand1": 18446744073709551615}})",
+              "EQBand1 takes numbers from -127 to 127, not 18446744073709551615"); // no -1
+    expectBad(R"({"settings": {"EQBand1": 9223372036854775808}})", "not 9223372036854775808");
     expectBad(R"({"settings": {"Reverb": 1, "Reverb": 2}})", "\"Reverb\" stands in it twice");
     expectBad(std::string(70000, ' '), "it is too long");
 
@@ -540,6 +555,59 @@ TEST_F(Responses, ASetForFewerChannelsHasTheirPairs)
                 EXPECT_EQ(std::memcmp(share() + (ear * channels + c) * 1024, all.data() + (ear * 8 + rows[c]) * 1024, 4096), 0)
                     << channels << ' ' << c << ' ' << ear;
     }
+}
+
+// Blocks run only between the commands, as in a stream that pauses while they are given.
+TEST_F(Responses, ClearingEndsARefusalAfterASecondDelivery)
+{
+    const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
+    std::vector<float> in(480 * 8);
+    std::vector<float> out(480 * 8);
+    for (const auto& [channels, mask, other] : {std::tuple{8U, 0x63FU, "2"}, {2U, 0x3U, "8"}, {6U, 0x60FU, "8"}}) {
+        handler->writeActiveFormat(mask, 48000.0F);
+        SignalPath path(SignalPath::Speaker{}, static_cast<int>(channels), mask, 480, 48000);
+        const auto runs = [&] {
+            follow(*path->settings());
+            path->process(in.data(), 480, out.data(), 480);
+        };
+        done({"hrtf", "load", file, "--channels", std::to_string(channels)});
+        EXPECT_NO_THROW(runs());
+        done({"hrtf", "load", file, "--channels", other});
+        EXPECT_THROW(runs(), std::invalid_argument);
+        const Outcome cleared = run({"hrtf", "clear"});
+        EXPECT_THAT(cleared.err, HasSubstr(std::string("hrtf clear --channels ") + other + '\n'));
+        EXPECT_NO_THROW(runs()) << channels;
+        EXPECT_EQ(run({"status"}).err, "");
+    }
+}
+
+TEST_F(Responses, ASetIsClearedWhileAMicrophoneIsTheLastStream)
+{
+    SignalPath path = path7();
+    done({"hrtf", "load", wav("set.wav", 14, interleaved(someSet(100, 10, 200)))});
+    follow(*path->settings());
+    heard(path, 0);
+    handler->writeActiveFormat(0x4, 48000.0F);
+    done({"hrtf", "clear"});
+    follow(*path->settings());
+    EXPECT_NO_THROW(heard(path, 0));
+    EXPECT_EQ(settings().hrtfChannels, 8U);
+}
+
+TEST_F(Responses, StatusWarnsOfAStreamThatTheClearingMayHaveMissed)
+{
+    done({"hrtf", "load", wav("set.wav", 14, interleaved(someSet(100, 10, 200)))});
+    SignalPath path = path7();
+    heard(path, 0);
+    done({"hrtf", "clear", "--channels", "2"});
+    follow(*path->settings());
+    EXPECT_THROW(heard(path, 0), std::invalid_argument);
+    EXPECT_THAT(run({"status"}).err, HasSubstr("was brought back for 2 channels, the stream has 8"));
+    EXPECT_THAT(run({"status"}).err, HasSubstr("hrtf clear --channels 8 ends this"));
+    done({"hrtf", "clear", "--channels", "8"});
+    follow(*path->settings());
+    EXPECT_NO_THROW(heard(path, 0));
+    EXPECT_EQ(run({"status"}).err, "");
 }
 
 TEST_F(Responses, ClearingEndsTheRefusalOfASetThatDoesNotFit)

@@ -1,0 +1,106 @@
+#include "client/hrtf_delivery.h"
+
+#include <random>
+#include <utility>
+
+namespace quorel {
+
+namespace {
+
+constexpr std::uint32_t mostChannels = 8;
+constexpr std::uint32_t countsMask = 0xFF; // of an identity
+
+std::uint32_t bitOf(std::size_t channels)
+{
+    return channels >= 1 && channels <= mostChannels ? 1U << (channels - 1) : 0;
+}
+
+// The channel counts of a record's deliveries, as bits. Another application's identities say nothing, but the last delivery is
+// told beside them.
+std::uint32_t deliveredCounts(const SettingsRecord& record)
+{
+    return record.hrtfId == 0 ? 0 : (record.hrtfId & countsMask) | bitOf(record.hrtfChannels);
+}
+
+// Another than `old`, and most likely none that a path has seen.
+std::uint32_t newIdentity(std::uint32_t old, std::uint32_t counts)
+{
+    std::random_device random;
+    for (;;) {
+        const auto id = (static_cast<std::uint32_t>(random()) & ~countsMask) | counts;
+        if (id != old)
+            return id;
+    }
+}
+
+} // namespace
+
+std::uint32_t layoutOf(std::size_t channels, std::uint32_t activeMask)
+{
+    if (rowsOf(activeMask).size() == channels)
+        return activeMask;
+    constexpr auto usual = std::to_array<std::uint32_t>({0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x637, 0x63F});
+    return channels < usual.size() ? usual.at(channels) : 0;
+}
+
+void deliverSet(ControlClient& client, const FittedSet& set, std::uint32_t channelMask)
+{
+    std::vector<float> spectra = packSet(set, channelMask);
+    client.deliver([&](SettingsRecord& record) {
+        const auto counts = deliveredCounts(record);
+        const auto channels = rowsOf(channelMask).size();
+        record.hrtfLength = spectrumFloats;
+        record.hrtfChannels = static_cast<std::uint32_t>(channels);
+        record.hrtfId = newIdentity(record.hrtfId, counts | bitOf(channels));
+        return std::move(spectra);
+    });
+}
+
+// A new path plays the built-in set while the identity is 0. One that holds a delivered set copies what the share holds when it
+// sees the identity change to 0, so the built-in set goes into the share.
+std::optional<std::vector<std::uint32_t>> clearSet(ControlClient& client, std::uint32_t channels)
+{
+    const SettingsRecord now = client.settings();
+    if (now.hrtfId == 0 && (channels == 0 || now.hrtfChannels == 0))
+        return std::nullopt;
+
+    std::uint32_t left = 0;
+    client.deliver([&](SettingsRecord& record) {
+        const auto counts = deliveredCounts(record);
+        const std::uint32_t active = client.activeChannelMask();
+        const std::size_t streams = rowsOf(active).size();
+        const std::size_t cleared = channels != 0 ? channels : (counts & bitOf(streams)) != 0 ? streams : record.hrtfChannels;
+        const std::uint32_t mask = layoutOf(cleared, active);
+        left = counts & ~bitOf(cleared);
+        record.hrtfLength = spectrumFloats;
+        record.hrtfChannels = static_cast<std::uint32_t>(rowsOf(mask).size());
+        record.hrtfId = 0;
+        return packBuiltInSet(mask);
+    });
+    std::vector<std::uint32_t> others;
+    for (std::uint32_t count = 1; count <= mostChannels; ++count)
+        if ((left & bitOf(count)) != 0)
+            others.push_back(count);
+    return others;
+}
+
+std::optional<std::string> refusalOfSet(const ControlClient& client)
+{
+    const SettingsRecord record = client.settings();
+    if (record.hrtfId != 0 && record.hrtfLength != spectrumFloats)
+        return "the delivered set has responses of " + std::to_string(record.hrtfLength) +
+               " values instead of 1024: the effect refuses every block; hrtf clear ends this";
+
+    const std::size_t streams = rowsOf(client.activeChannelMask()).size();
+    if (!(client.activeFramesPerSecond() > 0) || record.hrtfChannels == streams || record.hrtfChannels == 0)
+        return std::nullopt;
+    const std::string counts = std::to_string(record.hrtfChannels) + " channels, the stream has " + std::to_string(streams);
+    if (record.hrtfId != 0)
+        return "the delivered set is for " + counts +
+               ": if it is a speaker's, the effect refuses every block; hrtf clear ends this";
+    return "the built-in set was brought back for " + counts +
+           ": if it is a speaker's and still holds a delivered set, the effect " + "refuses every block; hrtf clear --channels " +
+           std::to_string(streams) + " ends this";
+}
+
+} // namespace quorel
