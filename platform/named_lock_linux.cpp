@@ -2,45 +2,33 @@
 // the process.
 #include "platform/named_lock.h"
 
+#include "platform/refusal.h"
 #include "platform/user_directory_linux.h"
 
-#include <ctime>
+#include <cerrno>
 #include <exception>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace quorel::platform {
 
-namespace {
-
-File openLock(const char* name)
-{
-    const UserDirectory directory;
+NamedLock::NamedLock(const char* name, const Descriptor*, std::uint32_t milliseconds) noexcept
+try {
+    const UserDirectory directory(Place::runtime, IfMissing::isMade);
     if (!directory)
-        return {};
+        return;
     const std::string_view text(name);
     const std::string file = "lock." + std::string(text.substr(text.rfind('\\') + 1));
     File lock(openat(directory.get(), file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    return lock && isPrivate(lock.get(), S_IFREG) ? std::move(lock) : File();
-}
-
-} // namespace
-
-NamedLock::NamedLock(const char* name, const Descriptor*, std::uint32_t milliseconds) noexcept
-try {
-    File lock = openLock(name);
-    if (!lock)
-        return;
-    for (std::uint32_t waited = 0; flock(lock.get(), LOCK_EX | LOCK_NB) != 0; ++waited) {
-        if (waited >= milliseconds)
-            return;
-        const timespec millisecond{0, 1000000};
-        nanosleep(&millisecond, nullptr);
-    }
-    held = lock.release();
+    const int error = lock ? EACCES : errno;
+    if (!lock || !isPrivate(lock.get(), S_IFREG))
+        keepRefusal(directory.pathOf(file), error);
+    else if (!takeLock(lock.get(), milliseconds))
+        keepRefusal(directory.pathOf(file), EBUSY);
+    else
+        held = lock.release();
 } catch (const std::exception&) {
     // There is no lock then.
 }

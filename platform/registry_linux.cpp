@@ -2,6 +2,7 @@
 // in which Windows writes registry files: "Reverb"=dword:000000aa, "FriendlyName"="QUOREL", @="the default value".
 #include "platform/registry.h"
 
+#include "platform/refusal.h"
 #include "platform/user_directory_linux.h"
 
 #include <array>
@@ -10,12 +11,13 @@
 #include <codecvt>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <exception>
 #include <fcntl.h>
 #include <locale>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <sstream>
 #include <string_view>
 #include <sys/stat.h>
@@ -29,16 +31,27 @@ namespace quorel::platform {
 using Value = std::variant<std::uint32_t, std::string>;
 using Values = std::map<std::string, Value>;
 
+// A root has a name alone and needs no destruction: the last release of an effect may come when statics are gone.
 struct OpenKey {
-    std::string path; // below the registry's directory, separated by slashes
+    const char* root = nullptr; // its path below the user's directory; null for another key
+};
+
+namespace {
+
+struct KeyBelow : OpenKey {
+    std::string path; // below the user's directory, separated by slashes
     std::uint32_t access = 0;
     Values values{};  // as they were when the key was opened, with what was set since
     Values changes{}; // what was set since
 };
 
-namespace {
+std::string pathOf(const OpenKey& key)
+{
+    return key.root != nullptr ? key.root : static_cast<const KeyBelow&>(key).path;
+}
 
 constexpr const char* valuesFile = ".values";
+constexpr std::size_t mostValues = 65536; // bytes of a file of values
 
 namespace windowsError {
 constexpr RegistryResult success = 0;
@@ -57,13 +70,13 @@ RegistryResult resultOf(int error)
 {
     switch (error) {
     case ENOENT:
-    case ENOTDIR:
         return windowsError::notFound;
     case EACCES:
     case EPERM:
     case ENOTEMPTY:
     case EEXIST:
     case ELOOP:
+    case ENOTDIR:
         return windowsError::accessDenied;
     case ENOMEM:
         return windowsError::outOfMemory;
@@ -75,7 +88,7 @@ RegistryResult resultOf(int error)
 // "Software\Name" below a key as a path of directories; false for a part that no directory of ours can have.
 bool joinPath(const OpenKey& parent, std::string_view path, std::string& joined)
 {
-    joined = parent.path;
+    joined = pathOf(parent);
     std::istringstream parts{std::string(path)};
     for (std::string part; std::getline(parts, part, '\\');) {
         if (part.empty() || part.front() == '.' || part.find('/') != std::string::npos || part.find('\0') != std::string::npos)
@@ -110,13 +123,9 @@ bool makeDirectories(const UserDirectory& user, const std::string& path)
 // The keys of an open directory; false when it can't be read.
 bool readKeys(int directory, std::vector<std::string>& names)
 {
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(fcntl(directory, F_DUPFD_CLOEXEC, 0)), closedir);
-    if (!entries)
+    if (!listDirectory(directory, names))
         return false;
-    while (const auto* entry = readdir(entries.get())) {
-        if (entry->d_name[0] != '.')
-            names.emplace_back(entry->d_name);
-    }
+    std::erase_if(names, [](const std::string& name) { return name.starts_with('.'); });
     return true;
 }
 
@@ -198,22 +207,60 @@ Values parse(const std::string& lines)
     return values;
 }
 
-// The key at a path below the user's directory, or why it can't be opened.
+// Keys whose values this process could not read when it was to. What was not read is not written over: its user still has it.
+class UnreadKeys {
+public:
+    void keep(const std::string& path, bool unread)
+    {
+        const std::lock_guard guard(lock);
+        if (unread)
+            paths.insert(path);
+        else
+            paths.erase(path);
+    }
+
+    bool contain(const std::string& path)
+    {
+        const std::lock_guard guard(lock);
+        return paths.contains(path);
+    }
+
+private:
+    std::mutex lock;
+    std::set<std::string> paths;
+};
+
+UnreadKeys& unreadKeys()
+{
+    static auto& keys = *new UnreadKeys; // never destroyed, as the roots
+    return keys;
+}
+
+// The key at a path below the user's directory, or why it can't be opened. A key without values is one like others; values
+// that are there and can't be read are none.
 RegistryResult openAt(const UserDirectory& user, const std::string& path, std::uint32_t access, RegistryKey& key)
 {
     const auto directory = openDirectory(user, path);
-    if (!directory)
-        return resultOf(errno);
-    auto opened = std::make_unique<OpenKey>(OpenKey{path, access});
     std::string lines;
-    if (readFile(directory.get(), valuesFile, lines))
-        opened->values = parse(lines);
+    const int error = !directory ? errno : readFile(directory.get(), valuesFile, mostValues, lines);
+    if (error != 0 && (error != ENOENT || !directory)) {
+        if (error != ENOENT)
+            keepRefusal(user.pathOf(path + '/' + valuesFile), error);
+        return resultOf(error);
+    }
+    auto opened = std::make_unique<KeyBelow>();
+    opened->path = path;
+    opened->access = access;
+    opened->values = parse(lines);
     key = opened.release();
     return windowsError::success;
 }
 
-RegistryResult setValue(OpenKey& key, std::string_view name, const Value& value)
+RegistryResult setValue(RegistryKey root, std::string_view name, const Value& value)
 {
+    if (root->root != nullptr)
+        return windowsError::accessDenied;
+    auto& key = static_cast<KeyBelow&>(*root);
     if ((key.access & maySet) == 0)
         return windowsError::accessDenied;
     key.values[std::string(name)] = value;
@@ -221,33 +268,36 @@ RegistryResult setValue(OpenKey& key, std::string_view name, const Value& value)
     return windowsError::success;
 }
 
-// Another process may have written the key since it was opened: only what was set here is changed.
-void writeChanges(const OpenKey& key)
+// Another process may have written the key since it was opened: only what was set here is changed. When somebody holds the
+// directory and does not give it up, the values are written all the same.
+void writeChanges(const KeyBelow& key)
 {
-    const UserDirectory user;
+    UserDirectory user(Place::state, IfMissing::isNone);
     if (!user)
         return;
+    static_cast<void>(user.keepOthersOut());
     const auto directory = openDirectory(user, key.path);
-    if (!directory)
-        return;
     std::string lines;
-    Values values;
-    if (readFile(directory.get(), valuesFile, lines))
-        values = parse(lines);
-    for (const auto& [name, value] : key.changes)
-        values[name] = value;
-    static_cast<void>(replaceFile(directory.get(), valuesFile, format(values)));
+    int error = directory ? readFile(directory.get(), valuesFile, mostValues, lines) : errno;
+    if (directory && (error == 0 || error == ENOENT)) {
+        auto values = parse(lines);
+        for (const auto& [name, value] : key.changes)
+            values[name] = value;
+        error = replaceFile(directory.get(), valuesFile, format(values)) ? 0 : errno;
+    }
+    if (error != 0)
+        keepRefusal(user.pathOf(key.path + '/' + valuesFile), error);
 }
 
 } // namespace
 
 RegistryKey rootKey(RootKey root) noexcept
 {
-    static std::array<OpenKey, 5> roots{{{"registry/HKEY_CLASSES_ROOT"},
-                                         {"registry/HKEY_CURRENT_CONFIG"},
-                                         {"registry/HKEY_CURRENT_USER"},
-                                         {"registry/HKEY_LOCAL_MACHINE"},
-                                         {"registry/HKEY_USERS"}}};
+    static constinit std::array<OpenKey, 5> roots{{{"registry/HKEY_CLASSES_ROOT"},
+                                                   {"registry/HKEY_CURRENT_CONFIG"},
+                                                   {"registry/HKEY_CURRENT_USER"},
+                                                   {"registry/HKEY_LOCAL_MACHINE"},
+                                                   {"registry/HKEY_USERS"}}};
     return &roots.at(static_cast<std::size_t>(root));
 }
 
@@ -257,8 +307,10 @@ try {
     std::string joined;
     if (!joinPath(*parent, path, joined))
         return windowsError::notFound;
-    const UserDirectory user;
-    return user ? openAt(user, joined, access, key) : windowsError::accessDenied;
+    const UserDirectory user(Place::state, IfMissing::isNone);
+    const auto result = user ? openAt(user, joined, access, key) : resultOf(user.error());
+    unreadKeys().keep(user.pathOf(joined), result != windowsError::success && result != windowsError::notFound);
+    return result;
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
 }
@@ -269,11 +321,14 @@ try {
     std::string joined;
     if (!joinPath(*parent, path, joined))
         return windowsError::invalidParameter;
-    const UserDirectory user;
-    if (!user)
+    const UserDirectory user(Place::state, IfMissing::isMade);
+    if (!user || unreadKeys().contain(user.pathOf(joined)))
         return windowsError::accessDenied;
-    if (!makeDirectories(user, joined))
-        return resultOf(errno);
+    if (!makeDirectories(user, joined)) {
+        const int error = errno;
+        keepRefusal(user.pathOf(joined), error);
+        return resultOf(error);
+    }
     return openAt(user, joined, access, key);
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
@@ -284,8 +339,10 @@ try {
     std::string joined;
     if (!joinPath(*parent, path, joined) || path.empty())
         return windowsError::notFound;
-    const UserDirectory user;
+    UserDirectory user(Place::state, IfMissing::isNone);
     if (!user)
+        return resultOf(user.error());
+    if (!user.keepOthersOut())
         return windowsError::accessDenied;
     const auto directory = openDirectory(user, joined);
     if (!directory)
@@ -303,10 +360,10 @@ try {
 RegistryResult listKeys(RegistryKey key, std::vector<std::string>& names) noexcept
 try {
     names.clear();
-    const UserDirectory user;
+    const UserDirectory user(Place::state, IfMissing::isNone);
     if (!user)
-        return windowsError::accessDenied;
-    const auto directory = openDirectory(user, key->path);
+        return resultOf(user.error());
+    const auto directory = openDirectory(user, pathOf(*key));
     return directory && readKeys(directory.get(), names) ? windowsError::success : resultOf(errno);
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
@@ -314,9 +371,9 @@ try {
 
 void closeKey(RegistryKey key) noexcept
 {
-    if (key == nullptr || key->access == 0)
+    if (key == nullptr || key->root != nullptr)
         return;
-    const std::unique_ptr<OpenKey> closed(key);
+    const std::unique_ptr<KeyBelow> closed(static_cast<KeyBelow*>(key));
     try {
         if (!closed->changes.empty())
             writeChanges(*closed);
@@ -327,10 +384,11 @@ void closeKey(RegistryKey key) noexcept
 
 RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, std::uint32_t& bytes) noexcept
 try {
-    if ((key->access & mayQuery) == 0)
+    if (key->root != nullptr || (static_cast<KeyBelow*>(key)->access & mayQuery) == 0)
         return windowsError::accessDenied;
-    const auto found = key->values.find(std::string(name));
-    if (found == key->values.end())
+    const auto& values = static_cast<KeyBelow*>(key)->values;
+    const auto found = values.find(std::string(name));
+    if (found == values.end())
         return windowsError::notFound;
     std::uint32_t number = 0;
     std::u16string text;
@@ -357,14 +415,14 @@ try {
 
 RegistryResult setNumber(RegistryKey key, std::string_view name, std::uint32_t value) noexcept
 try {
-    return setValue(*key, name, value);
+    return setValue(key, name, value);
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
 }
 
 RegistryResult setText(RegistryKey key, std::string_view name, std::string_view text) noexcept
 try {
-    return setValue(*key, name, std::string(text));
+    return setValue(key, name, std::string(text));
 } catch (const std::exception&) {
     return windowsError::outOfMemory;
 }

@@ -23,7 +23,8 @@ void freeDescriptor(Descriptor* descriptor) noexcept;
 // An existing mapping, for reading and writing; null when there is none or it may not be used.
 Handle openMapping(const char* name) noexcept;
 
-// A new mapping of `bytes` zero bytes, or the existing one of that name; null on failure.
+// A new mapping of `bytes` zero bytes, or the existing one of that name; null on failure. On Linux what is made in a turn is
+// found by others from the turn's finish on.
 Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* descriptor) noexcept;
 
 // The first `bytes` of a mapping, at an address of this process, for reading and writing; null on failure, as when the
@@ -32,7 +33,8 @@ void* mapView(Handle mapping, std::size_t bytes) noexcept;
 void unmapView(void* view, std::size_t bytes) noexcept;
 
 // An event stays set until it is reset. createEvent gives a new one, clear, or the existing one of that name; `name` null
-// makes an unnamed one with the system's own descriptor. Null on failure.
+// makes an unnamed one with the system's own descriptor. Null on failure. On Linux each process resets a named event for
+// itself alone, and one that opens an event of others finds it set, since nobody knows what it missed.
 Handle createEvent(const char* name, const Descriptor* descriptor) noexcept;
 Handle openEvent(const char* name) noexcept;
 bool setEvent(Handle event) noexcept;
@@ -50,6 +52,32 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept;
 
 // Gives up this process's hold. A thread goes on.
 void closeHandle(Handle object) noexcept;
+
+// Leaves an unnamed event that nobody waits for any more, or a mapping with its view, open to the end of the process. Where the
+// system allows it, the next handle of that kind and the next view are the same ones: they don't become more and more.
+void leaveOpen(Handle object) noexcept;
+
+// A turn among the user's processes to make and fill what they share: while one has it, the others wait for theirs. A process
+// that ends in its turn, however it ends, gives it up, and nobody finds what it had made. Only on Linux; on Windows, where the
+// objects are the machine's, everybody always has it.
+class UserTurn {
+public:
+    explicit UserTurn(std::uint32_t milliseconds) noexcept; // for which it waits at most
+    ~UserTurn();
+    UserTurn(const UserTurn&) = delete;
+    UserTurn& operator=(const UserTurn&) = delete;
+
+    // False when the time was over, or when there can be no turn.
+    explicit operator bool() const noexcept { return state != nullptr; }
+
+    // What was made is filled: from now on others find it. False when they can't.
+    bool finish() noexcept;
+
+    struct State;
+
+private:
+    State* state = nullptr;
+};
 
 // Keeps the module that this code stands in loaded to the end of the process: a thread of it goes on and nobody waits for it
 // any more.

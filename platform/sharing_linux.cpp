@@ -1,20 +1,21 @@
-// Every object but a thread is an open file, and a handle is its number: mappings are objects of shm_open, a named event is a
-// FIFO that is set while there is something to read in it, an unnamed event is an event counter.
+// Mappings are objects of shm_open under names that nobody can guess; records in the user's runtime directory tell them. An
+// unnamed event is an event counter. A named event is a FIFO for each process, in the same directory: it is set for a process
+// while there is something to read in that process's own one, and who sets the event writes into all of them. So no reset
+// takes anything from another process, and none that is stopped, killed or slow is in another one's way.
 //
-// The kernel itself forgets the holds of a process that ends, however it ends: a FIFO loses its content with its last holder,
-// and every holder of a mapping has a shared file lock on it, so a mapping without a lock is left over from processes that
-// are gone and counts as none. Mappings have names that nobody can guess; the user's private directory tells them.
+// The kernel itself forgets the holds of a process that ends, however it ends: a FIFO that nobody holds has no reader, and
+// every holder of a mapping has a shared file lock on it, so a mapping without a lock is left over from processes that are
+// gone and counts as none. Whoever comes next takes both away.
 #include "platform/sharing.h"
 
+#include "platform/refusal.h"
 #include "platform/user_directory_linux.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
+#include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
 #include <exception>
@@ -27,38 +28,46 @@
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace quorel::platform {
 
-namespace {
-
-Handle handleOf(int file)
-{
-    return std::bit_cast<Handle>(static_cast<std::intptr_t>(file) + 1); // no file is -1: null
-}
-
 // A thread's end is told by an event counter. That is its last act but one: only who joins it knows that none of its code
 // runs any more, and the module that the code stands in can be unloaded.
-struct Thread {
-    File ended;
-    pthread_t id{};
+struct Object {
+    enum class Kind { mapping, event, thread };
+
+    Kind kind;
+    File file;            // the memory; what can be read while the event is set; the counter of the thread's end
+    std::string name{};   // of the memory object; "event.<name>." of a named event, empty for another one
+    File directory{};     // where a named event's FIFOs are
+    void* view = nullptr; // the mapping's latest
+    bool left = false;    // a mapping that was left open, and its view with it
+    pthread_t thread{};
     bool joined = false;
 };
 
-// The thread of a handle, which is its address and so above all numbers of files; null for a file's.
-Thread* threadOf(Handle handle)
-{
-    return std::bit_cast<std::intptr_t>(handle) > INT_MAX ? std::bit_cast<Thread*>(handle) : nullptr;
-}
+// Who has the turn, and the records of what is being filled: their names end in `unfinished` till then.
+struct UserTurn::State {
+    File lock;
+    std::vector<std::string> records{};
+};
 
-int fileOf(Handle handle)
-{
-    const auto* thread = threadOf(handle);
-    return thread != nullptr ? thread->ended.get() : static_cast<int>(std::bit_cast<std::intptr_t>(handle) - 1);
-}
+namespace {
+
+constexpr std::size_t digits = 32;
+constexpr const char* memoryPrefix = "/quorel-";
+constexpr const char* unfinished = ".filling";
+constexpr int fifoBytes = 65536;
+
+constinit thread_local UserTurn::State* turn = nullptr; // that this thread has
+
+// What was left open, for the next who asks.
+constinit std::atomic<Object*> leftEvent = nullptr;
+constinit std::atomic<Object*> leftMapping = nullptr;
 
 // "Global\Name" names a file "Name" with a mark of its kind.
 std::string fileName(const char* kind, const char* name)
@@ -67,41 +76,154 @@ std::string fileName(const char* kind, const char* name)
     return std::string(kind) + std::string(text.substr(text.rfind('\\') + 1));
 }
 
-// The mapping that a record in the user's directory names, held by this process from now on; none when nobody held it.
-File openHeld(const UserDirectory& directory, const std::string& record, std::string& name)
+Handle refused(const std::string& path, int error)
 {
-    constexpr std::string_view prefix = "/quorel-";
-    constexpr std::size_t digits = 32;
-    if (!readFile(directory.get(), record, name) || name.size() != prefix.size() + digits || !name.starts_with(prefix) ||
-        name.find_first_not_of("0123456789abcdef", prefix.size()) != std::string::npos) {
-        name.clear();
-        return {};
-    }
-    File mapping(shm_open(name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0));
-    if (!mapping || !isPrivate(mapping.get(), S_IFREG) || flock(mapping.get(), LOCK_EX | LOCK_NB) == 0 ||
-        flock(mapping.get(), LOCK_SH | LOCK_NB) != 0)
-        return {};
-    return mapping;
+    keepRefusal(path, error);
+    return nullptr;
 }
 
-std::string unguessableName()
+// ---- Mappings -------------------------------------------------------------------------------------------------------
+
+// The name of a memory object that a record tells; empty when it tells none of ours.
+std::string nameIn(const UserDirectory& directory, const std::string& record)
 {
-    std::array<unsigned char, 16> bytes{};
-    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+    const std::string_view prefix = memoryPrefix;
+    std::string name;
+    if (readFile(directory.get(), record, prefix.size() + digits, name) != 0 || name.size() != prefix.size() + digits ||
+        !name.starts_with(prefix) || name.find_first_not_of("0123456789abcdef", prefix.size()) != std::string::npos)
         return {};
-    std::string name = "/quorel-";
-    for (const auto byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", byte);
-        name += digits.data();
-    }
     return name;
+}
+
+// The memory object, held by this process from now on; none when nobody held it: then it is gone.
+File hold(const std::string& name)
+{
+    File memory(shm_open(name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0));
+    if (!memory || !isPrivate(memory.get(), S_IFREG))
+        return {};
+    if (flock(memory.get(), LOCK_EX | LOCK_NB) == 0) {
+        shm_unlink(name.c_str());
+        return {};
+    }
+    return flock(memory.get(), LOCK_SH | LOCK_NB) == 0 ? std::move(memory) : File();
+}
+
+// Takes away the memory that processes which are gone have left, and what tells of it.
+void removeLeftOvers(const UserDirectory& directory)
+{
+    std::vector<std::string> files;
+    static_cast<void>(listDirectory(directory.get(), files));
+    for (const auto& file : files) {
+        if (!file.starts_with("memory."))
+            continue;
+        if (const auto name = nameIn(directory, file); name.empty() || !hold(name))
+            unlinkat(directory.get(), file.c_str(), 0);
+    }
+}
+
+// The existing mapping. In a turn it may be the one that was left open in an earlier one, if others would find that one.
+Handle openRecorded(const UserDirectory& directory, const std::string& record)
+{
+    const auto name = nameIn(directory, record);
+    if (name.empty())
+        return nullptr;
+    if (auto* left = leftMapping.load(); turn != nullptr && left != nullptr && left->name == name) {
+        leftMapping = nullptr;
+        return left;
+    }
+    auto memory = hold(name);
+    return memory ? new Object{Object::Kind::mapping, std::move(memory), name} : nullptr;
+}
+
+// The record comes first: it tells of the memory whatever happens to this process.
+Handle makeRecorded(const UserDirectory& directory, const std::string& record, std::uint32_t bytes)
+{
+    const auto fresh = unguessableDigits();
+    if (fresh.empty())
+        return nullptr;
+    const auto name = memoryPrefix + fresh;
+    if (const auto before = nameIn(directory, record); !before.empty())
+        shm_unlink(before.c_str()); // of a turn that was never finished
+    if (!replaceFile(directory.get(), record, name)) {
+        const int error = errno;
+        return refused(directory.pathOf(record), error);
+    }
+    File memory(shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    int error = memory ? 0 : errno;
+    // The memory is taken now: what is only promised kills the process that touches it when the system has none left.
+    if (error == 0)
+        error = posix_fallocate(memory.get(), 0, bytes);
+    if (error == 0 && flock(memory.get(), LOCK_SH | LOCK_NB) != 0)
+        error = errno;
+    if (error == 0)
+        return new Object{Object::Kind::mapping, std::move(memory), name};
+    shm_unlink(name.c_str());
+    unlinkat(directory.get(), record.c_str(), 0);
+    return refused("/dev/shm" + name, error);
+}
+
+// ---- Named events ---------------------------------------------------------------------------------------------------
+
+// Another process may have the same number where processes are numbered anew.
+std::string ownFifo(const std::string& prefix)
+{
+    struct stat space {};
+    static_cast<void>(stat("/proc/self/ns/pid", &space));
+    return prefix + std::to_string(getpid()) + '.' + std::to_string(space.st_ino);
 }
 
 File openFifo(int directory, const std::string& name, int how)
 {
     File fifo(openat(directory, name.c_str(), how | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     return fifo && isPrivate(fifo.get(), S_IFIFO) ? std::move(fifo) : File();
+}
+
+bool isHeld(int directory, const std::string& name)
+{
+    return static_cast<bool>(openFifo(directory, name, O_WRONLY)); // refused where there is no reader
+}
+
+bool writeMark(int file)
+{
+    constexpr char mark = 1;
+    for (;;) {
+        if (write(file, &mark, sizeof mark) == sizeof mark || errno == EAGAIN) // full: set long since
+            return true;
+        if (errno != EINTR)
+            return false;
+    }
+}
+
+// True when a process holds the event. Takes away the FIFOs that nobody holds.
+bool eventIsThere(const UserDirectory& directory, const std::string& prefix)
+{
+    std::vector<std::string> files;
+    static_cast<void>(listDirectory(directory.get(), files));
+    bool there = false;
+    for (const auto& file : files) {
+        if (!file.starts_with(prefix))
+            continue;
+        if (isHeld(directory.get(), file))
+            there = true;
+        else
+            unlinkat(directory.get(), file.c_str(), 0);
+    }
+    return there;
+}
+
+// This process's own end of the event, which is set when others were there before.
+Handle openEnd(const UserDirectory& directory, const std::string& prefix, bool there)
+{
+    const auto fifo = ownFifo(prefix);
+    const bool others = there && !isHeld(directory.get(), fifo);
+    const bool made = mkfifoat(directory.get(), fifo.c_str(), 0600) == 0 || errno == EEXIST;
+    auto file = made ? openFifo(directory.get(), fifo, O_RDWR) : File();
+    File place(file ? openat(directory.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC) : -1);
+    if (!file || !place || (others && !writeMark(file.get()))) {
+        const int error = errno;
+        return refused(directory.pathOf(fifo), error);
+    }
+    return new Object{Object::Kind::event, std::move(file), prefix, std::move(place)};
 }
 
 struct ThreadStart {
@@ -132,52 +254,50 @@ void freeDescriptor(Descriptor*) noexcept {}
 
 Handle openMapping(const char* name) noexcept
 try {
-    const UserDirectory directory;
-    if (!directory)
+    UserDirectory directory(Place::runtime, IfMissing::isNone);
+    if (!directory || !directory.keepOthersOut())
         return nullptr;
-    std::string found;
-    return handleOf(openHeld(directory, fileName("memory.", name), found).release());
+    removeLeftOvers(directory);
+    return openRecorded(directory, fileName("memory.", name));
 } catch (const std::exception&) {
     return nullptr;
 }
 
-Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor*) noexcept
+Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* access) noexcept
 try {
-    const UserDirectory directory;
-    if (!directory)
-        return nullptr;
-    const auto record = fileName("memory.", name);
-    std::string leftOver;
-    auto held = openHeld(directory, record, leftOver);
-    if (held)
-        return handleOf(held.release());
-    if (!leftOver.empty())
-        shm_unlink(leftOver.c_str());
-
-    const auto fresh = unguessableName();
-    if (fresh.empty())
-        return nullptr;
-    File mapping(shm_open(fresh.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!mapping)
-        return nullptr;
-    // The memory is taken now: what is only promised kills the process that touches it when the system has none left.
-    if (posix_fallocate(mapping.get(), 0, bytes) != 0 || flock(mapping.get(), LOCK_SH | LOCK_NB) != 0 ||
-        !replaceFile(directory.get(), record, fresh)) {
-        shm_unlink(fresh.c_str());
-        return nullptr;
+    if (turn == nullptr) {
+        UserTurn ofThis(patience);
+        const auto mapping = ofThis ? createMapping(name, bytes, access) : nullptr;
+        return mapping != nullptr && ofThis.finish() ? mapping : nullptr;
     }
-    return handleOf(mapping.release());
+    UserDirectory directory(Place::runtime, IfMissing::isMade);
+    if (!directory || !directory.keepOthersOut())
+        return nullptr;
+    removeLeftOvers(directory);
+    const auto record = fileName("memory.", name);
+    if (auto* existing = openRecorded(directory, record); existing != nullptr)
+        return existing;
+    turn->records.push_back(record);
+    const auto made = makeRecorded(directory, record + unfinished, bytes);
+    if (made == nullptr)
+        turn->records.pop_back();
+    return made;
 } catch (const std::exception&) {
     return nullptr;
 }
 
 void* mapView(Handle mapping, std::size_t bytes) noexcept
 {
+    if (mapping->left)
+        return mapping->view;
     struct stat found {};
-    if (fstat(fileOf(mapping), &found) != 0 || found.st_size < static_cast<off_t>(bytes))
+    if (fstat(mapping->file.get(), &found) != 0 || found.st_size < static_cast<off_t>(bytes))
         return nullptr;
-    void* view = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fileOf(mapping), 0);
-    return view == MAP_FAILED ? nullptr : view;
+    void* view = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, mapping->file.get(), 0);
+    if (view == MAP_FAILED)
+        return nullptr;
+    mapping->view = view;
+    return view;
 }
 
 void unmapView(void* view, std::size_t bytes) noexcept
@@ -187,53 +307,70 @@ void unmapView(void* view, std::size_t bytes) noexcept
 
 Handle createEvent(const char* name, const Descriptor*) noexcept
 try {
-    if (name == nullptr)
-        return handleOf(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    const UserDirectory directory;
-    const auto file = fileName("event.", name);
-    if (!directory || (mkfifoat(directory.get(), file.c_str(), 0600) != 0 && errno != EEXIST))
+    if (name == nullptr) {
+        if (auto* left = leftEvent.exchange(nullptr); left != nullptr && resetEvent(left))
+            return left;
+        File counter(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+        return counter ? new Object{Object::Kind::event, std::move(counter)} : nullptr;
+    }
+    UserDirectory directory(Place::runtime, IfMissing::isMade);
+    if (!directory || !directory.keepOthersOut())
         return nullptr;
-    return handleOf(openFifo(directory.get(), file, O_RDWR).release());
+    const auto prefix = fileName("event.", name) + '.';
+    return openEnd(directory, prefix, eventIsThere(directory, prefix));
 } catch (const std::exception&) {
     return nullptr;
 }
 
 Handle openEvent(const char* name) noexcept
 try {
-    const UserDirectory directory;
-    const auto file = fileName("event.", name);
-    // A FIFO that no process reads refuses to be opened for writing alone.
-    if (!directory || !openFifo(directory.get(), file, O_WRONLY))
+    UserDirectory directory(Place::runtime, IfMissing::isNone);
+    if (!directory || !directory.keepOthersOut())
         return nullptr;
-    return handleOf(openFifo(directory.get(), file, O_RDWR).release());
+    const auto prefix = fileName("event.", name) + '.';
+    return eventIsThere(directory, prefix) ? openEnd(directory, prefix, true) : nullptr;
 } catch (const std::exception&) {
     return nullptr;
 }
 
 bool setEvent(Handle event) noexcept
-{
-    constexpr std::uint64_t one = 1;
-    for (;;) {
-        if (write(fileOf(event), &one, sizeof one) == sizeof one || errno == EAGAIN) // full: set long since
-            return true;
-        if (errno != EINTR)
-            return false;
+try {
+    if (event->name.empty()) {
+        const bool set = eventfd_write(event->file.get(), 1) == 0;
+        return set || errno == EAGAIN;
     }
+    std::vector<std::string> files;
+    bool all = writeMark(event->file.get()) && listDirectory(event->directory.get(), files);
+    for (const auto& file : files) {
+        if (!file.starts_with(event->name))
+            continue;
+        const auto fifo = openFifo(event->directory.get(), file, O_RDWR); // no signal when its process goes meanwhile
+        if (fifo)
+            all = writeMark(fifo.get()) && all;
+        else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+            all = false;
+    }
+    return all;
+} catch (const std::exception&) {
+    return false;
 }
 
+// At most what a FIFO holds: who writes on and on keeps the event set and nobody busy.
 bool resetEvent(Handle event) noexcept
 {
-    std::array<std::uint64_t, 512> counts{};
-    for (;;) {
-        if (read(fileOf(event), counts.data(), sizeof counts) >= 0 || errno == EINTR)
-            continue;
-        return errno == EAGAIN;
+    std::array<char, 4096> marks{};
+    for (int taken = 0; taken <= fifoBytes;) {
+        const auto count = read(event->file.get(), marks.data(), marks.size());
+        if (count < 0 && errno != EINTR)
+            return errno == EAGAIN;
+        taken += static_cast<int>(std::max<ssize_t>(count, 0));
     }
+    return true;
 }
 
 int waitForEither(Handle first, Handle second) noexcept
 {
-    std::array<pollfd, 2> waited{{{fileOf(first), POLLIN, 0}, {fileOf(second), POLLIN, 0}}};
+    std::array<pollfd, 2> waited{{{first->file.get(), POLLIN, 0}, {second->file.get(), POLLIN, 0}}};
     for (;;) {
         if (poll(waited.data(), waited.size(), -1) < 0) {
             if (errno == EINTR)
@@ -250,21 +387,21 @@ int waitForEither(Handle first, Handle second) noexcept
 // The thread takes no signals: they are the program's own.
 Handle startThread(void (*run)(void*), void* argument) noexcept
 try {
-    std::unique_ptr<Thread> thread(new Thread{File(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))});
-    std::unique_ptr<ThreadStart> start(new ThreadStart{run, argument, File(fcntl(thread->ended.get(), F_DUPFD_CLOEXEC, 0))});
-    if (!thread->ended || !start->ended)
+    std::unique_ptr<Object> thread(new Object{Object::Kind::thread, File(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))});
+    std::unique_ptr<ThreadStart> start(new ThreadStart{run, argument, File(fcntl(thread->file.get(), F_DUPFD_CLOEXEC, 0))});
+    if (!thread->file || !start->ended)
         return nullptr;
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     if (pthread_sigmask(SIG_SETMASK, &all, &before) != 0)
         return nullptr;
-    const int result = pthread_create(&thread->id, nullptr, runThread, start.get());
+    const int result = pthread_create(&thread->thread, nullptr, runThread, start.get());
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (result != 0)
         return nullptr;
     static_cast<void>(start.release());
-    return std::bit_cast<Handle>(thread.release());
+    return thread.release();
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -274,14 +411,14 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     const auto end = std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000 + milliseconds;
-    pollfd waited{fileOf(object), POLLIN, 0};
+    pollfd waited{object->file.get(), POLLIN, 0};
     for (;;) {
         const auto left = end - (std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
         const int count = poll(&waited, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, 0x7FFFFFFF)));
         if (count >= 0) {
             const bool ended = count == 1 && waited.revents == POLLIN;
-            if (auto* thread = threadOf(object); ended && thread != nullptr && !thread->joined)
-                thread->joined = pthread_join(thread->id, nullptr) == 0;
+            if (ended && object->kind == Object::Kind::thread && !object->joined)
+                object->joined = pthread_join(object->thread, nullptr) == 0;
             return ended;
         }
         if (errno != EINTR)
@@ -292,11 +429,62 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 
 void closeHandle(Handle object) noexcept
 {
-    const std::unique_ptr<Thread> thread(threadOf(object));
-    if (!thread)
-        close(fileOf(object));
-    else if (!thread->joined)
-        pthread_detach(thread->id);
+    const std::unique_ptr<Object> closed(object);
+    if (closed->kind == Object::Kind::thread && !closed->joined)
+        pthread_detach(closed->thread);
+}
+
+void leaveOpen(Handle object) noexcept
+{
+    if (object->kind == Object::Kind::mapping)
+        object->left = true;
+    (object->kind == Object::Kind::event ? leftEvent : leftMapping) = object;
+}
+
+// ---- Turns ----------------------------------------------------------------------------------------------------------
+
+UserTurn::UserTurn(std::uint32_t milliseconds) noexcept
+try {
+    const UserDirectory directory(Place::runtime, IfMissing::isMade);
+    if (!directory)
+        return;
+    const std::string name = "lock.QUORELTurn";
+    File lock(openat(directory.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    const int error = lock ? EACCES : errno;
+    if (!lock || !isPrivate(lock.get(), S_IFREG))
+        keepRefusal(directory.pathOf(name), error);
+    else if (!takeLock(lock.get(), milliseconds))
+        keepRefusal(directory.pathOf(name), EBUSY);
+    else {
+        state = new State{std::move(lock)};
+        turn = state;
+    }
+} catch (const std::exception&) {
+    // There is no turn then.
+}
+
+UserTurn::~UserTurn()
+{
+    if (state == nullptr)
+        return;
+    turn = nullptr;
+    delete state;
+}
+
+bool UserTurn::finish() noexcept
+try {
+    const UserDirectory directory(Place::runtime, IfMissing::isNone);
+    for (; !state->records.empty(); state->records.pop_back()) { // what was made first is found last
+        const auto& record = state->records.back();
+        if (renameat(directory.get(), (record + unfinished).c_str(), directory.get(), record.c_str()) != 0) {
+            const int error = errno;
+            keepRefusal(directory.pathOf(record), error);
+            return false;
+        }
+    }
+    return true;
+} catch (const std::exception&) {
+    return false;
 }
 
 void keepModule() noexcept

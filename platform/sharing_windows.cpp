@@ -1,5 +1,6 @@
 #include "platform/sharing.h"
 
+#include "platform/refusal.h"
 #include "platform/text_windows.h"
 
 #include <exception>
@@ -18,6 +19,14 @@ Handle handleOf(HANDLE handle)
 HANDLE handleOf(Handle handle)
 {
     return reinterpret_cast<HANDLE>(handle);
+}
+
+// The handle of a named object, or null and why there is none.
+Handle kept(HANDLE handle, const char* name)
+{
+    if (handle == nullptr)
+        keepRefusal(name, static_cast<int>(GetLastError()));
+    return handleOf(handle);
 }
 
 SECURITY_ATTRIBUTES attributesOf(const Descriptor* descriptor)
@@ -64,8 +73,8 @@ try {
 Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* descriptor) noexcept
 try {
     auto attributes = attributesOf(descriptor);
-    return handleOf(
-        CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE | SEC_COMMIT, 0, bytes, wide(name).c_str()));
+    return kept(CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE | SEC_COMMIT, 0, bytes, wide(name).c_str()),
+                name);
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -85,7 +94,7 @@ try {
     if (name == nullptr)
         return handleOf(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     auto attributes = attributesOf(descriptor);
-    return handleOf(CreateEventW(&attributes, TRUE, FALSE, wide(name).c_str()));
+    return kept(CreateEventW(&attributes, TRUE, FALSE, wide(name).c_str()), name);
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -133,6 +142,23 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 void closeHandle(Handle object) noexcept
 {
     CloseHandle(handleOf(object));
+}
+
+void leaveOpen(Handle) noexcept {} // They stay, and each handler's life adds its own.
+
+struct UserTurn::State {};
+
+UserTurn::UserTurn(std::uint32_t) noexcept
+{
+    static State always;
+    state = &always;
+}
+
+UserTurn::~UserTurn() = default;
+
+bool UserTurn::finish() noexcept
+{
+    return true;
 }
 
 void keepModule() noexcept

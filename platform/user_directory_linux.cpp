@@ -1,12 +1,19 @@
 #include "platform/user_directory_linux.h"
 
+#include "platform/refusal.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <initializer_list>
+#include <memory>
 #include <pwd.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -15,17 +22,60 @@ namespace quorel::platform {
 
 namespace {
 
+constexpr const char* temporaryPrefix = ".new.";
+
+// An absolute path, or empty.
+std::string pathFrom(const char* variable)
+{
+    const char* value = secure_getenv(variable);
+    return value != nullptr && *value == '/' ? value : "";
+}
+
 std::string homeDirectory()
 {
-    const char* variable = secure_getenv("HOME");
-    if (variable != nullptr && *variable == '/')
-        return variable;
+    auto home = pathFrom("HOME");
+    if (!home.empty())
+        return home;
     std::array<char, 4096> texts{};
     passwd entry{};
     passwd* found = nullptr;
     if (getpwuid_r(geteuid(), &entry, texts.data(), texts.size(), &found) != 0 || found == nullptr)
         return {};
     return found->pw_dir;
+}
+
+bool isOwn(int file)
+{
+    struct stat found {};
+    return fstat(file, &found) == 0 && found.st_uid == geteuid();
+}
+
+File openPlace(const char* path)
+{
+    return File(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Goes down the parts from `directory`, and makes those that are missing when told to. The last one is opened for use, and
+// is no link. Empty on failure, with errno.
+File goDown(File directory, std::initializer_list<const char*> parts, IfMissing missing)
+{
+    for (const auto* part = parts.begin(); part != parts.end(); ++part) {
+        const int how = (part + 1 == parts.end() ? O_RDONLY | O_NOFOLLOW : O_PATH) | O_DIRECTORY | O_CLOEXEC;
+        File below(openat(directory.get(), *part, how));
+        if (!below && errno == ENOENT && missing == IfMissing::isMade) {
+            if (!isOwn(directory.get())) {
+                errno = EPERM;
+                return {};
+            }
+            if (mkdirat(directory.get(), *part, 0700) != 0 && errno != EEXIST)
+                return {};
+            below = File(openat(directory.get(), *part, how));
+        }
+        if (!below)
+            return {};
+        directory = std::move(below);
+    }
+    return directory;
 }
 
 bool writeAll(int file, const std::string& content)
@@ -40,6 +90,39 @@ bool writeAll(int file, const std::string& content)
     return true;
 }
 
+// Who writes a temporary file holds its lock: what has no lock was left by a process that is gone.
+void removeLeftOvers(int directory)
+{
+    std::vector<std::string> names;
+    static_cast<void>(listDirectory(directory, names));
+    for (const auto& name : names) {
+        if (!name.starts_with(temporaryPrefix))
+            continue;
+        const File file(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (file && isPrivate(file.get(), S_IFREG) && flock(file.get(), LOCK_EX | LOCK_NB) == 0)
+            unlinkat(directory, name.c_str(), 0);
+    }
+}
+
+// A new file that nobody takes for a left-over: it has its lock, and was still there when it got it.
+File makeTemporary(int directory, std::string& name)
+{
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        const auto digits = unguessableDigits();
+        if (digits.empty())
+            return {};
+        name = temporaryPrefix + digits;
+        File file(openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        struct stat made {};
+        if (!file)
+            return {};
+        if (flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &made) == 0 && made.st_nlink == 1)
+            return file;
+    }
+    errno = EBUSY;
+    return {};
+}
+
 } // namespace
 
 File::~File()
@@ -48,31 +131,66 @@ File::~File()
         close(descriptor);
 }
 
+File& File::operator=(File&& other) noexcept
+{
+    std::swap(descriptor, other.descriptor);
+    return *this;
+}
+
 int File::release() noexcept
 {
     return std::exchange(descriptor, -1);
 }
 
-UserDirectory::UserDirectory()
-    : directory([] {
-          auto path = homeDirectory();
-          if (path.empty())
-              return -1;
-          for (const char* part : {"/.local", "/state", "/quorel"}) {
-              path += part;
-              if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
-                  return -1;
-          }
-          File opened(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-          if (!opened || !isPrivate(opened.get(), S_IFDIR))
-              return -1;
-          int result = 0;
-          do
-              result = flock(opened.get(), LOCK_EX);
-          while (result != 0 && errno == EINTR);
-          return result == 0 ? opened.release() : -1;
-      }())
+UserDirectory::UserDirectory(Place place, IfMissing missing)
 {
+    if (place == Place::runtime) {
+        path = pathFrom("XDG_RUNTIME_DIR");
+        if (auto runtime = openPlace(path.c_str()); runtime && isOwn(runtime.get())) {
+            path += "/quorel";
+            directory = goDown(std::move(runtime), {"quorel"}, missing);
+        } else
+            place = Place::state;
+    }
+    if (place == Place::state) {
+        path = homeDirectory();
+        auto home = openPlace(path.c_str());
+        path += "/.local/state/quorel";
+        if (home)
+            directory = goDown(std::move(home), {".local", "state", "quorel"}, missing);
+    }
+    failure = directory ? 0 : errno;
+    if (directory && !isPrivate(directory.get(), S_IFDIR)) {
+        failure = EACCES;
+        directory = File();
+    }
+    if (failure != 0 && (failure != ENOENT || missing == IfMissing::isMade))
+        keepRefusal(path, failure);
+}
+
+bool UserDirectory::keepOthersOut() noexcept
+{
+    if (takeLock(directory.get(), patience))
+        return true;
+    keepRefusal(path, EBUSY);
+    return false;
+}
+
+bool takeLock(int file, std::uint32_t milliseconds) noexcept
+{
+    const auto now = [] {
+        timespec time{};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+    };
+    const auto end = now() + std::int64_t{milliseconds} * 1000000;
+    while (flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || now() >= end)
+            return false;
+        const timespec millisecond{0, 1000000};
+        nanosleep(&millisecond, nullptr);
+    }
+    return true;
 }
 
 bool isPrivate(int file, unsigned type) noexcept
@@ -82,33 +200,69 @@ bool isPrivate(int file, unsigned type) noexcept
            (found.st_mode & 077) == 0;
 }
 
-bool replaceFile(int directory, const std::string& name, const std::string& content)
+std::string unguessableDigits()
 {
-    const auto temporary = name + ".new";
-    {
-        if (unlinkat(directory, temporary.c_str(), 0) != 0 && errno != ENOENT)
-            return false;
-        const File file(openat(directory, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!file || !writeAll(file.get(), content) || fsync(file.get()) != 0)
-            return false;
+    std::array<unsigned char, 16> bytes{};
+    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+        return {};
+    std::string digits;
+    for (const auto byte : bytes) {
+        std::array<char, 3> two{};
+        std::snprintf(two.data(), two.size(), "%02x", byte);
+        digits += two.data();
     }
-    return renameat(directory, temporary.c_str(), directory, name.c_str()) == 0 && fsync(directory) == 0;
+    return digits;
 }
 
-bool readFile(int directory, const std::string& name, std::string& content)
+bool listDirectory(int directory, std::vector<std::string>& names)
 {
-    const File file(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!file || !isPrivate(file.get(), S_IFREG))
+    File own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)); // with a place of its own to read at
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(own.get()), closedir);
+    if (!entries)
         return false;
+    static_cast<void>(own.release());
+    while (const auto* entry = readdir(entries.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    return true;
+}
+
+bool replaceFile(int directory, const std::string& name, const std::string& content)
+{
+    removeLeftOvers(directory);
+    std::string temporary;
+    const File file = makeTemporary(directory, temporary);
+    if (!file)
+        return false;
+    if (writeAll(file.get(), content) && fsync(file.get()) == 0 &&
+        renameat(directory, temporary.c_str(), directory, name.c_str()) == 0)
+        return fsync(directory) == 0;
+    const int error = errno;
+    unlinkat(directory, temporary.c_str(), 0);
+    errno = error;
+    return false;
+}
+
+int readFile(int directory, const std::string& name, std::size_t most, std::string& content)
+{
     content.clear();
+    const File file(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        return errno;
+    if (!isPrivate(file.get(), S_IFREG))
+        return EACCES;
     std::array<char, 4096> part{};
     for (;;) {
         const auto count = read(file.get(), part.data(), part.size());
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
-            return count == 0;
+            return count == 0 ? 0 : errno;
         content.append(part.data(), static_cast<std::size_t>(count));
+        if (content.size() > most)
+            return EFBIG;
     }
 }
 

@@ -16,13 +16,15 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t stopPatience = 500; // ms, for the memory thread to end
-constexpr float idleLevel = -120.0F;        // dB
+constexpr std::uint32_t stopPatience = 500;  // ms, for the memory thread to end
+constexpr std::uint32_t turnPatience = 2000; // ms, for other processes of the user that start
+constexpr float idleLevel = -120.0F;         // dB
 
 // Of the account that runs the effect.
 constexpr const char* settingsKey = "Software\\VEDRA\\QUOREL";
 constexpr std::uint32_t keyRead = 0x20019;
 constexpr std::uint32_t keyWrite = 0x20006;
+constexpr platform::RegistryResult notFound = 2;
 
 // ---- What the process has once --------------------------------------------------------------------------------------
 
@@ -127,9 +129,17 @@ std::shared_ptr<SettingsHandler> SettingsHandler::instance(std::uint32_t version
 // Required: what a failure leaves open stays open, the handles as well as the views.
 void SettingsHandler::start(std::uint32_t version)
 {
-    if (openSharedObjects(version)) {
-        load();
-        writeIdleLevels();
+    {
+        // Nobody else takes the block for a valid one before the kept values stand in it.
+        platform::UserTurn turn(turnPatience);
+        if (!turn)
+            throw std::runtime_error("CreateFileMapping for SHARED_MEM failed");
+        if (openSharedObjects(version)) {
+            load();
+            writeIdleLevels();
+        }
+        if (!turn.finish())
+            throw std::runtime_error("CreateFileMapping for SHARED_MEM failed");
     }
     running = true;
     hMemThread = platform::startThread([](void* handler) { static_cast<SettingsHandler*>(handler)->followBlock(); }, this);
@@ -153,6 +163,8 @@ void SettingsHandler::stop(SettingsHandler* handler) noexcept
     platform::closeHandle(handler->hEvent);
     platform::closeHandle(handler->hMemThread);
     // Required: hStop, hHrtf and the share's view stay open to the end of the process, so `hrtfData` stays a valid address.
+    platform::leaveOpen(handler->hStop);
+    platform::leaveOpen(handler->hHrtf);
     delete handler;
 }
 
@@ -253,6 +265,15 @@ void SettingsHandler::writeIdleLevels() noexcept
 {
     for (auto& level : block->levels)
         write(level, idleLevel);
+}
+
+bool SettingsHandler::keptValuesAreUnreadable() noexcept
+{
+    platform::RegistryKey key = nullptr;
+    const auto result = platform::openKey(platform::rootKey(platform::RootKey::currentUser), settingsKey, keyRead, key);
+    if (result == 0)
+        platform::closeKey(key);
+    return result != 0 && result != notFound;
 }
 
 // A value that can't be read counts as 0: off, or flat. Fields of 8 bits take a value's low ones.

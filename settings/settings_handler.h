@@ -33,6 +33,10 @@ public:
     // given up: the thread that failed may try again, any other one waits for ever.
     static std::shared_ptr<SettingsHandler> instance(std::uint32_t version);
 
+    // Any thread of any process of the user. True when kept values are there and can't be read: effects run with zeros then and
+    // save nothing. platform::lastRefusal tells what and why.
+    static bool keptValuesAreUnreadable() noexcept;
+
     SettingsHandler(const SettingsHandler&) = delete;
     SettingsHandler& operator=(const SettingsHandler&) = delete;
 

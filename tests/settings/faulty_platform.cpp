@@ -290,6 +290,26 @@ void closeHandle(Handle object) noexcept
     world().open.erase(object);
 }
 
+void leaveOpen(Handle) noexcept {}
+
+struct UserTurn::State {};
+
+UserTurn::UserTurn(std::uint32_t) noexcept
+{
+    static State always;
+    const std::lock_guard guard(world().mutex);
+    if (!faultyPlatform().failing.contains("UserTurn"))
+        state = &always;
+}
+
+UserTurn::~UserTurn() = default;
+
+bool UserTurn::finish() noexcept
+{
+    const std::lock_guard guard(world().mutex);
+    return !faultyPlatform().failing.contains("UserTurn::finish");
+}
+
 void keepModule() noexcept
 {
     begin("keepModule");

@@ -45,6 +45,7 @@ struct FaultyPlatform {
 
 private:
     friend bool begin(const std::string& call);
+    friend class UserTurn;
 
     std::set<std::string> failing;
     std::map<std::string, std::function<void()>> before;

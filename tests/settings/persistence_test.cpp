@@ -200,6 +200,15 @@ TEST_F(PersistenceTest, AKeyThatCantBeOpenedLeavesZeros)
     EXPECT_EQ(loaded().Reverb, 0U);
 }
 
+TEST_F(PersistenceTest, OnlyAKeyThatIsThereAndCantBeOpenedIsUnreadable)
+{
+    EXPECT_FALSE(SettingsHandler::keptValuesAreUnreadable());
+    faultyPlatform().keys.clear();
+    EXPECT_FALSE(SettingsHandler::keptValuesAreUnreadable());
+    faultyPlatform().fail("openKey Software\\VEDRA\\QUOREL 131097");
+    EXPECT_TRUE(SettingsHandler::keptValuesAreUnreadable());
+}
+
 TEST_F(PersistenceTest, AValueThatCantBeReadCountsAsZeroAndTheOthersStand)
 {
     values()["noiseGate"] = 60;

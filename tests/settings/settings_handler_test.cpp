@@ -427,6 +427,17 @@ TEST_F(SettingsHandlerTest, WithoutTheDescriptorAStartFailsAndOpensNothing)
     EXPECT_THAT(faultyPlatform().open(), testing::IsEmpty());
 }
 
+TEST_F(SettingsHandlerTest, WithoutItsTurnAStartFailsAndOpensNothing)
+{
+    EXPECT_EQ(failureWithout("UserTurn"), "CreateFileMapping for SHARED_MEM failed");
+    EXPECT_THAT(faultyPlatform().open(), testing::IsEmpty());
+}
+
+TEST_F(SettingsHandlerTest, AStartWhoseBlockNobodyCanFindFails)
+{
+    EXPECT_EQ(failureWithout("UserTurn::finish"), "CreateFileMapping for SHARED_MEM failed");
+}
+
 TEST_F(SettingsHandlerTest, AMappingThatCantBeOpenedIsMade)
 {
     const ControlApplication control;

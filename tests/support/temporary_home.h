@@ -23,6 +23,8 @@ public:
         std::string pattern = (std::filesystem::temp_directory_path() / "quorel_home_XXXXXX").string();
         path_ = mkdtemp(pattern.data());
         setenv("HOME", path_.c_str(), 1);
+        std::filesystem::create_directory(path_ / "run");
+        setenv("XDG_RUNTIME_DIR", (path_ / "run").c_str(), 1);
 #else
         forgetKeptValues();
 #endif
@@ -31,7 +33,7 @@ public:
     {
 #ifdef __linux__
         // The memory itself stands elsewhere; each record in the directory is the name of one.
-        const auto shared = path_ / ".local/state/quorel";
+        const auto shared = path_ / "run/quorel";
         if (std::filesystem::is_directory(shared)) {
             for (const auto& entry : std::filesystem::directory_iterator(shared)) {
                 std::string name;
