@@ -50,6 +50,9 @@ Handle startThread(void (*run)(void*), void* argument) noexcept;
 // the wait fails.
 bool waitFor(Handle object, std::uint32_t milliseconds) noexcept;
 
+// The calling thread does nothing for so long.
+void pause(std::uint32_t milliseconds) noexcept;
+
 // Gives up this process's hold. A thread goes on.
 void closeHandle(Handle object) noexcept;
 

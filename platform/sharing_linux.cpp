@@ -427,6 +427,13 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
     }
 }
 
+void pause(std::uint32_t milliseconds) noexcept
+{
+    timespec left{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR)
+        continue;
+}
+
 void closeHandle(Handle object) noexcept
 {
     const std::unique_ptr<Object> closed(object);

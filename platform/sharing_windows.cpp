@@ -139,6 +139,11 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
     return WaitForSingleObject(handleOf(object), milliseconds) == WAIT_OBJECT_0;
 }
 
+void pause(std::uint32_t milliseconds) noexcept
+{
+    Sleep(milliseconds);
+}
+
 void closeHandle(Handle object) noexcept
 {
     CloseHandle(handleOf(object));

@@ -29,7 +29,9 @@ constexpr platform::RegistryResult notFound = 2;
 // ---- What the process has once --------------------------------------------------------------------------------------
 
 // Guarded by the handler's lock, but for `generation`, which is compared without it.
-alignas(16) SettingsRecord snapshot;
+struct alignas(16) Snapshot : SettingsRecord {
+} snapshot;
+static_assert(alignof(Snapshot) == 16 && sizeof(Snapshot) == sizeof(SettingsRecord));
 
 // Guarded by instanceMutex.
 std::weak_ptr<SettingsHandler> current;
@@ -49,14 +51,11 @@ std::recursive_mutex& instanceMutex()
     return mutex;
 }
 
-// Held while a handler starts or stops: the one that goes and the next one both work on the snapshot, each under a lock of
-// its own.
-std::mutex& changeOfHandlers()
-{
-    alignas(std::mutex) static std::byte storage[sizeof(std::mutex)];
-    static auto& mutex = neverDestroyed<std::mutex>(storage);
-    return mutex;
-}
+// True from a handler's start to the end of its stop. The next one starts behind that: both work on the block, on the kept
+// values and on the snapshot, each under a lock of its own. The last reference goes some time before the stop begins, so
+// `current` cannot tell.
+std::atomic<bool> handlerStands = false;
+constexpr std::uint32_t standingPause = 1; // ms, between two looks
 
 // ---- Words that somebody else may use in this moment ----------------------------------------------------------------
 //
@@ -113,13 +112,11 @@ std::shared_ptr<SettingsHandler> SettingsHandler::instance(std::uint32_t version
     instanceMutex().lock();
     auto handler = current.lock();
     if (!handler) {
-        const std::lock_guard change(changeOfHandlers());
-        struct Free {
-            void operator()(SettingsHandler* partlyBuilt) const noexcept { delete partlyBuilt; }
-        };
-        std::unique_ptr<SettingsHandler, Free> started(new SettingsHandler);
-        started->start(version);
-        handler = std::shared_ptr<SettingsHandler>(started.release(), stop);
+        while (handlerStands)
+            platform::pause(standingPause);
+        handler = std::shared_ptr<SettingsHandler>(new SettingsHandler, release);
+        handlerStands = true;
+        handler->start(version);
         current = handler;
     }
     instanceMutex().unlock();
@@ -142,30 +139,48 @@ void SettingsHandler::start(std::uint32_t version)
             throw std::runtime_error("CreateFileMapping for SHARED_MEM failed");
     }
     running = true;
-    hMemThread = platform::startThread([](void* handler) { static_cast<SettingsHandler*>(handler)->followBlock(); }, this);
+    hMemThread = platform::startThread([](void* handler) { static_cast<SettingsHandler*>(handler)->runMemoryThread(); }, this);
     if (hMemThread == nullptr)
         throw std::runtime_error("Failed to create hMemThread");
 }
 
-void SettingsHandler::stop(SettingsHandler* handler) noexcept
+// Behind the last reference, or behind a start that failed.
+void SettingsHandler::release(SettingsHandler* handler) noexcept
 {
-    const std::lock_guard change(changeOfHandlers());
-    handler->writeActiveFormat(0, 0.0F);
-    handler->save();
-    handler->running = false;
-    platform::setEvent(handler->hStop);
-    if (!platform::waitFor(handler->hMemThread, stopPatience)) {
-        platform::keepModule(); // The thread is never killed. It still uses the handler, its view and its code: all of it stays.
-        return;
+    if (handler->hMemThread != nullptr)
+        handler->stop();
+    else
+        delete handler;
+    handlerStands = false;
+}
+
+void SettingsHandler::stop() noexcept
+{
+    writeActiveFormat(0, 0.0F);
+    save();
+    {
+        const std::lock_guard guard(lock);
+        running = false; // from now on the snapshot is the next handler's
     }
-    platform::unmapView(handler->block, sizeof(ControlBlock));
-    platform::closeHandle(handler->hMem);
-    platform::closeHandle(handler->hEvent);
-    platform::closeHandle(handler->hMemThread);
+    platform::setEvent(hStop);
+    if (!platform::waitFor(hMemThread, stopPatience)) {
+        platform::keepModule(); // the thread is never killed, and still uses its code, the handler and its view
+        if (!handedOver.exchange(true))
+            return;
+    }
+    close();
+}
+
+void SettingsHandler::close() noexcept
+{
+    platform::unmapView(block, sizeof(ControlBlock));
+    platform::closeHandle(hMem);
+    platform::closeHandle(hEvent);
+    platform::closeHandle(hMemThread);
     // Required: hStop, hHrtf and the share's view stay open to the end of the process, so `hrtfData` stays a valid address.
-    platform::leaveOpen(handler->hStop);
-    platform::leaveOpen(handler->hHrtf);
-    delete handler;
+    platform::leaveOpen(hStop);
+    platform::leaveOpen(hHrtf);
+    delete this;
 }
 
 // Opens or makes the shared memory and the events; true when this call made the block. A block that is there already counts
@@ -203,6 +218,7 @@ bool SettingsHandler::openSharedObjects(std::uint32_t version)
         {
             const std::lock_guard guard(lock);
             snapshot.hrtfData = static_cast<const float*>(share);
+            snapshot.blockSequence = 0; // this handler's thread has not refreshed yet
             if (block->layoutVersion == version || !created) {
                 seen = read(block->sequence, std::memory_order_acquire);
                 refreshSnapshot(*block);
@@ -223,6 +239,13 @@ bool SettingsHandler::openSharedObjects(std::uint32_t version)
     return created;
 }
 
+void SettingsHandler::runMemoryThread() noexcept
+{
+    followBlock();
+    if (handedOver.exchange(true))
+        close();
+}
+
 // The memory thread.
 void SettingsHandler::followBlock() noexcept
 {
@@ -230,10 +253,16 @@ void SettingsHandler::followBlock() noexcept
         if (platform::waitForEither(hEvent, hStop) != 0)
             return;
         platform::resetEvent(hEvent);
+        if (!running) {
+            platform::setEvent(hEvent); // it may have been for the next handler
+            return;
+        }
         // Read before the settings: an update that comes in between changes it once more.
         const auto sequence = read(block->sequence, std::memory_order_acquire);
         if (sequence != seen) {
             const std::lock_guard guard(lock);
+            if (!running)
+                return;
             seen = sequence;
             refreshSnapshot(*block);
             snapshot.blockSequence = sequence;

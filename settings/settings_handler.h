@@ -54,8 +54,11 @@ private:
     ~SettingsHandler() = default;
 
     void start(std::uint32_t version);
-    static void stop(SettingsHandler* handler) noexcept;
+    static void release(SettingsHandler* handler) noexcept;
+    void stop() noexcept;
+    void close() noexcept;
     bool openSharedObjects(std::uint32_t version);
+    void runMemoryThread() noexcept;
     void followBlock() noexcept;
     void load() noexcept;
     void save() noexcept;
@@ -67,6 +70,7 @@ private:
     ControlBlock* block = nullptr;         // this process's view of the block
     platform::Handle hHrtf = nullptr;      // the HRTF share's mapping
     std::atomic<bool> running = false;     // the memory thread goes on
+    std::atomic<bool> handedOver = false;  // stop or the memory thread has left: the other one closes what is open
     std::uint32_t seen = 0;                // the block's sequence at the last refresh; the memory thread's own once it runs
     platform::Lock lock;                   // guards the snapshot
 };

@@ -187,5 +187,12 @@ TEST_F(SharingTest, AThreadRunsAndItsEndCanBeWaitedFor)
     closeHandle(work.go);
 }
 
+TEST_F(SharingTest, APauseLastsAsLongAsItIsAskedFor)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    pause(30);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(28)); // two ticks of the two clocks
+}
+
 } // namespace
 } // namespace quorel::platform

@@ -1,6 +1,9 @@
 #include "tests/settings/faulty_platform.h"
 
+#include "platform/named_lock.h"
+
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -20,11 +23,16 @@ struct Signal {
     bool set = false;
 };
 
+struct Memory {
+    std::shared_ptr<std::byte> begin;
+    std::size_t bytes;
+};
+
 } // namespace
 
 struct Object {
     std::string call; // that opened it
-    std::shared_ptr<std::vector<std::byte>> memory;
+    std::shared_ptr<Memory> memory;
     std::shared_ptr<Signal> signal;
 };
 
@@ -36,7 +44,7 @@ namespace {
 
 struct View {
     std::string call;
-    std::shared_ptr<std::vector<std::byte>> memory;
+    std::shared_ptr<Memory> memory;
 };
 
 // Never destroyed: threads may still be here at the end of the process, and what a test leaves open stays.
@@ -44,11 +52,12 @@ struct World {
     std::mutex mutex; // guards all that follows
     std::condition_variable changed;
     std::vector<std::string> calls;
-    std::map<std::string, std::weak_ptr<std::vector<std::byte>>> memories;
+    std::map<std::string, std::weak_ptr<Memory>> memories;
     std::map<std::string, std::weak_ptr<Signal>> events;
-    std::deque<Object> objects; // that were ever opened
+    std::set<std::string> namedLocks; // that are held
+    std::deque<Object> objects;       // that were ever opened
     std::set<Object*> open;
-    std::map<void*, View> views;
+    std::multimap<void*, View> views;
 };
 
 World& world()
@@ -59,9 +68,11 @@ World& world()
 
 } // namespace
 
-// Writes the call down; false when it is to fail.
-bool begin(const std::string& call)
+// Writes the call down; false when it is to fail. One that is to fail waits for nothing.
+bool begin(const std::string& call, const std::function<bool()>& ready = {})
 {
+    if (auto* conductor = faultyPlatform().conductor; conductor != nullptr)
+        conductor->step(call, faultyPlatform().failing.contains(call) ? nullptr : ready);
     std::function<void()> first;
     bool fails = false;
     {
@@ -82,7 +93,7 @@ bool begin(const std::string& call)
 
 namespace {
 
-Handle opened(const std::string& call, std::shared_ptr<std::vector<std::byte>> memory, std::shared_ptr<Signal> signal)
+Handle opened(const std::string& call, std::shared_ptr<Memory> memory, std::shared_ptr<Signal> signal)
 {
     world().objects.push_back({call, std::move(memory), std::move(signal)});
     auto* object = &world().objects.back();
@@ -150,12 +161,14 @@ void FaultyPlatform::reset()
     before.clear();
     locksAreTaken = false;
     keys.clear();
+    made.clear();
     waitCount = 0;
     world().calls.clear();
     world().open.clear(); // what a test left open is lost, as at the end of a process
     world().views.clear();
     world().memories.clear();
     world().events.clear();
+    world().namedLocks.clear();
 }
 
 // ---- sharing.h --------------------------------------------------------------------------------------------------------
@@ -192,26 +205,33 @@ Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* de
         return nullptr;
     const std::lock_guard guard(world().mutex);
     auto memory = world().memories[name].lock();
-    if (!memory)
-        world().memories[name] = memory = std::make_shared<std::vector<std::byte>>(bytes);
+    if (!memory) {
+        auto* conductor = faultyPlatform().conductor;
+        auto zero = conductor != nullptr ? conductor->memory(name, bytes)
+                                         : std::shared_ptr<std::byte>(new std::byte[bytes](), std::default_delete<std::byte[]>());
+        world().memories[name] = memory = std::make_shared<Memory>(Memory{std::move(zero), bytes});
+        faultyPlatform().made[name] = {bytes, descriptor->text};
+    }
     return opened(call, std::move(memory), nullptr);
 }
 
 void* mapView(Handle mapping, std::size_t bytes) noexcept
 {
     const auto call = "mapView" + mapping->call.substr(mapping->call.find(' '));
-    if (!begin(call) || mapping->memory->size() < bytes)
+    if (!begin(call) || mapping->memory->bytes < bytes)
         return nullptr;
     const std::lock_guard guard(world().mutex);
-    world().views[mapping->memory->data()] = {call, mapping->memory};
-    return mapping->memory->data();
+    auto* view = mapping->memory->begin.get();
+    world().views.insert({view, {call, mapping->memory}});
+    return view;
 }
 
 void unmapView(void* view, std::size_t bytes) noexcept
 {
     begin("unmapView " + std::to_string(bytes));
     const std::lock_guard guard(world().mutex);
-    world().views.erase(view);
+    if (const auto found = world().views.find(view); found != world().views.end())
+        world().views.erase(found);
 }
 
 Handle createEvent(const char* name, const Descriptor* descriptor) noexcept
@@ -221,8 +241,11 @@ Handle createEvent(const char* name, const Descriptor* descriptor) noexcept
         return nullptr;
     const std::lock_guard guard(world().mutex);
     auto signal = name != nullptr ? world().events[name].lock() : nullptr;
-    if (!signal)
+    if (!signal) {
         signal = std::make_shared<Signal>();
+        if (name != nullptr)
+            faultyPlatform().made[name] = {0, descriptor->text};
+    }
     if (name != nullptr)
         world().events[name] = signal;
     return opened(call, nullptr, std::move(signal));
@@ -252,7 +275,7 @@ int waitForEither(Handle first, Handle second) noexcept
 {
     const auto one = first->signal;
     const auto other = second->signal;
-    if (!begin("waitForEither"))
+    if (!begin("waitForEither", [&] { return one->set || other->set; }))
         return -1;
     std::unique_lock guard(world().mutex);
     world().changed.wait(guard, [&] { return one->set || other->set; });
@@ -264,19 +287,21 @@ Handle startThread(void (*run)(void*), void* argument) noexcept
     if (!begin("startThread"))
         return nullptr;
     auto ended = std::make_shared<Signal>();
-    std::thread([run, argument, ended] {
+    std::function<void()> work = [run, argument, ended] {
         run(argument);
         const std::lock_guard guard(world().mutex);
         ended->set = true;
         world().changed.notify_all();
-    }).detach();
+    };
+    auto* conductor = faultyPlatform().conductor;
+    std::thread(conductor != nullptr ? conductor->join(std::move(work)) : std::move(work)).detach();
     const std::lock_guard guard(world().mutex);
     return opened("startThread", nullptr, std::move(ended));
 }
 
 bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 {
-    if (!begin("waitFor " + object->call + ' ' + std::to_string(milliseconds)))
+    if (!begin("waitFor " + object->call + ' ' + std::to_string(milliseconds), [object] { return object->signal->set; }))
         return false;
     std::unique_lock guard(world().mutex);
     return world().changed.wait_for(guard, std::chrono::milliseconds(milliseconds), [object] { return object->signal->set; });
@@ -310,6 +335,13 @@ bool UserTurn::finish() noexcept
     return !faultyPlatform().failing.contains("UserTurn::finish");
 }
 
+void pause(std::uint32_t milliseconds) noexcept
+{
+    begin("pause");
+    if (faultyPlatform().conductor == nullptr)
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
 void keepModule() noexcept
 {
     begin("keepModule");
@@ -319,40 +351,86 @@ void keepModule() noexcept
 
 namespace {
 
-std::mutex& mutexOf(std::array<std::byte, 40>& state)
+struct LockState {
+    std::mutex mutex;
+    std::atomic<bool> taken = false;
+};
+
+LockState& stateOf(std::array<std::byte, 40>& bytes)
 {
-    static_assert(sizeof(std::mutex*) <= sizeof state);
-    std::mutex* result = nullptr;
-    std::memcpy(&result, state.data(), sizeof result);
+    static_assert(sizeof(LockState*) <= sizeof bytes);
+    LockState* result = nullptr;
+    std::memcpy(&result, bytes.data(), sizeof result);
     return *result;
+}
+
+void stepOfLock(const char* call, const std::function<bool()>& ready = {})
+{
+    if (auto* conductor = faultyPlatform().conductor; conductor != nullptr)
+        conductor->step(call, ready);
 }
 
 } // namespace
 
 Lock::Lock() noexcept
 {
-    auto* made = new std::mutex;
+    auto* made = new LockState;
     std::memcpy(state.data(), &made, sizeof made);
 }
 
 Lock::~Lock()
 {
-    delete &mutexOf(state);
+    delete &stateOf(state);
 }
 
 void Lock::lock() noexcept
 {
-    mutexOf(state).lock();
+    auto& lock = stateOf(state);
+    stepOfLock("lock", [&lock] { return !lock.taken; });
+    lock.mutex.lock();
+    lock.taken = true;
 }
 
 bool Lock::try_lock() noexcept
 {
-    return !faultyPlatform().locksAreTaken && mutexOf(state).try_lock();
+    stepOfLock("try lock");
+    auto& lock = stateOf(state);
+    if (faultyPlatform().locksAreTaken || !lock.mutex.try_lock())
+        return false;
+    lock.taken = true;
+    return true;
 }
 
 void Lock::unlock() noexcept
 {
-    mutexOf(state).unlock();
+    stepOfLock("unlock");
+    auto& lock = stateOf(state);
+    lock.taken = false;
+    lock.mutex.unlock();
+}
+
+// ---- named_lock.h -----------------------------------------------------------------------------------------------------
+
+NamedLock::NamedLock(const char* name, const Descriptor*, std::uint32_t milliseconds) noexcept
+{
+    const auto free = [name] { return !world().namedLocks.contains(name); };
+    if (!begin(std::string("namedLock ") + name, free))
+        return;
+    std::unique_lock guard(world().mutex);
+    if (!world().changed.wait_for(guard, std::chrono::milliseconds(milliseconds), free))
+        return;
+    held = reinterpret_cast<std::intptr_t>(&*world().namedLocks.insert(name).first);
+}
+
+NamedLock::~NamedLock()
+{
+    if (held == none)
+        return;
+    const auto& name = *reinterpret_cast<const std::string*>(held);
+    begin("release " + name);
+    const std::lock_guard guard(world().mutex);
+    world().namedLocks.erase(std::string(name));
+    world().changed.notify_all();
 }
 
 // ---- registry.h -------------------------------------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-// A third set of the operations in platform/sharing.h, platform/lock.h and platform/registry.h, for tests: objects and values
+// A third set of the operations in platform/sharing.h, lock.h, named_lock.h and registry.h, for tests: objects and values
 // stand in this process's own memory, every call is written down, and any of them fails where a test asks for it.
 //
 // A test program that compiles faulty_platform.cpp gets these operations in place of the system's.
@@ -12,13 +12,33 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace quorel::platform {
 
+// Decides the order in which the calls of several threads do their work: every_order.h has one.
+class Conductor {
+public:
+    // Before a call does its work; returns when it may. A call that has to wait is `ready` when it need not any more.
+    virtual void step(const std::string& call, const std::function<bool()>& ready) = 0;
+
+    // What a new thread runs in place of `work`.
+    virtual std::function<void()> join(std::function<void()> work) = 0;
+
+    // Memory for a mapping, zero.
+    virtual std::shared_ptr<std::byte> memory(const std::string& name, std::size_t bytes) = 0;
+
+protected:
+    ~Conductor() = default;
+};
+
 struct FaultyPlatform {
+    // Null: every call does its work at once, and waits where it has to.
+    Conductor* conductor = nullptr;
+
     // Lets a call fail. It is named as it is written down: "openMapping Global\QUORELMem", "setNumber Reverb".
     void fail(const std::string& call);
 
@@ -31,7 +51,10 @@ struct FaultyPlatform {
     // The kept values: path below its root, name, value. A key without values is one that exists.
     std::map<std::string, std::map<std::string, std::uint32_t>> keys;
 
-    // What was called since the last call of this operation, the waiting of threads apart.
+    // What a mapping or a named event was made with: its size, 0 for an event, and the text of its descriptor.
+    std::map<std::string, std::pair<std::uint32_t, std::string>> made;
+
+    // What was called since the last call of this operation, the waiting of threads and the locks apart.
     std::vector<std::string> takeCalls();
 
     // How often a thread has begun to wait for either of two events.
@@ -44,7 +67,7 @@ struct FaultyPlatform {
     void reset();
 
 private:
-    friend bool begin(const std::string& call);
+    friend bool begin(const std::string& call, const std::function<bool()>& ready);
     friend class UserTurn;
 
     std::set<std::string> failing;

@@ -1,5 +1,7 @@
 #include "settings/settings_handler.h"
 
+#include "core/signal_path.h"
+
 #include "tests/settings/faulty_platform.h"
 #include "tests/support/control_application.h"
 
@@ -370,18 +372,58 @@ TEST_F(SettingsHandlerTest, AfterTheLastReleaseTheBlockComesBackFromTheRegistryE
     EXPECT_EQ(record.levelsEnabled, 0);
 }
 
-TEST_F(SettingsHandlerTest, TheSnapshotOutlivesTheHandlerWithAllItsFields)
+TEST_F(SettingsHandlerTest, TheSnapshotsValuesAndGenerationOutliveTheHandler)
 {
     auto handler = start();
     ControlApplication control;
     ASSERT_TRUE(takenOver(*handler, control.update(withReverb(170))));
     const auto before = polled(*handler);
     handler.reset();
+    // A fresh block of another layout leaves the snapshot as it was: what is not kept elsewhere shines through.
+    faultyPlatform().reset();
+    handler = SettingsHandler::instance(0x10000);
+    auto record = before;
+    handler->poll(record);
+    EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0) << "no newer generation";
+    EXPECT_EQ(polled(*handler).Reverb, 170U);
+    EXPECT_EQ(polled(*handler).generation, before.generation);
+    handler.reset();
     handler = start();
-    const auto after = polled(*handler);
-    EXPECT_EQ(after.generation, before.generation + 1) << "every path's older record is replaced";
-    EXPECT_EQ(after.blockSequence, before.blockSequence);
-    EXPECT_NE(after.blockSequence, 0U);
+    EXPECT_EQ(polled(*handler).generation, before.generation + 1) << "every path's older record is replaced";
+}
+
+TEST_F(SettingsHandlerTest, ANewHandlersFirstRecordHasNoBlockSequence)
+{
+    for (int life = 0; life < 3; ++life) {
+        faultyPlatform().reset();
+        auto handler = start();
+        EXPECT_EQ(polled(*handler).blockSequence, 0U);
+        ASSERT_TRUE(takenOver(*handler, ControlApplication().update(withReverb(170))));
+    }
+}
+
+// A render path leaves a record alone whose sequence it has seen. The first update of every life counts from 0 to 1.
+TEST_F(SettingsHandlerTest, ARenderPathTakesTheFirstUpdateOfEveryLife)
+{
+    for (int life = 0; life < 3; ++life) {
+        faultyPlatform().reset(); // nobody holds the block of the life before
+        auto handler = start();
+        SignalPath path(SignalPath::Speaker{}, 2, 0x3, 16, 48000);
+        std::array<float, 32> in{};
+        std::array<float, 128> out{};
+        handler->poll(*path->settings());
+        path->process(in.data(), 16, out.data(), 16);
+
+        SettingsRecord refused; // a set of the wrong length: whoever takes the record over throws
+        refused.hrtfId = 1;
+        refused.hrtfChannels = 2;
+        refused.hrtfLength = 512;
+        ControlApplication control;
+        ASSERT_TRUE(takenOver(*handler, control.update(refused)));
+        ASSERT_EQ(control.block->sequence, 1U);
+        handler->poll(*path->settings());
+        EXPECT_THROW(path->process(in.data(), 16, out.data(), 16), std::invalid_argument) << "life " << life;
+    }
 }
 
 // ---- Failures -----------------------------------------------------------------------------------------------------------

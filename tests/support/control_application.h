@@ -61,11 +61,12 @@ public:
         signal();
     }
 
-    // The sequence that it takes is new to the process.
+    // Counts on from the block's sequence, which is returned. The block of a first effect starts at 0.
     std::uint32_t update(const SettingsRecord& settings)
     {
-        update(settings, ++lastSequence);
-        return lastSequence;
+        const auto next = std::atomic_ref(block->sequence).load(std::memory_order_relaxed) + 1;
+        update(settings, next);
+        return next;
     }
 
     void writeShare(const std::vector<float>& responses)
@@ -80,8 +81,6 @@ private:
     platform::Handle mapping = nullptr;
     platform::Handle event = nullptr;
     platform::Handle shareMapping = nullptr;
-
-    inline static std::uint32_t lastSequence = 1000; // the snapshot outlives a test: no test meets another one's
 };
 
 // True when an effect has opened everything that a control application needs.
