@@ -18,11 +18,12 @@ sum() {
     echo "$total"
 }
 
-# The symbols within a section of the module, but for the names of sections; in the order of their addresses.
+# The symbols within a section of the module, but for the names of sections. Where each stands is the compiler's matter: they
+# come in the order of their names.
 symbols() {
     "$objdump" -h "$module" | awk -v name="$1" '$2 == name { print $4, $3 }' | {
         read -r start size
-        "$nm" -n "$module" | while read -r address _ symbol; do
+        "$nm" "$module" | LC_ALL=C sort -k 3 | while read -r address _ symbol; do
             case $symbol in
             '' | RT_* | .*) ;;
             *) [ $((0x$address)) -ge $((0x$start)) ] && [ $((0x$address)) -lt $((0x$start + 0x$size)) ] && echo "$symbol" ;;
@@ -49,7 +50,7 @@ check() {
 }
 
 check RT_CODE '_ZN6quorel6QUOREL10APOProcessEjPP23APO_CONNECTION_PROPERTYjS3_ '
-check RT_CONST '_ZTVN6quorel6QUORELE _ZN6quorel6QUOREL10interfacesE '
+check RT_CONST '_ZN6quorel6QUOREL10interfacesE _ZTVN6quorel6QUORELE '
 
 # An engine calls the entry through an adjustment of the object's address, which must do no more than jump there.
 adjustment=$("$nm" "$module" | awk '$3 ~ /^_ZThn[0-9]+_N6quorel6QUOREL10APOProcess/ { print $3; exit }')
