@@ -2,7 +2,7 @@
 #include "host/effect_object.h"
 
 #include "tests/host/engine.h"
-#include "tests/host/private_home.h"
+#include "tests/support/private_home.h"
 
 #include <vector>
 

@@ -3,7 +3,7 @@
 
 #include "tests/host/control.h"
 #include "tests/host/engine.h"
-#include "tests/host/private_home.h"
+#include "tests/support/private_home.h"
 
 namespace quorel {
 namespace {
