@@ -69,6 +69,11 @@ constinit thread_local UserTurn::State* turn = nullptr; // that this thread has
 constinit std::atomic<Object*> leftEvent = nullptr;
 constinit std::atomic<Object*> leftMapping = nullptr;
 
+int fileOf(Handle handle)
+{
+    return handle != nullptr ? handle->file.get() : -1;
+}
+
 // "Global\Name" names a file "Name" with a mark of its kind.
 std::string fileName(const char* kind, const char* name)
 {
@@ -288,12 +293,12 @@ try {
 
 void* mapView(Handle mapping, std::size_t bytes) noexcept
 {
-    if (mapping->left)
-        return mapping->view;
     struct stat found {};
-    if (fstat(mapping->file.get(), &found) != 0 || found.st_size < static_cast<off_t>(bytes))
+    if (mapping != nullptr && mapping->left)
+        return mapping->view;
+    if (fstat(fileOf(mapping), &found) != 0 || found.st_size < static_cast<off_t>(bytes))
         return nullptr;
-    void* view = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, mapping->file.get(), 0);
+    void* view = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fileOf(mapping), 0);
     if (view == MAP_FAILED)
         return nullptr;
     mapping->view = view;
@@ -335,6 +340,8 @@ try {
 
 bool setEvent(Handle event) noexcept
 try {
+    if (event == nullptr)
+        return false;
     if (event->name.empty()) {
         const bool set = eventfd_write(event->file.get(), 1) == 0;
         return set || errno == EAGAIN;
@@ -360,7 +367,7 @@ bool resetEvent(Handle event) noexcept
 {
     std::array<char, 4096> marks{};
     for (int taken = 0; taken <= fifoBytes;) {
-        const auto count = read(event->file.get(), marks.data(), marks.size());
+        const auto count = read(fileOf(event), marks.data(), marks.size());
         if (count < 0 && errno != EINTR)
             return errno == EAGAIN;
         taken += static_cast<int>(std::max<ssize_t>(count, 0));
@@ -370,7 +377,7 @@ bool resetEvent(Handle event) noexcept
 
 int waitForEither(Handle first, Handle second) noexcept
 {
-    std::array<pollfd, 2> waited{{{first->file.get(), POLLIN, 0}, {second->file.get(), POLLIN, 0}}};
+    std::array<pollfd, 2> waited{{{fileOf(first), POLLIN, 0}, {fileOf(second), POLLIN, 0}}};
     for (;;) {
         if (poll(waited.data(), waited.size(), -1) < 0) {
             if (errno == EINTR)
@@ -411,7 +418,7 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     const auto end = std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000 + milliseconds;
-    pollfd waited{object->file.get(), POLLIN, 0};
+    pollfd waited{fileOf(object), POLLIN, 0};
     for (;;) {
         const auto left = end - (std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
         const int count = poll(&waited, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, 0x7FFFFFFF)));
@@ -437,7 +444,7 @@ void pause(std::uint32_t milliseconds) noexcept
 void closeHandle(Handle object) noexcept
 {
     const std::unique_ptr<Object> closed(object);
-    if (closed->kind == Object::Kind::thread && !closed->joined)
+    if (closed && closed->kind == Object::Kind::thread && !closed->joined)
         pthread_detach(closed->thread);
 }
 

@@ -35,6 +35,15 @@ TEST_F(SharingTest, AMappingThatNobodyMadeCantBeOpened)
     EXPECT_EQ(openMapping(memory), nullptr);
 }
 
+TEST_F(SharingTest, WithoutAnObjectOperationsFailAndHarmNothing)
+{
+    EXPECT_EQ(mapView(nullptr, 1060), nullptr);
+    EXPECT_FALSE(setEvent(nullptr));
+    EXPECT_FALSE(resetEvent(nullptr));
+    EXPECT_FALSE(waitFor(nullptr, 0));
+    closeHandle(nullptr);
+}
+
 TEST_F(SharingTest, AFreshMappingIsZeroAndEveryHolderSeesTheSameBytes)
 {
     const auto made = createMapping(memory, 1060, everybody);

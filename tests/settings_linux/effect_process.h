@@ -72,7 +72,7 @@ public:
             throw std::runtime_error("EffectProcess: it is gone");
     }
 
-    // Its next answer; "silent" when there is none within ten seconds and a few, "gone" when there will be none.
+    // Its next answer; "silent" when there is none within 15 seconds, "gone" when there will be none.
     std::string answer()
     {
         std::string line;

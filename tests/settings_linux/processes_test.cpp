@@ -100,6 +100,7 @@ TEST_F(ProcessesTest, AStoppedProcessAndAKilledOneDisturbNoOther)
     for (auto& effect : effects)
         ASSERT_EQ(effect.ask("start"), "started 0");
     ControlApplication control;
+    alarm(30); // ends this program when the others do wait
     effects[2].signal(SIGSTOP);
     effects[3].kill();
     for (const auto& entry : std::filesystem::directory_iterator(home.path() / "run/quorel")) {
@@ -118,6 +119,7 @@ TEST_F(ProcessesTest, AStoppedProcessAndAKilledOneDisturbNoOther)
     }
     effects[2].signal(SIGCONT);
     EXPECT_EQ(effects[2].ask("await 50"), "there");
+    alarm(0);
 }
 
 // ---- The kept settings ----------------------------------------------------------------------------------------------

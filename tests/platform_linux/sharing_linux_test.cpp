@@ -1,4 +1,4 @@
-// Turns among a user's processes, and what they make in them.
+// What is shared among processes of one user, and their turns to make it.
 #include "platform/refusal.h"
 #include "platform/sharing.h"
 #include "tests/support/temporary_home.h"
@@ -29,7 +29,7 @@ Handle make()
     return createMapping(memory, 1060, convertDescriptor("D:(A;;GA;;;BA)"));
 }
 
-class TurnTest : public testing::Test {
+class SharingLinuxTest : public testing::Test {
 protected:
     // Another process of the user, which does this, says so and waits to be killed.
     template <typename Work>
@@ -60,7 +60,7 @@ protected:
     TemporaryHome home;
 };
 
-TEST_F(TurnTest, OneProcessAtATimeHasIt)
+TEST_F(SharingLinuxTest, OneProcessAtATimeHasIt)
 {
     const pid_t other = otherProcess([] { static UserTurn held(0); });
     const auto start = Clock::now();
@@ -72,7 +72,7 @@ TEST_F(TurnTest, OneProcessAtATimeHasIt)
     EXPECT_TRUE(UserTurn(5000)) << "a process that ends gives it up";
 }
 
-TEST_F(TurnTest, WhatIsMadeIsFoundFromTheFinishOn)
+TEST_F(SharingLinuxTest, WhatIsMadeIsFoundFromTheFinishOn)
 {
     UserTurn turn(0);
     const auto made = make();
@@ -85,7 +85,7 @@ TEST_F(TurnTest, WhatIsMadeIsFoundFromTheFinishOn)
     closeHandle(made);
 }
 
-TEST_F(TurnTest, WhoMakesWithoutATurnWaitsForTheOthersEndOfIt)
+TEST_F(SharingLinuxTest, WhoMakesWithoutATurnWaitsForTheOthersEndOfIt)
 {
     const pid_t other = otherProcess([] {
         static UserTurn turn(0);
@@ -106,7 +106,7 @@ TEST_F(TurnTest, WhoMakesWithoutATurnWaitsForTheOthersEndOfIt)
 }
 
 // The next one must not find memory that is not filled, even while the killed process is still on its way out.
-TEST_F(TurnTest, WhatAProcessThatEndsInItsTurnHadMadeIsFoundByNobody)
+TEST_F(SharingLinuxTest, WhatAProcessThatEndsInItsTurnHadMadeIsFoundByNobody)
 {
     const pid_t killed = otherProcess([] {
         const UserTurn turn(0);
@@ -127,7 +127,7 @@ TEST_F(TurnTest, WhatAProcessThatEndsInItsTurnHadMadeIsFoundByNobody)
     EXPECT_EQ(left, 0U);
 }
 
-TEST_F(TurnTest, AMappingThatWasLeftOpenIsTheSameInTheNextTurnWithItsView)
+TEST_F(SharingLinuxTest, AMappingThatWasLeftOpenIsTheSameInTheNextTurnWithItsView)
 {
     Handle share = nullptr;
     void* view = nullptr;
@@ -149,7 +149,7 @@ TEST_F(TurnTest, AMappingThatWasLeftOpenIsTheSameInTheNextTurnWithItsView)
     leaveOpen(again);
 }
 
-TEST_F(TurnTest, AnEventThatWasLeftOpenIsTheNextUnnamedOneAndClear)
+TEST_F(SharingLinuxTest, AnEventThatWasLeftOpenIsTheNextUnnamedOneAndClear)
 {
     const auto event = createEvent(nullptr, nullptr);
     setEvent(event);
@@ -163,8 +163,22 @@ TEST_F(TurnTest, AnEventThatWasLeftOpenIsTheNextUnnamedOneAndClear)
     closeHandle(again);
 }
 
+// Nobody knows what it missed; who compares finds that it missed nothing.
+TEST_F(SharingLinuxTest, WhoOpensAnEventOfOthersFindsItSet)
+{
+    const pid_t other = otherProcess([] { createEvent("Global\\QUORELTestEvent", nullptr); });
+    const auto made = createEvent("Global\\QUORELTestEvent", nullptr);
+    EXPECT_TRUE(waitFor(made, 0));
+    EXPECT_TRUE(resetEvent(made));
+    const auto again = openEvent("Global\\QUORELTestEvent");
+    EXPECT_FALSE(waitFor(again, 0)) << "this process has it already";
+    closeHandle(again);
+    closeHandle(made);
+    end(other);
+}
+
 // A process that is stopped, or means it ill, keeps the user's directory to itself.
-TEST_F(TurnTest, NobodyWaitsForTheDirectoryForMoreThanTwoSeconds)
+TEST_F(SharingLinuxTest, NobodyWaitsForTheDirectoryForMoreThanTwoSeconds)
 {
     closeHandle(make());
     const int held = open((home.path() / "run/quorel").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
