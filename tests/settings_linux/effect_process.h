@@ -26,6 +26,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -44,6 +45,7 @@ public:
         std::fflush(nullptr); // said once, by this process
         id = fork();
         if (id == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL); // even one that is stopped ends with the test
             close(toChild[1]);
             close(fromChild[0]);
             first();
