@@ -9,8 +9,9 @@ namespace quorel::platform {
 
 class AtomicFile {
 public:
-    // Opens a nameless-looking neighbour of `path`, in the same folder since renaming does not cross file systems. A link is
-    // followed. Fails with std::runtime_error when the file could not be put in place later.
+    // Opens a neighbour of `path` with a name of our programs' own, ".quorel-" and some letters, in the same folder since
+    // renaming does not cross file systems. A link is followed. Neighbours that killed programs have left there are removed:
+    // those that no process has open. Fails with std::runtime_error when the file could not be put in place later.
     explicit AtomicFile(const std::string& path);
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;

@@ -5,15 +5,56 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <stdexcept>
+#include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace quorel::platform {
 
+namespace {
+
+constexpr std::string_view prefix = ".quorel-";
+constexpr std::string_view pattern = "XXXXXX"; // of mkstemp
+
+// Whoever writes such a file holds a lock on it, which the kernel takes away when the process ends, however it ends.
+void removeAbandoned(const std::filesystem::path& folder)
+{
+    std::error_code unreadable; // then they stay
+    for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, unreadable)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(prefix) || name.size() != prefix.size() + pattern.size())
+            continue;
+        const int file = open(entry.path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (file < 0)
+            continue;
+        struct stat found {};
+        if (fstat(file, &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == geteuid() &&
+            flock(file, LOCK_EX | LOCK_NB) == 0)
+            unlink(entry.path().c_str());
+        close(file);
+    }
+}
+
+// A new file that this process holds; -1 on failure. Between its making and its locking another program may have removed it.
+int makeHeld(std::string& path)
+{
+    for (const std::string wanted = path;; path = wanted) {
+        const int file = mkostemp(path.data(), O_CLOEXEC);
+        struct stat made {};
+        if (file < 0 || (flock(file, LOCK_EX | LOCK_NB) == 0 && fstat(file, &made) == 0 && made.st_nlink > 0))
+            return file;
+        close(file);
+    }
+}
+
+} // namespace
+
 AtomicFile::AtomicFile(const std::string& path) : shown(path)
 {
-    std::error_code unresolved; // a path that leads nowhere is told by mkstemp below
+    std::error_code unresolved; // a path that leads nowhere is told when the file is made
     target = std::filesystem::weakly_canonical(path, unresolved);
     if (unresolved || target.empty())
         target = path;
@@ -31,8 +72,9 @@ AtomicFile::AtomicFile(const std::string& path) : shown(path)
         mode = old.st_mode & 0777;
     }
 
-    temporary = (target.parent_path() / ".quorel-XXXXXX").string();
-    fd = mkstemp(temporary.data());
+    removeAbandoned(target.parent_path());
+    temporary = (target.parent_path() / (std::string(prefix) + std::string(pattern))).string();
+    fd = makeHeld(temporary);
     if (fd < 0)
         fail(std::strerror(errno));
     if (fchmod(fd, mode) != 0) {

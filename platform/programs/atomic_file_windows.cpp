@@ -2,6 +2,7 @@
 
 #include "platform/programs/file_names.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -11,6 +12,25 @@
 #include <windows.h>
 
 namespace quorel::platform {
+
+namespace {
+
+constexpr const char* prefix = ".quorel-";
+
+// A file that a process has open without sharing its removal can't be removed.
+void removeAbandoned(const std::filesystem::path& folder)
+{
+    std::error_code unreadable; // then they stay
+    for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, unreadable)) {
+        const std::string name = textOf(entry.path().filename());
+        std::error_code gone;
+        if (name.starts_with(prefix) && name != prefix &&
+            name.find_first_not_of("0123456789-", std::strlen(prefix)) == std::string::npos && entry.is_regular_file(gone))
+            DeleteFileW(entry.path().c_str());
+    }
+}
+
+} // namespace
 
 AtomicFile::AtomicFile(const std::string& path) : shown(path)
 {
@@ -28,8 +48,10 @@ AtomicFile::AtomicFile(const std::string& path) : shown(path)
             fail(std::strerror(errno));
     }
 
+    removeAbandoned(target.parent_path());
     // The process's own name for it, since no other process has its number.
-    temporary = textOf(target.parent_path() / (".quorel-" + std::to_string(GetCurrentProcessId())));
+    static std::atomic<unsigned> made = 0;
+    temporary = textOf(target.parent_path() / (prefix + std::to_string(GetCurrentProcessId()) + '-' + std::to_string(++made)));
     fd = _wopen(pathOf(temporary).c_str(), _O_RDWR | _O_CREAT | _O_TRUNC | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
     if (fd < 0) {
         temporary.clear();
