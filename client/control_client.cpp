@@ -1,12 +1,14 @@
 #include "client/control_client.h"
 
 #include "platform/named_lock.h"
+#include "platform/refusal.h"
 
 #include <atomic>
 #include <bit>
 #include <cstring>
 #include <memory>
 #include <span>
+#include <system_error>
 
 namespace quorel {
 
@@ -39,10 +41,22 @@ float readFloat(const float& word) noexcept
 
 } // namespace
 
-ControlClient::ControlClient() : mapping(platform::openMapping(controlBlockName))
+std::string lastRefusalText()
 {
-    if (mapping == nullptr)
-        throw NoEffect();
+    const platform::Refusal refusal = platform::lastRefusal();
+    return refusal.path + ": " + std::system_category().message(refusal.error);
+}
+
+ControlClient::ControlClient()
+{
+    platform::keepRefusal({}, 0); // an older one is none of this
+    mapping = platform::openMapping(controlBlockName);
+    if (mapping == nullptr) {
+        const int error = platform::lastRefusal().error;
+        if (error == 0 || std::system_category().default_error_condition(error) == std::errc::no_such_file_or_directory)
+            throw NoEffect();
+        throw std::runtime_error("cannot look for the effect: " + lastRefusalText());
+    }
     block = static_cast<ControlBlock*>(platform::mapView(mapping, sizeof(ControlBlock)));
     if (block == nullptr) {
         platform::closeHandle(mapping);
@@ -101,7 +115,7 @@ void ControlClient::deliver(const std::function<std::vector<float>(SettingsRecor
                                                                                         platform::freeDescriptor);
     const platform::NamedLock lock(lockName, access.get(), patience);
     if (!lock)
-        throw std::runtime_error("another program that changes the settings does not end");
+        throw std::runtime_error("other programs that change the settings give this one no turn: " + lastRefusalText());
     const OwnedHandle event(platform::openEvent(controlEventName));
     if (!event)
         throw NoEffect();

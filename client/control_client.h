@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace quorel {
@@ -19,9 +20,12 @@ struct NoEffect : std::runtime_error {
     NoEffect() : std::runtime_error("no effect is running") {}
 };
 
+// What the system refused last, as "path: cause".
+std::string lastRefusalText();
+
 class ControlClient {
 public:
-    // Throws NoEffect.
+    // Throws NoEffect, or std::runtime_error with path and cause where the system lets nobody look.
     ControlClient();
     ~ControlClient();
     ControlClient(const ControlClient&) = delete;
@@ -33,14 +37,15 @@ public:
     std::array<float, 9> levels() const; // dB
 
     // Changes the settings as they are now. `change` may throw: then nothing has happened. What it leaves alone is not written.
+    // Throws std::runtime_error with path and cause when another program does not let this one have its turn.
     void update(const std::function<void(SettingsRecord&)>& change);
 
     // The same, and `change` returns what is written into the share ahead of the settings.
     void deliver(const std::function<std::vector<float>(SettingsRecord&)>& change);
 
 private:
-    platform::Handle mapping;
-    ControlBlock* block;
+    platform::Handle mapping = nullptr;
+    ControlBlock* block = nullptr;
 };
 
 } // namespace quorel

@@ -9,7 +9,7 @@ namespace quorel::platform {
 
 class NamedLock {
 public:
-    // Waits for at most so long. `name` is that of a Windows kernel object, such as "Global\QUORELControl".
+    // Waits for at most so long; what it refuses is kept as the process's last refusal. `name` is that of a Windows kernel object, such as "Global\QUORELControl".
     NamedLock(const char* name, const Descriptor* descriptor, std::uint32_t milliseconds) noexcept;
     ~NamedLock();
     NamedLock(const NamedLock&) = delete;

@@ -1,5 +1,6 @@
 #include "platform/named_lock.h"
 
+#include "platform/refusal.h"
 #include "platform/text_windows.h"
 
 #include <exception>
@@ -10,13 +11,17 @@ NamedLock::NamedLock(const char* name, const Descriptor* descriptor, std::uint32
 try {
     SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), const_cast<Descriptor*>(descriptor), FALSE};
     const HANDLE mutex = CreateMutexW(&attributes, FALSE, wide(name).c_str());
-    if (mutex == nullptr)
+    if (mutex == nullptr) {
+        keepRefusal(name, static_cast<int>(GetLastError()));
         return;
+    }
     const DWORD result = WaitForSingleObject(mutex, milliseconds);
     if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
         held = reinterpret_cast<std::intptr_t>(mutex);
-    else
+    else {
+        keepRefusal(name, static_cast<int>(result == WAIT_FAILED ? GetLastError() : result));
         CloseHandle(mutex);
+    }
 } catch (const std::exception&) {
     // There is no lock then.
 }

@@ -3,6 +3,7 @@
 #include "client/hrtf_file.h"
 #include "client/preset.h"
 #include "microphone/microphone_tables.h"
+#include "settings/settings_handler.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 
@@ -120,6 +121,9 @@ std::string speakersOf(std::uint32_t mask)
 
 void status(const CLI::App& tool)
 {
+    if (SettingsHandler::keptValuesAreUnreadable())
+        notice(tool, "the kept settings cannot be read, so an effect starts without them and leaves them as they are: " +
+                         lastRefusalText());
     const ControlClient client;
     const SettingsRecord record = client.settings();
     const std::uint32_t mask = client.activeChannelMask();

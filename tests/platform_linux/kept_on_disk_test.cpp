@@ -61,11 +61,12 @@ TEST(KeptValues, AreOnTheDiskBeforeTheyGetTheirName)
 TEST(TheUsersDirectory, IsRefusedWhenItIsSomebodyElses)
 {
     const TemporaryHome home;
-    ASSERT_TRUE(UserDirectory());
+    const auto opened = [](Place place) { return static_cast<bool>(UserDirectory(place, IfMissing::isMade)); };
+    ASSERT_TRUE(opened(Place::state));
     otherUser = geteuid() + 1; // as if the directory were not this user's
-    EXPECT_FALSE(UserDirectory());
+    EXPECT_FALSE(opened(Place::state));
     otherUser = 0;
-    EXPECT_TRUE(UserDirectory());
+    EXPECT_TRUE(opened(Place::state));
 }
 
 } // namespace

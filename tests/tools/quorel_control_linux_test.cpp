@@ -108,6 +108,43 @@ TEST_F(ControlProcess, AToolThatIsKilledAtAnyMomentLeavesTheEffectAndTheOthersWe
     EXPECT_TRUE(record.EQBand[4] == 0 || record.EQBand[4] == -40);
 }
 
+// ---- what it finds of the user's directories ------------------------------------------------------------------------
+
+TEST_F(Control, WithoutAnEffectNoDirectoryIsMade)
+{
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"status"}, {"get"}, {"set", "Reverb=1"}, {"hrtf", "clear"}, {"preset", "list"}})
+        run(arguments);
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::recursive_directory_iterator(home.path()))
+        found.push_back(entry.path());
+    EXPECT_EQ(found, std::vector<fs::path>{home.path() / "run"}); // the test's own
+}
+
+TEST_F(Control, ADirectoryThatIsRefusedIsNamedWithTheCause)
+{
+    fs::create_directory(home.path() / "run/quorel");
+    fs::permissions(home.path() / "run/quorel", fs::perms(0750));
+    for (const char* command : {"status", "get"})
+        expectRefusal({command}, (home.path() / "run/quorel").string() + ": Permission denied");
+}
+
+TEST_F(Control, StatusTellsOfKeptSettingsThatCannotBeRead)
+{
+    SettingsHandler::instance(SettingsHandler::layoutVersion).reset(); // keeps them
+    const fs::path kept = home.path() / ".local/state/quorel/registry/HKEY_CURRENT_USER/Software/VEDRA/QUOREL/.values";
+    ASSERT_TRUE(fs::exists(kept));
+    EXPECT_THAT(run({"status"}).err, testing::Not(HasSubstr("kept settings")));
+    fs::permissions(kept, fs::perms(0644)); // others could have read it, or written
+    const std::string before = contents(kept);
+    const auto handler = SettingsHandler::instance(SettingsHandler::layoutVersion);
+    const Outcome outcome = run({"status"});
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    EXPECT_THAT(outcome.err, HasSubstr("the kept settings cannot be read"));
+    EXPECT_THAT(outcome.err, HasSubstr(kept.string() + ": Permission denied\n"));
+    EXPECT_EQ(contents(kept), before);
+}
+
 // ---- files of responses ---------------------------------------------------------------------------------------------
 
 class Sofa : public Responses {

@@ -177,7 +177,7 @@ TEST_F(ControlOfAnEffect, AToolWaitsForAnotherOneAndSaysSoWhenThatNeverEnds)
     {
         const platform::NamedLock lock("Global\\QUORELControl", access, 0);
         ASSERT_TRUE(lock);
-        expectUntouched({"set", "Reverb=1"}, "another program that changes the settings does not end");
+        expectUntouched({"set", "Reverb=1"}, "other programs that change the settings give this one no turn: ");
     }
     platform::freeDescriptor(access);
     done({"set", "Reverb=1"});
