@@ -23,7 +23,7 @@ constexpr const char* renderEndpoints = R"(HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft
 
 constexpr HNSTIME unmeasuredLatency = 21; // units of 100 ns
 constexpr double unitsPerSecond = 10'000'000;
-constexpr std::uint32_t mostSamplesPerFrame = 8; // that a path reads or writes
+constexpr std::uint32_t slotsOfRender = 8; // of an output frame
 
 // Runs a step that may throw; what it throws becomes a result.
 template <class Step>
@@ -177,6 +177,8 @@ HRESULT QUOREL::judge(HRESULT generalAnswer, IAudioMediaType* opposite, IAudioMe
 
     if (!admits(isCapture ? EndpointKind::capture : EndpointKind::render, oppositeFormat, requestedFormat))
         return APOERR_FORMAT_NOT_SUPPORTED;
+    if (*supported != requested)
+        --moduleUses; // the proposal's: nobody can reach it any more
     *supported = requested;
     return S_OK;
 }
@@ -244,8 +246,9 @@ HRESULT QUOREL::UnlockForProcess()
 // How long the path takes for a frame, measured over one block. Not for a running stream: the two blocks advance the path.
 //
 // A render path writes eight slots a frame however many channels the stream has, and after a lock that failed `channels` and
-// `maxFrames` are not those of the path that stayed: the buffer has at least eight samples a frame, the most that any path
-// uses, and a path refuses more frames than it was built for. No path can write past the buffer.
+// `maxFrames` are not those of the path that stayed: for it the buffer has at least eight samples a frame, the most that any
+// path uses, and a path refuses more frames than it was built for. A capture path uses one sample a frame, as only streams of
+// one channel get as far as `channels`. No path can write past the buffer.
 HRESULT QUOREL::GetLatency(HNSTIME* time)
 {
     if (time == nullptr)
@@ -255,7 +258,8 @@ HRESULT QUOREL::GetLatency(HNSTIME* time)
         return E_FAIL;
 
     return resultOf([&] {
-        const auto length = std::uint64_t{std::max(channels, mostSamplesPerFrame)} * maxFrames;
+        const auto samplesPerFrame = isCapture ? channels : std::max(channels, slotsOfRender);
+        const auto length = std::uint64_t{samplesPerFrame} * maxFrames;
         const RtPointer<float> buffer(static_cast<float*>(rt_alloc(length * sizeof(float))));
         std::fill_n(buffer.get(), length, 0.0F);
         const auto runBlock = [&] { path->process(buffer.get(), maxFrames, buffer.get(), maxFrames); };

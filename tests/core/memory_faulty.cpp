@@ -1,5 +1,6 @@
 #include "memory_faulty.h"
 
+#include <cstring>
 #include <new>
 
 namespace quorel::platform {
@@ -9,7 +10,9 @@ FaultyMemory faultyMemory;
 void* allocateAligned(std::uint64_t bytes, std::uint64_t alignment) noexcept
 {
     ++faultyMemory.allocations;
-    return faultyMemory.allocationFails ? nullptr : ::operator new (bytes, std::align_val_t{alignment}, std::nothrow);
+    faultyMemory.bytes = bytes;
+    void* block = faultyMemory.allocationFails ? nullptr : ::operator new (bytes, std::align_val_t{alignment}, std::nothrow);
+    return block != nullptr ? std::memset(block, unwritten, bytes) : nullptr;
 }
 
 void freeAligned(void* block) noexcept

@@ -9,6 +9,9 @@
 
 namespace quorel::platform {
 
+// What stands in a block that nobody has written to yet: not a number, as floats.
+inline constexpr int unwritten = 0xFF;
+
 struct FaultyMemory {
     bool allocationFails = false;
     int failingLocks = 0; // so many locks are refused, then they succeed
@@ -17,6 +20,7 @@ struct FaultyMemory {
     MemoryLimits limits{0x200000, 0x800000};
 
     int allocations = 0;
+    std::uint64_t bytes = 0; // of the last one
     int locks = 0;
     int reads = 0;
     std::vector<MemoryLimits> writes; // what was asked for, refused or not

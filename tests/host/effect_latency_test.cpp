@@ -2,6 +2,7 @@
 #include "host/effect_object.h"
 
 #include "platform/counter.h"
+#include "tests/core/memory_faulty.h"
 #include "tests/host/engine.h"
 #include "tests/support/private_home.h"
 
@@ -34,6 +35,8 @@ namespace {
 
 class Latency : public testing::Test {
 protected:
+    explicit Latency(const char* list = "Render") : entry(list) {}
+
     void SetUp() override
     {
         ASSERT_EQ(effect.initialize(), S_OK);
@@ -50,6 +53,17 @@ protected:
         return time;
     }
 
+    // The buffer of a measurement is one block of pinned memory.
+    void expectBuffer(std::uint64_t samples)
+    {
+        auto& memory = platform::faultyMemory;
+        memory.allocations = memory.locks = 0;
+        measure(480);
+        EXPECT_EQ(memory.allocations, 1);
+        EXPECT_EQ(memory.bytes, samples * sizeof(float));
+        EXPECT_EQ(memory.locks, 1);
+    }
+
     void expectUnmeasured(HRESULT result)
     {
         HNSTIME time = -1;
@@ -57,7 +71,7 @@ protected:
         EXPECT_EQ(time, 21);
     }
 
-    EndpointEntry entry{"Render"};
+    EndpointEntry entry;
     Effect effect;
 };
 
@@ -148,23 +162,37 @@ TEST_F(Latency, AFastStereoStreamIsMeasured)
     EXPECT_EQ(measure(480), 1);
 }
 
-TEST(CaptureLatency, AVoiceStreamIsMeasured)
+TEST_F(Latency, ItsBufferIsPinnedAndHasTheStreamsChannelsOrTheEightThatRenderWrites)
 {
-    const EndpointEntry entry("Capture");
-    Effect effect;
-    ASSERT_EQ(effect.initialize(), S_OK);
-    frequency = 10'000'000;
+    EXPECT_EQ(effect.lock(surroundFormat(), 240), S_OK);
+    expectBuffer(240 * 8);
+    EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
+    EXPECT_EQ(effect.lock(stereoFormat(), 240), S_OK);
+    expectBuffer(240 * 8);
+}
+
+class CaptureLatency : public Latency {
+protected:
+    CaptureLatency() : Latency("Capture") {}
+};
+
+TEST_F(CaptureLatency, ItsBufferIsPinnedAndHasTheStreamsOneChannel)
+{
+    EXPECT_EQ(effect.lock(voiceFormat(), 240), S_OK);
+    expectBuffer(240);
+}
+
+TEST_F(CaptureLatency, AVoiceStreamIsMeasured)
+{
     for (const FLOAT rate : {16000.0F, 48000.0F}) {
         EXPECT_EQ(effect.lock(voiceFormat(rate), 240), S_OK);
-        step = 240 * 7;
-        HNSTIME time = 0;
-        EXPECT_EQ(effect.object->GetLatency(&time), S_OK);
-        EXPECT_EQ(time, 7);
+        EXPECT_EQ(measure(240 * 7), 7);
         EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
     }
 }
 
-// Both runs are blocks like any other: a path that has been measured goes on as one that got two blocks of silence.
+// Both runs are blocks like any other: a path that has been measured goes on as one that got two blocks of silence, although
+// the memory of the buffer comes with samples that are not a number.
 TEST_F(Latency, AMeasurementAdvancesThePathByTwoBlocks)
 {
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
