@@ -17,6 +17,15 @@ namespace quorel {
 // Objects and server locks that keep the module loaded.
 inline std::atomic<std::int32_t> moduleUses{0};
 
+// One of them, as long as it lives.
+class ModuleUse {
+public:
+    ModuleUse() noexcept { ++moduleUses; }
+    ~ModuleUse() { --moduleUses; }
+    ModuleUse(const ModuleUse&) = delete;
+    ModuleUse& operator=(const ModuleUse&) = delete;
+};
+
 // The identifier stands in the table itself; `get` gives the object's pointer to that interface.
 template <class T>
 struct InterfaceEntry {
@@ -41,8 +50,8 @@ public:
     static HRESULT create(IUnknown* outer, REFIID id, void** object);
 
 protected:
-    explicit ComObject(IUnknown* outer) noexcept : inner(*this), controlling(outer != nullptr ? outer : &inner) { ++moduleUses; }
-    ~ComObject() { --moduleUses; }
+    explicit ComObject(IUnknown* outer) noexcept : inner(*this), controlling(outer != nullptr ? outer : &inner) {}
+    ~ComObject() = default;
 
 private:
     struct Inner final : IUnknown {
@@ -56,6 +65,7 @@ private:
         std::atomic<ULONG> references{1}; // the creator's
     };
 
+    const ModuleUse use; // given up last
     Inner inner;
 
 protected:

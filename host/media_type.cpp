@@ -1,5 +1,7 @@
 #include "host/media_type.h"
 
+#include "host/com_object.h"
+
 #include <atomic>
 #include <cstring>
 #include <new>
@@ -33,6 +35,7 @@ public:
 private:
     bool isUncompressed() const;
 
+    const ModuleUse use;             // whoever holds it calls this module's code
     const WAVEFORMATEXTENSIBLE wave; // zeros behind a plain format
     std::atomic<ULONG> references{1};
 };

@@ -174,6 +174,17 @@ TEST(FormatQuestions, AnIntegerFormatThatFitsIsAcceptedWithoutAReference)
     EXPECT_EQ(requested.references, 1U);
 }
 
+TEST(FormatQuestions, ADroppedProposalKeepsTheModuleLoadedNoLonger)
+{
+    Asked ask("Render");
+    const auto before = moduleUses.load();
+    Format opposite(surroundFormat());
+    Format requested(surroundFormat());
+    requested.format.guidFormatType = KSDATAFORMAT_SUBTYPE_PCM;
+    EXPECT_EQ(ask(&opposite, &requested), S_OK);
+    EXPECT_EQ(moduleUses, before);
+}
+
 TEST(FormatQuestions, ARefusalKeepsWhatTheGeneralAnswerStored)
 {
     Asked ask("Render");

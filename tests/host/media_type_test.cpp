@@ -212,5 +212,17 @@ TEST(MediaType, ItOffersItselfAndIUnknownAlone)
     EXPECT_EQ(made->Release(), 0U);
 }
 
+TEST(MediaType, ItKeepsTheModuleLoadedUntilItsLastReference)
+{
+    const auto before = moduleUses.load();
+    auto* made = make(voiceFormat());
+    EXPECT_EQ(moduleUses, before + 1);
+    made->AddRef();
+    made->Release();
+    EXPECT_EQ(moduleUses, before + 1);
+    made->Release();
+    EXPECT_EQ(moduleUses, before);
+}
+
 } // namespace
 } // namespace quorel

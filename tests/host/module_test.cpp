@@ -1,6 +1,7 @@
 #include "host/module.h"
 
 #include "tests/host/loaded_module.h"
+#include "tests/host/private_home.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -79,6 +80,25 @@ TEST(Module, ALockKeepsItLoaded)
     EXPECT_EQ(factory->LockServer(FALSE), S_OK);
     EXPECT_EQ(factory->LockServer(FALSE), S_OK);
     factory->Release();
+    EXPECT_EQ(module.canUnload(), S_OK);
+}
+
+// The general answer proposes the format that the other side has.
+TEST(Module, AProposedFormatKeepsItLoaded)
+{
+    const EndpointEntry entry("Render");
+    LoadedModule module;
+    IAudioMediaType* proposed = nullptr;
+    {
+        Effect effect(module.create());
+        ASSERT_EQ(effect.initialize(AUDIO_SIGNALPROCESSINGMODE_DEFAULT, TRUE), S_OK);
+        Format opposite(surroundFormat());
+        Format requested(floatFormat(8, 44100.0F, 0x63F));
+        EXPECT_EQ(effect.object->IsInputFormatSupported(&opposite, &requested, &proposed), APOERR_FORMAT_NOT_SUPPORTED);
+        ASSERT_NE(proposed, nullptr);
+    }
+    EXPECT_EQ(module.canUnload(), S_FALSE);
+    EXPECT_EQ(proposed->Release(), 0U);
     EXPECT_EQ(module.canUnload(), S_OK);
 }
 
