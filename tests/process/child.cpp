@@ -4,12 +4,25 @@
 #include "tests/process/process.h"
 
 #include <array>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
 
 namespace quorel {
 
-Child::Child(const std::string& program, const std::vector<std::string>& arguments)
-    : process(std::make_unique<Process>(program, arguments))
+Child::Child(const std::string& program, const std::vector<std::string>& arguments, std::chrono::milliseconds patience)
 {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!process) {
+        try {
+            process = std::make_unique<Process>(program, arguments);
+        } catch (const std::system_error& error) {
+            if (std::chrono::steady_clock::now() >= end)
+                throw std::runtime_error("Can't start " + program + ": " + error.what() + ", error " +
+                                         std::to_string(error.code().value()));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }
 }
 
 Child::Child(Child&&) noexcept = default;

@@ -18,8 +18,10 @@ public:
     static constexpr int killed = -9;
 
     // Starts the program with these arguments, which hold no quotation marks, and with this process's environment. Its
-    // standard errors go where this process's go. Throws std::runtime_error when the program can't be started.
-    Child(const std::string& program, const std::vector<std::string>& arguments);
+    // standard errors go where this process's go. A busy system may refuse for a while: it is tried again for as long as
+    // `patience`. Throws std::runtime_error with the system's last error when the program can't be started.
+    Child(const std::string& program, const std::vector<std::string>& arguments,
+          std::chrono::milliseconds patience = std::chrono::seconds(10));
 
     // Kills it if it still runs.
     ~Child();

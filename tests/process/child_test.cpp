@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <future>
 #include <stdexcept>
 #include <thread>
 
@@ -40,9 +42,37 @@ TEST(Child, ACrashIsNoExitCode)
     EXPECT_NE(child.exitCode(0s), 0);
 }
 
-TEST(Child, AProgramThatIsNotThereFails)
+// Error 2 is "no such file" on every system.
+TEST(Child, AProgramThatIsNotThereFailsWithTheSystemsError)
 {
-    EXPECT_THROW(Child(ownProgram() + ".missing", {}), std::runtime_error);
+    const auto program = ownProgram() + ".missing";
+    std::string told;
+    try {
+        const Child child(program, {}, 0ms);
+    } catch (const std::runtime_error& error) {
+        told = error.what();
+    }
+    EXPECT_TRUE(told.starts_with("Can't start " + program + ": ")) << told;
+    EXPECT_TRUE(told.ends_with(", error 2")) << told;
+}
+
+TEST(Child, AStartThatIsRefusedAtFirstIsTriedAgain)
+{
+    const auto program = ownProgram() + ".late.exe";
+    const auto prepared = ownProgram() + ".prepared";
+    std::filesystem::remove(program);
+    std::filesystem::copy_file(ownProgram(), prepared, std::filesystem::copy_options::overwrite_existing);
+    auto late = std::async(std::launch::async, [&] {
+        std::this_thread::sleep_for(250ms);
+        std::filesystem::rename(prepared, program);
+    });
+    {
+        Child child(program, {"--say", "here"}, 1min);
+        EXPECT_EQ(child.line(), "here");
+        EXPECT_EQ(child.exitCode(1min), 7);
+    }
+    late.get();
+    std::filesystem::remove(program);
 }
 
 int runAsChild(int count, char** words)

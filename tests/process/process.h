@@ -13,6 +13,7 @@
 namespace quorel {
 
 struct Child::Process {
+    // Throws std::system_error.
     Process(const std::string& program, const std::vector<std::string>& arguments);
     ~Process();
     Process(const Process&) = delete;

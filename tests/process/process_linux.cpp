@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace quorel {
@@ -32,7 +33,7 @@ Child::Process::Process(const std::string& program, const std::vector<std::strin
 
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
-        throw std::runtime_error("No pipe for " + program);
+        throw std::system_error(errno, std::system_category(), "pipe");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
@@ -43,7 +44,7 @@ Child::Process::Process(const std::string& program, const std::vector<std::strin
     output = ends[0];
     if (result != 0) {
         close(ends[0]);
-        throw std::runtime_error("Can't start " + program);
+        throw std::system_error(result, std::system_category());
     }
     id = started;
     watch = syscall(SYS_pidfd_open, started, 0);

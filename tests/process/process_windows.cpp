@@ -4,6 +4,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <system_error>
 
 namespace quorel {
 
@@ -38,7 +39,7 @@ Child::Process::Process(const std::string& program, const std::vector<std::strin
     HANDLE from = nullptr;
     HANDLE to = nullptr;
     if (CreatePipe(&from, &to, &inherited, 0) == 0)
-        throw std::runtime_error("No pipe for " + program);
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "pipe");
     SetHandleInformation(from, HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOW start{};
     start.cb = sizeof start;
@@ -49,10 +50,11 @@ Child::Process::Process(const std::string& program, const std::vector<std::strin
     PROCESS_INFORMATION made{};
     const auto started = CreateProcessW(platform::wide(program).c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
                                         nullptr, &start, &made);
+    const auto error = static_cast<int>(GetLastError());
     CloseHandle(to);
     if (started == 0) {
         CloseHandle(from);
-        throw std::runtime_error("Can't start " + program);
+        throw std::system_error(error, std::system_category());
     }
     CloseHandle(made.hThread);
     id = reinterpret_cast<std::intptr_t>(made.hProcess);
