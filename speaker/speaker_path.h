@@ -42,6 +42,8 @@ public:
     void process(InterleavedView in, InterleavedView out);
 
 private:
+    friend struct SpeakerPathState; // a test's view
+
     // The steps of a block, in signal order.
     void translateSettings();
     void copyThrough(InterleavedView in, InterleavedView out) const;

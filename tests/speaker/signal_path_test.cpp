@@ -182,6 +182,24 @@ TEST(SpeakerFrame, InPlaceAtAnotherRateNothingIsWritten)
     path->process(nullptr, 5, nullptr, 5);
 }
 
+TEST(SpeakerFrame, AtAnotherRateAnEmptyBlockFailsUnlessInPlace)
+{
+    // The copy's kernel takes no empty block; in place there is no copy.
+    SignalPath path = speakerPath(2, 0x3, 480, 44100);
+    std::vector<float> in(2);
+    std::vector<float> out(8, 9.0F);
+    try {
+        path->process(in.data(), 0, out.data(), 0);
+        FAIL() << "an empty copy was accepted";
+    } catch (const ipps::Error& error) {
+        EXPECT_EQ(error.status, ippStsSizeErr);
+    }
+    EXPECT_EQ(path->settings()->applied, 1) << "the record is translated before";
+    EXPECT_EQ(out, std::vector<float>(8, 9.0F));
+    EXPECT_EQ(path->process(in.data(), 0, in.data(), 7), 7U);
+    EXPECT_EQ(path->process(nullptr, 0, nullptr, 0), 0U);
+}
+
 TEST(SpeakerFrame, AtAnotherRateAnOutputTooSmallIsRefused)
 {
     SignalPath path = speakerPath(2, 0x3, 480, 44100);
@@ -258,6 +276,22 @@ TEST(SpeakerFrame, AMaskOfAnotherNumberOfSpeakersIsRefusedByName)
     for (std::int32_t channels = 1; channels <= 7; ++channels)
         EXPECT_EQ(refusal(channels, sevenPointOne), maskText(static_cast<std::size_t>(channels)));
     EXPECT_EQ(refusal(8, 0x3F), maskText(8));
+}
+
+TEST(SpeakerFrame, AMaskIsRefusedBeforeAnythingOfTheRoomIs)
+{
+    const auto refusalOf = [](std::uint32_t mask, std::uint32_t maxFrames) -> std::string {
+        try {
+            speakerPath(2, mask, maxFrames);
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "accepted";
+    };
+    EXPECT_EQ(refusalOf(0x3, 1073), "DelayLine: Length of delayLineBuffer is too short");
+    EXPECT_EQ(refusalOf(0x1, 1073), maskText(2)) << "the mask is counted before the room is built";
+    EXPECT_EQ(refusalOf(0x7, 1073), maskText(2));
+    EXPECT_EQ(refusalOf(0x1, 0), "Buffer not initialized") << "and behind the buffers";
 }
 
 } // namespace
