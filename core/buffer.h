@@ -166,7 +166,7 @@ void PaddedBuffer<C>::slide()
 {
     const auto size = this->size();
     const auto capacity = this->capacity();
-    if (overlap_ > capacity) // the history would overrun its row
+    if (overlap_ > capacity && capacity > 0) // the history would overrun its row; one that was moved from has none
         throw ipps::Error(ippStsSizeErr);
 
     for (std::size_t c = 0; c < C; ++c) {

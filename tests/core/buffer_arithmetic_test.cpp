@@ -32,27 +32,31 @@ std::string refusal(const std::function<void()>& action)
 }
 
 // Every value here is a small multiple of 1/4, so that float arithmetic is exact.
-TEST(BufferArithmetic, AddAddsChannelToChannel)
+template <std::size_t C>
+void expectSum()
 {
-    auto a = filled<2>(21, 0.5F);
-    const auto b = filled<2>(21, 0.25F);
+    SCOPED_TRACE(C);
+    auto a = filled<C>(21, 0.5F);
+    const auto b = filled<C>(21, 0.25F);
     a += b;
     EXPECT_EQ(a.size(), 21U);
-    for (std::size_t c = 0; c < 2; ++c)
+    for (std::size_t c = 0; c < C; ++c)
         for (std::size_t i = 0; i < 21; ++i)
             EXPECT_EQ(a.channel(c)[i], 0.75F * static_cast<float>(i + 1) + 2.0F * static_cast<float>(c));
+    EXPECT_EQ(refusal([&] { a += filled<C>(20, 1.0F); }), "BufferArithmetic: Buffer size does not match: Add +=");
+    EXPECT_EQ(refusal([&] { a += filled<C>(22, 1.0F); }), "BufferArithmetic: Buffer size does not match: Add +=");
+}
+
+TEST(BufferArithmetic, AddAddsChannelToChannel)
+{
+    expectSum<1>();
+    expectSum<2>();
 }
 
 template <std::size_t C>
-void expectProducts()
+void expectScaled()
 {
-    const auto row = filled<1>(21, 0.5F);
-    auto a = filled<C>(21, 0.25F);
-    a *= row;
-    for (std::size_t c = 0; c < C; ++c)
-        for (std::size_t i = 0; i < 21; ++i)
-            EXPECT_EQ(a.channel(c)[i], (0.25F * static_cast<float>(i + 1) + static_cast<float>(c)) * row.channel(0)[i]);
-
+    SCOPED_TRACE(C);
     auto b = filled<C>(21, 0.25F);
     b *= 0.5F;
     EXPECT_EQ(b.size(), 21U);
@@ -61,11 +65,33 @@ void expectProducts()
             EXPECT_EQ(b.channel(c)[i], (0.25F * static_cast<float>(i + 1) + static_cast<float>(c)) * 0.5F);
 }
 
+template <std::size_t C>
+void expectProducts()
+{
+    SCOPED_TRACE(C);
+    const auto row = filled<1>(21, 0.5F);
+    auto a = filled<C>(21, 0.25F);
+    a *= row;
+    EXPECT_EQ(a.size(), 21U);
+    for (std::size_t c = 0; c < C; ++c)
+        for (std::size_t i = 0; i < 21; ++i)
+            EXPECT_EQ(a.channel(c)[i], (0.25F * static_cast<float>(i + 1) + static_cast<float>(c)) * row.channel(0)[i]);
+    EXPECT_EQ(refusal([&] { a *= filled<1>(20, 1.0F); }), "BufferArithmetic: Buffer size does not match: Mul *=");
+    EXPECT_EQ(refusal([&] { a *= filled<1>(22, 1.0F); }), "BufferArithmetic: Buffer size does not match: Mul *=");
+    expectScaled<C>();
+}
+
 TEST(BufferArithmetic, MulByARowAndByAScalarReachEveryChannel)
 {
     expectProducts<1>();
     expectProducts<2>();
+    expectProducts<3>();
+    expectProducts<4>();
+    expectProducts<5>();
+    expectProducts<6>();
+    expectProducts<7>();
     expectProducts<8>();
+    expectScaled<12>();
 }
 
 TEST(BufferArithmetic, MulToOutSetsItsSize)
@@ -75,13 +101,15 @@ TEST(BufferArithmetic, MulToOutSetsItsSize)
     Buffer<float, 2> out(32);
     multiply(a, row, out);
     EXPECT_EQ(out.size(), 21U);
-    for (std::size_t i = 0; i < 21; ++i)
-        EXPECT_EQ(out.channel(1)[i], a.channel(1)[i] * row.channel(0)[i]);
+    for (std::size_t c = 0; c < 2; ++c)
+        for (std::size_t i = 0; i < 21; ++i)
+            EXPECT_EQ(out.channel(c)[i], a.channel(c)[i] * row.channel(0)[i]);
     out.setSize(0);
     multiply(a, 3.0F, out);
     EXPECT_EQ(out.size(), 21U);
-    for (std::size_t i = 0; i < 21; ++i)
-        EXPECT_EQ(out.channel(1)[i], a.channel(1)[i] * 3.0F);
+    for (std::size_t c = 0; c < 2; ++c)
+        for (std::size_t i = 0; i < 21; ++i)
+            EXPECT_EQ(out.channel(c)[i], a.channel(c)[i] * 3.0F);
 }
 
 TEST(BufferArithmetic, AddOfDifferentSizesIsRefused)

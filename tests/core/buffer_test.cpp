@@ -185,6 +185,15 @@ TEST(PaddedBuffer, WhoseHistoryOverrunsItsRowRefusesToSlide)
     EXPECT_EQ(textOf<ipps::Error>([&] { buffer.slide(); }), "ippStsSizeErr");
 }
 
+TEST(PaddedBuffer, AMovedFromOneFailsWhenItSlides)
+{
+    PaddedBuffer<2> first(64, 16);
+    PaddedBuffer<2> second(std::move(first));
+    EXPECT_EQ(second.overlap(), 16U);
+    EXPECT_NO_THROW(second.slide());
+    EXPECT_EQ(textOf<UninitializedBuffer>([&] { first.slide(); }), "Buffer not initialized"); // NOLINT(bugprone-use-after-move)
+}
+
 TEST(PaddedBuffer, OfThePathsHas1024SamplesAnd176OfHistory)
 {
     const PaddedBuffer<8> buffer(1024, 169);

@@ -1,4 +1,4 @@
-#include "memory_faulty.h"
+#include "tests/core/memory_faulty.h"
 
 #include <cstring>
 #include <new>
@@ -20,8 +20,9 @@ void freeAligned(void* block) noexcept
     ::operator delete (block, std::align_val_t{64});
 }
 
-bool lockPages(void*, std::uint64_t) noexcept
+bool lockPages(void* block, std::uint64_t bytes) noexcept
 {
+    faultyMemory.lockedRanges.push_back({block, bytes});
     return faultyMemory.locks++ >= faultyMemory.failingLocks;
 }
 

@@ -23,6 +23,12 @@ struct FaultyMemory {
     std::uint64_t bytes = 0; // of the last one
     int locks = 0;
     int reads = 0;
+    struct Range {
+        const void* block;
+        std::uint64_t bytes;
+        bool operator==(const Range&) const = default;
+    };
+    std::vector<Range> lockedRanges;  // what was asked to be locked, refused or not
     std::vector<MemoryLimits> writes; // what was asked for, refused or not
 };
 

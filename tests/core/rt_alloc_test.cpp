@@ -1,6 +1,6 @@
 #include "core/rt_alloc.h"
 
-#include "memory_faulty.h"
+#include "tests/core/memory_faulty.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +39,18 @@ TEST_F(RtAlloc, ALockThatSucceedsLeavesTheLimitsAlone)
     EXPECT_EQ(faultyMemory.locks, 1);
     EXPECT_EQ(faultyMemory.reads, 0);
     EXPECT_TRUE(faultyMemory.writes.empty());
+}
+
+TEST_F(RtAlloc, TheWholeBlockIsLockedAtEitherAttempt)
+{
+    for (const std::uint64_t bytes : {1U, 1000U, 4096U, 4097U, 1000000U})
+        for (const int refused : {0, 1}) {
+            faultyMemory = {};
+            faultyMemory.failingLocks = refused;
+            const auto block = allocate(bytes);
+            const std::vector<platform::FaultyMemory::Range> whole(static_cast<std::size_t>(1 + refused), {block.get(), bytes});
+            EXPECT_EQ(faultyMemory.lockedRanges, whole) << bytes;
+        }
 }
 
 TEST_F(RtAlloc, ARefusedLockOfASmallBlockRaisesBothLimitsByOneMebibyte)
