@@ -3,7 +3,7 @@
 // "noise_reduction" is noise reduction with the meter, "whole_path" the same with a curve and the gate behind it, both through
 // the front of a path. The stages stand below. Inputs are noise, silence, and the silence behind a loud signal.
 #include "bench/yardstick.h"
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 #include "core/signal_path.h"
 #include "microphone/frequency_domain_proc.h"
 
@@ -11,17 +11,6 @@
 
 namespace quorel::bench {
 namespace {
-
-class InUse {
-public:
-    explicit InUse(const kernels::KernelTable& variant) : before(kernels::active()) { kernels::use(variant); }
-    ~InUse() { kernels::use(before); }
-    InUse(const InUse&) = delete;
-    InUse& operator=(const InUse&) = delete;
-
-private:
-    const kernels::KernelTable& before;
-};
 
 enum class Input { noise, silence, tail };
 
@@ -42,7 +31,7 @@ std::vector<float> prepared(SignalPath& path, Input input, std::uint64_t hop)
 
 void wholeFrame(benchmark::State& state, const kernels::KernelTable& variant, std::uint32_t rate, bool all, Input input)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     const std::uint64_t hop = rate / 200;
     SignalPath path(SignalPath::Microphone{}, 1, 0, static_cast<std::uint32_t>(hop), rate);
     SettingsRecord& record = *path->settings();
@@ -65,7 +54,7 @@ void stages(const std::string& name, const kernels::KernelTable& variant, std::u
 {
     const auto add = [&](const std::string& what, auto make) {
         asMeasured(benchmark::RegisterBenchmark((name + what).c_str(), [&variant, rate, make](benchmark::State& state) {
-            const InUse inUse(variant);
+            const kernels::ForcedVariant forced(variant);
             const MicrophoneRateRow& row = *microphoneRate(rate);
             Buffer<float, 1> frame(row.hop);
             SpectrumBuffer<1> spectrum(row.fftLength);
@@ -119,9 +108,7 @@ void stages(const std::string& name, const kernels::KernelTable& variant, std::u
 }
 
 const bool registered = [] {
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
-        if (variant == nullptr)
-            continue;
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
         for (const std::uint32_t rate : {48000U, 16000U}) {
             const std::string name = std::string(variant->name) + "/" + std::to_string(rate) + "/";
             const auto add = [&](const std::string& what, bool all, Input input) {

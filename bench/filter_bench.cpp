@@ -2,8 +2,9 @@
 // of the kernels: `ratio` is the time of a block to the yardstick's, `ns` the least time of one. Their rivals are the plain
 // recursions, one sample after the other. What a filter gives is compared with its rival's result first.
 #include "bench/yardstick.h"
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 #include "speaker/allpass_diffuser.h"
+#include "speaker/cascade_bank.h"
 #include "speaker/equalizer_tables.h"
 #include "speaker/fdn_tables.h"
 
@@ -116,11 +117,9 @@ PlainBiquad<2, double> plainEqualizer()
     return made;
 }
 
-Biquad<12> lineFilters()
+CascadeBank lineFilters()
 {
-    Biquad<12> made(2);
-    made.setCoefficients(fdnLineFilters);
-    return made;
+    return CascadeBank(fdnLineFilters);
 }
 PlainBiquad<12, float> plainLineFilters()
 {
@@ -151,8 +150,9 @@ AllpassDiffuser diffuser()
 
 // A stage of C channels, and what it should give if there is another that tells.
 template <std::size_t C, class Make, class MakePlain>
-void verify(const std::string& name, Make make, MakePlain makePlain)
+void verify(const std::string& name, const kernels::KernelTable& variant, Make make, MakePlain makePlain)
 {
+    const kernels::ForcedVariant forced(variant);
     auto stage = make();
     auto plain = makePlain();
     const auto in = noise<C>();
@@ -171,9 +171,10 @@ void verify(const std::string& name, Make make, MakePlain makePlain)
 }
 
 template <std::size_t C, class Make>
-void add(const std::string& name, Make make)
+void add(const std::string& name, const kernels::KernelTable& variant, Make make)
 {
-    asMeasured(benchmark::RegisterBenchmark(name.c_str(), [make](benchmark::State& state) {
+    asMeasured(benchmark::RegisterBenchmark(name.c_str(), [&variant, make](benchmark::State& state) {
+        const kernels::ForcedVariant forced(variant);
         auto stage = make();
         const auto in = noise<C>();
         Buffer<float, C> out(frames);
@@ -184,17 +185,11 @@ void add(const std::string& name, Make make)
 template <std::size_t C, class Make, class MakePlain>
 void add(const std::string& name, Make make, MakePlain makePlain)
 {
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
-        if (variant == nullptr)
-            continue;
-        const auto inVariant = [=] {
-            kernels::use(*variant);
-            return make();
-        };
-        verify<C>(name + "/" + variant->name, inVariant, makePlain);
-        add<C>(name + "/" + variant->name, inVariant);
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
+        verify<C>(name + "/" + variant->name, *variant, make, makePlain);
+        add<C>(name + "/" + variant->name, *variant, make);
     }
-    add<C>(name + "/plain", makePlain);
+    add<C>(name + "/plain", kernels::active(), makePlain);
 }
 
 const bool registered = [] {
@@ -202,13 +197,9 @@ const bool registered = [] {
     add<12>("lineFilters", lineFilters, plainLineFilters);
     add<2>("outputFilter", outputFilter, plainOutputFilter);
     add<12>("diffuser", diffuser, [] { return PlainAllpasses(); });
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table)
-        if (variant != nullptr)
-            add<12>(std::string("feedbackMatrix/") + variant->name, [=] {
-                kernels::use(*variant);
-                return FeedbackMatrix(fdnMixingMatrix, frames);
-            });
-    add<2>("design", [] {
+    for (const kernels::KernelTable* variant : kernels::availableVariants())
+        add<12>(std::string("feedbackMatrix/") + variant->name, *variant, [] { return FeedbackMatrix(fdnMixingMatrix, frames); });
+    add<2>("design", kernels::active(), [] {
         struct Design {
             void process(const Buffer<float, 2>&, Buffer<float, 2>&) { stage.design(gains); }
             Equalizer stage = equalizer();

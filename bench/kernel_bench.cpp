@@ -2,7 +2,7 @@
 // below 1 is faster than plain. `ns` is the least time of one call.
 #include "bench/yardstick.h"
 #include "core/buffer.h"
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 
 #include <functional>
 #include <string>
@@ -33,19 +33,19 @@ using Kernel = std::function<Status(Rows&, std::int32_t)>;
 
 void run(benchmark::State& state, const kernels::KernelTable& variant, const Kernel& kernel, std::int32_t len)
 {
-    const auto& before = kernels::active();
     Rows rows;
     double least = std::numeric_limits<double>::infinity();
     double plain = least;
     for ([[maybe_unused]] auto _ : state) {
-        kernels::use(kernels::plain::table);
-        plain = std::min(plain, burst([&] { check(kernel(rows, len)); }));
-        kernels::use(variant);
+        {
+            const kernels::ForcedVariant forced(kernels::plain::table);
+            plain = std::min(plain, burst([&] { check(kernel(rows, len)); }));
+        }
+        const kernels::ForcedVariant forced(variant);
         const double time = burst([&] { check(kernel(rows, len)); });
         least = std::min(least, time);
         state.SetIterationTime(time * 1e-9);
     }
-    kernels::use(before);
     state.counters["ns"] = least;
     state.counters["ratio"] = least / plain;
 }
@@ -83,9 +83,7 @@ const bool registered = [] {
         {"Threshold_GT_I", [](Rows& r, std::int32_t n) { return ippsThreshold_GT_32f_I(r.floats(2), n, 0.5F); }},
         {"Sum_32fc", [](Rows& r, std::int32_t n) { return ippsSum_32fc(r.complex(0), n, r.complex(2), 0); }},
     };
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
-        if (variant == nullptr)
-            continue;
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
         for (const auto& [name, kernel] : all)
             for (const std::int32_t len : {80, 480, 1024}) {
                 const std::string full = std::string(variant->name) + "/" + name + "/" + std::to_string(len);

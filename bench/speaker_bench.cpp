@@ -11,6 +11,7 @@
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
 #include "core/buffer_arithmetic.h"
+#include "core/kernels/select.h"
 #include "core/pass_through.h"
 #include "core/signal_path.h"
 #include "speaker/built_in.h"
@@ -70,7 +71,7 @@ private:
 
 void wholeBlock(benchmark::State& state, const kernels::KernelTable& variant, bool surround)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     Effect effect(surround);
     measure(state, [&] { effect.process(); });
     state.counters["% of period"] = state.counters["ns"] * 100 / period;
@@ -91,7 +92,6 @@ struct Stages {
         for (std::size_t b = 0; b < bands.size(); ++b)
             gains[b] = bands[b] / 127.0 * 6.0;
         equalizer.design(gains);
-        lineFilters.setCoefficients(fdnLineFilters);
         outputFilter.setCoefficients(fdnOutputFilter);
         for (std::size_t c = 0; c < channels; ++c) {
             downmixGains[0][c] = speakerTable[c].downmixLeft;
@@ -129,7 +129,7 @@ struct Stages {
     Compressor<2> directCompressor{renderAttack, renderRelease, renderCurve};
     Delay<channels> delay{preDelays};
     FeedbackMatrix matrix{fdnMixingMatrix, frames};
-    Biquad<12> lineFilters{2};
+    CascadeBank lineFilters{fdnLineFilters};
     AllpassDiffuser diffuser{fdnColumn(&FdnLineRow::allpassDelay), fdnColumn(&FdnLineRow::allpassCoefficient)};
     DelayLine lines{fdnColumn(&FdnLineRow::tapLeft),   fdnColumn(&FdnLineRow::gainLeft), fdnColumn(&FdnLineRow::tapRight),
                     fdnColumn(&FdnLineRow::gainRight), fdnColumn(&FdnLineRow::length),   frames};
@@ -207,7 +207,7 @@ std::map<std::string, double> sums; // of the stages measured so far, by variant
 
 void oneStage(benchmark::State& state, const kernels::KernelTable& variant, const Stage& stage, bool counts)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     Stages s;
     if (!areTheEffect(s))
         state.SkipWithError("the stages together do not give what the path gives");
@@ -254,7 +254,7 @@ void keepLeast(std::vector<double>& least, const std::vector<double>& times)
 
 void silenceAfterNoise(benchmark::State& state, const kernels::KernelTable& variant, bool surround)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     constexpr std::size_t second = 100; // blocks
     for ([[maybe_unused]] auto _ : state) {
         std::vector<double> noise(60 * second, std::numeric_limits<double>::infinity());
@@ -284,7 +284,7 @@ void silenceAfterNoise(benchmark::State& state, const kernels::KernelTable& vari
 
 void tenMillionFrames(benchmark::State& state, const kernels::KernelTable& variant)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     for ([[maybe_unused]] auto _ : state) {
         std::vector<double> first;
         std::vector<double> least(10'000'000 / frames + 1, std::numeric_limits<double>::infinity());
@@ -310,9 +310,7 @@ void tenMillionFrames(benchmark::State& state, const kernels::KernelTable& varia
 }
 
 const bool registered = [] {
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
-        if (variant == nullptr)
-            continue;
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
         const auto add = [&](const std::string& what, auto call) {
             return benchmark::RegisterBenchmark((std::string(variant->name) + "/" + what).c_str(),
                                                 [=](benchmark::State& state) { call(state, *variant); });

@@ -3,6 +3,7 @@
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
 #include "core/fft.h"
+#include "core/kernels/select.h"
 
 #include <cmath>
 #include <string>
@@ -24,7 +25,7 @@ bool agree(const float* actual, const float* expected, std::size_t n)
 
 void realTransform(benchmark::State& state, const kernels::KernelTable& variant, bool forward)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     FFT<float> fft(10);
     Buffer<float, 1> x(1024);
     Buffer<float, 1> spectrum(1024);
@@ -44,7 +45,7 @@ void complexInverse(benchmark::State& state, const kernels::KernelTable& variant
 {
     static const Yardstick own512(Yardstick::Kind::complexBackward, 512);
     static const Yardstick own1024(Yardstick::Kind::complexBackward, 1024);
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     FFT<float, Complex> fft(order);
     const std::uint64_t n = fft.length();
     SpectrumBuffer<1> x(n);
@@ -65,7 +66,7 @@ void complexInverse(benchmark::State& state, const kernels::KernelTable& variant
 
 void packedProduct(benchmark::State& state, const kernels::KernelTable& variant)
 {
-    const InUse inUse(variant);
+    const kernels::ForcedVariant forced(variant);
     Buffer<float, 1> a(1024);
     Buffer<float, 1> b(1024);
     Buffer<float, 1> y(1024);
@@ -80,9 +81,7 @@ void packedProduct(benchmark::State& state, const kernels::KernelTable& variant)
 }
 
 const bool registered = [] {
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table) {
-        if (variant == nullptr)
-            continue;
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
         const std::string name = variant->name;
         const auto add = [&](const std::string& what, auto call) {
             asMeasured(benchmark::RegisterBenchmark((name + "/" + what).c_str(), call));

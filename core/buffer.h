@@ -5,9 +5,11 @@
 // of each row; the stage that writes a buffer sets it.
 #pragma once
 
+#include "core/alignment.h"
 #include "core/kernels.h"
 #include "core/rt_alloc.h"
 
+#include <array>
 #include <concepts>
 #include <limits>
 #include <new>
@@ -52,11 +54,7 @@ public:
     void setSize(std::uint64_t n) noexcept { size_ = n; }
 
     // `n` rounded up to whole 64-byte lines of samples.
-    static constexpr std::uint64_t rounded(std::uint64_t n) noexcept
-    {
-        constexpr std::uint64_t line = 64 / sizeof(T);
-        return (n & ~(line - 1)) + ((n & (line - 1)) != 0 ? line : 0);
-    }
+    static constexpr std::uint64_t rounded(std::uint64_t n) noexcept { return roundedUp(n, cacheLine / sizeof(T)); }
 
 private:
     T* checked() const
@@ -72,6 +70,12 @@ private:
     std::uint64_t size_ = 0; // valid samples in a row
     RtPointer<T> data;
 };
+
+// Sample `first` of every row, as what works on several rows at once takes them.
+template <typename T, std::size_t C>
+std::array<const T*, C> rows(const Buffer<T, C>& buffer, std::uint64_t first = 0);
+template <typename T, std::size_t C>
+std::array<T*, C> rows(Buffer<T, C>& buffer, std::uint64_t first = 0);
 
 // A block of complex rows.
 template <std::size_t C>
@@ -151,6 +155,24 @@ T* Buffer<T, C>::allocate(std::uint64_t capacity)
     if (capacity > std::numeric_limits<std::uint64_t>::max() / (sizeof(T) * C))
         throw std::bad_alloc();
     return static_cast<T*>(rt_alloc(capacity * sizeof(T) * C));
+}
+
+template <typename T, std::size_t C>
+std::array<const T*, C> rows(const Buffer<T, C>& buffer, std::uint64_t first)
+{
+    std::array<const T*, C> starts;
+    for (std::size_t c = 0; c < C; ++c)
+        starts[c] = buffer.channel(c) + first;
+    return starts;
+}
+
+template <typename T, std::size_t C>
+std::array<T*, C> rows(Buffer<T, C>& buffer, std::uint64_t first)
+{
+    std::array<T*, C> starts;
+    for (std::size_t c = 0; c < C; ++c)
+        starts[c] = buffer.channel(c) + first;
+    return starts;
 }
 
 template <std::size_t C>

@@ -8,7 +8,6 @@
 #pragma once
 
 #include "core/buffer.h"
-#include "core/transforms.h"
 
 #include <algorithm>
 

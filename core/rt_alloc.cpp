@@ -1,5 +1,6 @@
 #include "core/rt_alloc.h"
 
+#include "core/alignment.h"
 #include "platform/memory.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint64_t alignment = 64;            // bytes: a cache line, and the widest register
 constexpr std::uint64_t smallestGrowth = 0x100000; // bytes
 
 // A limit that is already close to "none" stays there.
@@ -36,7 +36,7 @@ void* rt_alloc(std::uint64_t bytes)
 {
     if (bytes == 0)
         return nullptr;
-    void* block = platform::allocateAligned(bytes, alignment);
+    void* block = platform::allocateAligned(bytes, cacheLine);
     if (block == nullptr)
         throw std::bad_alloc();
     const bool pinned = platform::lockPages(block, bytes) || (raiseLimits(bytes) && platform::lockPages(block, bytes));

@@ -5,7 +5,6 @@
 #pragma once
 
 #include "core/buffer.h"
-#include "core/filters.h"
 
 #include <array>
 
@@ -13,15 +12,13 @@ namespace quorel {
 
 class AllpassDiffuser {
 public:
-    static constexpr std::size_t lines = 12;
-
     // Delays in samples, from 1; coefficients linear, below 1 in magnitude.
-    AllpassDiffuser(const std::array<std::uint64_t, lines>& delays, const std::array<float, lines>& coefficients);
+    AllpassDiffuser(const std::array<std::uint64_t, lineCount>& delays, const std::array<float, lineCount>& coefficients);
 
     AllpassDiffuser(AllpassDiffuser&&) noexcept = default;
     AllpassDiffuser& operator=(AllpassDiffuser&&) noexcept = default;
 
-    void process(const Buffer<float, lines>& in, Buffer<float, lines>& out);
+    void process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out);
 
 private:
     struct Allpass {
@@ -54,21 +51,21 @@ inline AllpassDiffuser::Allpass::Allpass(std::uint64_t d, float g) : order1(d), 
     check(ippsIIRSparseInit_32f(&state, taps, positions, taps1, taps2, storage.get()));
 }
 
-inline AllpassDiffuser::AllpassDiffuser(const std::array<std::uint64_t, lines>& delays,
-                                        const std::array<float, lines>& coefficients)
+inline AllpassDiffuser::AllpassDiffuser(const std::array<std::uint64_t, lineCount>& delays,
+                                        const std::array<float, lineCount>& coefficients)
 {
-    allpasses.reserve(lines);
-    for (std::size_t c = 0; c < lines; ++c)
+    allpasses.reserve(lineCount);
+    for (std::size_t c = 0; c < lineCount; ++c)
         allpasses.emplace_back(delays[c], coefficients[c]);
 }
 
-inline void AllpassDiffuser::process(const Buffer<float, lines>& in, Buffer<float, lines>& out)
+inline void AllpassDiffuser::process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out)
 {
     const auto n = in.size();
     if (n > out.capacity())
         throw std::invalid_argument("AllpassDiffuser: out buffer too small");
 
-    for (std::size_t c = 0; c < lines; ++c)
+    for (std::size_t c = 0; c < lineCount; ++c)
         check(ippsIIRSparse_32f(in.channel(c), out.channel(c), length32(n), allpasses.at(c).state));
     out.setSize(n);
 }

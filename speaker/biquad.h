@@ -1,14 +1,12 @@
 // Biquad runs a cascade of second-order sections on each channel.
 //
-// Taps are six values a section, b0, b1, b2, a0, a1, a2 (core/filters.h), as floats or as doubles. The history of each channel
-// persists, so a stream may be cut into blocks of any length; setting taps discards it, and the filter starts from silence.
+// Taps are six values a section, b0, b1, b2, a0, a1, a2 (core/kernels/filters.h), as floats or as doubles; either way the
+// filter works in double precision. The history of each channel persists, so a stream may be cut into blocks of any length;
+// setting taps discards it, and the filter starts from silence.
 #pragma once
 
 #include "core/buffer.h"
-#include "core/cascade_bank.h"
-#include "core/filters.h"
 
-#include <algorithm>
 #include <array>
 #include <span>
 
@@ -36,9 +34,9 @@ public:
     void process(const Buffer<float, C>& in, Buffer<float, C>& out);
 
 private:
-    struct Filter {
-        using State = std::conditional_t<std::same_as<Tap, float>, Cascade_32f, Cascade64f_32f>;
+    using State = std::conditional_t<std::same_as<Tap, float>, Cascade_32f, Cascade64f_32f>;
 
+    struct Filter {
         RtPointer<std::byte> storage;
         State* state = nullptr;     // the cascade, inside the storage
         std::uint64_t sections = 0; // second-order sections
@@ -46,12 +44,7 @@ private:
 
     void setChannel(std::size_t c, std::span<const Tap> taps);
 
-    // Whether a bank may run this many channels side by side, where their sections and taps allow it.
-    static constexpr bool mayBank = C == cascadeBankChannels && std::same_as<Tap, float>;
-
     std::array<Filter, C> filters;
-    RtPointer<CascadeBank> bank;  // holds the channels' histories while all of them are banked
-    std::array<bool, C> banked{}; // the bank has taken the channel's taps
     std::array<std::vector<Tap>, C> coefficients_;
     bool initialized = false; // taps have been set on every channel
 };
@@ -71,8 +64,6 @@ Biquad<C, Tap>::Biquad(std::uint64_t sections)
         filters[c].sections = sections;
         coefficients_[c].reserve(6 * sections);
     }
-    if (mayBank && sections == cascadeBankSections)
-        bank.reset(cascadeBankInit(rt_alloc(cascadeBankSize())));
 }
 
 template <std::size_t C, class Tap>
@@ -105,8 +96,6 @@ void Biquad<C, Tap>::setChannel(std::size_t c, std::span<const Tap> taps)
     else
         check(ippsIIRInit64f_BiQuad_32f(&filter.state, taps.data(), length32(filter.sections), nullptr, filter.storage.get()));
     coefficients_[c].assign(taps.begin(), taps.end());
-    if constexpr (mayBank)
-        banked[c] = bank && cascadeBankSet(bank.get(), c, taps.data());
 }
 
 template <std::size_t C, class Tap>
@@ -118,24 +107,14 @@ void Biquad<C, Tap>::process(const Buffer<float, C>& in, Buffer<float, C>& out)
     if (!initialized)
         throw std::invalid_argument("Biquad: coefficients not initialized");
 
-    if (std::find(banked.begin(), banked.end(), false) == banked.end()) {
-        std::array<const float*, C> x{};
-        std::array<float*, C> y{};
-        for (std::size_t c = 0; c < C; ++c) {
-            x[c] = in.channel(c);
-            y[c] = out.channel(c);
-        }
-        check(cascadeBankRun(bank.get(), x.data(), y.data(), length32(n)));
-    } else {
-        for (std::size_t c = 0; c < C; ++c) {
-            const float* x = in.channel(c);
-            float* y = out.channel(c);
-            auto* state = filters[c].storage ? filters[c].state : nullptr; // a Biquad that was moved from has none
-            if constexpr (std::same_as<Tap, float>)
-                check(ippsIIR_32f(x, y, length32(n), state));
-            else
-                check(ippsIIR64f_32f(x, y, length32(n), state));
-        }
+    for (std::size_t c = 0; c < C; ++c) {
+        const float* x = in.channel(c);
+        float* y = out.channel(c);
+        State* state = filters[c].storage ? filters[c].state : nullptr; // a Biquad that was moved from has none
+        if constexpr (std::same_as<Tap, float>)
+            check(ippsIIR_32f(x, y, length32(n), state));
+        else
+            check(ippsIIR64f_32f(x, y, length32(n), state));
     }
     out.setSize(n);
 }

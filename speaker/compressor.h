@@ -111,13 +111,8 @@ void Compressor<C>::run(const Buffer<float, C>& in, std::uint64_t first, std::ui
     if (n > out.capacity())
         throw std::invalid_argument("Compressor: out buffer too small");
 
-    std::array<const float*, C> x;
-    std::array<float*, C> y;
-    for (std::size_t c = 0; c < C; ++c) {
-        x[c] = in.channel(c) + first;
-        y[c] = out.channel(c);
-    }
-
+    const auto x = rows(in, first);
+    const auto y = rows(out);
     const Lanes rising = Lanes{} + attack;
     const Lanes falling = Lanes{} + release;
     std::array<Lanes, groups> held;

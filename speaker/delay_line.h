@@ -9,7 +9,6 @@
 #pragma once
 
 #include "core/buffer.h"
-#include "core/row_sums.h"
 
 #include <array>
 
@@ -17,7 +16,6 @@ namespace quorel {
 
 class DelayLine {
 public:
-    static constexpr std::size_t lineCount = 12;
     using Lengths = std::array<std::uint64_t, lineCount>;
     using Gains = std::array<float, lineCount>;
 
@@ -60,7 +58,7 @@ inline DelayLine::DelayLine(const Lengths& tapLeft, const Gains& gainLeft, const
 {
 }
 
-inline std::array<Buffer<float, 1>, DelayLine::lineCount> DelayLine::zeroedLines() const
+inline std::array<Buffer<float, 1>, lineCount> DelayLine::zeroedLines() const
 {
     for (std::size_t l = 0; l < lineCount; ++l)
         if (lineLength[l] < tapRight[l] || lineLength[l] < tapLeft[l] || lineLength[l] < maxBlock)

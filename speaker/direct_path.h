@@ -2,13 +2,12 @@
 //
 //   sum[ear] = sum over c of response[ear][c] * spectra[c]        bin by bin, in rising order of c
 //
-// Spectra are 1024 floats in Pack form (core/transforms.h). The transforms around this stage, and the history that makes the
-// circular convolution a linear one, belong to the path. Responses are held transformed, so none is during playback; a new
+// Spectra are 1024 floats in Pack form (core/kernels/transforms.h). The transforms around this stage, and the history that makes
+// the circular convolution a linear one, belong to the path. Responses are held transformed, so none is during playback; a new
 // set replaces them at once.
 #pragma once
 
 #include "core/buffer.h"
-#include "core/row_sums.h"
 #include "core/settings_record.h"
 
 #include <array>
@@ -68,15 +67,8 @@ DirectPath<N, float>::DirectPath(const float* leftTable, const float* rightTable
 template <std::size_t N>
 void DirectPath<N, float>::process(const Buffer<float, N>& spectra, Buffer<float, 2>& sum)
 {
-    std::array<const float*, N> x;
-    std::array<const float*, N> toLeft;
-    std::array<const float*, N> toRight;
-    for (std::size_t c = 0; c < N; ++c) {
-        x[c] = spectra.channel(c);
-        toLeft[c] = left.channel(c);
-        toRight[c] = right.channel(c);
-    }
-    check(sumProductsPack(x.data(), toLeft.data(), toRight.data(), N, sum.channel(0), sum.channel(1), length32(length)));
+    check(sumProductsPack(rows(spectra).data(), rows(left).data(), rows(right).data(), N, sum.channel(0), sum.channel(1),
+                          length32(length)));
     sum.setSize(length);
 }
 

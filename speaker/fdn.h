@@ -13,6 +13,7 @@
 #include "core/buffer_arithmetic.h"
 #include "speaker/allpass_diffuser.h"
 #include "speaker/biquad.h"
+#include "speaker/cascade_bank.h"
 #include "speaker/delay.h"
 #include "speaker/delay_line.h"
 #include "speaker/feedback_matrix.h"
@@ -27,14 +28,10 @@ namespace quorel {
 template <std::size_t N>
 class FDN {
 public:
-    static constexpr std::size_t lines = 12;
-
-    using LineTaps = std::array<std::array<float, 12>, lines>; // two sections a line
-
     // preDelays: frames, one for each channel. outputTaps: four sections, for both sides. maxFrames: the most frames of a
     // block, at most the shortest line's.
     FDN(std::span<const std::uint64_t, N> preDelays, const FeedbackMatrix::Table& mixingMatrix, AllpassDiffuser diffuser,
-        DelayLine delayLine, XCorrFreq<float> decorrelator, const LineTaps& lineTaps, std::span<const float> outputTaps,
+        DelayLine delayLine, XCorrFreq<float> decorrelator, const CascadeBank::Taps& lineTaps, std::span<const float> outputTaps,
         std::uint64_t maxFrames);
 
     void process(const PaddedBuffer<N>& in, Buffer<float, 2>& out);
@@ -48,33 +45,32 @@ private:
     AllpassDiffuser diffuser;
     DelayLine delayLine;
     XCorrFreq<float> decorrelator;
-    Biquad<lines> lineFilters;
+    CascadeBank lineFilters;
     Biquad<2> outputFilter;
-    Buffer<float, N> delayed;    // scratch: the input behind its pre-delays
-    Buffer<float, lines> lineA;  // scratch
-    Buffer<float, lines> lineB;  // scratch
-    Buffer<float, 2> stereoWork; // scratch: the tail behind the decorrelator
+    Buffer<float, N> delayed;       // scratch: the input behind its pre-delays
+    Buffer<float, lineCount> lineA; // scratch
+    Buffer<float, lineCount> lineB; // scratch
+    Buffer<float, 2> stereoWork;    // scratch: the tail behind the decorrelator
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <std::size_t N>
 FDN<N>::FDN(std::span<const std::uint64_t, N> preDelays, const FeedbackMatrix::Table& mixingMatrix, AllpassDiffuser diffuser,
-            DelayLine delayLine, XCorrFreq<float> decorrelator, const LineTaps& lineTaps, std::span<const float> outputTaps,
-            std::uint64_t maxFrames)
+            DelayLine delayLine, XCorrFreq<float> decorrelator, const CascadeBank::Taps& lineTaps,
+            std::span<const float> outputTaps, std::uint64_t maxFrames)
     : delay(preDelays),
       feedbackMatrix(mixingMatrix, maxFrames),
       diffuser(std::move(diffuser)),
       delayLine(std::move(delayLine)),
       decorrelator(std::move(decorrelator)),
-      lineFilters(2),
+      lineFilters(lineTaps),
       outputFilter(4),
       delayed(maxFrames),
       lineA(maxFrames),
       lineB(maxFrames),
       stereoWork(maxFrames)
 {
-    lineFilters.setCoefficients(lineTaps);
     outputFilter.setCoefficients(outputTaps);
 }
 

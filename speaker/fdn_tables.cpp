@@ -7,7 +7,7 @@ namespace quorel {
 // Each line is 1.12 to 1.15 times as long as the one before. All tap gains follow one decay,
 //   gain = exp(-0.0012789 * tap),
 // which is 0.0111 dB per frame, or -60 dB in 5401 frames; with 0.001278896568 they come out to the last bit.
-constinit const std::array<FdnLineRow, FeedbackMatrix::lines> fdnLineTable = std::to_array<FdnLineRow>({
+constinit const std::array<FdnLineRow, lineCount> fdnLineTable = std::to_array<FdnLineRow>({
     //      left               right              allpass
     // length tap  gain        tap   gain         delay coefficient
     {1072,  711, 0.402807921F,  383, 0.612738252F, 15, 0.72F},
@@ -50,7 +50,7 @@ static constexpr std::array<float, 12> twoSections(float b0, float b1, float b2,
     return {b0, b1, b2, 1.0F, a1, a2, 1.0F, secondB1, secondB2, 1.0F, secondA1, secondA2};
 }
 
-constinit const std::array<std::array<float, 12>, FeedbackMatrix::lines> fdnLineFilters = std::to_array<std::array<float, 12>>({
+constinit const std::array<std::array<float, 12>, lineCount> fdnLineFilters = std::to_array<std::array<float, 12>>({
     //          b0             b1              b2                a1              a2               second b1      second b2     second a1      second a2
     twoSections(0.441093326F,  0.230372518F,   -0.0187203158F,   0.220950812F,   -0.203183532F,   -0.57454741F,  0.311806798F, -0.630420566F, 0.33450833F),
     twoSections(0.401943028F,  0.163257197F,   -0.0211420283F,   0.104934849F,   -0.183349818F,   -0.484965056F, 0.25623098F,  -0.576090872F, 0.287145585F),

@@ -17,13 +17,13 @@ struct FdnLineRow {
     float allpassCoefficient;   // linear
 };
 
-extern const std::array<FdnLineRow, FeedbackMatrix::lines> fdnLineTable;
+extern const std::array<FdnLineRow, lineCount> fdnLineTable;
 
 // One column of the lines' table.
 template <typename T>
-std::array<T, FeedbackMatrix::lines> fdnColumn(T FdnLineRow::*column)
+std::array<T, lineCount> fdnColumn(T FdnLineRow::*column)
 {
-    std::array<T, FeedbackMatrix::lines> values{};
+    std::array<T, lineCount> values{};
     for (std::size_t l = 0; l < values.size(); ++l)
         values[l] = fdnLineTable[l].*column;
     return values;
@@ -32,7 +32,7 @@ std::array<T, FeedbackMatrix::lines> fdnColumn(T FdnLineRow::*column)
 extern const FeedbackMatrix::Table fdnMixingMatrix;
 
 // Six values a section, b0, b1, b2, a0, a1, a2: two sections in each line, four behind both ears.
-extern const std::array<std::array<float, 12>, FeedbackMatrix::lines> fdnLineFilters;
+extern const std::array<std::array<float, 12>, lineCount> fdnLineFilters;
 extern const std::array<float, 24> fdnOutputFilter;
 
 } // namespace quorel

@@ -6,7 +6,6 @@
 #pragma once
 
 #include "core/buffer.h"
-#include "core/mixing.h"
 
 #include <array>
 
@@ -20,53 +19,46 @@ public:
 
 class FeedbackMatrix {
 public:
-    static constexpr std::size_t lines = 12;
     static constexpr std::size_t pairs = PairMix::pairs;
-    using Table = std::array<std::array<std::int8_t, pairs>, lines>;
+    using Table = std::array<std::array<std::int8_t, pairs>, lineCount>;
 
     // Blocks of any length: no scratch depends on maxFrames.
     // Required: an illegal entry is accepted here, and found in the block that first meets it.
     FeedbackMatrix(const Table& mixingMatrix, std::uint64_t maxFrames);
 
     // The rows before one with an illegal entry are written before it is reported.
-    void process(const Buffer<float, lines>& in, Buffer<float, lines>& out) const;
+    void process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out) const;
 
 private:
-    std::array<PairMix, lines> rows{}; // the table's rows as the kernel takes them
-    std::size_t legal = 0;             // rows ahead of the first that has an illegal entry
+    std::array<PairMix, lineCount> mix{}; // the table's rows as the kernel takes them
+    std::size_t legal = 0;                // rows ahead of the first that has an illegal entry
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 inline FeedbackMatrix::FeedbackMatrix(const Table& mixingMatrix, [[maybe_unused]] std::uint64_t maxFrames)
 {
-    for (; legal < lines; ++legal) {
+    for (; legal < lineCount; ++legal) {
         for (std::size_t p = 0; p < pairs; ++p) {
             const std::int8_t entry = mixingMatrix[legal][p];
             if (p > 0 && entry != 11 && entry != 10 && entry != 1 && entry != 0)
                 return;
             // Required: the first column knows no minus on line 0; whatever is not 11 acts as 10.
             const bool sum = entry == 11 || (entry == 0 && p > 0);
-            rows[legal].term[p] = static_cast<std::uint8_t>((sum ? PairMix::sum : PairMix::difference) + p);
-            rows[legal].sign[p] = entry >= 10 || p == 0 ? 1.0F : -1.0F;
+            mix[legal].term[p] = static_cast<std::uint8_t>((sum ? PairMix::sum : PairMix::difference) + p);
+            mix[legal].sign[p] = entry >= 10 || p == 0 ? 1.0F : -1.0F;
         }
     }
 }
 
-inline void FeedbackMatrix::process(const Buffer<float, lines>& in, Buffer<float, lines>& out) const
+inline void FeedbackMatrix::process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out) const
 {
     const auto n = in.size();
     if (n > out.capacity())
         throw std::invalid_argument("FeedbackMatrix: out buffer too small");
 
-    std::array<const float*, lines> x{};
-    std::array<float*, lines> y{};
-    for (std::size_t c = 0; c < lines; ++c) {
-        x[c] = in.channel(c);
-        y[c] = out.channel(c);
-    }
-    check(mixPairs(x.data(), y.data(), rows.data(), legal, length32(n)));
-    if (legal < lines)
+    check(mixPairs(rows(in).data(), rows(out).data(), mix.data(), legal, length32(n)));
+    if (legal < lineCount)
         throw IllegalMixingMatrix();
     out.setSize(n);
 }

@@ -8,7 +8,6 @@
 #pragma once
 
 #include "core/fft.h"
-#include "core/row_sums.h"
 
 #include <array>
 

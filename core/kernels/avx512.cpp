@@ -1,2 +1,2 @@
 #define QUOREL_VARIANT avx512
-#include "core/kernels/variant.inl"
+#include "core/kernels/variant.h"

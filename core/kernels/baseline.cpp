@@ -1,2 +1,2 @@
 #define QUOREL_VARIANT baseline
-#include "core/kernels/variant.inl"
+#include "core/kernels/variant.h"

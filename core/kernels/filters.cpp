@@ -1,35 +1,27 @@
-// The recursive filters as the stages call them: argument rules, sizes and initialisation.
-#include "core/filters.h"
-
-#include "core/cascade_bank.h"
-#include "core/kernels/arguments.h"
+// The sizes and the initialisation of the recursive filters, and their runs.
 #include "core/kernels/filters.h"
-#include "core/kernels/kernel_table.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstddef>
+#include "core/alignment.h"
+#include "core/kernels/arguments.h"
+#include "core/kernels/section.h"
+
 #include <functional>
 #include <limits>
 #include <new>
 
 namespace quorel {
 
-using kernels::active;
-using kernels::arguments;
 using kernels::Cascade;
 using kernels::CascadeGroup;
+using kernels::KernelTable;
+using kernels::Length;
+using kernels::magnitude;
+using kernels::run;
+using kernels::Section;
+using kernels::sectionOf;
 using kernels::Sparse;
 
 namespace {
-
-constexpr std::size_t alignment = 64; // bytes; storage may come less aligned and is then used from the next boundary on
-
-std::byte* aligned(void* storage) noexcept
-{
-    const auto address = reinterpret_cast<std::uintptr_t>(storage);
-    return static_cast<std::byte*>(storage) + (alignment - address % alignment) % alignment;
-}
 
 // Writes a size that fits 32 bits, else gives `tooLarge`.
 Status writeSize(std::size_t bytes, std::int32_t* size, Status tooLarge) noexcept
@@ -42,20 +34,8 @@ Status writeSize(std::size_t bytes, std::int32_t* size, Status tooLarge) noexcep
 
 // --- Cascades --------------------------------------------------------------------------------------------------------
 
-// A section with a0 divided out.
-struct Section {
-    double b[3];
-    double a[3];
-    double critical; // the cosine of the angle on the unit circle at which the denominator is least in magnitude
-    double weakest;  // its magnitude there
-};
-
 // The state's parts in its storage: Cascade, then `sections` sections (scratch of the initialisation), groups and rows of past.
-constexpr std::size_t rounded(std::size_t bytes) noexcept
-{
-    return (bytes + alignment - 1) / alignment * alignment;
-}
-constexpr std::size_t groupsAt = rounded(sizeof(Cascade));
+constexpr std::size_t groupsAt = wholeLines(sizeof(Cascade));
 
 std::size_t pastAt(std::size_t sections) noexcept
 {
@@ -68,33 +48,6 @@ std::size_t sectionsAt(std::size_t sections) noexcept
 std::size_t cascadeBytes(std::size_t sections) noexcept
 {
     return sectionsAt(sections) + sections * sizeof(Section);
-}
-
-// |1 + a1*z^-1 + a2*z^-2| at the angle on the unit circle whose cosine is c.
-double magnitude(const double* a, double c) noexcept
-{
-    const double square = 4 * a[2] * c * c + 2 * a[1] * (1 + a[2]) * c + (1 - a[2]) * (1 - a[2]) + a[1] * a[1];
-    return std::sqrt(std::max(square, 0.0));
-}
-
-// The c at which that is least: the vertex of the parabola where it opens upwards and the vertex is a cosine, else an end.
-double critical(const double* a) noexcept
-{
-    if (a[2] > 0 && std::abs(a[1] * (1 + a[2])) < 4 * a[2])
-        return -a[1] * (1 + a[2]) / (4 * a[2]);
-    return a[1] * (1 + a[2]) < 0 ? 1.0 : -1.0;
-}
-
-// A section from its six taps.
-template <class Tap>
-Section divided(const Tap* t) noexcept
-{
-    const double a0 = t[3];
-    Section section = {{t[0] / a0, t[1] / a0, t[2] / a0}, {1.0, t[4] / a0, t[5] / a0}, 0.0, 0.0};
-    section.critical = critical(section.a);
-    const double weakest = magnitude(section.a, section.critical);
-    section.weakest = weakest >= 0 ? weakest : 0.0; // not-a-number would lead a sort astray
-    return section;
 }
 
 // poly *= the section's polynomial; poly has `order` + 1 values before, two more after.
@@ -196,7 +149,7 @@ Status cascadeSize(std::int32_t numBq, std::int32_t* size) noexcept
         return ippStsNullPtrErr;
     if (numBq < 1)
         return ippStsIIROrderErr;
-    return writeSize(alignment + cascadeBytes(static_cast<std::size_t>(numBq)), size, ippStsIIROrderErr);
+    return writeSize(cacheLine + cascadeBytes(static_cast<std::size_t>(numBq)), size, ippStsIIROrderErr);
 }
 
 template <class State, class Tap>
@@ -213,14 +166,14 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
         if (taps[6 * s] == 0 || taps[6 * s + 3] == 0)
             return ippStsDivByZeroErr;
 
-    std::byte* start = aligned(buffer);
+    std::byte* start = firstLine(buffer);
     auto* section = reinterpret_cast<Section*>(start + sectionsAt(given));
     std::size_t sections = 0;
     for (std::size_t s = 0; s < given; ++s) {
         const Tap* t = taps + 6 * s;
         if (std::equal(t, t + 3, t + 3))
             continue; // numerator and denominator cancel: such a section gives what it gets
-        new (section + sections++) Section(divided(t));
+        new (section + sections++) Section(sectionOf(t));
     }
     std::sort(section, section + sections, [](const Section& a, const Section& b) { return a.weakest < b.weakest; });
 
@@ -239,10 +192,7 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
 template <class State>
 Status cascadeRun(const float* src, float* dst, std::int32_t len, State* state) noexcept
 {
-    if (const Status bad = arguments(len, src, dst, state); bad != ippStsNoErr)
-        return bad;
-    active().cascade(*reinterpret_cast<const Cascade*>(state), src, dst, static_cast<std::size_t>(len));
-    return ippStsNoErr;
+    return run<&KernelTable::cascade>(reinterpret_cast<const Cascade*>(state), src, dst, Length{len});
 }
 
 // --- Sparse filters --------------------------------------------------------------------------------------------------
@@ -255,7 +205,7 @@ std::size_t sparseChunk(std::size_t longest) noexcept
 
 std::size_t sparseBytes(std::size_t taps, std::size_t longest) noexcept
 {
-    return rounded(sizeof(Sparse)) + rounded((longest + sparseChunk(longest)) * sizeof(float)) +
+    return wholeLines(sizeof(Sparse)) + wholeLines((longest + sparseChunk(longest)) * sizeof(float)) +
            taps * (sizeof(float) + sizeof(std::int32_t));
 }
 
@@ -298,46 +248,6 @@ Status ippsIIR64f_32f(const float* src, float* dst, std::int32_t len, Cascade64f
     return cascadeRun(src, dst, len, state);
 }
 
-std::size_t cascadeBankSize() noexcept
-{
-    return sizeof(CascadeBank);
-}
-
-CascadeBank* cascadeBankInit(void* storage) noexcept
-{
-    return new (storage) CascadeBank{};
-}
-
-bool cascadeBankSet(CascadeBank* bank, std::size_t c, const float* taps) noexcept
-{
-    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
-        const Section section = divided(taps + 6 * s);
-        if (!(section.weakest >= 0x1p-4)) // single precision's roundings of 2^-24 stay below 2^-20 of what passes through
-            return false;
-    }
-    for (std::size_t s = 0; s < cascadeBankSections; ++s) {
-        const Section section = divided(taps + 6 * s);
-        kernels::BankSection& lanes = bank->section[s];
-        lanes.b0[c] = static_cast<float>(section.b[0]);
-        lanes.b1[c] = static_cast<float>(section.b[1]);
-        lanes.b2[c] = static_cast<float>(section.b[2]);
-        lanes.a1[c] = static_cast<float>(section.a[1]);
-        lanes.a2[c] = static_cast<float>(section.a[2]);
-        lanes.s1[c] = lanes.s2[c] = 0.0F;
-    }
-    return true;
-}
-
-Status cascadeBankRun(CascadeBank* bank, const float* const* in, float* const* out, std::int32_t len) noexcept
-{
-    if (kernels::anyNull(in, cascadeBankChannels) || kernels::anyNull(out, cascadeBankChannels))
-        return ippStsNullPtrErr;
-    if (const Status bad = arguments(len, bank); bad != ippStsNoErr)
-        return bad;
-    active().cascadeBank(*bank, in, out, static_cast<std::size_t>(len));
-    return ippStsNoErr;
-}
-
 Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, std::int32_t order1, std::int32_t order2,
                                      std::int32_t* size) noexcept
 {
@@ -348,7 +258,7 @@ Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, s
     if (order1 < 0 || order2 < 0)
         return ippStsSparseErr;
     const auto taps = static_cast<std::size_t>(nzLen1) + static_cast<std::size_t>(nzLen2);
-    return writeSize(alignment + sparseBytes(taps, static_cast<std::size_t>(std::max(order1, order2))), size, ippStsSparseErr);
+    return writeSize(cacheLine + sparseBytes(taps, static_cast<std::size_t>(std::max(order1, order2))), size, ippStsSparseErr);
 }
 
 Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::int32_t* positions, std::int32_t nzLen1,
@@ -366,9 +276,9 @@ Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::i
     const std::size_t count = direct + recursive;
     const auto longest = static_cast<std::size_t>(std::max(positions[direct - 1], positions[count - 1]));
     const std::size_t chunk = sparseChunk(longest);
-    std::byte* start = aligned(buffer);
-    auto* line = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)));
-    auto* tapCopy = reinterpret_cast<float*>(start + rounded(sizeof(Sparse)) + rounded((longest + chunk) * sizeof(float)));
+    std::byte* start = firstLine(buffer);
+    auto* line = reinterpret_cast<float*>(start + wholeLines(sizeof(Sparse)));
+    auto* tapCopy = reinterpret_cast<float*>(start + wholeLines(sizeof(Sparse)) + wholeLines((longest + chunk) * sizeof(float)));
     auto* positionCopy = reinterpret_cast<std::int32_t*>(tapCopy + count);
     std::fill_n(line, longest + chunk, 0.0F);
     std::copy_n(taps, count, tapCopy);
@@ -379,10 +289,7 @@ Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::i
 
 Status ippsIIRSparse_32f(const float* src, float* dst, std::int32_t len, Sparse_32f* state) noexcept
 {
-    if (const Status bad = arguments(len, src, dst, state); bad != ippStsNoErr)
-        return bad;
-    active().sparse(*reinterpret_cast<const Sparse*>(state), src, dst, static_cast<std::size_t>(len));
-    return ippStsNoErr;
+    return run<&KernelTable::sparse>(reinterpret_cast<const Sparse*>(state), src, dst, Length{len});
 }
 
 } // namespace quorel

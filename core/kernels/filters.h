@@ -1,66 +1,58 @@
-// The states of the recursive filters, as their initialisation builds them and the kernels' variants run them.
+// Recursive filters: cascades of second-order sections, and the sparse filter in whose form long allpasses are built.
+//
+// A section of a cascade, with taps in the order b0, b1, b2, a0, a1, a2:
+//   a0*y[n] = b0*x[n] + b1*x[n-1] + b2*x[n-2] - a1*y[n-1] - a2*y[n-2]
+// The taps need not be normalised; no a0 and no b0 may be zero. Sections run in series. Taps come as floats or as doubles;
+// either way the filter works in double precision and rounds its output once. A section that gives what it gets, its numerator
+// equal to its denominator, costs nothing.
+//
+// Protocol: ask the size, allocate, initialise, run. A state lives in the caller's storage, at the address that its
+// initialisation gives; nothing else owns anything. It carries the history from run to run, so that a stream may be cut into
+// blocks of any length. The argument rules are those of core/kernels.h, null before everything else; `src` and `dst` of a
+// run may be one array.
+//
+// What lies below 1e-30 is silence: where a history has come down to it, it is cleared, and a cascade that neither remembers
+// nor gets more gives zeros, so that a decaying tail never crawls through subnormal numbers. Not-a-number and infinities go
+// their way as in the formulas: what came before them is untouched, and where they enter a recursion they stay until the next
+// initialisation.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
-
-namespace quorel::kernels {
-
-// What lies below this in magnitude is silence, hundreds of decibels under any sound and far above the subnormal numbers.
-constexpr float quiet = 1e-30F;
-
-// --- Cascades --------------------------------------------------------------------------------------------------------
-
-// Up to four sections multiplied out to one filter of order 2, 4, 6 or 8 in double precision:
-//   y[n] = sum over k <= order of b[k] * x[n-k]  -  sum over 1 <= k <= order of a[k] * y[n-k]
-// cascade.inl tells what the columns are and how a block of eight samples is computed from them.
-struct alignas(64) CascadeGroup {
-    static constexpr int maxOrder = 8;
-    static constexpr int block = 8; // samples
-
-    double fromPastX[maxOrder][block]; // [k-1][i]: what x[-k] adds to y[i]
-    double fromPastY[maxOrder][block]; // [k-1][i]: what y[-k] adds to y[i]
-    double response[2 * block];        // seven zeros, then y[0] to y[7] for x[0] = 1, and one zero to fill the row
-    double b[maxOrder + 1];
-    double a[maxOrder + 1]; // a[0] = 1
-    int order;
-};
-
-// The groups in series. The state is the last eight samples of the input and of every group's output, the newest last.
-struct Cascade {
-    size_t groups;
-    CascadeGroup* group;
-    double (*past)[CascadeGroup::block]; // groups + 1 rows
-};
-
-// One section of every channel of a bank: a lane each, sixteen so that any vector divides them. a0 is divided out.
-struct alignas(64) BankSection {
-    float b0[16], b1[16], b2[16], a1[16], a2[16];
-    float s1[16], s2[16]; // what the past adds to the next output and to the one after
-};
-
-// --- Sparse filters --------------------------------------------------------------------------------------------------
-
-// With w[n] = x[n] + sum of recursive taps * w[n - position], the output is the sum of direct taps * w[n - position]. The state
-// is the last `longest` samples of w, at the front of `line`, the newest last; the chunk that is worked on follows them.
-struct Sparse {
-    size_t direct, recursive; // tap counts
-    const float* taps;        // the direct ones, then the recursive ones
-    const int32_t* positions; // their delays in samples
-    size_t longest;           // the longest delay
-    size_t chunk;             // samples that the line holds beyond its history
-    float* line;
-};
-
-} // namespace quorel::kernels
+#include "core/kernels/signature.h"
 
 namespace quorel {
 
-struct CascadeBank {
-    static constexpr size_t channels = 12;
-    static constexpr size_t lanes = 16; // the last four rest at zero
+struct Cascade_32f;    // a cascade with float taps: opaque, inside its storage
+struct Cascade64f_32f; // a cascade with double taps: the same
+struct Sparse_32f;     // a sparse filter: the same
 
-    kernels::BankSection section[2];
-};
+// The bytes for `numBq` sections. Fewer than one is ippStsIIROrderErr, and so are more than a 32-bit size can count.
+Status ippsIIRGetStateSize_BiQuad_32f(std::int32_t numBq, std::int32_t* size) noexcept;
+Status ippsIIRGetStateSize64f_BiQuad_32f(std::int32_t numBq, std::int32_t* size) noexcept;
+
+// Builds a cascade from 6 * numBq taps in `buffer` and stores its address in `*state`. An a0 or b0 of zero in any section is
+// ippStsDivByZeroErr. The history starts as zeros; `delayLine` must be null (otherwise ippStsNotSupportedModeErr).
+Status ippsIIRInit_BiQuad_32f(Cascade_32f** state, const float* taps, std::int32_t numBq, const float* delayLine,
+                              void* buffer) noexcept;
+Status ippsIIRInit64f_BiQuad_32f(Cascade64f_32f** state, const double* taps, std::int32_t numBq, const double* delayLine,
+                                 void* buffer) noexcept;
+
+Status ippsIIR_32f(const float* src, float* dst, std::int32_t len, Cascade_32f* state) noexcept;
+Status ippsIIR64f_32f(const float* src, float* dst, std::int32_t len, Cascade64f_32f* state) noexcept;
+
+// A sparse filter has `nzLen1` direct and `nzLen2` recursive taps, each with its position, a delay in samples:
+//   y[n] = sum over k < nzLen1 of taps[k] * x[n - positions[k]]
+//        + sum over nzLen1 <= k < nzLen1 + nzLen2 of taps[k] * y[n - positions[k]]
+
+// The bytes for a filter whose largest positions are `order1` and `order2`. nzLen1 < 1 or nzLen2 < 0 is ippStsIIROrderErr; a
+// negative order, or one that asks for more than a 32-bit size can count, is ippStsSparseErr.
+Status ippsIIRSparseGetStateSize_32f(std::int32_t nzLen1, std::int32_t nzLen2, std::int32_t order1, std::int32_t order2,
+                                     std::int32_t* size) noexcept;
+
+// Builds a filter in `buffer`, history zero. Either count below 1 is ippStsIIROrderErr. The positions of each group must rise
+// strictly, the direct ones from 0 or more, the recursive ones from 1 or more: else ippStsSparseErr.
+Status ippsIIRSparseInit_32f(Sparse_32f** state, const float* taps, const std::int32_t* positions, std::int32_t nzLen1,
+                             std::int32_t nzLen2, void* buffer) noexcept;
+
+Status ippsIIRSparse_32f(const float* src, float* dst, std::int32_t len, Sparse_32f* state) noexcept;
 
 } // namespace quorel

@@ -1,19 +1,13 @@
-// What one output row of mixPairs (core/mixing.h) is summed from.
+// mixPairs mixes the reverberator's lines by a matrix of plus and minus ones, in one pass over the block.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include "core/kernels/signature.h"
+#include "core/kernels/states.h"
 
 namespace quorel {
 
-// Terms in their order, one of each pair of input rows, each added or subtracted whole in single precision.
-struct PairMix {
-    static constexpr size_t pairs = 6;
-    static constexpr uint8_t sum = 0;            // term sum + p is in[2p] + in[2p+1]
-    static constexpr uint8_t difference = pairs; // term difference + p is in[2p] - in[2p+1]
-
-    uint8_t term[pairs];
-    float sign[pairs]; // +1 or -1; the first is taken for +1
-};
+// out[r][i] = term 0, then +- term 1 to +- term 5 of mix[r], for as many rows as `mix` has. The argument rules are those of
+// core/kernels.h, for the rows too; no row of `out` may be a row of `in`.
+Status mixPairs(const float* const* in, float* const* out, const PairMix* mix, std::size_t rows, std::int32_t len) noexcept;
 
 } // namespace quorel

@@ -14,7 +14,7 @@ constexpr std::size_t powerOfTwo(std::int32_t order)
 }
 
 // exp(-2*pi*i*k/n) for k = 0 to count-1, as pairs
-void fillWithRoots(double* pairs, std::size_t count, double n)
+void fillWithTwiddles(double* pairs, std::size_t count, double n)
 {
     for (std::size_t k = 0; k < count; ++k) {
         const double angle = 2 * std::numbers::pi * static_cast<double>(k) / n;
@@ -34,8 +34,8 @@ PlainTransform::PlainTransform(std::int32_t order, double* tables) noexcept
     : order(order), fineOrder(order / 2), fine(tables), coarse(tables + 2 * powerOfTwo(order / 2))
 {
     const std::size_t coarseCount = powerOfTwo(order - fineOrder);
-    fillWithRoots(tables, powerOfTwo(fineOrder), std::ldexp(1.0, order));
-    fillWithRoots(tables + 2 * powerOfTwo(fineOrder), coarseCount, static_cast<double>(coarseCount));
+    fillWithTwiddles(tables, powerOfTwo(fineOrder), std::ldexp(1.0, order));
+    fillWithTwiddles(tables + 2 * powerOfTwo(fineOrder), coarseCount, static_cast<double>(coarseCount));
 }
 
 PlainTransform::Pair PlainTransform::product(Pair a, Pair b) noexcept
@@ -44,7 +44,7 @@ PlainTransform::Pair PlainTransform::product(Pair a, Pair b) noexcept
 }
 
 // exp(-+2*pi*i*k/N)
-PlainTransform::Pair PlainTransform::root(std::size_t k, Direction direction) const noexcept
+PlainTransform::Pair PlainTransform::twiddle(std::size_t k, Direction direction) const noexcept
 {
     const double* a = coarse + 2 * (k >> fineOrder);
     const double* b = fine + 2 * (k & (powerOfTwo(fineOrder) - 1));
@@ -68,7 +68,7 @@ void PlainTransform::run(Pair* data, std::int32_t dataOrder, Direction direction
     for (std::int32_t pass = 0; pass < dataOrder; ++pass) {
         const std::size_t half = powerOfTwo(pass);
         for (std::size_t k = 0; k < half; ++k) {
-            const Pair w = root(k << (order - pass - 1), direction);
+            const Pair w = twiddle(k << (order - pass - 1), direction);
             for (std::size_t i = k; i < n; i += 2 * half) {
                 const Pair a = data[i];
                 const Pair b = product(data[i + half], w);
@@ -92,7 +92,7 @@ void PlainTransform::realForward(const float* src, float* dst, float factor) con
     run(z, order - 1, Direction::forward);
 
     // X[k] = E + W^k O and X[m-k] = conj(E - W^k O), with E and O the spectra of the even and the odd samples. Bins move one
-    // float down on their way into Pack form, so the upper value of the next turn is read before it is overwritten.
+    // float down on their way into Pack form, so the upper value of the next step is read before it is overwritten.
     const Pair first = z[0];
     Pair high = z[m - 1];
     for (std::size_t k = 1; k <= m / 2; ++k) {
@@ -100,11 +100,11 @@ void PlainTransform::realForward(const float* src, float* dst, float factor) con
         const Pair next = z[m - k - 1];
         const Pair even = {(low.re + high.re) * 0.5F * factor, (low.im - high.im) * 0.5F * factor};
         const Pair odd = {(low.im + high.im) * 0.5F * factor, (high.re - low.re) * 0.5F * factor};
-        const Pair turned = product(odd, root(k, Direction::forward));
-        dst[2 * (m - k) - 1] = even.re - turned.re;
-        dst[2 * (m - k)] = turned.im - even.im;
-        dst[2 * k - 1] = even.re + turned.re;
-        dst[2 * k] = even.im + turned.im;
+        const Pair twiddled = product(odd, twiddle(k, Direction::forward));
+        dst[2 * (m - k) - 1] = even.re - twiddled.re;
+        dst[2 * (m - k)] = twiddled.im - even.im;
+        dst[2 * k - 1] = even.re + twiddled.re;
+        dst[2 * k] = even.im + twiddled.im;
         high = next;
     }
     dst[0] = (first.re + first.im) * factor;
@@ -124,8 +124,8 @@ void PlainTransform::realInverse(const float* src, float* dst, float factor) con
         const Pair low = {src[2 * k - 1], src[2 * k]};
         const Pair high = {src[2 * (m - k) - 1], src[2 * (m - k)]};
         const Pair even = {(low.re + high.re) * factor, (low.im - high.im) * factor};
-        const Pair turned = {(low.re - high.re) * factor, (low.im + high.im) * factor};
-        const Pair odd = product(turned, root(k, Direction::inverse));
+        const Pair difference = {(low.re - high.re) * factor, (low.im + high.im) * factor};
+        const Pair odd = product(difference, twiddle(k, Direction::inverse));
         z[m - k] = {even.re + odd.im, odd.re - even.im};
         z[k] = {even.re - odd.im, even.im + odd.re};
     }

@@ -1,8 +1,9 @@
 // PlainTransform carries out a transform of any power-of-two length, simply: the lengths in use have kernels of their own.
 //
-// Bit reversal, then passes of two-point butterflies over halves, quarters and so on, in place in the result. A real
-// transform runs as a complex one of half the length (transforms.inl tells how). Factors are the product of two table
-// entries in double precision, so that the tables stay small at any length.
+// The textbook's radix-2 transform with decimation in time (Cooley and Tukey, Math. Comp. 19, 1965): bit reversal, then passes
+// of two-point butterflies, in place in the result. A real transform runs as a complex one of half the length
+// (transforms_body.h tells how). Twiddle factors are the product of two table entries in double precision, so that the tables
+// stay small at any length.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +30,7 @@ private:
     enum class Direction { forward, inverse };
 
     static Pair product(Pair a, Pair b) noexcept;
-    Pair root(std::size_t k, Direction direction) const noexcept;
+    Pair twiddle(std::size_t k, Direction direction) const noexcept;
     void run(Pair* data, std::int32_t dataOrder, Direction direction) const noexcept;
 
     std::int32_t order;     // base-2 logarithm of N, the length

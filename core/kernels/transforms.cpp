@@ -1,9 +1,9 @@
-// The transforms as the stages call them: argument rules, sizes, tables, and the choice between the kernels of the lengths
-// in use and the plain transform of any length.
-#include "core/transforms.h"
+// The transforms' argument rules, sizes and tables, and the choice between the kernels of the lengths in use and the plain
+// transform of any length.
+#include "core/kernels/transforms.h"
 
+#include "core/alignment.h"
 #include "core/kernels/arguments.h"
-#include "core/kernels/kernel_table.h"
 #include "core/kernels/plain_transform.h"
 
 #include <cmath>
@@ -15,9 +15,10 @@
 namespace quorel {
 
 using kernels::active;
-using kernels::arguments;
 using kernels::KernelTable;
+using kernels::Length;
 using kernels::PlainTransform;
+using kernels::run;
 using kernels::TransformTables;
 
 namespace {
@@ -40,7 +41,7 @@ struct FFTSpec_C_32fc : Transform {};
 
 namespace {
 
-// What the two kinds of transform differ in. R is the length of the first of the three passes (transforms.inl).
+// What the two kinds of transform differ in. R is the length of the first of the three passes (transforms_body.h).
 template <class Spec>
 struct Kind;
 
@@ -49,7 +50,7 @@ struct Kind<FFTSpec_R_32f> {
     static constexpr std::int32_t highestOrder = 29;
     static constexpr bool hasKernels(std::int32_t order) { return order == 10; }
     static constexpr std::size_t firstLength(std::int32_t /*order*/) { return 8; } // 1024 samples are 512 complex values
-    static constexpr std::size_t exchanges = 256;                                  // entries of each exchange of halves
+    static constexpr std::size_t unpackFactors = 256; // twiddle factors of the way from and to real samples
     static constexpr std::size_t workFloats(std::int32_t /*order*/) { return 2048; }
 };
 
@@ -58,22 +59,9 @@ struct Kind<FFTSpec_C_32fc> {
     static constexpr std::int32_t highestOrder = 28;
     static constexpr bool hasKernels(std::int32_t order) { return order == 9 || order == 10; }
     static constexpr std::size_t firstLength(std::int32_t order) { return order == 9 ? 8 : 16; }
-    static constexpr std::size_t exchanges = 0;
+    static constexpr std::size_t unpackFactors = 0;
     static constexpr std::size_t workFloats(std::int32_t order) { return order == 9 ? 1024 : 2048; }
 };
-
-constexpr std::size_t alignment = 64; // bytes; storage has room for one line more, so that it may start anywhere
-
-constexpr std::size_t wholeLines(std::size_t bytes)
-{
-    return (bytes + alignment - 1) / alignment * alignment;
-}
-
-std::byte* firstLine(void* storage)
-{
-    const auto address = reinterpret_cast<std::uintptr_t>(storage);
-    return static_cast<std::byte*>(storage) + (wholeLines(address) - address);
-}
 
 // A table's factor takes four floats.
 constexpr std::size_t tableBytes(std::size_t factors)
@@ -117,7 +105,7 @@ struct Factor {
     double turns;
 };
 
-TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::size_t firstLength, std::size_t exchanges,
+TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::size_t firstLength, std::size_t unpackFactors,
                             double forwardFactor, double inverseFactor)
 {
     TransformTables tables{};
@@ -134,10 +122,10 @@ TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::si
             write.entry([&](double place) { return Factor{1, -(static_cast<double>(i) + place) * static_cast<double>(k) / 64}; });
 
     tables.forward = write.position();
-    for (std::size_t k = 1; k <= exchanges; k += valuesPerVector)
+    for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
         write.entry([&](double place) { return Factor{forwardFactor / 2, -0.25 - (static_cast<double>(k) + place) / 1024}; });
     tables.inverse = write.position();
-    for (std::size_t k = 1; k <= exchanges; k += valuesPerVector)
+    for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
         write.entry([&](double place) { return Factor{inverseFactor, 0.25 + (static_cast<double>(k) + place) / 1024}; });
     tables.forwardHalf = static_cast<float>(forwardFactor / 2);
     tables.inverseHalf = static_cast<float>(inverseFactor);
@@ -163,11 +151,11 @@ Status getSize(std::int32_t order, std::int32_t flag, std::int32_t* specSize, st
     if (const Status bad = checkChoice(K::highestOrder, order, flag); bad != ippStsNoErr)
         return bad;
     const bool kernels = K::hasKernels(order);
-    const std::size_t tables = kernels ? tableBytes(firstFactors(K::firstLength(order)) + middleFactors + 2 * K::exchanges)
+    const std::size_t tables = kernels ? tableBytes(firstFactors(K::firstLength(order)) + middleFactors + 2 * K::unpackFactors)
                                        : PlainTransform::tableBytes(order);
-    *specSize = static_cast<std::int32_t>(alignment + wholeLines(sizeof(Spec)) + tables);
+    *specSize = static_cast<std::int32_t>(cacheLine + wholeLines(sizeof(Spec)) + tables);
     *initSize = 0;
-    *workSize = kernels ? static_cast<std::int32_t>(alignment + K::workFloats(order) * sizeof(float)) : 0;
+    *workSize = kernels ? static_cast<std::int32_t>(cacheLine + K::workFloats(order) * sizeof(float)) : 0;
     return ippStsNoErr;
 }
 
@@ -190,7 +178,7 @@ Status init(Spec** spec, std::int32_t order, std::int32_t flag, void* storage) n
     *spec = new (start) Spec{{&active(), order, static_cast<float>(forward), static_cast<float>(inverse), std::nullopt, {}}};
     if (K::hasKernels(order))
         (*spec)->tables = buildTables(reinterpret_cast<float*>(tables), active().valuesPerVector, K::firstLength(order),
-                                      K::exchanges, forward, inverse);
+                                      K::unpackFactors, forward, inverse);
     else
         (*spec)->plain.emplace(order, reinterpret_cast<double*>(tables));
     return ippStsNoErr;
@@ -213,10 +201,7 @@ float* workFloats(void* work)
 
 Status ippsMulPack_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept
 {
-    if (const Status bad = arguments(len, a, b, dst); bad != ippStsNoErr)
-        return bad;
-    active().mulPack(a, b, dst, static_cast<std::size_t>(len));
-    return ippStsNoErr;
+    return run<&KernelTable::mulPack>(a, b, dst, Length{len});
 }
 
 Status ippsFFTGetSize_R_32f(std::int32_t order, std::int32_t flag, std::int32_t /*hint*/, std::int32_t* specSize,
@@ -275,8 +260,8 @@ Status ippsFFTInv_CToC_32fc(const Complex* src, Complex* dst, const FFTSpec_C_32
         spec->plain->complexInverse(from, to, spec->inverseFactor);
         return ippStsNoErr;
     }
-    const auto run = spec->order == 9 ? spec->variant->complexInverse512 : spec->variant->complexInverse1024;
-    run(spec->tables, from, to, workFloats(work));
+    const auto inverse = spec->order == 9 ? spec->variant->complexInverse512 : spec->variant->complexInverse1024;
+    inverse(spec->tables, from, to, workFloats(work));
     if (spec->inverseFactor != 1.0F)
         spec->variant->mulC(to, spec->inverseFactor, to, std::size_t{2} << spec->order);
     return ippStsNoErr;

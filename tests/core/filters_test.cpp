@@ -1,6 +1,6 @@
-#include "core/filters.h"
-
 #include "core/kernels/filters.h"
+
+#include "core/kernels/states.h"
 #include "core/rt_alloc.h"
 #include "tests/core/variants.h"
 
@@ -22,7 +22,7 @@ namespace {
 // Runs every test with one variant of the kernels in use.
 class Filters : public WithVariant {};
 
-INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(variants()), variantName);
+INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(testedVariants()), variantName);
 
 std::vector<float> noise(std::size_t n, unsigned seed, float level = 1.0F)
 {

@@ -1,4 +1,4 @@
-#include "core/mixing.h"
+#include "core/kernels/mixing.h"
 
 #include "tests/core/variants.h"
 
@@ -18,7 +18,7 @@ namespace {
 // Runs every test with one variant of the kernels in use.
 class Mixing : public WithVariant {};
 
-INSTANTIATE_TEST_SUITE_P(Variant, Mixing, testing::ValuesIn(variants()), variantName);
+INSTANTIATE_TEST_SUITE_P(Variant, Mixing, testing::ValuesIn(testedVariants()), variantName);
 
 // A row that takes pair p's sum or difference, added or subtracted, by the bits of `pattern`.
 PairMix mixOf(unsigned pattern)

@@ -1,4 +1,4 @@
-#include "core/row_sums.h"
+#include "core/kernels/row_sums.h"
 
 #include "core/kernels.h"
 #include "tests/core/variants.h"
@@ -45,7 +45,7 @@ private:
 // Runs every test with one variant of the kernels in use.
 class RowSums : public WithVariant {};
 
-INSTANTIATE_TEST_SUITE_P(Variant, RowSums, testing::ValuesIn(variants()), variantName);
+INSTANTIATE_TEST_SUITE_P(Variant, RowSums, testing::ValuesIn(testedVariants()), variantName);
 
 TEST_P(RowSums, ASumOfRowsIsThatOfOneProductAfterTheOtherBitByBit)
 {

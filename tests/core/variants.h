@@ -1,38 +1,46 @@
-// Tests that run once with each variant of the kernels that this machine has.
+// Tests that run once with each variant of the kernels, and with the bodies of sixteen lanes lowered to what every machine has.
 #pragma once
 
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace quorel {
 
-// The variants that run here, the baseline first.
-inline std::vector<const kernels::KernelTable*> variants()
+namespace kernels::lowered {
+extern const KernelTable table;
+}
+
+inline std::vector<kernels::Variant> testedVariants()
 {
-    std::vector<const kernels::KernelTable*> all;
-    for (const auto* table : kernels::availableVariants().table)
-        if (table != nullptr)
-            all.push_back(table);
+    auto all = kernels::variants();
+    all.push_back({"lowered", &kernels::lowered::table});
     return all;
 }
 
 // Puts its parameter into use for the length of a test.
-class WithVariant : public testing::TestWithParam<const kernels::KernelTable*> {
+class WithVariant : public testing::TestWithParam<kernels::Variant> {
 protected:
-    void SetUp() override { kernels::use(*GetParam()); }
-    void TearDown() override { kernels::use(before); }
+    void SetUp() override
+    {
+        if (GetParam().table == nullptr)
+            GTEST_SKIP() << "This machine lacks " << GetParam().name
+                         << ": what the compiler makes of its bodies goes untested; the bodies themselves run lowered.";
+        forced.emplace(*GetParam().table);
+    }
+    void TearDown() override { forced.reset(); }
 
 private:
-    const kernels::KernelTable& before = kernels::active();
+    std::optional<kernels::ForcedVariant> forced;
 };
 
-inline std::string variantName(const testing::TestParamInfo<const kernels::KernelTable*>& variant)
+inline std::string variantName(const testing::TestParamInfo<kernels::Variant>& variant)
 {
-    return variant.param->name;
+    return variant.param.name;
 }
 
 } // namespace quorel

@@ -1,6 +1,6 @@
 // The capture path against the independent model in double precision, over long random sessions: both rates, several channel
 // counts and every variant of the kernels, settings that change at random, blocks that are whole hops and blocks that are not.
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 #include "core/signal_path.h"
 #include "microphone/window_tables.h"
 #include "tests/model/agreement.h"
@@ -78,16 +78,13 @@ void compare(Course run)
     run.options.maxBlock = maxFrames;
     SCOPED_TRACE(std::to_string(run.rate) + " Hz, " + std::to_string(run.channels) + " channels, seed " +
                  std::to_string(run.options.seed));
-    const auto& inUse = kernels::active();
     std::vector<Candidate> candidates;
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table)
-        if (variant != nullptr) {
-            kernels::use(*variant);
-            candidates.push_back(
-                {variant, SignalPath(SignalPath::Microphone{}, static_cast<std::int32_t>(run.channels), 0, maxFrames, run.rate),
-                 model::MicrophoneFollower(run.channels, maxFrames, run.rate, windowsOf(run.rate)),
-                 model::Agreement(run.rate / 10)});
-        }
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
+        const kernels::ForcedVariant forced(*variant);
+        candidates.push_back(
+            {variant, SignalPath(SignalPath::Microphone{}, static_cast<std::int32_t>(run.channels), 0, maxFrames, run.rate),
+             model::MicrophoneFollower(run.channels, maxFrames, run.rate, windowsOf(run.rate)), model::Agreement(run.rate / 10)});
+    }
 
     model::Session session(run.options);
     std::vector<float> out;
@@ -104,7 +101,7 @@ void compare(Course run)
                 fields.micEq = fields.micEq % 2 + 1;
         }
         for (Candidate& candidate : candidates) {
-            kernels::use(*candidate.variant);
+            const kernels::ForcedVariant forced(*candidate.variant);
             std::vector<float> in(session.samples(), session.samples() + n * run.channels);
             out.assign(n * run.channels, 0.0F);
             deliver(fields, *candidate.path->settings());
@@ -124,7 +121,6 @@ void compare(Course run)
             }
         }
     }
-    kernels::use(inUse);
     for (const Candidate& candidate : candidates) {
         std::printf("  %u Hz, %zu channels, %-8s  %.1f dB, worst 100 ms %.1f dB, levels %.1e dB, %zu close comparisons\n",
                     run.rate, run.channels, candidate.variant->name, candidate.agreement.decibels(),

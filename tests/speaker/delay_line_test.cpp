@@ -16,7 +16,7 @@
 namespace quorel {
 namespace {
 
-constexpr std::size_t lines = DelayLine::lineCount;
+constexpr std::size_t lines = lineCount;
 
 // The text of the exception that `action` throws, which must be exactly of type E.
 template <typename E, typename Action>

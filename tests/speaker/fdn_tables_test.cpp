@@ -19,7 +19,7 @@
 namespace quorel {
 namespace {
 
-constexpr std::size_t lines = FeedbackMatrix::lines;
+constexpr std::size_t lines = lineCount;
 
 // A column's sum, and its sum with each row weighted by its number from 1 on, so that rows that changed places are found too.
 struct Sums {

@@ -1,6 +1,6 @@
 // The speaker path against the independent model in double precision, over long random sessions: every layout and every
 // variant of the kernels, block lengths and settings that change at random.
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 #include "core/signal_path.h"
 #include "speaker/hrtf_tables.h"
 #include "speaker/xcorr_tables.h"
@@ -78,13 +78,11 @@ void compare(std::uint32_t mask, const model::SessionOptions& options, std::size
 {
     SCOPED_TRACE("mask " + std::to_string(mask) + ", seed " + std::to_string(options.seed));
     const auto channels = static_cast<std::int32_t>(options.channels);
-    const auto& inUse = kernels::active();
     std::vector<Candidate> candidates;
-    for (const kernels::KernelTable* variant : kernels::availableVariants().table)
-        if (variant != nullptr) {
-            kernels::use(*variant);
-            candidates.push_back({variant, SignalPath(SignalPath::Speaker{}, channels, mask, maxFrames, 48000)});
-        }
+    for (const kernels::KernelTable* variant : kernels::availableVariants()) {
+        const kernels::ForcedVariant forced(*variant);
+        candidates.push_back({variant, SignalPath(SignalPath::Speaker{}, channels, mask, maxFrames, 48000)});
+    }
 
     model::SpeakerModel reference(options.channels, mask, maxFrames, 48000, compiledTables());
     model::Session session(options);
@@ -95,7 +93,7 @@ void compare(std::uint32_t mask, const model::SessionOptions& options, std::size
         model::Signal expected;
         const std::string failure = failureOf([&] { expected = reference.process(session.fields(), session.samples(), n); });
         for (Candidate& candidate : candidates) {
-            kernels::use(*candidate.variant);
+            const kernels::ForcedVariant forced(*candidate.variant);
             std::vector<float> in(session.samples(), session.samples() + n * options.channels);
             out.assign(n * 8 + 8, 0.0F);
             deliver(session.fields(), *candidate.path->settings());
@@ -105,7 +103,6 @@ void compare(std::uint32_t mask, const model::SessionOptions& options, std::size
                 candidate.agreement.add(expected, out.data(), 2, 8);
         }
     }
-    kernels::use(inUse);
     for (const Candidate& candidate : candidates) {
         EXPECT_GE(candidate.agreement.decibels(), 100.0) << candidate.variant->name;
         EXPECT_GE(candidate.agreement.worstWindowDb(), 100.0)

@@ -1,6 +1,6 @@
 // output_bits prints a hash of every bit that fixed sessions of both effects give, in every variant of the kernels that runs
 // here: one line each. A change that must not be heard leaves all lines as they are, with one compiler on one machine.
-#include "core/kernels/kernel_table.h"
+#include "core/kernels/select.h"
 #include "core/signal_path.h"
 
 #include <array>
@@ -91,7 +91,7 @@ std::uint64_t session(Kind kind, std::int32_t channels, std::uint32_t mask, std:
 
 void printAll(const kernels::KernelTable& variant)
 {
-    kernels::use(variant);
+    const kernels::ForcedVariant forced(variant);
     constexpr std::array<std::uint32_t, 8> masks = {0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x61F, 0x63F}; // of 1 to 8 channels
     const auto line = [&](const char* kind, std::int32_t channels, std::uint32_t rate, std::uint32_t block, std::uint64_t hash) {
         std::printf("%-8s %-10s %d channels %5u Hz block %3u  %016llx\n", variant.name, kind, channels, rate, block,
@@ -113,7 +113,6 @@ void printAll(const kernels::KernelTable& variant)
 
 int main()
 {
-    for (const quorel::kernels::KernelTable* variant : quorel::kernels::availableVariants().table)
-        if (variant != nullptr)
-            quorel::printAll(*variant);
+    for (const quorel::kernels::KernelTable* variant : quorel::kernels::availableVariants())
+        quorel::printAll(*variant);
 }

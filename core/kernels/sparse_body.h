@@ -1,8 +1,18 @@
-// Sparse recursive filters. Included once by each variant's unit, as elements.inl is.
+// Sparse recursive filters in the direct form II: one line of history, w, from which both groups of taps are taken (states.h).
 //
-// The history is that of one line, w, from which both groups of taps are taken (core/kernels/filters.h).
+// The allpass among them is Schroeder's: M. R. Schroeder, "Natural sounding artificial reverberation", J. Audio Eng. Soc. 10,
+// 1962.
+#pragma once
 
-namespace filters {
+#include "core/kernels/silence_body.h"
+#include "core/kernels/simd.h"
+#include "core/kernels/states.h"
+
+namespace quorel::kernels::QUOREL_VARIANT::sparse_filters {
+namespace {
+
+constexpr size_t floats = lanes < 8 ? lanes : 8; // in a vector
+using V = Vec<float, floats>;
 
 // Clears a history that has become silence.
 void settle(float* w, size_t n)
@@ -13,21 +23,21 @@ void settle(float* w, size_t n)
 
 // A filter with direct taps at 0 and d and one recursive tap at d, as an allpass has them:
 //   w[n] = x[n] + recursive * w[n-d],  y[n] = direct * w[n] + delayed * w[n-d]
-// The d samples of history stay in `count` vectors, and a turn replaces them by the next d. The last vector reaches beyond d:
-// what it computes there, the next turn's first vector overwrites. Turns that would reach beyond the arrays go through the line.
+// The d samples of history stay in `count` vectors, and a round replaces them by the next d. The last vector reaches beyond d:
+// what it computes there, the next round's first vector overwrites. Rounds that would reach beyond the arrays go through the line.
 // `src` and `dst` are two arrays.
 template <size_t count>
 void ring(const Sparse& filter, const float* src, float* dst, size_t n)
 {
     const size_t d = filter.longest;
     const float direct = filter.taps[0], delayed = filter.taps[1], recursive = filter.taps[2];
-    Floats w[count];
+    V w[count];
     for (size_t r = 0; r < count; ++r)
-        w[r] = load(filter.line + r * floats);
+        w[r] = load<V>(filter.line + r * floats);
     for (; n >= count * floats; src += d, dst += d, n -= d)
         for (size_t r = 0; r < count; ++r) {
-            const Floats past = w[r];
-            w[r] = load(src + r * floats) + recursive * past;
+            const V past = w[r];
+            w[r] = load<V>(src + r * floats) + recursive * past;
             store(direct * w[r] + delayed * past, dst + r * floats);
         }
     for (size_t r = 0; r < count; ++r)
@@ -84,8 +94,9 @@ void sparseLine(const Sparse& filter, const float* src, float* dst, size_t n)
     }
 }
 
-void sparse(const Sparse& filter, const float* src, float* dst, size_t n)
+void sparse(const Sparse* state, const float* src, float* dst, size_t n)
 {
+    const Sparse& filter = *state;
     const bool allpass =
         filter.direct == 2 && filter.recursive == 1 && filter.positions[0] == 0 && filter.positions[1] == filter.positions[2];
     switch (allpass && src != dst ? (filter.longest + floats - 1) / floats : 0) {
@@ -121,4 +132,5 @@ void sparse(const Sparse& filter, const float* src, float* dst, size_t n)
     }
 }
 
-} // namespace filters
+} // namespace
+} // namespace quorel::kernels::QUOREL_VARIANT::sparse_filters

@@ -1,4 +1,5 @@
-// Cascades of second-order sections, a block of samples at a time. Included once by each variant's unit, as elements.inl is.
+// Cascades of second-order sections, a block of samples at a time: the block-recursive form of a filter (C. S. Burrus, "Block
+// realization of digital filters", IEEE Trans. Audio Electroacoust. 20, 1972).
 //
 // A recursion is serial: each sample needs the one before it. But the filter is linear, so the next eight outputs are a sum of
 // what is known when their block begins,
@@ -18,49 +19,41 @@
 // The past is that of the direct form, samples of the signals themselves. So a run may end at any sample, and a block that is
 // cut short only leaves its last lanes unused. All of this is in double precision: the sections' taps are multiplied out to
 // filters of higher order, whose roundings grow by the closeness of their poles (core/kernels/filters.cpp keeps poles that
-// crowd together apart). Lanes of later samples enter through products with zero, which is right as long as those samples are
+// crowd together apart). V of later samples enter through products with zero, which is right as long as those samples are
 // finite: a chunk that brings an infinity or not-a-number goes through the plain recursion instead.
+#pragma once
 
-namespace filters {
+#include "core/kernels/silence_body.h"
+#include "core/kernels/simd.h"
+#include "core/kernels/states.h"
 
-#ifdef __AVX__ // vectors of 256 bits also where 512 are to be had: half of the triangle's zeros are then left out
-constexpr size_t lanes = 4;
-constexpr size_t rows = 8; // of a column: the samples of a block
-#else
-constexpr size_t lanes = 2;
-constexpr size_t rows = 4;
-#endif
-constexpr size_t parts = rows / lanes;
+#include <stdint.h>
 
-typedef double Lanes __attribute__((vector_size(8 * lanes)));
-typedef double LanesAnywhere __attribute__((vector_size(8 * lanes), aligned(8), may_alias));
+namespace quorel::kernels::QUOREL_VARIANT::cascades {
+namespace {
 
-inline Lanes load(const double* from)
-{
-    return *reinterpret_cast<const LanesAnywhere*>(from);
-}
-inline void store(Lanes value, double* to)
-{
-    *reinterpret_cast<LanesAnywhere*>(to) = value;
-}
+// Vectors of 256 bits also where 512 are to be had: half of the triangle's zeros are then left out.
+constexpr size_t doubles = lanes < 8 ? 2 : 4; // in a vector
+constexpr size_t parts = 2;
+constexpr size_t rows = parts * doubles; // of a column: the samples of a block
+using V = Vec<double, doubles>;
 
 // One lane in all lanes. The lane is a constant wherever this is inlined.
-inline __attribute__((always_inline)) Lanes spread(Lanes v, size_t lane)
+QUOREL_INLINE V spreadAt(V v, size_t lane)
 {
-#ifdef __AVX__
-    switch (lane) {
-    case 0:
-        return __builtin_shufflevector(v, v, 0, 0, 0, 0);
-    case 1:
-        return __builtin_shufflevector(v, v, 1, 1, 1, 1);
-    case 2:
-        return __builtin_shufflevector(v, v, 2, 2, 2, 2);
-    default:
-        return __builtin_shufflevector(v, v, 3, 3, 3, 3);
-    }
-#else
-    return lane == 0 ? __builtin_shufflevector(v, v, 0, 0) : __builtin_shufflevector(v, v, 1, 1);
-#endif
+    if constexpr (doubles == 4)
+        switch (lane) {
+        case 0:
+            return spread<0, double>(v);
+        case 1:
+            return spread<1, double>(v);
+        case 2:
+            return spread<2, double>(v);
+        default:
+            return spread<3, double>(v);
+        }
+    else
+        return lane == 0 ? spread<0, double>(v) : spread<1, double>(v);
 }
 
 // Runs a group over whole blocks, each with `rows` inputs from x on and as many outputs from y on. Before both stand eight
@@ -69,22 +62,22 @@ inline __attribute__((always_inline)) Lanes spread(Lanes v, size_t lane)
 template <size_t order>
 void runBlocks(const CascadeGroup& group, const double* x, double* y, size_t blocks)
 {
-    Lanes response[rows][parts], pastX[order][parts], pastY[order][parts], last[parts];
+    V response[rows][parts], pastX[order][parts], pastY[order][parts], last[parts];
     for (size_t p = 0; p < parts; ++p) {
         for (size_t j = 0; j < rows; ++j)
-            response[j][p] = load(group.response + CascadeGroup::block - 1 - j + p * lanes);
+            response[j][p] = load<V>(group.response + CascadeGroup::block - 1 - j + p * doubles);
         for (size_t k = 0; k < order; ++k) {
-            pastX[k][p] = load(group.fromPastX[k] + p * lanes);
-            pastY[k][p] = load(group.fromPastY[k] + p * lanes);
+            pastX[k][p] = load<V>(group.fromPastX[k] + p * doubles);
+            pastY[k][p] = load<V>(group.fromPastY[k] + p * doubles);
         }
-        last[p] = load(y - rows + p * lanes);
+        last[p] = load<V>(y - rows + p * doubles);
     }
     for (; blocks > 0; --blocks, x += rows, y += rows) {
-        Lanes even[parts], odd[parts]; // two sums each, so that the additions overlap
+        V even[parts], odd[parts]; // two sums each, so that the additions overlap
         for (size_t p = 0; p < parts; ++p) {
             even[p] = response[0][p] * x[0];
             for (size_t j = 1; j < rows; ++j)
-                if (j < (p + 1) * lanes) // what stands above the diagonal is zero
+                if (j < (p + 1) * doubles) // what stands above the diagonal is zero
                     even[p] += response[j][p] * x[j];
             odd[p] = pastX[0][p] * *(x - 1);
             for (size_t k = 1; k < order; ++k)
@@ -92,14 +85,13 @@ void runBlocks(const CascadeGroup& group, const double* x, double* y, size_t blo
         }
         for (size_t k = 0; k < order; ++k) { // x[-1-k] and y[-1-k]: the newest sample first
             constexpr size_t newest = rows - 1;
-            const Lanes past =
-                k < rows ? spread(last[(newest - k) / lanes % parts], (newest - k) % lanes) : *(y - 1 - k) - Lanes{};
+            const V past = k < rows ? spreadAt(last[(newest - k) / doubles % parts], (newest - k) % doubles) : *(y - 1 - k) - V{};
             for (size_t p = 0; p < parts; ++p)
                 (k % 2 == 0 ? even[p] : odd[p]) += pastY[k][p] * past;
         }
         for (size_t p = 0; p < parts; ++p) {
             last[p] = even[p] + odd[p];
-            store(last[p], y + p * lanes);
+            store(last[p], y + p * doubles);
         }
     }
 }
@@ -130,16 +122,9 @@ void runGroup(const CascadeGroup& group, const double* x, double* y, size_t n, b
         runBlocks<8>(group, x, y, blocks);
 }
 
-bool isQuiet(const double* x, size_t n)
+void cascade(const Cascade* state, const float* src, float* dst, size_t n)
 {
-    bool all = true;
-    for (size_t i = 0; i < n; ++i)
-        all &= __builtin_fabs(x[i]) < static_cast<double>(quiet); // false for not-a-number
-    return all;
-}
-
-void cascade(const Cascade& filter, const float* src, float* dst, size_t n)
-{
+    const Cascade& filter = *state;
     constexpr size_t past = CascadeGroup::block;
     constexpr size_t chunk = 512; // samples, a multiple of the rows
     // From x to y: a page and a half of doubles, so that no store to y looks to the processor like one to what it loads from x.
@@ -183,4 +168,5 @@ void cascade(const Cascade& filter, const float* src, float* dst, size_t n)
     }
 }
 
-} // namespace filters
+} // namespace
+} // namespace quorel::kernels::QUOREL_VARIANT::cascades

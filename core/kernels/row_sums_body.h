@@ -1,9 +1,12 @@
-// The sums over rows. Included once by each variant's unit, as elements.inl is, behind vectors.inl. Each sum is kept in
-// registers while the rows pass by.
+// The sums over rows. Each sum stays in registers while the rows pass by.
+#pragma once
 
-namespace row_sums {
+#include "core/kernels/simd.h"
 
-using namespace vectors;
+namespace quorel::kernels::QUOREL_VARIANT::row_sums {
+namespace {
+
+using V = Vec<float, lanes>;
 
 // The sums of as many neighbouring vectors. One chain of additions alone would wait for each.
 template <size_t vectors>
@@ -11,12 +14,12 @@ inline void sumVectors(const float* const* rows, const float* gains, size_t coun
 {
     V sum[vectors];
     for (size_t v = 0; v < vectors; ++v)
-        sum[v] = load(rows[0] + i + v * lanes) * gains[0];
+        sum[v] = load<V>(rows[0] + i + v * lanes) * gains[0];
     for (size_t r = 1; r < count; ++r)
         for (size_t v = 0; v < vectors; ++v)
-            sum[v] += load(rows[r] + i + v * lanes) * gains[r];
+            sum[v] += load<V>(rows[r] + i + v * lanes) * gains[r];
     for (size_t v = 0; v < vectors; ++v)
-        store(dst + i + v * lanes, sum[v]);
+        store(sum[v], dst + i + v * lanes);
 }
 
 // Adds the products of `rows` rows to both sums, or starts the sums with them. Behind the first float, which is real as the last
@@ -35,21 +38,21 @@ inline void addProductsPack(const float* const* x, const float* const* a, const 
         first[i] = sumA;
         second[i] = sumB;
     };
-    const V signs = repeated(Quad{-1, 1, -1, 1});
+    const V signs = repeat<V>(Quad{-1, 1, -1, 1});
     addReal(0);
     size_t i = 1;
     for (; i + lanes < n; i += lanes) {
-        V sumA = start ? V{} : load(first + i), sumB = start ? V{} : load(second + i);
+        V sumA = start ? V{} : load<V>(first + i), sumB = start ? V{} : load<V>(second + i);
         for (int r = 0; r < rows; ++r) {
-            const V factor = load(x[r] + i), ofA = load(a[r] + i), ofB = load(b[r] + i);
-            const V re = inQuads<0, 0, 2, 2>(factor, factor), im = inQuads<1, 1, 3, 3>(factor, factor) * signs;
+            const V factor = load<V>(x[r] + i), ofA = load<V>(a[r] + i), ofB = load<V>(b[r] + i);
+            const V re = shuffleInQuads<0, 0, 2, 2>(factor, factor), im = shuffleInQuads<1, 1, 3, 3>(factor, factor) * signs;
             sumA += re * ofA;
             sumB += re * ofB;
-            sumA += im * inQuads<1, 0, 3, 2>(ofA, ofA);
-            sumB += im * inQuads<1, 0, 3, 2>(ofB, ofB);
+            sumA += im * shuffleInQuads<1, 0, 3, 2>(ofA, ofA);
+            sumB += im * shuffleInQuads<1, 0, 3, 2>(ofB, ofB);
         }
-        store(first + i, sumA);
-        store(second + i, sumB);
+        store(sumA, first + i);
+        store(sumB, second + i);
     }
     for (; i + 2 < n; i += 2) {
         float sum[4] = {};
@@ -98,4 +101,5 @@ void sumProductsPack(const float* const* x, const float* const* a, const float* 
         addProductsPack<2, false>(x + r, a + r, b + r, first, second, n);
 }
 
-} // namespace row_sums
+} // namespace
+} // namespace quorel::kernels::QUOREL_VARIANT::row_sums

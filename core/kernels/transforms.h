@@ -14,7 +14,7 @@
 // flag (ippStsFftFlagErr). `hint` has no effect. `src` and `dst` must not overlap.
 #pragma once
 
-#include "core/kernels.h"
+#include "core/kernels/signature.h"
 
 namespace quorel {
 

@@ -1,10 +1,19 @@
-// The sums of pairs' sums and differences. Included once by each variant's unit, as elements.inl is.
+// The sums of pairs' sums and differences.
+#pragma once
+
+#include "core/kernels/simd.h"
+#include "core/kernels/states.h"
+
+namespace quorel::kernels::QUOREL_VARIANT::mixing {
+namespace {
+
+constexpr size_t floats = lanes < 8 ? lanes : 8; // in a vector
+using V = Vec<float, floats>;
 
 // Stretches so short that their terms stay in the nearest cache while all rows are summed from them. A product with a sign is
 // exact, so it makes no difference whether it is contracted.
 void mixPairs(const float* const* in, float* const* out, const PairMix* mix, size_t rows, size_t n)
 {
-    using filters::floats, filters::Floats, filters::load, filters::store;
     constexpr size_t pairs = PairMix::pairs, stretch = 64; // samples
     float term[2 * pairs][stretch];
     for (size_t at = 0, m = 0; at < n; at += m) {
@@ -16,8 +25,8 @@ void mixPairs(const float* const* in, float* const* out, const PairMix* mix, siz
             float* const sum = term[PairMix::sum + p];
             float* const difference = term[PairMix::difference + p];
             for (size_t i = 0; i < whole; i += floats) {
-                store(load(even + i) + load(odd + i), sum + i);
-                store(load(even + i) - load(odd + i), difference + i);
+                store(load<V>(even + i) + load<V>(odd + i), sum + i);
+                store(load<V>(even + i) - load<V>(odd + i), difference + i);
             }
             for (size_t i = whole; i < m; ++i) {
                 sum[i] = even[i] + odd[i];
@@ -33,9 +42,9 @@ void mixPairs(const float* const* in, float* const* out, const PairMix* mix, siz
                 sign[p] = mix[r].sign[p];
             }
             for (size_t i = 0; i < whole; i += floats) {
-                Floats total = load(from[0] + i);
+                V total = load<V>(from[0] + i);
                 for (size_t p = 1; p < pairs; ++p)
-                    total += sign[p] * load(from[p] + i);
+                    total += sign[p] * load<V>(from[p] + i);
                 store(total, y + i);
             }
             for (size_t i = whole; i < m; ++i) {
@@ -47,3 +56,6 @@ void mixPairs(const float* const* in, float* const* out, const PairMix* mix, siz
         }
     }
 }
+
+} // namespace
+} // namespace quorel::kernels::QUOREL_VARIANT::mixing

@@ -1,8 +1,13 @@
 // The element kernels' arithmetic, one plain loop each, for the compiler to turn into the variant's instructions.
-// Included once by each variant's unit inside its own unnamed namespace. No standard library code may be called here.
 //
 // The pointers are declared free of overlap. Where the two pointers of an in-place call are one array the loops stay right,
 // since element i of the result depends on element i of each source alone.
+#pragma once
+
+#include "core/kernels/simd.h"
+
+namespace quorel::kernels::QUOREL_VARIANT::elements {
+namespace {
 
 void add(const float* __restrict a, const float* __restrict b, float* __restrict dst, size_t n)
 {
@@ -181,3 +186,6 @@ void sumComplex(const float* __restrict src, size_t n, float* __restrict sum)
     sum[0] = static_cast<float>((part[0] + part[2]) + (part[4] + part[6]));
     sum[1] = static_cast<float>((part[1] + part[3]) + (part[5] + part[7]));
 }
+
+} // namespace
+} // namespace quorel::kernels::QUOREL_VARIANT::elements

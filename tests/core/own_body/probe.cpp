@@ -1,0 +1,2 @@
+#define QUOREL_VARIANT probe
+#include "core/kernels/variant.h"
