@@ -12,12 +12,12 @@
 #include "bench/yardstick.h"
 #include "core/buffer_arithmetic.h"
 #include "core/kernels/select.h"
-#include "core/pass_through.h"
 #include "core/signal_path.h"
 #include "speaker/built_in.h"
-#include "speaker/compressor.h"
 #include "speaker/compressor_tables.h"
+#include "speaker/output_frames.h"
 #include "speaker/scale_mixer.h"
+#include "stages/compressor.h"
 
 #include <cmath>
 #include <map>
@@ -182,7 +182,7 @@ constexpr Stage stages[] = {
      }},
     {"equalizer", [](Stages& s) { s.equalizer.process(s.mix, s.side); }},
     {"output_compressor", [](Stages& s) { s.outputCompressor.process(s.side, s.side); }},
-    {"output", [](Stages& s) { PassThrough::process(s.side, s.out, 0.8F); }},
+    {"output", [](Stages& s) { writeFrames(s.side, s.out, 0.8F); }},
 };
 
 // What takes the place of everything ahead of the equaliser when the surround effect is off.

@@ -7,7 +7,7 @@
 // per process; results need not be bit-identical between variants.
 #pragma once
 
-#include "core/kernels/cascade_bank.h"
+#include "core/kernels/bank.h"
 #include "core/kernels/elements.h"
 #include "core/kernels/filters.h"
 #include "core/kernels/mixing.h"

@@ -6,11 +6,11 @@
 // whether the resynthesised frames replace the input. State lies in the filter banks, the trackers and the gain law.
 #pragma once
 
-#include "core/pass_through.h"
 #include "microphone/band_dist.h"
 #include "microphone/band_sum.h"
 #include "microphone/filter_bank.h"
 #include "microphone/microphone_tables.h"
+#include "stages/pass_through.h"
 
 #include <cmath>
 

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "microphone/microphone_tables.h"
-#include "speaker/biquad.h"
+#include "stages/biquad.h"
 
 namespace quorel {
 

@@ -10,8 +10,8 @@
 #include "core/signal_path.h"
 #include "microphone/frequency_domain_proc.h"
 #include "microphone/mic_equalizer.h"
-#include "speaker/compressor.h"
-#include "speaker/crossfader.h"
+#include "stages/compressor.h"
+#include "stages/crossfader.h"
 
 namespace quorel {
 

@@ -5,7 +5,7 @@
 #include "microphone/bottom_tracker.h"
 #include "microphone/ogle.h"
 #include "microphone/suppression_gain.h"
-#include "speaker/compressor.h"
+#include "stages/compressor.h"
 
 #include <array>
 #include <cstdint>

@@ -7,7 +7,7 @@
 // Between two points gain is linear in level, so that level * gain rises to 1.0133 at most, 0.115 dB above full scale.
 #pragma once
 
-#include "speaker/compressor.h"
+#include "stages/compressor.h"
 
 namespace quorel {
 

@@ -6,8 +6,8 @@
 // across it; it allocates nothing.
 #pragma once
 
-#include "speaker/biquad.h"
 #include "speaker/square_matrix.h"
+#include "stages/biquad.h"
 
 #include <cmath>
 #include <numbers>

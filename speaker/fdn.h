@@ -12,12 +12,12 @@
 
 #include "core/buffer_arithmetic.h"
 #include "speaker/allpass_diffuser.h"
-#include "speaker/biquad.h"
 #include "speaker/cascade_bank.h"
 #include "speaker/delay.h"
 #include "speaker/delay_line.h"
 #include "speaker/feedback_matrix.h"
 #include "speaker/xcorr_freq.h"
+#include "stages/biquad.h"
 
 #include <array>
 #include <cmath>

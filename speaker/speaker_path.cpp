@@ -1,8 +1,8 @@
 #include "speaker/speaker_path.h"
 
-#include "core/pass_through.h"
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
+#include "speaker/output_frames.h"
 
 #include <cmath>
 
@@ -110,7 +110,7 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
     equalize();
     if (compressorOn)
         outputCompressor.process(side, side);
-    PassThrough::process(side, out, outputGain);
+    writeFrames(side, out, outputGain);
 }
 
 // Turns a new record into the path's parameters. A delivered HRTF set that is refused leaves the record unapplied.

@@ -14,13 +14,13 @@
 #include "core/fft.h"
 #include "core/settings_record.h"
 #include "core/signal_path.h"
-#include "speaker/compressor.h"
-#include "speaker/crossfader.h"
 #include "speaker/direct_path.h"
 #include "speaker/equalizer.h"
 #include "speaker/fdn.h"
-#include "speaker/pending_value.h"
 #include "speaker/scale_mixer.h"
+#include "stages/compressor.h"
+#include "stages/crossfader.h"
+#include "stages/pending_value.h"
 
 #include <array>
 

@@ -7,7 +7,7 @@
 
 #pragma GCC diagnostic ignored "-Wunused-function" // a shared body, where the variant has its own
 
-#include "core/kernels/cascade_bank_body.h"
+#include "core/kernels/bank_body.h"
 #include "core/kernels/cascade_body.h"
 #include "core/kernels/elements_body.h"
 #include "core/kernels/kernel_table.h"

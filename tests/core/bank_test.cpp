@@ -1,4 +1,4 @@
-#include "core/kernels/cascade_bank.h"
+#include "core/kernels/bank.h"
 
 #include "tests/core/variants.h"
 
@@ -261,7 +261,7 @@ TEST_P(CascadeBanks, ALoopThroughTheBankFallsSilent)
         EXPECT_EQ(std::count(row.begin(), row.end(), 0.0F), 480);
 }
 
-TEST(CascadeBank, TapsWhosePolesAskForDoublePrecisionAreRefused)
+TEST(BankKernel, TapsWhosePolesAskForDoublePrecisionAreRefused)
 {
     Bank bank;
     Taps taps = tapsOf(0);
@@ -280,7 +280,7 @@ TEST(CascadeBank, TapsWhosePolesAskForDoublePrecisionAreRefused)
         }
 }
 
-TEST(CascadeBank, ZeroLeadingTapsAreRefused)
+TEST(BankKernel, ZeroLeadingTapsAreRefused)
 {
     Bank bank;
     for (const std::size_t k : {0U, 3U, 6U, 9U}) {
@@ -290,7 +290,7 @@ TEST(CascadeBank, ZeroLeadingTapsAreRefused)
     }
 }
 
-TEST(CascadeBank, ChecksItsArguments)
+TEST(BankKernel, ChecksItsArguments)
 {
     Bank bank;
     Signal row(8);

@@ -1,4 +1,4 @@
-#include "speaker/pending_value.h"
+#include "stages/pending_value.h"
 
 #include <gtest/gtest.h>
 

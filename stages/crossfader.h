@@ -7,7 +7,7 @@
 #pragma once
 
 #include "core/buffer_arithmetic.h"
-#include "speaker/pending_value.h"
+#include "stages/pending_value.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
-#include "speaker/crossfader.h"
 #include "speaker/equalizer.h"
 #include "speaker/equalizer_tables.h"
+#include "stages/crossfader.h"
 
 #include "tests/speaker/cases.h"
 

@@ -1,4 +1,4 @@
-#include "core/kernels/cascade_bank.h"
+#include "core/kernels/bank.h"
 
 #include "core/kernels/arguments.h"
 #include "core/kernels/section.h"

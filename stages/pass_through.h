@@ -1,5 +1,4 @@
-// PassThrough copies a block: from a path's interleaved input, between buffers with a gain, and from a stereo buffer to the
-// interleaved output.
+// PassThrough copies a block: from a path's interleaved input, and between buffers with a gain.
 #pragma once
 
 #include "core/buffer.h"
@@ -7,9 +6,6 @@
 #include <array>
 
 namespace quorel::PassThrough {
-
-// Samples in a frame of a speaker path's output, whatever the path's channel count: left, right and six zeros.
-constexpr std::size_t outputStride = 8;
 
 // Four samples side by side, at any address.
 using Quad = float __attribute__((vector_size(16), aligned(4), may_alias));
@@ -68,23 +64,6 @@ void process(const Buffer<float, C>& in, Buffer<float, C>& out, float gain)
             check(ippsMulC_32f(x, gain, y, length32(n)));
     }
     out.setSize(n);
-}
-
-// Frames of eight slots: left, right and six zeros, left and right times gain. An empty block writes nothing.
-inline void process(const Buffer<float, 2>& in, InterleavedView& out, float gain)
-{
-    const auto n = in.size();
-    if (n > out.frames)
-        throw std::invalid_argument("PassThrough: out buffer too small");
-
-    const float* left = in.channel(0);
-    const float* right = in.channel(1);
-    for (std::uint64_t i = 0; i < n; ++i) {
-        auto* frame = reinterpret_cast<Quad*>(out.data + i * outputStride);
-        frame[0] = Quad{gain * left[i], gain * right[i]};
-        frame[1] = Quad{};
-    }
-    out.frames = n;
 }
 
 } // namespace quorel::PassThrough

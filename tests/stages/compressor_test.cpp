@@ -1,5 +1,5 @@
-#include "speaker/compressor.h"
 #include "speaker/compressor_tables.h"
+#include "stages/compressor.h"
 
 #include "tests/speaker/cases.h"
 

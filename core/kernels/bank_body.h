@@ -13,7 +13,7 @@
 #include "core/kernels/simd.h"
 #include "core/kernels/states.h"
 
-namespace quorel::kernels::QUOREL_VARIANT::cascade_banks {
+namespace quorel::kernels::QUOREL_VARIANT::banks {
 namespace {
 
 constexpr size_t floats = lanes < 8 ? lanes : 8; // in a vector
@@ -142,4 +142,4 @@ void cascadeBank(BankState* state, const float* const* in, float* const* out, si
 }
 
 } // namespace
-} // namespace quorel::kernels::QUOREL_VARIANT::cascade_banks
+} // namespace quorel::kernels::QUOREL_VARIANT::banks

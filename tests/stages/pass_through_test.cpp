@@ -1,4 +1,4 @@
-#include "core/pass_through.h"
+#include "stages/pass_through.h"
 
 #include <gtest/gtest.h>
 
@@ -68,41 +68,6 @@ TEST(PassThrough, BeyondTheOutputsCapacityIsRefused)
     Buffer<float, 2> out(32);
     EXPECT_EQ(refusal([&] { PassThrough::process(in, out, 1.0F); }), "PassThrough: out buffer too small");
     EXPECT_EQ(out.size(), 0U);
-}
-
-TEST(PassThrough, OutputFramesHaveEightSlotsOfWhichSixAreZero)
-{
-    const auto in = ramp(50);
-    std::vector<float> frames(60 * 8, 9.0F);
-    InterleavedView out{frames.data(), 60};
-    PassThrough::process(in, out, 0.5F);
-    EXPECT_EQ(out.frames, 50U);
-    for (std::size_t i = 0; i < 60; ++i)
-        for (std::size_t slot = 0; slot < 8; ++slot) {
-            const float level = 0.5F * static_cast<float>(i + 1);
-            const float expected = i >= 50 ? 9.0F : slot == 0 ? level : slot == 1 ? -level : 0.0F;
-            EXPECT_EQ(frames[i * 8 + slot], expected);
-        }
-}
-
-TEST(PassThrough, OfAnEmptyBlockToAnOutputWritesNothing)
-{
-    const auto in = ramp(0);
-    std::vector<float> frames(8, 9.0F);
-    InterleavedView out{frames.data(), 1};
-    PassThrough::process(in, out, 1.0F);
-    EXPECT_EQ(out.frames, 0U);
-    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
-}
-
-TEST(PassThrough, BeyondTheOutputsFramesIsRefused)
-{
-    const auto in = ramp(2);
-    std::vector<float> frames(8, 9.0F);
-    InterleavedView out{frames.data(), 1};
-    EXPECT_EQ(refusal([&] { PassThrough::process(in, out, 1.0F); }), "PassThrough: out buffer too small");
-    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
-    EXPECT_EQ(out.frames, 1U);
 }
 
 } // namespace

@@ -1,0 +1,68 @@
+#include "speaker/output_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+Buffer<float, 2> ramp(std::uint64_t size)
+{
+    Buffer<float, 2> buffer(100);
+    for (std::size_t c = 0; c < 2; ++c)
+        for (std::uint64_t i = 0; i < size; ++i)
+            buffer.channel(c)[i] = static_cast<float>(i + 1) * (c == 0 ? 1.0F : -1.0F);
+    buffer.setSize(size);
+    return buffer;
+}
+
+std::string refusal(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+TEST(OutputFrames, HaveEightSlotsOfWhichSixAreZero)
+{
+    const auto in = ramp(50);
+    std::vector<float> frames(60 * 8, 9.0F);
+    InterleavedView out{frames.data(), 60};
+    writeFrames(in, out, 0.5F);
+    EXPECT_EQ(out.frames, 50U);
+    for (std::size_t i = 0; i < 60; ++i)
+        for (std::size_t slot = 0; slot < 8; ++slot) {
+            const float level = 0.5F * static_cast<float>(i + 1);
+            const float expected = i >= 50 ? 9.0F : slot == 0 ? level : slot == 1 ? -level : 0.0F;
+            EXPECT_EQ(frames[i * 8 + slot], expected);
+        }
+}
+
+TEST(OutputFrames, AnEmptyBlockWritesNothing)
+{
+    const auto in = ramp(0);
+    std::vector<float> frames(8, 9.0F);
+    InterleavedView out{frames.data(), 1};
+    writeFrames(in, out, 1.0F);
+    EXPECT_EQ(out.frames, 0U);
+    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
+}
+
+TEST(OutputFrames, ABlockBeyondTheOutputIsRefused)
+{
+    const auto in = ramp(2);
+    std::vector<float> frames(8, 9.0F);
+    InterleavedView out{frames.data(), 1};
+    EXPECT_EQ(refusal([&] { writeFrames(in, out, 1.0F); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
+    EXPECT_EQ(out.frames, 1U);
+}
+
+} // namespace
+} // namespace quorel
