@@ -1,7 +1,7 @@
 #include "host/module.h"
 
 #include "tests/host/loaded_module.h"
-#include "tests/host/private_home.h"
+#include "tests/support/private_home.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
