@@ -1,23 +1,60 @@
 include(GoogleTest)
 
-# quorel_test(<source> <libraries>...): one test program. Natively each of its tests is a CTest test; a cross-built program is
-# one CTest test, since each start under Wine is slow.
+# What nearly every test includes, parsed once. Programs take it compiled for programs, which a library would not be.
+add_library(quorel_test_headers STATIC ${PROJECT_SOURCE_DIR}/tests/support/headers.cpp)
+quorel_target(quorel_test_headers)
+if(NOT WIN32)
+  set_target_properties(quorel_test_headers PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  target_compile_options(quorel_test_headers PRIVATE -fPIE)
+endif()
+target_link_libraries(quorel_test_headers PUBLIC GTest::gmock)
+target_precompile_headers(quorel_test_headers PRIVATE
+  <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <chrono> <cmath> <filesystem> <memory> <random> <string> <thread> <vector>)
+
+# quorel_test(<source> <libraries>...): one test program. Each of its tests is a CTest test, except where each start of a program
+# is slow (under Wine) and with QUOREL_WHOLE_PROGRAMS: there the program is one. Tests that are named in `long_tests`, as
+# program.Suite.Name with * for any text, bear the label `long`, and QUOREL_WHOLE_PROGRAMS leaves them out. Programs without
+# such tests are optimised lightly in a release build, since compiling them costs more than running them.
 function(quorel_test source)
   get_filename_component(name ${source} NAME_WE)
   get_filename_component(room ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   add_executable(${name} ${source})
   quorel_target(${name})
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gmock GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM quorel_test_headers)
+
   set(label)
+  set(long_label LABELS long)
   if(room IN_LIST threaded OR name IN_LIST threaded)
     set(label LABELS threads)
+    set(long_label LABELS long_threads)
     add_dependencies(threaded_tests ${name})
   endif()
+  set(long ${long_tests})
+  list(FILTER long INCLUDE REGEX "^${name}\\.")
+  list(TRANSFORM long REPLACE "^${name}\\." "")
+  list(JOIN long : long)
+  set(quick *)
+  if(long)
+    set(quick *-${long})
+  else() # At -O1 gcc 12 takes the appending of strings for writing beyond their ends.
+    target_compile_options(${name} PRIVATE "$<$<CONFIG:Release>:-O1;$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds>>")
+  endif()
+
   if(CMAKE_CROSSCOMPILING)
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine_prefix ${label})
+  elseif(QUOREL_WHOLE_PROGRAMS)
+    add_test(NAME ${name} COMMAND ${name} --gtest_filter=${quick})
+    if(label)
+      set_tests_properties(${name} PROPERTIES ${label})
+    endif()
   else()
-    gtest_discover_tests(${name} TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60 PROPERTIES ${label})
+    set(discover TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60)
+    gtest_discover_tests(${name} ${discover} TEST_FILTER "${quick}" PROPERTIES ${label})
+    if(long)
+      gtest_discover_tests(${name} ${discover} TEST_FILTER "${long}" TEST_LIST ${name}_long PROPERTIES ${long_label})
+    endif()
   endif()
 endfunction()
 
