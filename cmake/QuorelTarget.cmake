@@ -1,10 +1,10 @@
 # quorel_target(<target>): the language, the include root and the warnings that all of our code is compiled with.
 # Contraction of a product and a sum into one rounding changes bits, so it is off wherever a result is defined bit by bit;
-# the kernel variants alone turn it on for themselves.
+# the kernel variants alone turn it on for themselves. Nothing of it but the language reaches a project that embeds ours.
 function(quorel_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
   # Clang is told nothing of deprecated names, since the standard library's own stable_sort uses one.
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wconversion -Werror -ffp-contract=off

@@ -2,18 +2,17 @@
 //
 // The host asks for a path of a kind and a channel count and from then on sees the abstract Interface. Behind it stands one
 // concrete path, its channel count fixed when it was compiled, held by value in a Dispatch; the one virtual call of a block
-// is the step across this boundary. This header declares how a path of either kind is built; speaker/ and microphone/
-// each define their own constructor.
+// is the step across this boundary. This header is all that a host includes and declares how a path of either kind is built;
+// speaker/ and microphone/ each define their own constructor, by core/dispatch.h.
 //
 // Configuration thread: construction, destruction, moves. Audio thread: the Interface, which allocates nothing.
 #pragma once
 
-#include "core/buffer.h"
 #include "core/settings_record.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
-#include <stdexcept>
-#include <utility>
 
 namespace quorel {
 
@@ -63,45 +62,5 @@ private:
 
     std::unique_ptr<Interface> path;
 };
-
-// ---------------------------------------------------------------------------------------------------------------------
-
-template <typename Path>
-class SignalPath::Dispatch final : public Interface {
-public:
-    explicit Dispatch(Path&& path) : path(std::move(path)) {}
-
-    std::uint64_t process(float* in, std::uint64_t inFrames, float* out, std::uint64_t outFrames) override
-    {
-        path.process(InterleavedView{in, inFrames}, InterleavedView{out, outFrames});
-        return outFrames;
-    }
-
-    SettingsRecord* settings() noexcept override { return &path.record; }
-
-    const float* levels() noexcept override
-    {
-        if constexpr (requires { path.levels(); })
-            return path.levels();
-        else
-            return nullptr;
-    }
-
-private:
-    Path path;
-};
-
-template <template <std::size_t, typename> typename Path, std::size_t N>
-std::unique_ptr<SignalPath::Interface> SignalPath::build(std::int32_t channels, std::uint32_t channelMask,
-                                                         std::uint32_t maxFrames, std::uint32_t sampleRate)
-{
-    if (channels < 1 || channels > 8)
-        throw std::invalid_argument("SignalPath: Illegal channel count");
-    if constexpr (N < 8) {
-        if (channels != std::int32_t{N})
-            return build<Path, N + 1>(channels, channelMask, maxFrames, sampleRate);
-    }
-    return std::make_unique<Dispatch<Path<N, float>>>(Path<N, float>(channelMask, maxFrames, sampleRate));
-}
 
 } // namespace quorel

@@ -1,6 +1,7 @@
 #include "microphone/microphone_path.h"
 
 #include "core/buffer_arithmetic.h"
+#include "core/dispatch.h"
 
 #include <algorithm>
 

@@ -1,5 +1,6 @@
 #include "speaker/speaker_path.h"
 
+#include "core/dispatch.h"
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
 #include "speaker/output_frames.h"

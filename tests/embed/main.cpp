@@ -1,4 +1,4 @@
-#include "core/signal_path.h"
+#include <quorel/signal_path.h>
 
 #include <cstdio>
 #include <vector>

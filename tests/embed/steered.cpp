@@ -1,7 +1,7 @@
 // A microphone stream without an audio engine, steered through the shared block as from another process.
-#include "client/control_client.h"
-#include "core/signal_path.h"
-#include "settings/settings_handler.h"
+#include <quorel/control_client.h>
+#include <quorel/settings_handler.h>
+#include <quorel/signal_path.h>
 
 #include <chrono>
 #include <cmath>

@@ -2,6 +2,7 @@
 // tests keep below the limiter and give it two blocks to fade there.
 #include "core/signal_path.h"
 
+#include "core/dispatch.h"
 #include "speaker/speaker_path.h"
 
 #include <gtest/gtest.h>

@@ -1,0 +1,3 @@
+#include "core/buffer.h"
+
+int main() {}
