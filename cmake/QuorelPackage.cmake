@@ -15,7 +15,7 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CROSSCOMPILING)
   include(CMakePackageConfigHelpers)
   include(GNUInstallDirs)
   set(package ${CMAKE_INSTALL_LIBDIR}/cmake/quorel)
-  install(TARGETS quorel quorel_platform quorel_core quorel_speaker quorel_microphone quorel_settings quorel_client
+  install(TARGETS quorel quorel_platform quorel_core quorel_stages quorel_speaker quorel_microphone quorel_settings quorel_client
     EXPORT quorel COMPONENT library)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/include/quorel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library)
   install(EXPORT quorel NAMESPACE quorel:: DESTINATION ${package} COMPONENT library)
