@@ -42,7 +42,7 @@ protected:
             work();
             static_cast<void>(write(ends[1], "r", 1));
             for (;;)
-                pause();
+                ::pause();
         }
         char ready = 0;
         EXPECT_EQ(read(ends[0], &ready, 1), 1);
