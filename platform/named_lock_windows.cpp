@@ -8,22 +8,20 @@
 namespace quorel::platform {
 
 NamedLock::NamedLock(const char* name, const Descriptor* descriptor, std::uint32_t milliseconds) noexcept
-try {
-    SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), const_cast<Descriptor*>(descriptor), FALSE};
-    const HANDLE mutex = CreateMutexW(&attributes, FALSE, wide(name).c_str());
-    if (mutex == nullptr) {
-        keepRefusal(name, static_cast<int>(GetLastError()));
-        return;
+{
+    try {
+        SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), const_cast<Descriptor*>(descriptor), FALSE};
+        const HANDLE mutex = CreateMutexW(&attributes, FALSE, wide(name).c_str());
+        if (mutex == nullptr)
+            return;
+        const DWORD result = WaitForSingleObject(mutex, milliseconds);
+        if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
+            held = reinterpret_cast<std::intptr_t>(mutex);
+        else
+            CloseHandle(mutex);
+    } catch (const std::exception&) {
+        return; // There is no lock then.
     }
-    const DWORD result = WaitForSingleObject(mutex, milliseconds);
-    if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED)
-        held = reinterpret_cast<std::intptr_t>(mutex);
-    else {
-        keepRefusal(name, static_cast<int>(result == WAIT_FAILED ? GetLastError() : result));
-        CloseHandle(mutex);
-    }
-} catch (const std::exception&) {
-    // There is no lock then.
 }
 
 NamedLock::~NamedLock()

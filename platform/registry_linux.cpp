@@ -6,6 +6,7 @@
 #include "platform/user_directory_linux.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <codecvt>
@@ -90,6 +91,7 @@ bool joinPath(const OpenKey& parent, std::string_view path, std::string& joined)
 {
     joined = pathOf(parent);
     std::istringstream parts{std::string(path)};
+    parts.exceptions(std::ios::badbit); // a part that there is no memory for is not the end
     for (std::string part; std::getline(parts, part, '\\');) {
         if (part.empty() || part.front() == '.' || part.find('/') != std::string::npos || part.find('\0') != std::string::npos)
             return false;
@@ -183,6 +185,7 @@ Values parse(const std::string& lines)
 {
     Values values;
     std::istringstream stream(lines);
+    stream.exceptions(std::ios::badbit); // a line that there is no memory for is not the end
     for (std::string text; std::getline(stream, text);) {
         std::string_view line = text;
         std::string name;
@@ -229,6 +232,8 @@ private:
     std::mutex lock;
     std::set<std::string> paths;
 };
+
+constinit std::atomic<bool> unreadUnknown = false; // some key, which there was no memory to name
 
 UnreadKeys& unreadKeys()
 {
@@ -310,8 +315,11 @@ try {
     const UserDirectory user(Place::state, IfMissing::isNone);
     const auto result = user ? openAt(user, joined, access, key) : resultOf(user.error());
     unreadKeys().keep(user.pathOf(joined), result != windowsError::success && result != windowsError::notFound);
+    unreadUnknown = false;
     return result;
 } catch (const std::exception&) {
+    unreadUnknown = true;
+    closeKey(std::exchange(key, nullptr));
     return windowsError::outOfMemory;
 }
 
@@ -322,7 +330,7 @@ try {
     if (!joinPath(*parent, path, joined))
         return windowsError::invalidParameter;
     const UserDirectory user(Place::state, IfMissing::isMade);
-    if (!user || unreadKeys().contain(user.pathOf(joined)))
+    if (!user || unreadUnknown || unreadKeys().contain(user.pathOf(joined)))
         return windowsError::accessDenied;
     if (!makeDirectories(user, joined)) {
         const int error = errno;

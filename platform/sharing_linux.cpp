@@ -458,23 +458,18 @@ void leaveOpen(Handle object) noexcept
 // ---- Turns ----------------------------------------------------------------------------------------------------------
 
 UserTurn::UserTurn(std::uint32_t milliseconds) noexcept
-try {
-    const UserDirectory directory(Place::runtime, IfMissing::isMade);
-    if (!directory)
-        return;
-    const std::string name = "lock.QUORELTurn";
-    File lock(openat(directory.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    const int error = lock ? EACCES : errno;
-    if (!lock || !isPrivate(lock.get(), S_IFREG))
-        keepRefusal(directory.pathOf(name), error);
-    else if (!takeLock(lock.get(), milliseconds))
-        keepRefusal(directory.pathOf(name), EBUSY);
-    else {
-        state = new State{std::move(lock)};
-        turn = state;
+{
+    try {
+        const UserDirectory directory(Place::runtime, IfMissing::isMade);
+        if (!directory)
+            return;
+        const std::string name = "lock.QUORELTurn";
+        auto lock = openLock(directory, name, milliseconds);
+        if (lock)
+            turn = state = new State{std::move(lock)};
+    } catch (const std::exception&) {
+        return; // There is no turn then.
     }
-} catch (const std::exception&) {
-    // There is no turn then.
 }
 
 UserTurn::~UserTurn()

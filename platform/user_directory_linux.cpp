@@ -193,6 +193,19 @@ bool takeLock(int file, std::uint32_t milliseconds) noexcept
     return true;
 }
 
+File openLock(const UserDirectory& directory, const std::string& name, std::uint32_t milliseconds)
+{
+    File lock(openat(directory.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    const int error = lock ? EACCES : errno;
+    if (lock && isPrivate(lock.get(), S_IFREG)) {
+        if (takeLock(lock.get(), milliseconds))
+            return lock;
+        keepRefusal(directory.pathOf(name), EBUSY);
+    } else
+        keepRefusal(directory.pathOf(name), error);
+    return {};
+}
+
 bool isPrivate(int file, unsigned type) noexcept
 {
     struct stat found {};

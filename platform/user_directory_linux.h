@@ -59,6 +59,10 @@ private:
 // Takes the exclusive lock of an open file within so many milliseconds.
 bool takeLock(int file, std::uint32_t milliseconds) noexcept;
 
+// A file of the directory, made when it is missing, with its exclusive lock; none when that takes longer, or when somebody
+// else could use the file. The kernel gives the lock up with the process.
+File openLock(const UserDirectory& directory, const std::string& name, std::uint32_t milliseconds);
+
 // True for an open file of the wanted type (S_IFREG, S_IFIFO, S_IFDIR) that belongs to this user and that nobody else may
 // use.
 bool isPrivate(int file, unsigned type) noexcept;
