@@ -263,6 +263,59 @@ TEST(FrequencyDomainProc, TheSameSignalInEveryChannelReadsTheSameForAnyChannelCo
     }
 }
 
+TEST(FrequencyDomainProc, TheLevelsAreTheTrackedBandsBehindTheFirstInDecibels)
+{
+    // 20 log10 of the mean over channels, plus 32.5 dB, of the meter's own stages run beside it.
+    forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
+        const MicrophoneRateRow& row = *microphoneRate(rate);
+        Stage<N> s(rate);
+        FilterBank<1> analysis(row.fftLength, row.hop, row.analysisWindow);
+        BandSum<1> bands(row.levelWidths, true);
+        Ogle<1> tracker(levelTrackerTables(rate));
+        Buffer<float, 1> frame(row.hop);
+        SpectrumBuffer<1> spectrum(row.fftLength);
+        SpectrumBuffer<1> sums(row.levelWidths.size());
+        Buffer<float, 1> envelope(row.levelWidths.size());
+        for (unsigned f = 0; f < 60; ++f) {
+            const std::vector<float> x = noise(s.hop, 0.03F, f);
+            s.run(x);
+            std::copy(x.begin(), x.end(), frame.channel(0));
+            frame.setSize(s.hop);
+            sums.setSize(row.levelWidths.size());
+            envelope.setSize(row.levelWidths.size());
+            analysis.process(frame, spectrum);
+            bands.process(spectrum, sums);
+            tracker.process(sums, envelope);
+            for (std::size_t k = 0; k < 9; ++k) {
+                const double wanted = 20.0 * std::log10(double{envelope.channel(0)[k + 1]}) + 32.5;
+                // The sum's, the logarithm's and the offset's roundings, of values up to 120 dB.
+                ASSERT_NEAR(s.levels[k], std::clamp(wanted, -60.0, 0.0), 8 * 120 * 0x1p-24) << f << ' ' << k;
+            }
+        }
+    });
+}
+
+TEST(FrequencyDomainProc, TheMeterEndsAtMinus60AndAt0)
+{
+    // The reading of a steady tone goes with its amplitude, decibel by decibel, up to either end and no further.
+    forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
+        const auto reading = [rate](double amplitude) {
+            Stage<N> s(rate);
+            s.run(sine(s.hop * 200, 300.0, rate, amplitude));
+            return double{s.levels[2]};
+        };
+        constexpr double known = 0.01;
+        const double there = reading(known);
+        ASSERT_GT(there, -50.0);
+        ASSERT_LT(there, -10.0);
+        const auto at = [&](double decibels) { return reading(known * std::pow(10.0, (decibels - there) / 20.0)); };
+        EXPECT_NEAR(at(-59.9), -59.9, 0.01);
+        EXPECT_EQ(at(-60.1), -60.0);
+        EXPECT_NEAR(at(-0.1), -0.1, 0.01);
+        EXPECT_EQ(at(0.1), 0.0);
+    });
+}
+
 TEST(FrequencyDomainProc, TheNinthLevelRestsAt16000AndMeasuresTheTopAt48000)
 {
     // Required: the tenth level band has no bins at 16000; its floor of -118 dB reads below the range.
