@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -223,6 +224,45 @@ TEST(HrtfTables, TheNearEarsAdvantageRisesWithFrequency)
         EXPECT_GT(advantage(1000, 4000), advantage(0, 1000));
         EXPECT_GT(advantage(4000, 16000), advantage(1000, 4000));
     }
+}
+
+// The figures above leave a tap its freedom; the design does not. CRC-32 of the taps as little-endian floats, by zlib's crc32
+// over what the design programs write.
+template <typename Taps>
+std::uint32_t checkSum(const Taps& taps)
+{
+    std::uint32_t sum = ~0U;
+    for (const float tap : taps)
+        for (int bit = 0; bit < 32; ++bit)
+            sum = sum >> 1U ^ (((sum ^ std::bit_cast<std::uint32_t>(tap) >> bit) & 1U) != 0 ? 0xEDB88320U : 0U);
+    return ~sum;
+}
+
+// clang-format off
+constexpr std::uint32_t checkSums[][2] = { // left ear, right ear
+    {0x5AD91A54, 0xAB5E1B35},
+    {0xC8F1C36B, 0xE5B38C78},
+    {0x12873ACC, 0xEE4B7736},
+    {0x8E080E62, 0x8E080E62},
+    {0x1EB5CA14, 0x7A545C93},
+    {0xEA3F0DAE, 0xDE70C61B},
+    {0x9B136EF5, 0x11598CB5},
+    {0xBF6FA4BC, 0xEBFDD33F},
+};
+// clang-format on
+
+TEST(HrtfTables, EveryTapIsTheDesigns)
+{
+    for (std::size_t s = 0; s < std::size(checkSums); ++s) {
+        EXPECT_EQ(checkSum(speakerResponses[s].left.taps), checkSums[s][0]) << s;
+        EXPECT_EQ(checkSum(speakerResponses[s].right.taps), checkSums[s][1]) << s;
+    }
+}
+
+TEST(XcorrTaps, EveryTapIsTheDesigns)
+{
+    EXPECT_EQ(checkSum(sameSideTaps), 0xE29A1562U);
+    EXPECT_EQ(checkSum(crossSideTaps), 0xD5823EA7U);
 }
 
 // ---------------------------------------------------------------------------
