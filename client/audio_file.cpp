@@ -1,13 +1,11 @@
 #include "client/audio_file.h"
 
+#include "platform/programs/input_file.h"
+
 #include <array>
 #include <bit>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <stdexcept>
 #include <string_view>
-#include <sys/stat.h>
 #include <vector>
 
 namespace quorel {
@@ -71,6 +69,24 @@ int subtype(SampleFormat format)
     }
 }
 
+// By its first bytes, before a library sees it: a library tries every format that it knows, and some of their decoders speak to
+// the user. In other formats the order of the channels is another one as well. FLAC may have a tag of another standard in front:
+// ten bytes that end in its size, seven bits each.
+bool isWavOrFlac(const platform::InputFile& input)
+{
+    const std::string head = input.read(0, 12);
+    if (head.size() < 12)
+        return false;
+    if (head.starts_with("ID3")) {
+        std::size_t size = 10;
+        for (std::size_t i = 0; i < 4; ++i)
+            size += std::size_t{static_cast<unsigned char>(head[6 + i])} << (7 * (3 - i));
+        return input.read(size, 4) == "fLaC";
+    }
+    return head.starts_with("fLaC") ||
+           ((head.starts_with("RIFF") || head.starts_with("RIFX") || head.starts_with("RF64")) && head.substr(8) == "WAVE");
+}
+
 } // namespace
 
 std::uint32_t usualMask(int channels) noexcept
@@ -102,31 +118,16 @@ SampleFormat formatNamed(const std::string& name)
     return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
 }
 
-AudioReader::AudioReader(const std::string& path) : path(path)
+AudioReader::AudioReader(const std::string& path, const std::function<void()>& wait) : path(path)
 {
     const auto fail = [&](const std::string& why) { throw std::runtime_error("cannot read " + path + ": " + why); };
 
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        fail(std::strerror(errno));
-    struct stat status {};
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(fd);
-        fail("not a regular file");
-    }
-    file.reset(sf_open_fd(fd, SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
+    platform::InputFile input(path, wait);
+    if (!isWavOrFlac(input))
+        fail("neither WAV nor FLAC");
+    file.reset(sf_open_fd(input.release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
     if (!file)
         fail(reason(nullptr));
-
-    switch (info.format & SF_FORMAT_TYPEMASK) {
-    case SF_FORMAT_WAV:
-    case SF_FORMAT_WAVEX:
-    case SF_FORMAT_RF64:
-    case SF_FORMAT_FLAC:
-        break;
-    default:
-        fail("neither WAV nor FLAC"); // the order of the channels is not the same in every format
-    }
     mask_ = ownMask(file.get(), info.channels).value_or(usualMask(info.channels));
 }
 

@@ -4,6 +4,7 @@
 #include "platform/programs/atomic_file.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <sndfile.h>
@@ -20,10 +21,11 @@ using SoundFile = std::unique_ptr<SNDFILE, CloseSoundFile>;
 // are also what plain WAV files use; 0 beyond eight channels.
 std::uint32_t usualMask(int channels) noexcept;
 
-// A WAV (RF64 included) or FLAC file. Each failure is a std::runtime_error with a text for the user.
+// A WAV (RF64 included) or FLAC file, or a pipe that brings one. Each failure is a std::runtime_error with a text for the user.
 class AudioReader {
 public:
-    explicit AudioReader(const std::string& path);
+    // `wait` is called several times a second while a pipe is waited for, and may throw.
+    AudioReader(const std::string& path, const std::function<void()>& wait);
 
     int channels() const noexcept { return info.channels; }
     std::uint32_t rate() const noexcept { return static_cast<std::uint32_t>(info.samplerate); }

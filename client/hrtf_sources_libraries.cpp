@@ -96,7 +96,7 @@ std::size_t nearestMeasurement(const MYSOFA_HRTF& file, const Direction& wanted,
 
 Recording readRecording(const std::string& path, std::size_t frames)
 {
-    AudioReader reader(path);
+    AudioReader reader(path, [] {}); // no pipe: readHrtfFile takes regular files alone
     Recording recording;
     recording.channels = static_cast<std::size_t>(reader.channels());
     recording.rate = reader.rate();

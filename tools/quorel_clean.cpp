@@ -2,8 +2,8 @@
 // that a host uses.
 #include "core/signal_path.h"
 #include "microphone/microphone_tables.h"
+#include "tools/input.h"
 #include "tools/level_display.h"
-#include "tools/resampler.h"
 #include "tools/settings_options.h"
 #include "tools/tool.h"
 
@@ -22,7 +22,9 @@ nine bands of the input while it is cleaned.
 Noise reduction delays the sound, by 431 frames at 16000 Hz and by 782 at 48000 Hz, so that
 the end of the input is missing from the output; --align gives both their places back.
 The output gets its name when it is complete; until then a file of that name stays as it
-was. Exit code: 0 done; 2 failed, with one line on standard error that says why.)";
+was. Exit code: 0 done; 1 done, but samples of the input that are not finite or beyond 2^20
+became 0, with one line on standard error that tells how many and where the first is;
+2 failed, with one line on standard error that says why.)";
 
 struct Options {
     std::string input;
@@ -67,25 +69,21 @@ void declare(CLI::App& tool, Options& options)
     tool.get_option("--levelsEnabled")->description("[0 to 255] Levels on the terminal: 0 off, a bar of progress; above 0 on");
 }
 
-void clean(const CLI::App& tool, const Options& options)
+int clean(const CLI::App& tool, const Options& options)
 {
-    AudioReader reader(options.input);
-    std::optional<Resampler> resampler;
-    if (options.resample != 0 && reader.rate() != options.resample)
-        resampler.emplace(reader, options.resample);
-
-    const std::uint32_t rate = resampler ? options.resample : reader.rate();
+    Input input(options.input, options.resample);
+    const std::uint32_t rate = input.rate();
     const MicrophoneRateRow* row = microphoneRate(rate);
     if (row == nullptr)
         throw std::runtime_error(options.input + " is at " + std::to_string(rate) +
                                  " Hz; the effect takes 16000 and 48000 Hz; --resample brings it there");
-    if (reader.channels() > 8)
-        throw std::runtime_error(options.input + " has " + std::to_string(reader.channels()) +
+    if (input.channels() > 8)
+        throw std::runtime_error(options.input + " has " + std::to_string(input.channels()) +
                                  " channels; the effect takes 1 to 8");
 
-    const auto channels = static_cast<std::size_t>(reader.channels());
+    const auto channels = static_cast<std::size_t>(input.channels());
     const std::size_t block = options.blockSize != 0 ? options.blockSize : 2 * row->hop;
-    SignalPath path(SignalPath::Microphone{}, reader.channels(), 0, static_cast<std::uint32_t>(block), rate);
+    SignalPath path(SignalPath::Microphone{}, input.channels(), 0, static_cast<std::uint32_t>(block), rate);
     *path->settings() = options.settings;
 
     const bool wholeHops = block % row->hop == 0;
@@ -95,10 +93,8 @@ void clean(const CLI::App& tool, const Options& options)
     const bool late = wholeHops && options.settings.MicNR != 0;
     const std::uint64_t lead = options.align && late ? row->latency : 0; // frames to drop
 
-    std::optional<std::uint64_t> expected; // frames of the output
-    if (const auto frames = reader.frames())
-        expected = resampler ? resampler->framesOf(*frames) : *frames;
-    AudioWriter writer(options.output, {reader.channels(), rate, reader.mask(), formatNamed(options.sampleFormat)}, expected);
+    const std::optional<std::uint64_t> expected = input.frames(); // frames of the output
+    AudioWriter writer(options.output, {input.channels(), rate, input.mask(), formatNamed(options.sampleFormat)}, expected);
 
     std::optional<LevelDisplay> display;
     if (options.settings.levelsEnabled != 0 && wholeHops) {
@@ -120,7 +116,7 @@ void clean(const CLI::App& tool, const Options& options)
         stopIfInterrupted();
         std::uint64_t got = 0;
         if (!end) {
-            got = resampler ? resampler->read(in.data(), block) : reader.read(in.data(), block);
+            got = input.read(in.data(), block);
             if (got < block)
                 end = done + got + (done + got > 0 ? lead : 0);
         }
@@ -148,6 +144,7 @@ void clean(const CLI::App& tool, const Options& options)
 
     if (options.verbose || platform::onTerminal())
         tellSpeed(tool, static_cast<double>(written(done)) / rate, taken);
+    return tellReplacements(tool, input);
 }
 
 } // namespace
@@ -158,5 +155,5 @@ int main(int argc, char** argv)
     CLI::App tool(quorel::description, "quorel-clean");
     quorel::Options options;
     quorel::declare(tool, options);
-    return quorel::runTool(tool, argc, argv, [&] { quorel::clean(tool, options); });
+    return quorel::runTool(tool, argc, argv, [&] { return quorel::clean(tool, options); });
 }

@@ -380,6 +380,7 @@ int main(int argc, char** argv)
             throw std::runtime_error("a command is required; --help tells them");
         try {
             action();
+            return 0;
         } catch (const quorel::NoEffect& reason) {
             throw quorel::OtherExit(quorel::noEffectCode, reason.what());
         }

@@ -3,7 +3,7 @@
 #include "core/signal_path.h"
 #include "core/status.h"
 #include "speaker/speaker_tables.h"
-#include "tools/resampler.h"
+#include "tools/input.h"
 #include "tools/settings_options.h"
 #include "tools/tool.h"
 
@@ -25,7 +25,9 @@ const char* const description =
 At another rate than 48000 Hz the effect only copies: the output then has all channels of
 the input, at its rate and unchanged. --resample brings the input to 48000 Hz first.
 The output gets its name when it is complete; until then a file of that name stays as it
-was. Exit code: 0 done; 2 failed, with one line on standard error that says why.)";
+was. Exit code: 0 done; 1 done, but samples of the input that are not finite or beyond 2^20
+became 0, with one line on standard error that tells how many and where the first is;
+2 failed, with one line on standard error that says why.)";
 
 struct Options {
     std::string input;
@@ -106,17 +108,13 @@ void process(SignalPath& path, const Options& options, std::vector<float>& in, s
     }
 }
 
-void render(const CLI::App& tool, const Options& options)
+int render(const CLI::App& tool, const Options& options)
 {
-    AudioReader reader(options.input);
-    std::optional<Resampler> resampler;
-    if (options.resample && reader.rate() != effectRate)
-        resampler.emplace(reader, effectRate);
-
-    const std::uint32_t rate = resampler ? effectRate : reader.rate();
-    const std::uint32_t mask = options.channelMask != 0 ? options.channelMask : reader.mask();
-    const auto channels = static_cast<std::size_t>(reader.channels());
-    SignalPath path = pathFor(options, reader.channels(), mask, rate);
+    Input input(options.input, options.resample ? effectRate : 0);
+    const std::uint32_t rate = input.rate();
+    const std::uint32_t mask = options.channelMask != 0 ? options.channelMask : input.mask();
+    const auto channels = static_cast<std::size_t>(input.channels());
+    SignalPath path = pathFor(options, input.channels(), mask, rate);
 
     const bool copying = rate != effectRate;
     if (copying)
@@ -126,10 +124,9 @@ void render(const CLI::App& tool, const Options& options)
     const bool reverb = !copying && options.settings.Settings != 0 && options.settings.Reverb != 0;
     const double tailSeconds = options.tail >= 0 ? options.tail : reverb ? reverbTail : 0;
     const auto tail = static_cast<std::uint64_t>(std::llround(tailSeconds * rate));
-    const auto readerFrames = reader.frames();
-    std::optional<std::uint64_t> expected; // frames of the output
-    if (readerFrames)
-        expected = (resampler ? resampler->framesOf(*readerFrames) : *readerFrames) + tail;
+    std::optional<std::uint64_t> expected = input.frames(); // frames of the output
+    if (expected)
+        *expected += tail;
 
     // A copied frame is as wide as the input's; a rendered one has eight slots, of which two go into the file.
     const std::size_t slots = copying ? channels : outputSlots;
@@ -150,7 +147,7 @@ void render(const CLI::App& tool, const Options& options)
         stopIfInterrupted();
         std::uint64_t got = 0;
         if (!end) {
-            got = resampler ? resampler->read(in.data(), block) : reader.read(in.data(), block);
+            got = input.read(in.data(), block);
             if (got < block)
                 end = done + got + tail;
         }
@@ -172,6 +169,7 @@ void render(const CLI::App& tool, const Options& options)
 
     if (options.verbose || platform::onTerminal())
         tellSpeed(tool, static_cast<double>(done) / rate, taken);
+    return tellReplacements(tool, input);
 }
 
 } // namespace
@@ -182,5 +180,5 @@ int main(int argc, char** argv)
     CLI::App tool(quorel::description, "quorel-render");
     quorel::Options options;
     quorel::declare(tool, options);
-    return quorel::runTool(tool, argc, argv, [&] { quorel::render(tool, options); });
+    return quorel::runTool(tool, argc, argv, [&] { return quorel::render(tool, options); });
 }

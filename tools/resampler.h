@@ -1,9 +1,10 @@
-// Resampler reads an audio file at another rate, by the SoX resampler library at its high quality (20 bits).
+// Resampler brings sound to another rate, by the SoX resampler library at its high quality (20 bits).
 #pragma once
 
-#include "client/audio_file.h"
-
+#include <cstdint>
 #include <exception>
+#include <functional>
+#include <memory>
 #include <soxr.h>
 #include <type_traits>
 #include <vector>
@@ -12,15 +13,18 @@ namespace quorel {
 
 class Resampler {
 public:
-    // rate: frames per second that come out. The reader must outlive this object, which stays where it is.
-    Resampler(AudioReader& reader, std::uint32_t rate);
+    // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the end. May throw.
+    using Source = std::function<std::uint64_t(float* x, std::uint64_t n)>;
+
+    // Rates in frames per second. This object stays where it is.
+    Resampler(Source source, int channels, std::uint32_t sourceRate, std::uint32_t rate);
     Resampler(const Resampler&) = delete;
     Resampler& operator=(const Resampler&) = delete;
 
     // Frames that come out of so many in all: the same time at the new rate, to the nearest frame.
     std::uint64_t framesOf(std::uint64_t inputFrames) const noexcept;
 
-    // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the end.
+    // As the source.
     std::uint64_t read(float* x, std::uint64_t n);
 
 private:
@@ -30,7 +34,8 @@ private:
         void operator()(soxr_t resampler) const noexcept { soxr_delete(resampler); }
     };
 
-    AudioReader& reader;
+    Source source;
+    std::uint32_t sourceRate; // frames per second
     std::uint32_t rate;       // frames per second
     std::vector<float> chunk; // what the library asked for last
     std::unique_ptr<std::remove_pointer_t<soxr_t>, Delete> library;

@@ -13,15 +13,14 @@ struct Interrupted {};
 
 } // namespace
 
-int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& body)
+int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body)
 {
     platform::watchInterrupts();
     try {
         std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         tool.parse(arguments);
-        body();
-        return 0;
+        return body();
     } catch (const CLI::Success& request) { // help or version
         return tool.exit(request);
     } catch (const Interrupted&) {

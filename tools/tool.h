@@ -22,9 +22,10 @@ struct OtherExit : std::runtime_error {
     int code;
 };
 
-// Runs a tool: parses the options, then calls `body`. Whatever fails becomes one line on standard error and exit code 2.
+// Runs a tool: parses the options, then calls `body` for the exit code. Whatever fails becomes one line on standard error and
+// exit code 2.
 // An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
-int runTool(CLI::App& tool, int argc, char** argv, const std::function<void()>& body);
+int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body);
 
 // Throws when the user has interrupted. To be called once per block.
 void stopIfInterrupted();

@@ -57,7 +57,7 @@ TEST_F(QuorelClean, AMissingInputIsRefused)
 
 TEST_F(QuorelClean, AnInputThatIsNoAudioIsRefused)
 {
-    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: Format not recognised");
+    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: neither WAV nor FLAC");
 }
 
 TEST_F(QuorelClean, AFlacFileThatBreaksOffIsRefused)
@@ -323,6 +323,22 @@ TEST_F(QuorelClean, VerboseTellsTheSpeedInAPipeToo)
     const Outcome outcome = run({save("in.wav", 1, noise(1, 48000)), path("out.wav"), "--verbose"});
     EXPECT_TRUE(outcome.exited(0)) << outcome;
     expectOneLine(outcome.err, "1.00 s of sound in ");
+}
+
+TEST_F(QuorelClean, SamplesThatNoEffectCanTakeBecomeZeroAndAreTold)
+{
+    expectReplacements(48000);
+    expectReplacements(44100, {"--resample", "16000"});
+}
+
+TEST_F(QuorelClean, APipeIsReadLikeAFile)
+{
+    expectPipeLikeFile(save("in.wav", 2, noise(2, 30000)));
+}
+
+TEST_F(QuorelClean, WaitingForAPipeEndsByATermination)
+{
+    expectWaitingEndsBy(SIGTERM);
 }
 
 TEST_F(QuorelClean, HelpNamesEveryOptionAndSucceeds)

@@ -31,7 +31,7 @@ TEST_F(QuorelRender, AMissingInputIsRefused)
 
 TEST_F(QuorelRender, AnInputThatIsNoAudioIsRefused)
 {
-    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: Format not recognised");
+    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: neither WAV nor FLAC");
 }
 
 TEST_F(QuorelRender, AnEmptyInputIsRefused)
@@ -47,6 +47,48 @@ TEST_F(QuorelRender, AFolderAsInputIsRefused)
 TEST_F(QuorelRender, AnAudioFormatBesidesWavAndFlacIsRefused)
 {
     expectRefusal(save("in.aiff", 2, noise(2, 100), SF_FORMAT_AIFF | SF_FORMAT_PCM_16), "neither WAV nor FLAC");
+}
+
+// Frames of an MP3 stream, and noise behind them: a decoder would tell the user of it.
+TEST_F(QuorelRender, AnMp3FileIsRefusedWithOneLine)
+{
+    std::string stream;
+    for (int frame = 0; frame < 20; ++frame)
+        stream += "\xFF\xFB\x50" + std::string(1, '\0') + std::string(413, static_cast<char>(frame * 37));
+    expectRefusal(store("song.mp3", stream), "song.mp3: neither WAV nor FLAC");
+    expectRefusal(store("song.wav", stream), "song.wav: neither WAV nor FLAC");
+}
+
+TEST_F(QuorelRender, AFlacFileMayHaveATagInFront)
+{
+    const std::string plain = save("in.flac", 2, noise(2, 3000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    const Sound expected = render(plain);
+    constexpr std::size_t padding = 200; // 1 * 128 + 72
+    const std::string tag = std::string("ID3\x03\0\0\0\0\x01\x48", 10) + std::string(padding, '\0');
+    EXPECT_EQ(render(store("tagged.flac", tag + bytes("in.flac"))).samples, expected.samples);
+    expectRefusal(store("tagged.mp3", tag + "\xFF\xFB\x50"), "neither WAV nor FLAC");
+}
+
+TEST_F(QuorelRender, APipeIsReadLikeAFile)
+{
+    expectPipeLikeFile(save("in.wav", 6, noise(6, 30000)));
+}
+
+TEST_F(QuorelRender, AFlacFileThroughAPipeIsReadLikeAFile)
+{
+    expectPipeLikeFile(save("in.flac", 2, noise(2, 30000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16));
+}
+
+TEST_F(QuorelRender, WaitingForAPipeEndsByAnInterrupt)
+{
+    expectWaitingEndsBy(SIGINT);
+}
+
+TEST_F(QuorelRender, SamplesThatNoEffectCanTakeBecomeZeroAndAreTold)
+{
+    expectReplacements(48000, {"--Reverb", "100", "--EQBand3", "20"});
+    expectReplacements(48000, {"--sample-format", "pcm16"});
+    expectReplacements(44100, {"--resample"});
 }
 
 TEST_F(QuorelRender, AFlacFileThatBreaksOffIsRefused)

@@ -8,14 +8,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -137,6 +142,71 @@ protected:
         EXPECT_EQ(outcome.out, "");
         expectOneLine(outcome.err, reason);
         EXPECT_TRUE(bytes("old.wav") == "an older file");
+        EXPECT_EQ(entries(), before);
+    }
+
+    // The tool treats a file with samples that no effect can take as the same file with zeros in their places, and says so.
+    void expectReplacements(int rate, const std::vector<std::string>& options = {})
+    {
+        std::vector<float> samples = noise(2, 3000);
+        std::vector<float> clean = samples;
+        const auto set = [&](std::size_t frame, std::size_t channel, float value) {
+            samples[2 * frame + channel] = value;
+            clean[2 * frame + channel] = 0;
+        };
+        set(1000, 1, std::numeric_limits<float>::quiet_NaN());
+        set(1001, 0, -std::numeric_limits<float>::infinity());
+        set(2500, 0, 1e15F);
+        treat(save("clean.wav", 2, clean, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0, rate), options);
+        const std::string expected = bytes("out.wav");
+        std::vector<std::string> arguments{save("wild.wav", 2, samples, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0, rate),
+                                           path("out.wav")};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome outcome = run(arguments);
+        EXPECT_TRUE(outcome.exited(1)) << outcome;
+        expectOneLine(outcome.err, "3 samples of " + path("wild.wav") + " that no effect can take");
+        EXPECT_THAT(outcome.err, testing::HasSubstr("the first in frame 1000, channel 2\n"));
+        EXPECT_TRUE(bytes("out.wav") == expected);
+    }
+
+    // The tool treats what comes through a pipe as it treats the file.
+    void expectPipeLikeFile(const std::string& input)
+    {
+        treat(input);
+        const std::string expected = bytes("out.wav");
+        const std::string pipe = path("pipe");
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        std::thread writer([&] {
+            std::ofstream to(pipe, std::ios::binary);
+            const std::string all = bytes(fs::path(input).filename());
+            to << all.substr(0, all.size() / 2) << std::flush;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20)); // a pipe may pause
+            to << all.substr(all.size() / 2);
+        });
+        treat(pipe);
+        writer.join();
+        EXPECT_TRUE(bytes("out.wav") == expected);
+    }
+
+    // A tool that waits for a pipe hears its user.
+    void expectWaitingEndsBy(int signal)
+    {
+        const std::string pipe = path("silent_pipe");
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        const std::vector<fs::path> before = entries();
+        const pid_t child = start({pipe, path("out.wav")}, STDOUT_FILENO, STDERR_FILENO,
+                                  [signal] { std::signal(signal, SIG_DFL); }); // a shell's background job begins with it ignored
+        int writer = -1;
+        for (int i = 0; writer < 0 && i < 10000; ++i) { // the pipe can be opened without waiting once the tool has
+            writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        ASSERT_GE(writer, 0);
+        kill(child, signal);
+        int status = 0;
+        waitpid(child, &status, 0);
+        close(writer);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
         EXPECT_EQ(entries(), before);
     }
 

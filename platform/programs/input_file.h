@@ -1,0 +1,28 @@
+// InputFile opens what a user names as an input: a regular file, or a pipe, whose contents are kept in an unnamed file of the
+// system's until it has ended, so that either can be read at any place.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace quorel::platform {
+
+class InputFile {
+public:
+    // Fails with std::runtime_error. `wait` is called several times a second while a pipe is waited for, and may throw.
+    InputFile(const std::string& path, const std::function<void()>& wait);
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    // At most `bytes` from `place`; fewer only at the end.
+    std::string read(std::size_t place, std::size_t bytes) const;
+
+    // Its descriptor, at its first byte, which belongs to the caller from now on.
+    int release() noexcept;
+
+private:
+    int fd = -1;
+};
+
+} // namespace quorel::platform
