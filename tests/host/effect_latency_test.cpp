@@ -162,7 +162,7 @@ TEST_F(Latency, AFastStereoStreamIsMeasured)
     EXPECT_EQ(measure(480), 1);
 }
 
-TEST_F(Latency, ItsBufferIsPinnedAndHasTheStreamsChannelsOrTheEightThatRenderWrites)
+TEST_F(Latency, ItsPinnedBufferHasTheEightSlotsThatRenderWrites)
 {
     EXPECT_EQ(effect.lock(surroundFormat(), 240), S_OK);
     expectBuffer(240 * 8);
@@ -176,7 +176,7 @@ protected:
     CaptureLatency() : Latency("Capture") {}
 };
 
-TEST_F(CaptureLatency, ItsBufferIsPinnedAndHasTheStreamsOneChannel)
+TEST_F(CaptureLatency, ItsPinnedBufferHasTheStreamsOneChannel)
 {
     EXPECT_EQ(effect.lock(voiceFormat(), 240), S_OK);
     expectBuffer(240);
