@@ -3,6 +3,7 @@
 #include <atomic>
 #include <ctime>
 #include <new>
+#include <pthread.h>
 
 namespace quorel::platform {
 
@@ -14,6 +15,12 @@ static_assert(sizeof(Flag) <= sizeof(Lock) && alignof(Flag) <= alignof(Lock) && 
 Flag& flagOf(std::array<std::byte, 40>& state)
 {
     return *std::launder(reinterpret_cast<Flag*>(state.data()));
+}
+
+void letOthersRun()
+{
+    constexpr timespec time{0, 100'000}; // ns
+    nanosleep(&time, nullptr);
 }
 
 } // namespace
@@ -30,10 +37,8 @@ Lock::~Lock()
 
 void Lock::lock() noexcept
 {
-    while (!try_lock()) {
-        constexpr timespec pause{0, 100'000}; // ns
-        nanosleep(&pause, nullptr);
-    }
+    while (!try_lock())
+        letOthersRun();
 }
 
 bool Lock::try_lock() noexcept
@@ -44,6 +49,22 @@ bool Lock::try_lock() noexcept
 void Lock::unlock() noexcept
 {
     flagOf(state).store(false, std::memory_order_release);
+}
+
+void ModuleLock::lock() noexcept
+{
+    const std::uintptr_t self = pthread_self();
+    if (holder.load(std::memory_order_relaxed) != self) {
+        for (std::uintptr_t none = 0; !holder.compare_exchange_strong(none, self, std::memory_order_acquire); none = 0)
+            letOthersRun();
+    }
+    ++entries;
+}
+
+void ModuleLock::unlock() noexcept
+{
+    if (--entries == 0)
+        holder.store(0, std::memory_order_release);
 }
 
 } // namespace quorel::platform

@@ -41,4 +41,23 @@ void Lock::unlock() noexcept
     LeaveCriticalSection(sectionOf(state));
 }
 
+void ModuleLock::lock() noexcept
+{
+    static_assert(sizeof(SRWLOCK) == sizeof system);
+    const std::uintptr_t self = GetCurrentThreadId();
+    if (holder.load(std::memory_order_relaxed) != self) {
+        AcquireSRWLockExclusive(reinterpret_cast<SRWLOCK*>(&system));
+        holder.store(self, std::memory_order_relaxed);
+    }
+    ++entries;
+}
+
+void ModuleLock::unlock() noexcept
+{
+    if (--entries != 0)
+        return;
+    holder.store(0, std::memory_order_relaxed);
+    ReleaseSRWLockExclusive(reinterpret_cast<SRWLOCK*>(&system));
+}
+
 } // namespace quorel::platform

@@ -36,20 +36,10 @@ static_assert(alignof(Snapshot) == 16 && sizeof(Snapshot) == sizeof(SettingsReco
 // Guarded by instanceMutex.
 std::weak_ptr<SettingsHandler> current;
 
-// Never destroyed, since effect objects may outlive the statics, and no memory beyond the module's own, which can be unloaded.
-template <class Mutex>
-Mutex& neverDestroyed(std::byte (&storage)[sizeof(Mutex)])
-{
-    return *new (storage) Mutex;
-}
-
-// Counts its entries: the thread that failed to start a handler holds it for good, and may try again.
-std::recursive_mutex& instanceMutex()
-{
-    alignas(std::recursive_mutex) static std::byte storage[sizeof(std::recursive_mutex)];
-    static auto& mutex = neverDestroyed<std::recursive_mutex>(storage);
-    return mutex;
-}
+// Never destroyed, since effect objects may outlive the statics.
+//
+// Its holder may take it again: the thread that failed to start a handler holds it for good, and may try again.
+constinit platform::ModuleLock instanceMutex;
 
 // True from a handler's start to the end of its stop. The next one starts behind that: both work on the block, on the kept
 // values and on the snapshot, each under a lock of its own. The last reference goes some time before the stop begins, so
@@ -109,7 +99,7 @@ void forEachKeptValue(SettingsRecord& record, Visit visit)
 std::shared_ptr<SettingsHandler> SettingsHandler::instance(std::uint32_t version)
 {
     // Required: not given up when something below throws, so that another thread's call waits for ever.
-    instanceMutex().lock();
+    instanceMutex.lock();
     auto handler = current.lock();
     if (!handler) {
         while (handlerStands)
@@ -119,7 +109,7 @@ std::shared_ptr<SettingsHandler> SettingsHandler::instance(std::uint32_t version
         handler->start(version);
         current = handler;
     }
-    instanceMutex().unlock();
+    instanceMutex.unlock();
     return handler;
 }
 

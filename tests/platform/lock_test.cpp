@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -36,6 +38,41 @@ TEST(Lock, LetsOneThreadInAtATime)
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(count, 40000);
+}
+
+TEST(ModuleLock, LetsOneThreadInAtATime)
+{
+    static constinit ModuleLock lock;
+    int count = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int k = 0; k < 10000; ++k) {
+                const std::lock_guard guard(lock);
+                ++count;
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(count, 40000);
+}
+
+// Two entries, and after each of them a look whether another thread could get in.
+TEST(ModuleLock, ItsHolderMayTakeItAgainAndGivesItUpOnce)
+{
+    using namespace std::chrono_literals;
+    static constinit ModuleLock lock;
+    lock.lock();
+    lock.lock();
+    auto other = std::async(std::launch::async, [] {
+        lock.lock();
+        lock.unlock();
+    });
+    EXPECT_EQ(other.wait_for(20ms), std::future_status::timeout);
+    lock.unlock();
+    EXPECT_EQ(other.wait_for(20ms), std::future_status::timeout);
+    lock.unlock();
+    EXPECT_EQ(other.wait_for(1min), std::future_status::ready);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -407,6 +408,20 @@ void Lock::unlock() noexcept
     auto& lock = stateOf(state);
     lock.taken = false;
     lock.mutex.unlock();
+}
+
+void ModuleLock::lock() noexcept
+{
+    const auto self = std::hash<std::thread::id>()(std::this_thread::get_id()) | 1U;
+    for (std::uintptr_t none = 0; holder != self && !holder.compare_exchange_strong(none, self); none = 0)
+        std::this_thread::yield();
+    ++entries;
+}
+
+void ModuleLock::unlock() noexcept
+{
+    if (--entries == 0)
+        holder = 0;
 }
 
 // ---- named_lock.h -----------------------------------------------------------------------------------------------------
