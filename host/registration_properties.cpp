@@ -1,18 +1,10 @@
 #include "host/registration_properties.h"
 
-#include <algorithm>
-#include <string_view>
+#include "host/text.h"
 
 namespace quorel {
 
 namespace {
-
-// A text that doesn't fit is cut; the rest of the field is zero.
-template <std::size_t length>
-constexpr void setText(WCHAR (&field)[length], std::string_view ascii)
-{
-    std::ranges::copy(ascii.substr(0, length - 1), field);
-}
 
 constexpr APO_REG_PROPERTIES describe()
 {
@@ -20,8 +12,8 @@ constexpr APO_REG_PROPERTIES describe()
     properties.clsid = CLSID_QUOREL;
     properties.Flags = static_cast<APO_FLAG>(APO_FLAG_INPLACE | APO_FLAG_SAMPLESPERFRAME_MUST_MATCH |
                                              APO_FLAG_FRAMESPERSECOND_MUST_MATCH | APO_FLAG_BITSPERSAMPLE_MUST_MATCH);
-    setText(properties.szFriendlyName, "QUOREL");
-    setText(properties.szCopyrightInfo, "Copyright (C) VEDRA");
+    fill(properties.szFriendlyName, "QUOREL");
+    fill(properties.szCopyrightInfo, "Copyright (C) VEDRA");
     properties.u32MajorVersion = 1;
     properties.u32MinorVersion = 3;
     properties.u32MinInputConnections = 1;

@@ -4,6 +4,7 @@
 #include "host/base_audio_processing_object.h"
 #include "host/registration_properties.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -23,11 +24,13 @@ public:
     HRESULT IsInputFormatSupported(IAudioMediaType* opposite, IAudioMediaType* requested, IAudioMediaType** supported) override
     {
         questions += 'i';
+        amidQuestion();
         return inputAnswer ? *inputAnswer : CBaseAudioProcessingObject::IsInputFormatSupported(opposite, requested, supported);
     }
     HRESULT IsOutputFormatSupported(IAudioMediaType* opposite, IAudioMediaType* requested, IAudioMediaType** supported) override
     {
         questions += 'o';
+        amidQuestion();
         return outputAnswer ? *outputAnswer : CBaseAudioProcessingObject::IsOutputFormatSupported(opposite, requested, supported);
     }
     HRESULT validateDefaultFormat(UNCOMPRESSEDAUDIOFORMAT& format, bool isInput) override
@@ -40,7 +43,8 @@ public:
 
     std::optional<HRESULT> inputAnswer;
     std::optional<HRESULT> outputAnswer;
-    std::string questions;  // the format questions in their order
+    std::string questions; // the format questions in their order
+    std::function<void()> amidQuestion = [] {};
     std::string directions; // in which formats were corrected
 };
 

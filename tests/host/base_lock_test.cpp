@@ -5,6 +5,9 @@
 #include "tests/host/bare_object.h"
 #include "tests/host/engine.h"
 
+#include <chrono>
+#include <future>
+
 namespace quorel {
 namespace {
 
@@ -32,6 +35,23 @@ TEST(Lock, ALockedObjectIsSeenFirst)
     EXPECT_EQ(connections.lock(bare), S_OK);
     EXPECT_EQ(bare.LockForProcess(2, nullptr, 2, nullptr), APOERR_APO_LOCKED);
     EXPECT_EQ(bare.UnlockForProcess(), S_OK);
+}
+
+// Another thread's unlock, begun amid a lock, waits for its end: without the wait it would find the object unlocked.
+TEST(Lock, AnUnlockWaitsForALockThatIsUnderWay)
+{
+    using namespace std::chrono_literals;
+    Bare bare;
+    std::future<HRESULT> unlocked;
+    bare.amidQuestion = [&] {
+        if (unlocked.valid())
+            return;
+        unlocked = std::async(std::launch::async, [&] { return bare.UnlockForProcess(); });
+        EXPECT_EQ(unlocked.wait_for(100ms), std::future_status::timeout);
+    };
+    Connections connections(surroundFormat());
+    EXPECT_EQ(connections.lock(bare), S_OK);
+    EXPECT_EQ(unlocked.get(), S_OK);
 }
 
 TEST(Lock, MissingConnectionsAreSeenBeforeTheirCount)

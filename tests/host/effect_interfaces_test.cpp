@@ -1,10 +1,26 @@
 // The interfaces of an effect object: references, aggregation, and the tables of operations as a binary caller meets them.
 #include "host/effect_object.h"
 
+#include "core/kernels.h"
 #include "tests/host/engine.h"
 #include "tests/support/private_home.h"
 
 #include <vector>
+
+namespace {
+int versionQueries = 0;
+}
+
+// The program is linked so that its questions for the kernels' version come here.
+extern "C" {
+const quorel::LibraryVersion* __real__ZN6quorel16ippGetLibVersionEv();
+const quorel::LibraryVersion* __wrap__ZN6quorel16ippGetLibVersionEv();
+const quorel::LibraryVersion* __wrap__ZN6quorel16ippGetLibVersionEv()
+{
+    ++versionQueries;
+    return __real__ZN6quorel16ippGetLibVersionEv();
+}
+}
 
 namespace quorel {
 namespace {
@@ -84,6 +100,13 @@ TEST(Interfaces, AllShareOneCountAndTheLastReferenceEndsTheObject)
     EXPECT_EQ(moduleUses, before + 1);
     EXPECT_EQ(effects->Release(), 0U);
     EXPECT_EQ(moduleUses, before);
+}
+
+TEST(Interfaces, CreationAsksTheKernelsVersionOnce)
+{
+    versionQueries = 0;
+    Effect effect;
+    EXPECT_EQ(versionQueries, 1);
 }
 
 TEST(Interfaces, CreationWithAnUnknownInterfaceLeavesNothing)

@@ -154,6 +154,21 @@ TEST_F(Render, FailuresBehindTheGeneralChecksLeaveTheObjectLocked)
     EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
 }
 
+// Each of the two questions has asked each format once whether it is compressed.
+TEST_F(Render, AFormatThatTurnsCompressedBehindTheGeneralChecksIsNotLocked)
+{
+    for (Format Connections::*const changing : {&Connections::inFormat, &Connections::outFormat}) {
+        Connections connections(surroundFormat());
+        (connections.*changing).plainAnswersLeft = 2;
+        EXPECT_EQ(connections.lock(*effect.configuration), APOERR_INVALID_CONNECTION_FORMAT);
+        EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK); // Required: it stayed locked
+        (connections.*changing).plainAnswersLeft = 2;
+        (connections.*changing).changedResult = E_NOTIMPL;
+        EXPECT_EQ(connections.lock(*effect.configuration), E_NOTIMPL);
+        EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
+    }
+}
+
 TEST_F(Render, ALockLeavesTheReferencesOfBothFormatsAsTheyWere)
 {
     Connections connections(surroundFormat());

@@ -98,6 +98,15 @@ TEST(Initialize, ANullTextIsAnEmptyIdentifier)
     }
 }
 
+TEST(Initialize, ANullTextReplacesAnEarlierIdentifier)
+{
+    Effect effect;
+    EXPECT_EQ(effect.initialize(), E_UNEXPECTED); // in neither list
+    EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), testEndpoint);
+    effect.initialize(AUDIO_SIGNALPROCESSINGMODE_DEFAULT, TRUE, "");
+    EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), "");
+}
+
 TEST(Initialize, AnEndpointInNeitherListIsRefused)
 {
     Effect effect;
@@ -211,6 +220,37 @@ TEST(EffectsList, TheShorterRecordKeepsTheDefaultMode)
     ASSERT_EQ(initialize(*effect.object, record, 56), S_OK);
     expectEffects(effect, 1);
     EXPECT_NE(EffectObjectState::handler(*effect.self), nullptr);
+}
+
+TEST(EffectsList, TheModeIsTakenBeforeTheEndpointIsJudged)
+{
+    Effect effect;
+    EXPECT_EQ(effect.initialize(AUDIO_SIGNALPROCESSINGMODE_RAW), E_UNEXPECTED); // in neither list
+    expectEffects(effect, 0);
+}
+
+TEST(EffectsList, TheDefaultModeIsSetBeforeThePropertyStoreIsMissed)
+{
+    Effect effect;
+    EXPECT_EQ(effect.initialize(AUDIO_SIGNALPROCESSINGMODE_RAW), E_UNEXPECTED);
+    Properties properties(testEndpoint);
+    auto record = initRecord(properties);
+    record.AudioProcessingMode = AUDIO_SIGNALPROCESSINGMODE_RAW;
+    record.pAPOEndpointProperties = nullptr;
+    EXPECT_EQ(initialize(*effect.object, record), E_POINTER);
+    expectEffects(effect, 1);
+}
+
+TEST(EffectsList, AFailingPropertyStoreLeavesTheDefaultMode)
+{
+    Effect effect;
+    EXPECT_EQ(effect.initialize(AUDIO_SIGNALPROCESSINGMODE_RAW), E_UNEXPECTED);
+    Properties properties(testEndpoint);
+    properties.result = E_FAIL;
+    auto record = initRecord(properties);
+    record.AudioProcessingMode = AUDIO_SIGNALPROCESSINGMODE_RAW;
+    EXPECT_EQ(initialize(*effect.object, record), E_FAIL);
+    expectEffects(effect, 1);
 }
 
 TEST(EffectsList, NullArgumentsAreRefused)

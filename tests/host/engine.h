@@ -54,8 +54,9 @@ public:
 
     HRESULT IsCompressedFormat(BOOL* answer) override
     {
-        *answer = compressed ? TRUE : FALSE;
-        return compressedResult;
+        const bool changed = plainAnswersLeft-- <= 0;
+        *answer = compressed || changed ? TRUE : FALSE;
+        return changed ? changedResult : compressedResult;
     }
     HRESULT IsEqual(IAudioMediaType*, DWORD*) override { return E_NOTIMPL; }
     const WAVEFORMATEX* GetAudioFormat() override { return nullptr; }
@@ -70,6 +71,8 @@ public:
     UNCOMPRESSEDAUDIOFORMAT format;
     bool compressed = false;
     HRESULT compressedResult = S_OK;
+    int plainAnswersLeft = 1'000'000;
+    HRESULT changedResult = S_OK; // once no plain answers are left
     int readsLeft = 1'000'000;
     HRESULT readFailure = E_NOTIMPL; // once no reads are left
 };

@@ -132,6 +132,14 @@ TEST_F(RegistrationTest, TheEntryIsWrittenInItsOrder)
     EXPECT_EQ(registryFake().keys[entry], entryValues);
 }
 
+// 0x20006 is KEY_WRITE.
+TEST_F(RegistrationTest, TheListAndTheEntryAreOpenedForWritingAlone)
+{
+    EXPECT_EQ(registerWithEngine(&registrationProperties), S_OK);
+    EXPECT_EQ(registryFake().access[list], 0x20006U);
+    EXPECT_EQ(registryFake().access[entry], 0x20006U);
+}
+
 TEST_F(RegistrationTest, EveryInterfaceOfSeveralIsWritten)
 {
     struct {

@@ -29,8 +29,9 @@ std::string join(RegistryKey parent, std::string_view path)
     return parent->path.empty() ? std::string(path) : parent->path + '\\' + std::string(path);
 }
 
-RegistryResult open(const std::string& path, RegistryKey& key)
+RegistryResult open(const std::string& path, std::uint32_t access, RegistryKey& key)
 {
+    registryFake().access[path] = access;
     key = new OpenKey{path};
     registryFake().open.insert(path);
     return 0;
@@ -46,17 +47,20 @@ RegistryFake& registryFake()
 
 RegistryKey rootKey(RootKey root) noexcept
 {
-    static OpenKey classesRoot{""};
-    static OpenKey other{"another root"};
-    return root == RootKey::classesRoot ? &classesRoot : &other;
+    static std::map<RootKey, OpenKey> roots{{RootKey::classesRoot, {""}},
+                                            {RootKey::currentConfig, {"HKEY_CURRENT_CONFIG"}},
+                                            {RootKey::currentUser, {"HKEY_CURRENT_USER"}},
+                                            {RootKey::localMachine, {"HKEY_LOCAL_MACHINE"}},
+                                            {RootKey::users, {"HKEY_USERS"}}};
+    return &roots.at(root);
 }
 
-RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t, RegistryKey& key) noexcept
+RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
 {
     const auto whole = join(parent, path);
     if (fails("openKey " + whole))
         return registryFake().failure;
-    return registryFake().has(whole) ? open(whole, key) : notFound;
+    return registryFake().has(whole) ? open(whole, access, key) : notFound;
 }
 
 RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
@@ -69,7 +73,7 @@ RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_
     for (auto end = whole.find('\\'); end != std::string::npos; end = whole.find('\\', end + 1))
         registryFake().keys[whole.substr(0, end)];
     registryFake().keys[whole];
-    return open(whole, key);
+    return open(whole, access, key);
 }
 
 RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t) noexcept

@@ -1,11 +1,13 @@
 // The test whether a key exists, on a registry that writes down how it was asked.
 #include "host/registry_key.h"
 
-#include "tests/settings/faulty_platform.h"
+#include "tests/host/registry_fake.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace quorel {
 namespace {
@@ -32,29 +34,33 @@ TEST(RegistryKey, APathWithoutABackslashFails)
         EXPECT_EQ(failureOf(path), "Invalid key format") << path;
 }
 
-// 257 is 0x101: to ask for values, in the registry of 64-bit programs.
+// 0x101: to ask for values, in the registry of 64-bit programs.
 TEST(RegistryKey, AKeyThatExistsIsOpenedForQuestionsAndClosed)
 {
-    auto& registry = platform::faultyPlatform();
-    registry.reset();
-    registry.keys["?SOFTWARE\\One\\Two"];
-    EXPECT_TRUE(registryKeyExists("HKEY_LOCAL_MACHINE\\SOFTWARE\\One\\Two"));
-    EXPECT_EQ(registry.takeCalls(), (std::vector<std::string>{"openKey SOFTWARE\\One\\Two 257", "closeKey"}));
+    auto& registry = platform::registryFake();
+    registry = {};
+    const std::string key = "HKEY_LOCAL_MACHINE\\SOFTWARE\\One\\Two";
+    registry.keys[key];
+    EXPECT_TRUE(registryKeyExists(key));
+    EXPECT_EQ(registry.calls, (std::vector<std::string>{"openKey " + key, "closeKey " + key}));
+    EXPECT_EQ(registry.access[key], 0x101U);
+    registry.calls.clear();
     EXPECT_FALSE(registryKeyExists("HKEY_LOCAL_MACHINE\\SOFTWARE\\One"));
-    EXPECT_EQ(registry.takeCalls(), std::vector<std::string>{"openKey SOFTWARE\\One 257"});
+    EXPECT_EQ(registry.calls, std::vector<std::string>{"openKey HKEY_LOCAL_MACHINE\\SOFTWARE\\One"});
 }
 
-// The faulty registry knows the current user's root from all the others.
+// Each root has a key that no other one has.
 TEST(RegistryKey, EachRootIsKnownByItsName)
 {
-    auto& registry = platform::faultyPlatform();
-    registry.reset();
-    registry.keys["?Key"];
-    for (const char* root : {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_CONFIG", "HKEY_LOCAL_MACHINE", "HKEY_USERS"})
-        EXPECT_TRUE(registryKeyExists(std::string(root) + "\\Key")) << root;
-    EXPECT_FALSE(registryKeyExists("HKEY_CURRENT_USER\\Key"));
-    registry.keys["Key"];
-    EXPECT_TRUE(registryKeyExists("HKEY_CURRENT_USER\\Key"));
+    auto& registry = platform::registryFake();
+    registry = {};
+    const std::vector<std::string> roots = {"HKEY_CLASSES_ROOT", "HKEY_CURRENT_CONFIG", "HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE",
+                                            "HKEY_USERS"};
+    for (const auto& root : roots)
+        registry.keys[(root == "HKEY_CLASSES_ROOT" ? "" : root + "\\") + "In " + root];
+    for (const auto& root : roots)
+        for (const auto& key : roots)
+            EXPECT_EQ(registryKeyExists(root + "\\In " + key), root == key) << root << ' ' << key;
 }
 
 } // namespace

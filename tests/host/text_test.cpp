@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace quorel {
@@ -36,6 +38,19 @@ TEST(Text, HalfAPairBecomesTheReplacementCharacter)
     EXPECT_EQ(convert({0xD800}), "\xEF\xBF\xBD");
     EXPECT_EQ(convert({0xDC00, 'x'}), "\xEF\xBF\xBDx");
     EXPECT_EQ(convert({0xD800, 0xD800, 0xDC00}), "\xEF\xBF\xBD\xF0\x90\x80\x80");
+}
+
+// The fields of the registered properties have 256 units, the end mark among them.
+TEST(Text, AFieldIsFilledCutAndEnded)
+{
+    WCHAR field[256];
+    for (const std::size_t length : {0U, 1U, 254U, 255U, 256U, 300U}) {
+        std::ranges::fill(field, WCHAR{'?'});
+        fill(field, std::string(length, 'x'));
+        const std::size_t kept = std::min<std::size_t>(length, 255);
+        EXPECT_EQ(utf8(field), std::string(kept, 'x')) << length;
+        EXPECT_EQ(std::count(field + kept, std::end(field), WCHAR{0}), static_cast<std::ptrdiff_t>(256 - kept)) << length;
+    }
 }
 
 } // namespace

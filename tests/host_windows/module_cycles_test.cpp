@@ -22,7 +22,7 @@ namespace quorel {
 namespace {
 
 constexpr UINT32 frames = 480;
-int cycles = 500;
+int cycles = 300;
 constexpr int settled = 10; // so many, and the process's own first times are over
 
 // The exit codes of the process that loads and unloads.

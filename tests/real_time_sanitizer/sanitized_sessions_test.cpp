@@ -1,5 +1,6 @@
 // A real-time sanitizer's run-time stands behind the C library's functions and ends the program, with a stack trace, when the
 // audio thread calls one that may wait: allocation, mutexes, condition variables, sleep, files and sockets.
+#include "tests/real_time/effect_session.h"
 #include "tests/real_time/steered_session.h"
 
 #include <gtest/gtest.h>
@@ -46,6 +47,28 @@ TEST(RealTimeSanitizer, FindsNothingInASessionOfAnyRenderLayout)
 TEST(RealTimeSanitizer, FindsNothingInASessionOfAnyCaptureChannelCount)
 {
     runSessions<MicrophoneSession>({16000, 48000});
+}
+
+// The entry itself, with all that stands around the path.
+void runEffect(const Kind& kind)
+{
+    const EndpointEntry entry(kind.list);
+    EffectSession session(kind);
+    struct Blocks {
+        float run() { return static_cast<float>(session.run(20'000)); }
+        EffectSession& session;
+    } blocks{session};
+    runOnAudioThread(blocks);
+}
+
+TEST(RealTimeSanitizer, FindsNothingInTheEntryOfARenderStream)
+{
+    runEffect(render);
+}
+
+TEST(RealTimeSanitizer, FindsNothingInTheEntryOfACaptureStream)
+{
+    runEffect(capture);
 }
 
 template <typename Session>
