@@ -13,8 +13,9 @@ namespace quorel {
 HRESULT registerWithEngine(const APO_REG_PROPERTIES* properties);
 HRESULT unregisterFromEngine(REFCLSID id);
 
-// Both entries. script: of the classes, with the replacements APPID and MODULE, the module's path. After a failure neither
-// entry is there.
+// Both entries. script: of the classes, with the replacements APPID and MODULE, the module's path. A failure takes the engine's
+// entry out again, an earlier registration's as well: no engine finds the effect then. An earlier registration's class stays
+// unless the failure came while the class was entered anew.
 HRESULT registerServer(std::string_view script, const std::string& modulePath);
 HRESULT unregisterServer(std::string_view script, const std::string& modulePath);
 

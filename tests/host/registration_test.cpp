@@ -272,12 +272,30 @@ TEST_F(RegistrationTest, AFailureHalfWayLeavesNothingBehind)
     EXPECT_EQ(failed, 14 + 7);
 }
 
-TEST_F(RegistrationTest, AFailureOfASecondRunLeavesNothingBehindEither)
+TEST_F(RegistrationTest, AFailureOfASecondRunLeavesTheEarlierClassAlone)
 {
     EXPECT_EQ(registerServer(script, module), S_OK);
     registryFake().failingCall = static_cast<int>(registryFake().calls.size()) + 12; // a value of the engine's entry
     EXPECT_EQ(registerServer(script, module), static_cast<HRESULT>(0x80070005));
     EXPECT_FALSE(registryFake().has(entry));
+    EXPECT_TRUE(registryFake().has(serverKey));
+}
+
+// The last value of the class fails, behind the replaced key.
+TEST_F(RegistrationTest, AFailureOfASecondRunInTheClassLeavesNeitherEntry)
+{
+    EXPECT_EQ(registerServer(script, module), S_OK);
+    const auto calls = registryFake().calls;
+    EXPECT_EQ(registerServer(script, module), S_OK);
+    const auto& both = registryFake().calls;
+    const auto last = std::find(both.rbegin(), both.rend(), "setText ThreadingModel");
+    ASSERT_NE(last, both.rend());
+    const auto failing = both.rend() - last - 1 - static_cast<std::ptrdiff_t>(calls.size()); // of a second run
+    registryFake().calls.clear();
+    registryFake().failingCall = static_cast<int>(failing);
+    EXPECT_EQ(registerServer(script, module), static_cast<HRESULT>(0x80070005));
+    EXPECT_FALSE(registryFake().has(entry));
+    EXPECT_FALSE(registryFake().has(classKey));
 }
 
 TEST_F(RegistrationTest, WithoutAScriptNothingIsRegistered)
