@@ -23,15 +23,20 @@ std::size_t handlesInUse()
     return static_cast<std::size_t>(std::ranges::count(handles, GetCurrentProcessId(), &SYSTEM_HANDLE_ENTRY::OwnerPid));
 }
 
-// Takes every slot that is left.
-std::size_t slotsInUse()
+// Of threads' own storage, of both kinds: takes every one that is left.
+std::size_t freeSlots()
 {
-    std::vector<DWORD> slots;
+    std::vector<DWORD> plain;
     for (DWORD slot = TlsAlloc(); slot != TLS_OUT_OF_INDEXES; slot = TlsAlloc())
-        slots.push_back(slot);
-    for (const DWORD slot : slots)
+        plain.push_back(slot);
+    std::vector<DWORD> withEnd; // that call an operation at a thread's end
+    for (DWORD slot = FlsAlloc(nullptr); slot != FLS_OUT_OF_INDEXES; slot = FlsAlloc(nullptr))
+        withEnd.push_back(slot);
+    for (const DWORD slot : plain)
         TlsFree(slot);
-    return 1088 - slots.size();
+    for (const DWORD slot : withEnd)
+        FlsFree(slot);
+    return plain.size() + withEnd.size();
 }
 
 } // namespace
@@ -41,7 +46,7 @@ MemoryInUse memoryInUse()
 {
     MemoryInUse memory;
     memory.handles = handlesInUse();
-    memory.slots = slotsInUse();
+    memory.freeSlots = freeSlots();
     _HEAPINFO block{};
     while (_heapwalk(&block) == _HEAPOK) {
         if (block._useflag != _USEDENTRY)

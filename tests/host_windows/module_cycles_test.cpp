@@ -82,7 +82,7 @@ struct Held {
     bool isThatOf(const Held& before, std::size_t lives) const
     {
         return memory.blocks == before.memory.blocks && memory.bytes == before.memory.bytes &&
-               memory.slots == before.memory.slots && memory.handles == before.memory.handles + 2 * lives &&
+               memory.freeSlots == before.memory.freeSlots && memory.handles == before.memory.handles + 2 * lives &&
                views == before.views + lives;
     }
 
