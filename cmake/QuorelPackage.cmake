@@ -15,8 +15,8 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CROSSCOMPILING)
   include(CMakePackageConfigHelpers)
   include(GNUInstallDirs)
   set(package ${CMAKE_INSTALL_LIBDIR}/cmake/quorel)
-  install(TARGETS quorel quorel_platform quorel_core quorel_stages quorel_speaker quorel_microphone quorel_settings quorel_client
-    EXPORT quorel COMPONENT library)
+  install(TARGETS quorel quorel_platform quorel_core quorel_stages quorel_speaker_tables quorel_speaker quorel_microphone_tables
+    quorel_microphone quorel_settings quorel_client EXPORT quorel COMPONENT library)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/include/quorel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library)
   install(EXPORT quorel NAMESPACE quorel:: DESTINATION ${package} COMPONENT library)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/quorelConfig.cmake @ONLY CONTENT
