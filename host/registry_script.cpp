@@ -43,11 +43,11 @@ public:
     Key script()
     {
         expect("HKCR");
-        Key root{"HKCR", Removal::never};
-        block(root);
+        Key hive{"HKCR", Removal::never};
+        block(hive);
         if (!word.empty())
             fail();
-        return root;
+        return hive;
     }
 
 private:

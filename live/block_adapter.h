@@ -56,8 +56,8 @@ private:
     std::uint32_t filled = 0;  // frames in `in`
     std::uint32_t first = 0;   // the frame of `ready` that leaves next
     std::uint32_t waiting = 0; // frames in `ready`
-    Buffer<float, 1> in;       // interleaved, the block that is being gathered
-    Buffer<float, 1> out;      // interleaved, what the effect made of the last one
+    Buffer<float, 1> gathered; // interleaved, the block that is being gathered
+    Buffer<float, 1> made;     // interleaved, what the effect made of the last one
     Buffer<float, 1> ready;    // `kept` rings of two blocks: what has not left yet
 };
 
@@ -71,8 +71,8 @@ inline BlockAdapter::BlockAdapter(std::uint32_t channels, std::uint32_t slots, s
       block_(block),
       delay_(delay),
       waiting(delay),
-      in(std::uint64_t{block} * channels),
-      out(std::uint64_t{block} * slots),
+      gathered(std::uint64_t{block} * channels),
+      made(std::uint64_t{block} * slots),
       ready(std::uint64_t{2} * block * kept)
 {
     if (delay >= block)
@@ -119,7 +119,7 @@ void BlockAdapter::finish(const float* const* in, float* const* out, std::uint32
 // Interleaves frames behind those of the block that is being gathered.
 inline void BlockAdapter::take(const float* const* rows, std::uint32_t from, std::uint32_t n)
 {
-    float* to = in.channel(0) + std::size_t{filled} * channels;
+    float* to = gathered.channel(0) + std::size_t{filled} * channels;
     for (std::uint32_t c = 0; c < channels; ++c) {
         const float* x = rows[c] + from;
         for (std::uint32_t i = 0; i < n; ++i)
@@ -132,10 +132,10 @@ inline void BlockAdapter::take(const float* const* rows, std::uint32_t from, std
 template <typename Run>
 void BlockAdapter::runBlock(Run&& run)
 {
-    float* x = in.channel(0);
-    const float* y = out.channel(0);
+    float* x = gathered.channel(0);
+    const float* y = made.channel(0);
     std::fill(x + std::size_t{filled} * channels, x + std::size_t{block_} * channels, 0.0F);
-    run(x, out.channel(0));
+    run(x, made.channel(0));
     filled = 0;
 
     const std::uint32_t size = 2 * block_;
