@@ -1,11 +1,16 @@
 #include "client/hrtf_file.h"
 
 #include "client/hrtf_sources.h"
+#include "platform/programs/file_names.h"
+#include "platform/programs/limited_work.h"
 
 #include <cctype>
 #include <cmath>
+#include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace quorel {
 
@@ -15,6 +20,53 @@ namespace {
 {
     throw std::runtime_error("cannot read " + path + ": " + reason);
 }
+
+// ---- What the reading process answers -------------------------------------------------------------------------------
+//
+// For each speaker and ear: the number of taps and the taps. Then the text of the origin.
+
+constexpr std::size_t mostTaps = 8 * 2 * longestResponse;    // brought to the effect's rate from the lowest one, and delayed
+constexpr std::size_t largestAnswer = std::size_t{64} << 20; // bytes
+
+std::string packed(const MeasuredSet& set)
+{
+    std::string bytes;
+    for (const MeasuredPair& pair : set.speakers)
+        for (const auto* taps : {&pair.left, &pair.right}) {
+            const std::uint64_t count = taps->size();
+            bytes.append(reinterpret_cast<const char*>(&count), sizeof count);
+            bytes.append(reinterpret_cast<const char*>(taps->data()), taps->size() * sizeof(float));
+        }
+    return bytes + set.origin;
+}
+
+// Contents that took the reader over may answer anything.
+MeasuredSet unpacked(std::string_view bytes)
+{
+    const auto take = [&bytes](void* to, std::size_t size) {
+        if (bytes.size() < size)
+            throw std::runtime_error("what reads the file answers nonsense");
+        std::memcpy(to, bytes.data(), size);
+        bytes.remove_prefix(size);
+    };
+    MeasuredSet set;
+    for (MeasuredPair& pair : set.speakers)
+        for (auto* taps : {&pair.left, &pair.right}) {
+            std::uint64_t count = 0;
+            take(&count, sizeof count);
+            if (count > mostTaps)
+                throw std::runtime_error("what reads the file answers nonsense");
+            taps->resize(count);
+            if (count > 0)
+                take(taps->data(), count * sizeof(float));
+        }
+    set.origin = bytes;
+    for (char& letter : set.origin) // it is shown on a terminal
+        letter = letter >= ' ' && letter <= '~' ? letter : '?';
+    return set;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
 
 struct ChannelPair {
     std::size_t row; // of `speakerTable`
@@ -78,12 +130,40 @@ std::vector<float> atEffectRate(const std::vector<float>& taps, double delay, do
     return response;
 }
 
-MeasuredSet readHrtfFile(const std::string& path)
+MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& wait)
 {
+    std::error_code error;
+    const auto file = platform::pathOf(path);
+    const auto status = std::filesystem::status(file, error);
+    if (error)
+        fail(path, error.message());
+    if (!std::filesystem::is_regular_file(status))
+        fail(path, "not a regular file");
+    const std::uintmax_t bytes = std::filesystem::file_size(file, error);
+    if (error)
+        fail(path, error.message());
+    if (bytes > largestHrtfFile)
+        fail(path, "it has more than " + std::to_string(largestHrtfFile >> 20) + " MiB");
+
     std::string ending = path.size() >= 5 ? path.substr(path.size() - 5) : "";
     for (char& letter : ending)
         letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-    return ending == ".sofa" ? readSofa(path) : readPairs(path);
+    const auto work = [&] { return packed(ending == ".sofa" ? readSofa(path) : readPairs(path)); };
+
+    // Ten times what a large file of the kind takes.
+    const auto seconds = static_cast<std::uint32_t>(5 + (bytes >> 23));
+    const platform::WorkLimits limits = {seconds, 10 * seconds, std::uint64_t{1} << 30, largestAnswer};
+    const std::string answer = [&] {
+        try {
+            return platform::doLimited(work, limits, wait);
+        } catch (const std::runtime_error& reason) {
+            const std::string text = reason.what();
+            if (text.starts_with("cannot "))
+                throw;
+            fail(path, text);
+        }
+    }();
+    return unpacked(answer);
 }
 
 } // namespace quorel

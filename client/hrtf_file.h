@@ -10,6 +10,8 @@
 
 #include "client/hrtf_set.h"
 
+#include <functional>
+
 namespace quorel {
 
 // Degrees anticlockwise from the front, seen from above, in the order of `speakerTable`: the places of the built-in set. The
@@ -22,8 +24,12 @@ inline constexpr double farthestDirection = 15;
 // A longer response is none of a head.
 inline constexpr std::size_t longestResponse = 65536; // frames
 
-// At 48000 Hz, resampled where the file has another rate. Throws std::runtime_error with a text for the user.
-MeasuredSet readHrtfFile(const std::string& path);
+inline constexpr std::uint64_t largestHrtfFile = std::uint64_t{256} << 20; // bytes
+
+// At 48000 Hz, resampled where the file has another rate. Throws std::runtime_error with a text for the user. A file may be from
+// anybody, and what reads it is made for good ones: so it is a regular file of a limited size, and libraries read it where a
+// limit ends them. `wait` is called several times a second meanwhile, and may throw.
+MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& wait);
 
 // What this build can read, for the help.
 extern const char* const readableHrtfFiles;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -23,8 +24,6 @@ namespace {
 {
     throw std::runtime_error("cannot read " + path + ": " + reason);
 }
-
-constexpr std::size_t longestFile = 64 << 20; // bytes
 
 // `size` bytes from `place`, little-endian.
 std::uint32_t number(std::string_view bytes, std::size_t place, std::size_t size)
@@ -55,7 +54,7 @@ Recording readRecording(const std::string& path, std::size_t frames)
     std::ifstream file(platform::pathOf(path), std::ios::binary);
     if (!file)
         fail(path, std::strerror(errno));
-    std::string all(longestFile, '\0');
+    std::string all(std::filesystem::file_size(platform::pathOf(path)), '\0');
     file.read(all.data(), static_cast<std::streamsize>(all.size()));
     all.resize(static_cast<std::size_t>(std::max<std::streamsize>(file.gcount(), 0)));
     const std::string_view bytes = all;
@@ -89,7 +88,7 @@ Recording readRecording(const std::string& path, std::size_t frames)
         } else if (name == "data") {
             if (sampleBytes == 0)
                 fail(path, "its samples come before their description");
-            if (chunk.size() < size && bytes.size() < longestFile)
+            if (chunk.size() < size)
                 fail(path, "it breaks off");
             const std::size_t count = std::min(frames, chunk.size() / (sampleBytes * recording.channels)) * recording.channels;
             for (std::size_t i = 0; i < count; ++i)

@@ -240,7 +240,7 @@ void showLevels(const Options& options)
 
 void loadHrtf(const CLI::App& tool, const Options& options)
 {
-    const MeasuredSet measured = readHrtfFile(options.hrtfFile);
+    const MeasuredSet measured = readHrtfFile(options.hrtfFile, stopIfInterrupted);
     const FittedSet set = [&] {
         try {
             return fitSet(measured, options.gain, cutBound);

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <mysofa.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -325,6 +326,27 @@ TEST_F(Sofa, ABadFileIsRefusedAndNothingIsTouched)
         std::ofstream(path("part.sofa"), std::ios::binary) << whole.substr(0, bytes);
         expectUntouched({"hrtf", "load", path("part.sofa")}, "cannot read " + path("part.sofa") + ": it ");
     }
+}
+
+TEST_F(Sofa, WhatIsNoRegularFileOrTooLargeIsRefusedAtOnce)
+{
+    for (const char* ending : {"sofa", "wav"}) {
+        const std::string pipe = path(std::string("pipe.") + ending);
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        expectUntouched({"hrtf", "load", pipe}, "cannot read " + pipe + ": not a regular file");
+        const std::string huge = path(std::string("huge.") + ending);
+        std::ofstream(huge).flush();
+        fs::resize_file(huge, (std::uintmax_t{256} << 20) + 1); // of no blocks
+        expectUntouched({"hrtf", "load", huge}, "cannot read " + huge + ": it has more than 256 MiB");
+    }
+    expectUntouched({"hrtf", "load", folder.string()}, "not a regular file");
+}
+
+// At the rate that it names these responses would fill more than a gigabyte each.
+TEST_F(Sofa, AFileThatAsksForTooMuchIsRefused)
+{
+    const std::string file = wav("slow.wav", 14, interleaved(someSet(100, 10, 8000)), 1);
+    expectUntouched({"hrtf", "load", file}, "cannot read " + file + ": ");
 }
 
 // At 96 kHz each response is the transform's noise away from the same at 48 kHz, and twice as long.
