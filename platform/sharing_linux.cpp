@@ -272,8 +272,8 @@ Handle createMapping(const char* name, std::uint32_t bytes, const Descriptor* ac
 try {
     if (turn == nullptr) {
         UserTurn ofThis(patience);
-        const auto mapping = ofThis ? createMapping(name, bytes, access) : nullptr;
-        return mapping != nullptr && ofThis.finish() ? mapping : nullptr;
+        std::unique_ptr<Object> mapping(ofThis ? createMapping(name, bytes, access) : nullptr);
+        return mapping && ofThis.finish() ? mapping.release() : nullptr;
     }
     UserDirectory directory(Place::runtime, IfMissing::isMade);
     if (!directory || !directory.keepOthersOut())

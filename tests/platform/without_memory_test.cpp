@@ -18,7 +18,7 @@ bool failed = false;
 
 } // namespace
 
-void* operator new(std::size_t bytes)
+[[gnu::noinline]] void* operator new(std::size_t bytes)
 {
     if (allocationsLeft == 0) {
         failed = true;
@@ -32,12 +32,12 @@ void* operator new(std::size_t bytes)
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
 {
     std::free(memory);
 }

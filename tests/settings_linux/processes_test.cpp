@@ -151,7 +151,7 @@ TEST_F(ProcessesTest, ASecondProcessNeverFindsTheFirstOnesBlockBeforeItIsLoaded)
 TEST_F(ProcessesTest, WhatAllHadTakenOverAndOneThatEndedIsKept)
 {
     const auto seed = static_cast<std::uint32_t>(times("QUOREL_SEED", 1));
-    const int interleavings = times("QUOREL_INTERLEAVINGS", 100);
+    const int interleavings = times("QUOREL_INTERLEAVINGS", 50);
     std::printf("seeds %u to %u\n", seed, seed + static_cast<std::uint32_t>(interleavings) - 1);
     std::uint32_t keptValue = 0;
     std::uint32_t newest = 0;
