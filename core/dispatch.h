@@ -21,7 +21,7 @@ public:
         return outFrames;
     }
 
-    SettingsRecord* settings() noexcept override { return &path.record; }
+    SettingsRecord* settings() noexcept override { return &path.settings(); }
 
     const float* levels() noexcept override
     {

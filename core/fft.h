@@ -147,7 +147,7 @@ void FFT<float>::run(Kernel kernel, const Buffer<float, C>& in, Buffer<float, C>
     for (std::size_t c = 0; c < C; ++c) {
         float* to = out.channel(c);
         const float* from = in.channel(c);
-        if (length_ != std::uint64_t{1} << order_)
+        if (length_ != std::uint64_t{1} << order_) // Required: cannot happen
             throw ipps::Error(ippStsSizeErr);
         check(kernel(from, to, spec, work()));
     }

@@ -34,7 +34,8 @@ public:
     };
 
     // A path type needs: a constructor (channel mask, maximum frames, sample rate), a move constructor that allocates no
-    // sample memory, process(InterleavedView, InterleavedView), a member `record`, and, if it measures levels, levels().
+    // sample memory, process(InterleavedView, InterleavedView), settings(), which gives its record, and, if it measures levels,
+    // levels().
     template <typename Path>
     class Dispatch;
 

@@ -23,8 +23,8 @@ public:
     void process(const SpectrumBuffer<N>& in, SpectrumBuffer<N>& out);
 
 private:
-    std::vector<std::uint64_t> widths;
-    std::uint64_t binCount; // half a spectrum
+    std::vector<std::uint64_t> widths; // bins of each band
+    std::uint64_t binCount;            // half a spectrum
 };
 
 // ---------------------------------------------------------------------------------------------------------------------

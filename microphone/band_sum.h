@@ -24,11 +24,13 @@ public:
     void process(const SpectrumBuffer<N>& in, SpectrumBuffer<N>& out);
 
 private:
-    std::vector<std::uint64_t> widths;
-    bool normalize;
-    SpectrumBuffer<1> scale;
+    // Configuration
+    std::vector<std::uint64_t> widths; // bins of each band
+    std::uint64_t binCount;            // half a spectrum
+    SpectrumBuffer<1> scale;           // what each band's sum is multiplied by
+
+    // Scratch
     SpectrumBuffer<1> sums;
-    std::uint64_t binCount; // half a spectrum
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -36,10 +38,9 @@ private:
 template <std::size_t N>
 BandSum<N>::BandSum(std::span<const std::uint64_t> widths, bool normalize)
     : widths(widths.begin(), widths.end()),
-      normalize(normalize),
+      binCount(std::accumulate(widths.begin(), widths.end(), std::uint64_t{0})),
       scale(widths.size()),
-      sums(widths.size()),
-      binCount(std::accumulate(widths.begin(), widths.end(), std::uint64_t{0}))
+      sums(widths.size())
 {
     Complex* factor = scale.channel(0);
     for (const std::uint64_t width : widths) {

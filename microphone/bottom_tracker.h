@@ -41,46 +41,45 @@ private:
     void track(const Complex* x, std::size_t c);
     void spread(const Buffer<float, 1>& row, Buffer<float, N>& state);
 
+    // Configuration, a value of each band; the tables tell what each is.
+    std::uint64_t bandCount;
     Buffer<float, 1> riseStep;
     Buffer<float, 1> slowFall;
     Buffer<float, 1> fastFall;
-    Buffer<float, 1> initialFloor;
-    float epsilon;
-    std::uint64_t bandCount;
     Buffer<float, 1> smoothing;
     Buffer<float, 1> lowerLimit;
-    Buffer<float, N> riseSteps;  // `riseStep` in each channel
+    Buffer<float, 1> onsetRatio;
+    Buffer<float, 1> epsilonRow;
+
+    // State
     Buffer<float, N> fallFactor; // the factor in use
     Buffer<float, N> nextFall;   // the armed factor
-    Buffer<float, 1> onsetRatio;
-    Buffer<float, N> bottom; // T
-    Buffer<float, 1> epsilonRow;
-    Buffer<float, N> smoothed;  // x
-    Buffer<float, 1> magnitude; // scratch
-    Buffer<float, 1> step;      // scratch: the smoothing's difference, the rising step, the least risen floor
-    Buffer<float, 1> fallen;    // scratch: candidate of the falling floor
-    Buffer<float, 1> risen;     // scratch: candidate of the rising floor
-    Buffer<float, 1> limit;     // scratch: x of a steady frame lies above
+    Buffer<float, N> bottom;     // T
+    Buffer<float, N> smoothed;   // x
+
+    // Scratch
+    Buffer<float, 1> magnitude;
+    Buffer<float, 1> step;   // the smoothing's difference, the rising step, the least risen floor
+    Buffer<float, 1> fallen; // candidate of the falling floor
+    Buffer<float, 1> risen;  // candidate of the rising floor
+    Buffer<float, 1> limit;  // x of a steady frame lies above
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <std::size_t N>
 BottomTracker<N>::BottomTracker(const BottomTrackerTables& tables)
-    : riseStep(tables.riseStep),
+    : bandCount(tables.riseStep.size()),
+      riseStep(tables.riseStep),
       slowFall(tables.slowFall),
       fastFall(tables.fastFall),
-      initialFloor(tables.initialFloor),
-      epsilon(tables.epsilon),
-      bandCount(tables.riseStep.size()),
       smoothing(tables.smoothing),
       lowerLimit(tables.lowerLimit),
-      riseSteps(bandCount),
+      onsetRatio(tables.onsetRatio),
+      epsilonRow(bandCount),
       fallFactor(bandCount),
       nextFall(bandCount),
-      onsetRatio(tables.onsetRatio),
       bottom(bandCount),
-      epsilonRow(bandCount),
       smoothed(bandCount),
       magnitude(bandCount),
       step(bandCount),
@@ -88,11 +87,11 @@ BottomTracker<N>::BottomTracker(const BottomTrackerTables& tables)
       risen(bandCount),
       limit(bandCount)
 {
-    spread(riseStep, riseSteps);
+    const Buffer<float, 1> initialFloor(tables.initialFloor);
     spread(fastFall, fallFactor);
     spread(slowFall, nextFall);
     spread(initialFloor, bottom);
-    check(ippsSet_32f(epsilon, epsilonRow.channel(0), length32(bandCount)));
+    check(ippsSet_32f(tables.epsilon, epsilonRow.channel(0), length32(bandCount)));
 }
 
 template <std::size_t N>
@@ -137,7 +136,7 @@ void BottomTracker<N>::track(const Complex* x, std::size_t c)
 
     check(ippsMul_32f(floor, factor, down, bands));
     check(ippsSub_32f_I(epsilonRow.channel(0), down, bands));
-    check(ippsMul_32f(floor, riseSteps.channel(c), difference, bands));
+    check(ippsMul_32f(floor, riseStep.channel(0), difference, bands));
     check(ippsAdd_32f(floor, difference, up, bands));
     check(ippsAdd_32f(floor, epsilonRow.channel(0), leastRisen, bands));
     check(ippsMul_32f(onsetRatio.channel(0), p, steady, bands));

@@ -34,12 +34,14 @@ private:
     void clean();
     void measure(float* levels);
 
+    // Configuration
     std::uint64_t fftLength; // bins
     std::uint64_t hop;       // samples
     std::uint64_t bandCount;
     std::uint64_t levelBandCount;
-    float levelOffset;            // dB; the meter reads 32.5 dB more than the mean of the channels' magnitudes
-    std::uint64_t frameCount = 0; // of the current block
+    float levelOffset; // dB; the meter reads 32.5 dB more than the mean of the channels' magnitudes
+
+    // The stages, whose state is all that persists
     FilterBank<N> analysis;
     InverseFilterBank<N> synthesis;
     BandSum<N> bandSum;
@@ -48,6 +50,9 @@ private:
     BottomTracker<N> noiseTracker;
     Ogle<N> signalTracker;
     Ogle<N> levelTracker;
+    SuppressionGain<N> suppressor;
+
+    // Scratch
     Buffer<float, N> frame; // one hop
     SpectrumBuffer<N> spectrum;
     SpectrumBuffer<N> bandSpectrum;
@@ -58,7 +63,6 @@ private:
     Buffer<float, N> noiseFloor;
     Buffer<float, N> signalLevel;
     SpectrumBuffer<N> binGains;
-    SuppressionGain<N> suppressor;
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -84,6 +88,7 @@ FrequencyDomainProc<N>::FrequencyDomainProc(const MicrophoneRateRow& row, float*
       noiseTracker(noiseTrackerTables()),
       signalTracker(signalTrackerTables()),
       levelTracker(levelTrackerTables(row.sampleRate)),
+      suppressor(suppressionTables()),
       frame(hop),
       spectrum(fftLength),
       bandSpectrum(bandCount),
@@ -93,8 +98,7 @@ FrequencyDomainProc<N>::FrequencyDomainProc(const MicrophoneRateRow& row, float*
       bandGains(bandCount),
       noiseFloor(bandCount),
       signalLevel(bandCount),
-      binGains(fftLength),
-      suppressor(suppressionTables())
+      binGains(fftLength)
 {
     std::fill_n(levels, levelBandCount - 1, -60.0F);
 }
@@ -112,7 +116,7 @@ template <std::size_t N>
 void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N>& out, bool writeBack, bool measureLevels,
                                      float* levels)
 {
-    frameCount = in.size() / hop;
+    const auto frameCount = in.size() / hop;
     if (frameCount * hop != in.size()) {
         PassThrough::process(in, out, 1.0F);
         return;

@@ -31,32 +31,38 @@ public:
     // Nine levels in dB, -60 to 0, of the last block that was measured.
     const float* levels() const noexcept { return bandLevels.data(); }
 
-private:
-    friend struct MicrophonePathState; // a test's view
+    // The path's own record, which it takes over at the start of a block when `applied` is 0.
+    SettingsRecord& settings() noexcept { return record; }
 
+    // As last applied: the linear gain ahead of the gate, and the curve with whether its crossfade is to come.
+    float appliedGateGain() const noexcept { return gateGain; }
+    const PendingValue<std::uint64_t>& appliedCurve() const noexcept { return curve; }
+
+private:
     void applyRecord();
     void equalize();
     void runGate();
 
+    // Scratch: the block on its way
     Buffer<float, N> gateIn;  // the signal after the pre-gain
     Buffer<float, N> gateOut; // the block's final signal
     Buffer<float, N> input;   // the block in rows; noise reduction works in place
     Buffer<float, N> equalized;
-    Compressor<N> gate;
-    float gateGain = 1.0F;        // linear, ahead of the gate: moves the level at which it opens
-    float gateGainInverse = 1.0F; // behind it
-    Crossfader<N> eqCrossfader;
-    MicEqualizer<N> equalizer;
+
     // dB; the tenth place takes what the meter writes behind the nine. Built ahead of `frequencyProc`, which sets it.
     std::array<float, 10> bandLevels = {-60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F, -60.0F};
+
+    // The stages, with their state
+    Compressor<N> gate;
+    Crossfader<N> eqCrossfader;
+    MicEqualizer<N> equalizer;
     FrequencyDomainProc<N> frequencyProc;
+
+    // The settings, and the record as last applied
+    SettingsRecord record;
+    float gateGain = 1.0F;                       // linear, ahead of the gate: moves the level at which it opens
+    float gateGainInverse = 1.0F;                // behind it
     PendingValue<std::uint64_t> curve{0, false}; // the curve that the equaliser last changed to; a change awaits its crossfade
-
-public:
-    SettingsRecord record; // the path's own settings
-
-private:
-    // The record as last applied.
     bool gateOn = true;
     bool eqOn = true;
     bool noiseReductionOn = false;

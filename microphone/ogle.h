@@ -38,6 +38,8 @@ public:
 private:
     void follow(const Complex* x, std::size_t c);
 
+    // Configuration, a value of each band; the tables tell what each is.
+    std::uint64_t bandCount;
     Buffer<float, 1> floor;
     Buffer<float, 1> rise;
     Buffer<float, 1> fall;
@@ -46,20 +48,24 @@ private:
     Buffer<float, 1> catchUpRate;
     Buffer<float, 1> dropRate;
     Buffer<float, 1> holdRate;
-    std::uint64_t bandCount;
-    Buffer<float, N> envelope;    // E
-    Buffer<float, N> estimate;    // O
+
+    // State
+    Buffer<float, N> envelope; // E
+    Buffer<float, N> estimate; // O
+
+    // Scratch
     Buffer<float, 1> envelopeRow; // coefficients of E in this frame
     Buffer<float, 1> estimateRow; // coefficients of O in this frame
-    Buffer<float, 1> magnitude;   // scratch
-    Buffer<float, 1> difference;  // scratch
+    Buffer<float, 1> magnitude;
+    Buffer<float, 1> difference;
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <std::size_t N>
 Ogle<N>::Ogle(const OgleTables& tables)
-    : floor(tables.floor),
+    : bandCount(tables.floor.size()),
+      floor(tables.floor),
       rise(tables.rise),
       fall(tables.fall),
       highRatio(tables.highRatio),
@@ -67,7 +73,6 @@ Ogle<N>::Ogle(const OgleTables& tables)
       catchUpRate(tables.catchUpRate),
       dropRate(tables.dropRate),
       holdRate(tables.holdRate),
-      bandCount(tables.floor.size()),
       envelope(bandCount),
       estimate(bandCount),
       envelopeRow(bandCount),

@@ -38,34 +38,39 @@ public:
 private:
     void follow(const float* noise, const float* signal, std::size_t c);
 
+    // Configuration, a value of each band; the tables tell what each is.
+    std::uint64_t bandCount;
     float epsilon;
     Buffer<float, 1> ratioScale;
     Buffer<float, 1> maxSuppression;
     Buffer<float, 1> smoothing;
     Buffer<float, 1> noiseScale;
     Buffer<float, 1> offset;
-    std::uint64_t bandCount;
-    Buffer<float, 1> level; // scratch: the bounded signal level, then 1 - suppression
-    Buffer<float, 1> ratio; // scratch
-    Buffer<float, 1> sum;   // scratch: the target
+
+    // State
     Buffer<float, N> suppression;
+
+    // Scratch
+    Buffer<float, 1> level; // the bounded signal level, then 1 - suppression
+    Buffer<float, 1> ratio;
+    Buffer<float, 1> sum; // the target
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <std::size_t N>
 SuppressionGain<N>::SuppressionGain(const SuppressionGainTables& tables)
-    : epsilon(tables.epsilon),
+    : bandCount(tables.ratioScale.size()),
+      epsilon(tables.epsilon),
       ratioScale(tables.ratioScale),
       maxSuppression(tables.maxSuppression),
       smoothing(tables.smoothing),
       noiseScale(tables.noiseScale),
       offset(tables.offset),
-      bandCount(tables.ratioScale.size()),
+      suppression(bandCount),
       level(bandCount),
       ratio(bandCount),
-      sum(bandCount),
-      suppression(bandCount)
+      sum(bandCount)
 {
     for (std::size_t c = 0; c < N; ++c)
         check(ippsSet_32f(1.0F, suppression.channel(c), length32(bandCount)));

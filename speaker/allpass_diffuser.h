@@ -24,10 +24,6 @@ private:
     struct Allpass {
         Allpass(std::uint64_t d, float g);
 
-        std::int32_t taps1 = 2; // direct taps
-        std::int32_t taps2 = 1; // recursive taps
-        std::uint64_t order1;   // the line's delay in samples
-        std::uint64_t order2;   // the same
         RtPointer<std::byte> storage;
         Sparse_32f* state = nullptr; // the filter, inside the storage
     };
@@ -37,18 +33,15 @@ private:
 
 // ---------------------------------------------------------------------------------------------------------------------
 
-inline AllpassDiffuser::Allpass::Allpass(std::uint64_t d, float g) : order1(d), order2(d)
+inline AllpassDiffuser::Allpass::Allpass(std::uint64_t d, float g)
 {
-    if (taps1 + taps2 != 3)
-        throw ipps::Error(ippStsSizeErr);
-
     const auto delay = length32(d);
-    std::int32_t size = 0;
-    check(ippsIIRSparseGetStateSize_32f(taps1, taps2, delay, delay, &size));
-    storage.reset(static_cast<std::byte*>(rt_alloc(static_cast<std::uint64_t>(size))));
-    const float taps[] = {g, 1.0F, -g};
+    const float taps[] = {g, 1.0F, -g}; // two direct ones and a recursive one
     const std::int32_t positions[] = {0, delay, delay};
-    check(ippsIIRSparseInit_32f(&state, taps, positions, taps1, taps2, storage.get()));
+    std::int32_t size = 0;
+    check(ippsIIRSparseGetStateSize_32f(2, 1, delay, delay, &size));
+    storage.reset(static_cast<std::byte*>(rt_alloc(static_cast<std::uint64_t>(size))));
+    check(ippsIIRSparseInit_32f(&state, taps, positions, 2, 1, storage.get()));
 }
 
 inline AllpassDiffuser::AllpassDiffuser(const std::array<std::uint64_t, lineCount>& delays,

@@ -23,7 +23,7 @@ using Speakers = std::array<std::size_t, N>;
 // The spectrum, in Pack form, of taps that begin `onset` frames late: 1024 floats.
 inline void appendSpectrum(std::vector<float>& spectra, std::span<const float> taps, std::size_t onset = 0)
 {
-    FFT<float> fft(10);
+    FFT<float> fft(transformOrder);
     Buffer<float, 1> response(fft.length());
     Buffer<float, 1> spectrum(fft.length());
     std::copy(taps.begin(), taps.end(), response.channel(0) + onset);
@@ -67,8 +67,8 @@ FDN<N> builtInRoom(const Speakers<N>& speakers, std::uint64_t maxFrames)
                   AllpassDiffuser(fdnColumn(&FdnLineRow::allpassDelay), fdnColumn(&FdnLineRow::allpassCoefficient)),
                   DelayLine(fdnColumn(&FdnLineRow::tapLeft), fdnColumn(&FdnLineRow::gainLeft), fdnColumn(&FdnLineRow::tapRight),
                             fdnColumn(&FdnLineRow::gainRight), fdnColumn(&FdnLineRow::length), maxFrames),
-                  XCorrFreq<float>(correlation.data(), correlation.data() + 1024, overlap), fdnLineFilters, fdnOutputFilter,
-                  maxFrames);
+                  XCorrFreq<float>(correlation.data(), correlation.data() + transformLength, overlap), fdnLineFilters,
+                  fdnOutputFilter, maxFrames);
 }
 
 } // namespace quorel

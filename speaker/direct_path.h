@@ -9,6 +9,7 @@
 
 #include "core/buffer.h"
 #include "core/settings_record.h"
+#include "speaker/transform_length.h"
 
 #include <array>
 
@@ -20,8 +21,6 @@ class DirectPath;
 template <std::size_t N>
 class DirectPath<N, float> {
 public:
-    static constexpr std::uint64_t length = 1024; // floats of a spectrum
-
     // Tables of N consecutive spectra, copied.
     DirectPath(const float* leftTable, const float* rightTable);
 
@@ -29,7 +28,7 @@ public:
     void process(const Buffer<float, N>& spectra, Buffer<float, 2>& sum);
 
     // Takes over the set that the record points to: N left spectra, then N right ones. Refuses, and changes nothing, unless it
-    // is for N channels and of 1024 floats a response. A null pointer shows in the first copy's status.
+    // is for N channels and of `transformLength` floats a response. A null pointer shows in the first copy's status.
     void set(const SettingsRecord& record);
 
 private:
@@ -55,10 +54,10 @@ constexpr std::array<char, Length> directPathText(const char (&ofEight)[Length])
 } // namespace detail
 
 template <std::size_t N>
-DirectPath<N, float>::DirectPath(const float* leftTable, const float* rightTable) : left(length), right(length)
+DirectPath<N, float>::DirectPath(const float* leftTable, const float* rightTable) : left(transformLength), right(transformLength)
 {
     static constexpr auto sizeText = detail::directPathText<N>("quorel::DirectPath<8,float>::set: HRTF size must match");
-    if (left.capacity() != length || right.capacity() != length)
+    if (left.capacity() != transformLength || right.capacity() != transformLength) // Required: cannot happen
         throw std::invalid_argument(sizeText.data());
     copy(leftTable, left);
     copy(rightTable, right);
@@ -68,8 +67,8 @@ template <std::size_t N>
 void DirectPath<N, float>::process(const Buffer<float, N>& spectra, Buffer<float, 2>& sum)
 {
     check(sumProductsPack(rows(spectra).data(), rows(left).data(), rows(right).data(), N, sum.channel(0), sum.channel(1),
-                          length32(length)));
-    sum.setSize(length);
+                          length32(transformLength)));
+    sum.setSize(transformLength);
 }
 
 template <std::size_t N>
@@ -82,15 +81,15 @@ void DirectPath<N, float>::set(const SettingsRecord& record)
     if (record.hrtfLength != left.size() || record.hrtfLength != right.size())
         throw std::invalid_argument(sizeText.data());
     copy(record.hrtfData, left);
-    copy(record.hrtfData + N * length, right);
+    copy(record.hrtfData + N * transformLength, right);
 }
 
 template <std::size_t N>
 void DirectPath<N, float>::copy(const float* tables, Buffer<float, N>& responses)
 {
     for (std::size_t c = 0; c < N; ++c)
-        check(ippsCopy_32f(tables + c * length, responses.channel(c), length32(length)));
-    responses.setSize(length);
+        check(ippsCopy_32f(tables + c * transformLength, responses.channel(c), length32(transformLength)));
+    responses.setSize(transformLength);
 }
 
 } // namespace quorel

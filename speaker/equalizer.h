@@ -46,7 +46,9 @@ private:
     double q;                          // width of every band
     double sampleRate;                 // Hz
     double shelfFactor;                // how far the shelves' frequencies stand inside the outer bands
-    Gains bandGains{};                 // scratch: dB over the median
+
+    // Scratch
+    Gains bandGains{}; // dB over the median
     std::array<double, 6 * bands> bandTaps{};
 };
 

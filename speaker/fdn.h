@@ -40,6 +40,7 @@ private:
     // Makes a matrix of plus and minus ones in twelve rows orthogonal: 0.2887.
     static inline const float feedbackScale = std::sqrt(12.0F) / 12.0F;
 
+    // The stages, with their state
     Delay<N> delay;
     FeedbackMatrix feedbackMatrix;
     AllpassDiffuser diffuser;
@@ -47,10 +48,12 @@ private:
     XCorrFreq<float> decorrelator;
     CascadeBank lineFilters;
     Biquad<2> outputFilter;
-    Buffer<float, N> delayed;       // scratch: the input behind its pre-delays
-    Buffer<float, lineCount> lineA; // scratch
-    Buffer<float, lineCount> lineB; // scratch
-    Buffer<float, 2> stereoWork;    // scratch: the tail behind the decorrelator
+
+    // Scratch
+    Buffer<float, N> delayed; // the input behind its pre-delays
+    Buffer<float, lineCount> lineA;
+    Buffer<float, lineCount> lineB;
+    Buffer<float, 2> stereoWork; // the tail behind the decorrelator
 };
 
 // ---------------------------------------------------------------------------------------------------------------------

@@ -11,11 +11,9 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t designRate = 48000;     // frames per second for which all constants are tuned
-constexpr float outputGain = 0.8F;              // -1.938 dB
-constexpr std::uint64_t transformOrder = 10;    // transforms of 1024 frames
-constexpr std::uint64_t transformLength = 1024; // frames
-constexpr std::uint64_t longestResponse = 169;  // taps, the onset counted: the history to keep
+constexpr std::uint32_t designRate = 48000;    // frames per second for which all constants are tuned
+constexpr float outputGain = 0.8F;             // -1.938 dB
+constexpr std::uint64_t longestResponse = 169; // taps, the onset counted: the history to keep
 
 // The text names the instantiation: the channel count is a single digit.
 template <std::size_t N>
@@ -87,7 +85,7 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
     mix.setSize(0);
     side.setSize(0);
     if (record.applied == 0)
-        translateSettings();
+        applyRecord();
     if (sampleRate != designRate) {
         copyThrough(in, out);
         return;
@@ -117,7 +115,7 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
 // Turns a new record into the path's parameters. A delivered HRTF set that is refused leaves the record unapplied.
 // Required: the same record is then translated, and refused, again at every block.
 template <std::size_t N>
-void SpeakerPath<N, float>::translateSettings()
+void SpeakerPath<N, float>::applyRecord()
 {
     if (record.blockSequence != lastSequence) {
         surround = record.Settings != 0;

@@ -41,11 +41,14 @@ public:
     // steps wrote.
     void process(InterleavedView in, InterleavedView out);
 
+    // The path's own record, which it takes over at the start of a block when `applied` is 0.
+    SettingsRecord& settings() noexcept { return record; }
+
 private:
     friend struct SpeakerPathState; // a test's view
 
     // The steps of a block, in signal order.
-    void translateSettings();
+    void applyRecord();
     void copyThrough(InterleavedView in, InterleavedView out) const;
     void loadInput(InterleavedView in);
     void convolve();
@@ -54,37 +57,39 @@ private:
     void fadeBetweenEffects();
     void equalize();
 
-    PaddedBuffer<N> input;          // the last 176 frames of the previous block, the new block, zeros
+    // The block on its way; of the first the last 176 frames of the previous block persist.
+    PaddedBuffer<N> input;          // the history, the new block, zeros
     PaddedBuffer<2> directTime;     // result of the convolver; valid behind its overlap
     Buffer<float, N> inputSpectrum; // packed, one spectrum a channel
     Buffer<float, 2> sumSpectrum;   // packed, one spectrum an ear
     Buffer<float, 2> mix;           // the direct signal, then with the reverb, then the faded result
     Buffer<float, 2> side;          // the reverb, or the down-mix in a transition; at the end what leaves the path
+
+    // The stages, with their state
     ScaleMixer<N> downmix;          // takes the whole effect's place when it is off
     FFT<float> fft;                 // of 1024 frames
     DirectPath<N, float> direct;    // the HRTFs
     Equalizer equalizer;            // nine bands on the stereo bus
     Crossfader<2> fade;             // for every change
     FDN<N> fdn;                     // the room
-    float reverbGain = 0.0F;        // linear, as applied
     Compressor<2> directCompressor; // on the direct signal and on the down-mix
     Compressor<2> outputCompressor; // ahead of the output gain
 
-public:
-    SettingsRecord record; // the path's own settings
-
-private:
+    // The settings, and what the last record asks for
+    SettingsRecord record;
+    float reverbGain = 0.0F;                               // linear, as applied
     PendingValue<std::array<double, 9>> equalizerTarget{}; // requested band gains in dB
     PendingValue<float> reverbTarget{};                    // requested linear gain
+    std::uint32_t lastSequence = 0xFFFFFFFF;               // blockSequence of the last translated record
+    std::uint32_t lastHrtfId = 0;                          // identity of the set in `direct`
+    bool surround = true;                                  // the effect is wanted
+    bool surroundPrevious = true;                          // it was, at the end of the previous block
+    bool reverbOn = true;                                  // the room is wanted
 
-    std::uint32_t lastSequence = 0xFFFFFFFF; // blockSequence of the last translated record
-    std::uint32_t lastHrtfId = 0;            // identity of the set in `direct`
-    std::uint32_t sampleRate;                // frames per second
-    bool surround = true;                    // the effect is wanted
-    bool surroundPrevious = true;            // it was, at the end of the previous block
-    bool reverbOn = true;                    // the room is wanted
+    // Configuration
+    std::uint32_t sampleRate; // frames per second
 
-    // Switches of the pipeline that nothing turns off.
+    // Switches of the pipeline that nothing turns off
     bool directOn = true;
     bool equalizerOn = true;
     bool compressorOn = true;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "core/fft.h"
+#include "speaker/transform_length.h"
 
 #include <array>
 
@@ -19,8 +20,6 @@ class XCorrFreq;
 template <>
 class XCorrFreq<float> {
 public:
-    static constexpr std::uint64_t length = 1024; // floats of a spectrum, frames of a transform
-
     // first, second: the spectra of H1 and H2 in Pack form, 1024 floats each. overlap: the frames of history that the filters
     // reach back, one less than their taps.
     XCorrFreq(const float* first, const float* second, std::uint64_t overlap);
@@ -29,11 +28,14 @@ public:
     void process(const Buffer<float, 2>& in, Buffer<float, 2>& out);
 
 private:
-    void set(const float* first, const float* second);
+    // Configuration
+    Buffer<float, 2> filters; // spectra of H1 and H2
+    FFT<float> fft;           // of 1024 frames
 
-    Buffer<float, 2> filters;        // spectra of H1 and H2
-    FFT<float> fft;                  // of 1024 frames
-    PaddedBuffer<2> input;           // history, the block, zeros
+    // State: the history at its front. Behind it stand the block and zeros.
+    PaddedBuffer<2> input;
+
+    // Scratch
     PaddedBuffer<2> output;          // valid behind its overlap
     Buffer<float, 2> inputSpectrum;  // of both channels
     Buffer<float, 2> outputSpectrum; // of both channels
@@ -42,17 +44,17 @@ private:
 // ---------------------------------------------------------------------------------------------------------------------
 
 inline XCorrFreq<float>::XCorrFreq(const float* first, const float* second, std::uint64_t overlap)
-    : filters(length), fft(10), input(length, overlap), output(length, overlap), inputSpectrum(length), outputSpectrum(length)
+    : filters(transformLength),
+      fft(transformOrder),
+      input(transformLength, overlap),
+      output(transformLength, overlap),
+      inputSpectrum(transformLength),
+      outputSpectrum(transformLength)
 {
-    set(first, second);
-}
-
-inline void XCorrFreq<float>::set(const float* first, const float* second)
-{
-    if (filters.capacity() < length)
+    if (filters.capacity() < transformLength) // Required: cannot happen
         throw std::invalid_argument("quorel::XCorrFreq<float>::set: size must match");
-    check(ippsCopy_32f(first, filters.channel(0), length32(length)));
-    check(ippsCopy_32f(second, filters.channel(1), length32(length)));
+    check(ippsCopy_32f(first, filters.channel(0), length32(transformLength)));
+    check(ippsCopy_32f(second, filters.channel(1), length32(transformLength)));
     for (Buffer<float, 2>* buffer : {&filters, static_cast<Buffer<float, 2>*>(&input), static_cast<Buffer<float, 2>*>(&output),
                                      &inputSpectrum, &outputSpectrum})
         buffer->setSize(buffer->capacity());
@@ -74,11 +76,10 @@ inline void XCorrFreq<float>::process(const Buffer<float, 2>& in, Buffer<float, 
     input.setSize(overlap + n);
 
     fft.Fwd(input, inputSpectrum);
-    const std::array<const float*, 2> x = {inputSpectrum.channel(0), inputSpectrum.channel(1)};
-    const std::array<const float*, 2> toLeft = {filters.channel(0), filters.channel(1)};
-    const std::array<const float*, 2> toRight = {filters.channel(1), filters.channel(0)};
-    check(sumProductsPack(x.data(), toLeft.data(), toRight.data(), 2, outputSpectrum.channel(0), outputSpectrum.channel(1),
-                          length32(length)));
+    const auto toLeft = rows(filters);
+    const std::array<const float*, 2> toRight = {toLeft[1], toLeft[0]};
+    check(sumProductsPack(rows(inputSpectrum).data(), toLeft.data(), toRight.data(), 2, outputSpectrum.channel(0),
+                          outputSpectrum.channel(1), length32(transformLength)));
     fft.Inv(outputSpectrum, output);
     output.setSize(overlap + input.validFrames());
 

@@ -39,15 +39,17 @@ public:
 private:
     void prepareFor(const Buffer<float, C>& signal);
 
-    Buffer<float, C> work;    // the signal that fades out
     Buffer<float, 1> rising;  // its size is the ramps' length
     Buffer<float, 1> falling; // of the same size
+
+    // Scratch
+    Buffer<float, C> work; // the signal that fades out
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <std::size_t C>
-Crossfader<C>::Crossfader(std::uint64_t maxFrames) : work(maxFrames), rising(maxFrames), falling(maxFrames)
+Crossfader<C>::Crossfader(std::uint64_t maxFrames) : rising(maxFrames), falling(maxFrames), work(maxFrames)
 {
     prepare(maxFrames);
 }

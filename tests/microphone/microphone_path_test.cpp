@@ -10,28 +10,7 @@
 
 namespace quorel {
 
-// What no sample tells: the crossfade between curves is inaudible by construction.
-struct MicrophonePathState {
-    template <std::size_t N>
-    static float gateGain(const MicrophonePath<N, float>& path)
-    {
-        return path.gateGain;
-    }
-    template <std::size_t N>
-    static bool curvePending(const MicrophonePath<N, float>& path)
-    {
-        return path.curve.changed;
-    }
-    template <std::size_t N>
-    static std::uint64_t activeCurve(const MicrophonePath<N, float>& path)
-    {
-        return path.curve.value;
-    }
-};
-
 namespace {
-
-using State = MicrophonePathState;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
@@ -71,8 +50,8 @@ double rms(const std::vector<float>& x, std::size_t from, std::size_t to)
 template <class Path, class Change>
 void set(Path& path, Change change)
 {
-    change(path.record);
-    path.record.applied = 0;
+    change(path.settings());
+    path.settings().applied = 0;
 }
 
 // One block of interleaved samples.
@@ -246,8 +225,8 @@ TEST(MicrophonePath, ABlockOfTheInputsCapacityIsTakenAndOneFrameMoreFails)
         set(path, [](SettingsRecord& record) { record.noiseGate = 1; });
         EXPECT_EQ(failureText<std::invalid_argument>([&] { block(path, std::vector<float>((maxFrames + 1) * N)); }),
                   "PassThrough: out buffer too small");
-        EXPECT_EQ(path.record.applied, 1); // the record alone has been taken over
-        EXPECT_EQ(State::gateGain(path), 10.0F);
+        EXPECT_EQ(path.settings().applied, 1); // the record alone has been taken over
+        EXPECT_EQ(path.appliedGateGain(), 10.0F);
     });
 }
 
@@ -346,7 +325,7 @@ TEST(MicrophonePath, AGateOf300BehavesAs255)
         set(last, [](SettingsRecord& record) { record.noiseGate = 255; });
         const std::vector<float> x = noise(maxFrames * 20, 0.5F);
         EXPECT_EQ(run(path, x), run(last, x));
-        EXPECT_EQ(State::gateGain(path), 0.1F);
+        EXPECT_EQ(path.appliedGateGain(), 0.1F);
     }
 }
 
@@ -390,7 +369,7 @@ TEST(MicrophonePath, SwitchingTheGateOffAndBackLeavesItsGain)
     for (const std::uint32_t value : {100U, 0U, 100U}) {
         set(path, [&](SettingsRecord& record) { record.noiseGate = value; });
         run(path, noise(maxFrames));
-        EXPECT_EQ(State::gateGain(path), std::pow(10.0F, 28.0F / 127.0F));
+        EXPECT_EQ(path.appliedGateGain(), std::pow(10.0F, 28.0F / 127.0F));
     }
 }
 
@@ -424,18 +403,18 @@ TEST(MicrophonePath, AChangeOfCurvePendsOnceUntilItsBlock)
         const auto select = [&](std::uint32_t curve) { set(path, [&](SettingsRecord& record) { record.micEq = curve; }); };
         select(1);
         applyOnly(path);
-        EXPECT_TRUE(State::curvePending(path));
+        EXPECT_TRUE(path.appliedCurve().changed);
         run(path, noise(maxFrames));
-        EXPECT_FALSE(State::curvePending(path));
+        EXPECT_FALSE(path.appliedCurve().changed);
         select(2);
         applyOnly(path);
-        EXPECT_TRUE(State::curvePending(path));
+        EXPECT_TRUE(path.appliedCurve().changed);
         run(path, noise(240));
-        EXPECT_FALSE(State::curvePending(path));
+        EXPECT_FALSE(path.appliedCurve().changed);
         select(2);
         applyOnly(path);
-        EXPECT_FALSE(State::curvePending(path));
-        EXPECT_EQ(State::activeCurve(path), 2U);
+        EXPECT_FALSE(path.appliedCurve().changed);
+        EXPECT_EQ(path.appliedCurve().value, 2U);
     });
 }
 
@@ -446,10 +425,10 @@ TEST(MicrophonePath, ACurveThatComesBackAfterNoneIsNoChange)
         set(path, [&](SettingsRecord& record) { record.micEq = curve; });
         run(path, noise(maxFrames));
     }
-    EXPECT_EQ(State::activeCurve(path), 1U);
+    EXPECT_EQ(path.appliedCurve().value, 1U);
     set(path, [](SettingsRecord& record) { record.micEq = 1; });
     applyOnly(path);
-    EXPECT_FALSE(State::curvePending(path));
+    EXPECT_FALSE(path.appliedCurve().changed);
 }
 
 TEST(MicrophonePath, EveryRecordRestartsTheCurveFromSilenceWhateverFieldChanged)
@@ -505,8 +484,8 @@ TEST(MicrophonePath, ACurveOf3FailsOnEveryBlockAndTheGateHasTakenEffect)
             for (int k = 0; k < 3; ++k) {
                 EXPECT_EQ(failureText<std::invalid_argument>([&] { block(path, std::vector<float>(maxFrames * N)); }),
                           "MicrophonePath: EQ select index is out of bounds");
-                EXPECT_EQ(path.record.applied, 0);
-                EXPECT_EQ(State::gateGain(path), 10.0F);
+                EXPECT_EQ(path.settings().applied, 0);
+                EXPECT_EQ(path.appliedGateGain(), 10.0F);
             }
             set(path, [](SettingsRecord& record) { record.micEq = 0, record.noiseGate = 0, record.MicNR = 0; });
             const std::vector<float> in = noise(maxFrames * N);
@@ -519,7 +498,7 @@ TEST(MicrophonePath, WithoutARecordTheSettingsStayAsLastApplied)
 {
     Path<1> path(0, maxFrames, 16000);
     run(path, noise(maxFrames));
-    path.record.noiseGate = 255; // `applied` stays 1: not a new record
+    path.settings().noiseGate = 255; // `applied` stays 1: not a new record
     const std::vector<float> x = noise(maxFrames);
     EXPECT_EQ(run(path, x), x);
 }
