@@ -2,6 +2,7 @@
 // test tells them to, and take the place of the real ones.
 #include "host/effect_object.h"
 
+#include "core/dispatch.h"
 #include "tests/host/control.h"
 #include "tests/host/engine.h"
 #include "tests/support/private_home.h"
