@@ -27,7 +27,7 @@ bool holdTheSame(const std::vector<double>& a, const std::vector<double>& b)
 
 MicrophoneFollower::MicrophoneFollower(std::size_t channels, std::size_t maxFrames, std::uint32_t sampleRate,
                                        const MicrophoneWindows& windows, double margin)
-    : channels(channels), margin(margin), branches{{MicrophoneModel(channels, maxFrames, sampleRate, windows), 0, 0.0, 0.0, {}}}
+    : margin(margin), branches{{MicrophoneModel(channels, maxFrames, sampleRate, windows), 0, 0.0, 0.0, {}}}
 {
 }
 

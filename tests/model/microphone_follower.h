@@ -49,7 +49,6 @@ private:
               std::vector<Branch>& grown);
     void weigh(std::vector<Branch>& grown, const float* result, const float* resultLevels);
 
-    std::size_t channels;
     double margin;
     double signal = 0.0;          // energy of the blocks so far, fading like the errors
     std::vector<Branch> branches; // least stretched first, never empty

@@ -365,7 +365,6 @@ Rows Room::process(const Rows& in)
 SpeakerModel::SpeakerModel(std::size_t channels, std::uint32_t mask, std::size_t maxFrames, std::uint32_t sampleRate,
                            const SpeakerTables& tables)
     : channels(channels),
-      maxFrames(maxFrames),
       capacity(roundUpTo16(maxFrames)),
       sampleRate(sampleRate),
       input(channels, inputOverlap),

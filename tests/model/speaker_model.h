@@ -117,8 +117,7 @@ private:
     Rows equalize(const Rows& mix);
 
     std::size_t channels;
-    std::size_t maxFrames;
-    std::size_t capacity; // maxFrames in whole rows of 16
+    std::size_t capacity; // frames of the longest block, in whole rows of 16
     std::uint32_t sampleRate;
 
     Rows leftTaps;
