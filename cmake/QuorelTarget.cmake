@@ -5,10 +5,11 @@ function(quorel_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
-  # Clang is told nothing of deprecated names, since the standard library's own stable_sort uses one.
+  # Clang says nothing of changes of sign, as gcc does not, and of deprecated names, since the library's stable_sort uses one.
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wconversion -Werror -ffp-contract=off
-    $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> $<$<CXX_COMPILER_ID:Clang>:-Wshadow> $<$<CXX_COMPILER_ID:Clang>:-Wno-deprecated-declarations>)
+    $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
+    "$<$<CXX_COMPILER_ID:Clang>:-Wshadow;-Wno-sign-conversion;-Wno-deprecated-declarations>")
 endfunction()
 
 # quorel_header_library(<target> <folder>): a library of the host's that is headers alone, also in a build for another system:
