@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,13 @@ namespace quorel {
 namespace kernels::lowered {
 extern const KernelTable table;
 }
+
+namespace kernels {
+inline void PrintTo(const Variant& variant, std::ostream* out)
+{
+    *out << variant.name;
+}
+} // namespace kernels
 
 inline std::vector<kernels::Variant> testedVariants()
 {
