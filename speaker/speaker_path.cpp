@@ -107,7 +107,7 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
     surroundPrevious = surround;
 
     equalize();
-    if (compressorOn)
+    if (steps_.compressor)
         outputCompressor.process(side, side);
     writeFrames(side, out, outputGain);
 }
@@ -161,7 +161,7 @@ void SpeakerPath<N, float>::loadInput(InterleavedView in)
 template <std::size_t N>
 void SpeakerPath<N, float>::convolve()
 {
-    if (!directOn) {
+    if (!steps_.direct) {
         mix.clear();
         mix.setSize(input.validFrames());
         return;
@@ -208,7 +208,7 @@ void SpeakerPath<N, float>::fadeBetweenEffects()
 template <std::size_t N>
 void SpeakerPath<N, float>::equalize()
 {
-    if (!equalizerOn)
+    if (!steps_.equalizer)
         PassThrough::process(mix, side, 1.0F);
     else if (equalizerTarget.changed)
         fade.blendEqualizer(mix, side, equalizer, equalizerTarget);

@@ -44,9 +44,22 @@ public:
     // The path's own record, which it takes over at the start of a block when `applied` is 0.
     SettingsRecord& settings() noexcept { return record; }
 
-private:
-    friend struct SpeakerPathState; // a test's view
+    // Steps of the pipeline that no setting turns off.
+    struct Steps {
+        bool direct = true;
+        bool equalizer = true;
+        bool compressor = true;
+    };
+    Steps& steps() noexcept { return steps_; }
 
+    // What the last record asks for, and the identity of the set in use.
+    bool wantsSurround() const noexcept { return surround; }
+    bool wantsReverb() const noexcept { return reverbOn; }
+    const PendingValue<std::array<double, 9>>& wantedEqualizer() const noexcept { return equalizerTarget; }
+    const PendingValue<float>& wantedReverbGain() const noexcept { return reverbTarget; }
+    std::uint32_t hrtfId() const noexcept { return lastHrtfId; }
+
+private:
     // The steps of a block, in signal order.
     void applyRecord();
     void copyThrough(InterleavedView in, InterleavedView out) const;
@@ -88,11 +101,7 @@ private:
 
     // Configuration
     std::uint32_t sampleRate; // frames per second
-
-    // Switches of the pipeline that nothing turns off
-    bool directOn = true;
-    bool equalizerOn = true;
-    bool compressorOn = true;
+    Steps steps_;
 };
 
 } // namespace quorel

@@ -12,53 +12,7 @@
 
 namespace quorel {
 
-// What no setting reaches, and what no sample tells.
-struct SpeakerPathState {
-    template <std::size_t N>
-    static bool& directOn(SpeakerPath<N, float>& path)
-    {
-        return path.directOn;
-    }
-    template <std::size_t N>
-    static bool& equalizerOn(SpeakerPath<N, float>& path)
-    {
-        return path.equalizerOn;
-    }
-    template <std::size_t N>
-    static bool& compressorOn(SpeakerPath<N, float>& path)
-    {
-        return path.compressorOn;
-    }
-    template <std::size_t N>
-    static bool surround(const SpeakerPath<N, float>& path)
-    {
-        return path.surround;
-    }
-    template <std::size_t N>
-    static bool reverbOn(const SpeakerPath<N, float>& path)
-    {
-        return path.reverbOn;
-    }
-    template <std::size_t N>
-    static const auto& equalizerTarget(const SpeakerPath<N, float>& path)
-    {
-        return path.equalizerTarget;
-    }
-    template <std::size_t N>
-    static const auto& reverbTarget(const SpeakerPath<N, float>& path)
-    {
-        return path.reverbTarget;
-    }
-    template <std::size_t N>
-    static std::uint32_t lastHrtfId(const SpeakerPath<N, float>& path)
-    {
-        return path.lastHrtfId;
-    }
-};
-
 namespace {
-
-using State = SpeakerPathState;
 
 constexpr std::size_t frames = 480;
 constexpr std::array<std::uint32_t, 9> masks = {0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x61F, 0x63F};
@@ -67,8 +21,8 @@ constexpr std::array<std::uint32_t, 9> masks = {0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x
 struct Centre {
     Centre(std::uint8_t surround, std::uint32_t reverb)
     {
-        path.record.Settings = surround;
-        path.record.Reverb = reverb;
+        path.settings().Settings = surround;
+        path.settings().Reverb = reverb;
         deliver();
         for (int block = 0; block < 3; ++block)
             process(std::vector<float>(frames));
@@ -76,8 +30,8 @@ struct Centre {
 
     void deliver()
     {
-        ++path.record.blockSequence;
-        path.record.applied = 0;
+        ++path.settings().blockSequence;
+        path.settings().applied = 0;
     }
 
     // Left and right of one block, interleaved.
@@ -147,12 +101,12 @@ TEST(SpeakerPathSwitches, WithoutTheConvolverTheRoomAloneIsHeard)
     Centre twin(1, 170);
     for (Centre* each : {&room, &twin})
         each->process(noise(1, 0.1F)); // so that the bus holds something
-    State::directOn(room.path) = false;
+    room.path.steps().direct = false;
     const std::vector<float> silentSet(2 * 1024);
-    twin.path.record.hrtfId = 1;
-    twin.path.record.hrtfChannels = 1;
-    twin.path.record.hrtfLength = 1024;
-    twin.path.record.hrtfData = silentSet.data();
+    twin.path.settings().hrtfId = 1;
+    twin.path.settings().hrtfChannels = 1;
+    twin.path.settings().hrtfLength = 1024;
+    twin.path.settings().hrtfData = silentSet.data();
     twin.deliver();
     for (const std::size_t n : {std::size_t{480}, std::size_t{100}, std::size_t{480}}) {
         const auto in = noise(2, 0.1F, n);
@@ -166,7 +120,7 @@ TEST(SpeakerPathSwitches, WithoutConvolverAndRoomThereIsSilence)
 {
     Centre path(1, 0);
     path.process(noise(1, 0.1F));
-    State::directOn(path.path) = false;
+    path.path.steps().direct = false;
     for (const std::size_t n : {std::size_t{480}, std::size_t{99}})
         EXPECT_EQ(path.process(noise(2, 0.1F, n)), std::vector<float>(2 * n));
 }
@@ -174,8 +128,8 @@ TEST(SpeakerPathSwitches, WithoutConvolverAndRoomThereIsSilence)
 TEST(SpeakerPathSwitches, WithoutTheEqualiserAChangeWaitsAndNothingIsBent)
 {
     Centre path(0, 0);
-    State::equalizerOn(path.path) = false;
-    path.path.record.EQBand.fill(127);
+    path.path.steps().equalizer = false;
+    path.path.settings().EQBand.fill(127);
     path.deliver();
     for (std::uint32_t block = 0; block < 3; ++block) {
         const auto in = noise(block, 0.05F);
@@ -183,11 +137,11 @@ TEST(SpeakerPathSwitches, WithoutTheEqualiserAChangeWaitsAndNothingIsBent)
         for (std::size_t i = 0; i < frames; ++i)
             for (std::size_t ear = 0; ear < 2; ++ear)
                 ASSERT_EQ(out[2 * i + ear], 0.8F * (0.5F * in[i])); // the limiters are open: a gain of exactly 1
-        EXPECT_TRUE(State::equalizerTarget(path.path).changed);
+        EXPECT_TRUE(path.path.wantedEqualizer().changed);
     }
-    State::equalizerOn(path.path) = true;
+    path.path.steps().equalizer = true;
     path.process(noise(4, 0.05F));
-    EXPECT_FALSE(State::equalizerTarget(path.path).changed);
+    EXPECT_FALSE(path.path.wantedEqualizer().changed);
 }
 
 TEST(SpeakerPathSwitches, WithoutTheLimiterTheEqualisersSoundLeavesAsItIs)
@@ -196,11 +150,11 @@ TEST(SpeakerPathSwitches, WithoutTheLimiterTheEqualisersSoundLeavesAsItIs)
     Centre with(0, 0);
     Centre without(0, 0);
     for (Centre* each : {&with, &without}) {
-        each->path.record.EQBand.fill(127);
+        each->path.settings().EQBand.fill(127);
         each->deliver();
         each->process(std::vector<float>(frames));
     }
-    State::compressorOn(without.path) = false;
+    without.path.steps().compressor = false;
     Compressor<2> last = limiter(); // as the path's stands after silence
     double loudest = 0.0;
     for (std::size_t block = 0; block < 20; ++block) {
@@ -230,10 +184,10 @@ TEST(SpeakerPathFades, AChangedReverbGoesAlongHalfACosineAndThenStands)
     Centre after(1, 200);
     Centre changed(1, 100);
     for (Centre* each : {&before, &after, &changed}) {
-        State::equalizerOn(each->path) = false;
+        each->path.steps().equalizer = false;
         each->process(noise(5, 0.02F));
     }
-    changed.path.record.Reverb = 200;
+    changed.path.settings().Reverb = 200;
     changed.deliver();
     const auto in = noise(6, 0.02F);
     const auto old = before.process(in);
@@ -269,8 +223,8 @@ TEST(SpeakerPathFades, AChangedBandGoesToACurveThatStartsFromSilence)
     path.process(first);
     old.process(halves(first), warm);
 
-    path.path.record.EQBand[0] = 127;
-    path.path.record.EQBand[6] = -127;
+    path.path.settings().EQBand[0] = 127;
+    path.path.settings().EQBand[6] = -127;
     path.deliver();
     fresh.design({6, 0, 0, 0, 0, 0, -6, 0, 0});
     const auto second = noise(9, 0.02F);
@@ -299,7 +253,7 @@ TEST(SpeakerPathOrder, TheRoomHearsTheRawInputAndJoinsBehindTheFirstLimiter)
         Centre dry(1, 0);
         std::vector<float> heard;
         for (Centre* each : {&wet, &dry})
-            State::equalizerOn(each->path) = State::compressorOn(each->path) = false;
+            each->path.steps().equalizer = each->path.steps().compressor = false;
         for (std::uint32_t block = 0; block < 3; ++block) {
             const auto in = noise(block, scale);
             const auto with = wet.process(in);
@@ -322,11 +276,11 @@ TEST(SpeakerPathOrder, InATransitionTheFirstLimiterGoesOnFromTheDirectSignal)
     // Required: one set of envelopes runs over the direct signal and then over the down-mix of the same block.
     const auto in = noise(11, 2.0F);
     Centre soft(1, 0);
-    State::equalizerOn(soft.path) = State::compressorOn(soft.path) = false;
+    soft.path.steps().equalizer = soft.path.steps().compressor = false;
     const auto direct = times(soft.process(times(in, 0x1p-6F)), 0x1p6F / 0.8F); // what the limiter is given
     Centre path(1, 0);
-    State::equalizerOn(path.path) = State::compressorOn(path.path) = false;
-    path.path.record.Settings = 0;
+    path.path.steps().equalizer = path.path.steps().compressor = false;
+    path.path.settings().Settings = 0;
     path.deliver();
     const auto out = path.process(in);
 
@@ -354,25 +308,25 @@ TEST(SpeakerPathTranslation, ARefusedSetIsItsLastStepInEveryLayout)
         SpeakerPath<N, float> path(masks[N], frames, 48000);
         std::vector<float> in(N * frames);
         std::vector<float> out(8 * frames);
-        path.record.Settings = 1;
+        path.settings().Settings = 1;
         path.process({in.data(), frames}, {out.data(), frames});
 
-        path.record.Settings = 0;
-        path.record.EQBand = {127, -127, 0, 0, 0, 0, 0, 0, 127};
-        path.record.Reverb = 170; // 0 dB
-        path.record.hrtfId = 5;
-        path.record.hrtfChannels = N + 1;
-        path.record.hrtfLength = 1024;
-        path.record.blockSequence = 1;
-        path.record.applied = 0;
+        path.settings().Settings = 0;
+        path.settings().EQBand = {127, -127, 0, 0, 0, 0, 0, 0, 127};
+        path.settings().Reverb = 170; // 0 dB
+        path.settings().hrtfId = 5;
+        path.settings().hrtfChannels = N + 1;
+        path.settings().hrtfLength = 1024;
+        path.settings().blockSequence = 1;
+        path.settings().applied = 0;
         for (int block = 0; block < 2; ++block) {
             failureText<std::invalid_argument>([&] { path.process({in.data(), frames}, {out.data(), frames}); });
-            EXPECT_FALSE(State::surround(path));
-            EXPECT_TRUE(State::reverbOn(path));
-            EXPECT_EQ(State::reverbTarget(path).value, 1.0F);
-            EXPECT_EQ(State::equalizerTarget(path).value, (std::array<double, 9>{6, -6, 0, 0, 0, 0, 0, 0, 6}));
-            EXPECT_EQ(State::lastHrtfId(path), 0U);
-            EXPECT_EQ(path.record.applied, 0);
+            EXPECT_FALSE(path.wantsSurround());
+            EXPECT_TRUE(path.wantsReverb());
+            EXPECT_EQ(path.wantedReverbGain().value, 1.0F);
+            EXPECT_EQ(path.wantedEqualizer().value, (std::array<double, 9>{6, -6, 0, 0, 0, 0, 0, 0, 6}));
+            EXPECT_EQ(path.hrtfId(), 0U);
+            EXPECT_EQ(path.settings().applied, 0);
         }
     });
 }
@@ -383,7 +337,7 @@ TEST(SpeakerPathTranslation, ADeliveredSetReachesItsChannelsEarsInEveryLayout)
         SpeakerPath<N, float> path(masks[N], frames, 48000);
         std::vector<float> in(N * frames);
         std::vector<float> out(8 * frames);
-        path.record.Settings = 1;
+        path.settings().Settings = 1;
         for (int block = 0; block < 3; ++block)
             path.process({in.data(), frames}, {out.data(), frames});
 
@@ -394,16 +348,16 @@ TEST(SpeakerPathTranslation, ADeliveredSetReachesItsChannelsEarsInEveryLayout)
             for (std::size_t k = 1; k < 1023; k += 2)
                 set[r * 1024 + k] = static_cast<float>(1 + r);
         }
-        path.record.hrtfId = 5;
-        path.record.hrtfChannels = N;
-        path.record.hrtfLength = 1024;
-        path.record.hrtfData = set.data();
-        path.record.blockSequence = 1;
-        path.record.applied = 0;
+        path.settings().hrtfId = 5;
+        path.settings().hrtfChannels = N;
+        path.settings().hrtfLength = 1024;
+        path.settings().hrtfData = set.data();
+        path.settings().blockSequence = 1;
+        path.settings().applied = 0;
         for (std::size_t c = 0; c < N; ++c)
             in[(10 + c) * N + c] = 0.03125F; // a click of its own time in each channel
         path.process({in.data(), frames}, {out.data(), frames});
-        EXPECT_EQ(State::lastHrtfId(path), 5U);
+        EXPECT_EQ(path.hrtfId(), 5U);
         for (std::size_t i = 0; i < frames; ++i)
             for (std::size_t ear = 0; ear < 2; ++ear) {
                 const double height = i >= 10 && i < 10 + N ? static_cast<double>(1 + ear * N + i - 10) : 0.0;
