@@ -11,6 +11,7 @@ namespace {
 
 std::atomic<std::uint64_t> count = 0;
 std::atomic<std::int64_t> inUse = 0;
+std::atomic<std::uint64_t> untilFailure = 0; // allocations, the one that fails among them; 0: none is to fail, or it has failed
 
 #ifdef __linux__
 // Reaching a thread's own variable may itself allocate, unless its place is settled when the program is loaded.
@@ -25,10 +26,22 @@ void countCall()
 #endif
 }
 
-template <class Block>
-Block counted(Block made)
+bool isToFail()
+{
+    auto left = untilFailure.load();
+    while (left != 0 && !untilFailure.compare_exchange_weak(left, left - 1))
+        continue;
+    return left == 1;
+}
+
+template <class Make>
+void* counted(Make make)
 {
     countCall();
+    const bool fails = isToFail();
+    void* made = fails ? nullptr : make();
+    if (fails)
+        errno = ENOMEM;
     inUse += made != nullptr ? 1 : 0;
     return made;
 }
@@ -49,6 +62,11 @@ std::uint64_t allocationCount() noexcept
 std::int64_t blocksInUse() noexcept
 {
     return inUse;
+}
+
+bool failAllocation(std::uint64_t number) noexcept
+{
+    return untilFailure.exchange(number) == 0;
 }
 
 #ifdef __linux__
@@ -76,18 +94,18 @@ void __real__aligned_free(void* block);
 
 void* __wrap_malloc(std::size_t bytes)
 {
-    return counted(__real_malloc(bytes));
+    return counted([=] { return __real_malloc(bytes); });
 }
 
 void* __wrap_calloc(std::size_t number, std::size_t bytes)
 {
-    return counted(__real_calloc(number, bytes));
+    return counted([=] { return __real_calloc(number, bytes); });
 }
 
 void* __wrap_realloc(void* block, std::size_t bytes)
 {
     countRelease(block);
-    return counted(__real_realloc(block, bytes));
+    return counted([=] { return __real_realloc(block, bytes); });
 }
 
 void __wrap_free(void* block)
@@ -98,7 +116,7 @@ void __wrap_free(void* block)
 
 void* __wrap__aligned_malloc(std::size_t bytes, std::size_t alignment)
 {
-    return counted(__real__aligned_malloc(bytes, alignment));
+    return counted([=] { return __real__aligned_malloc(bytes, alignment); });
 }
 
 void __wrap__aligned_free(void* block)
@@ -120,23 +138,23 @@ void __libc_free(void* block);
 
 void* malloc(std::size_t bytes)
 {
-    return counted(__libc_malloc(bytes));
+    return counted([=] { return __libc_malloc(bytes); });
 }
 
 void* calloc(std::size_t number, std::size_t bytes)
 {
-    return counted(__libc_calloc(number, bytes));
+    return counted([=] { return __libc_calloc(number, bytes); });
 }
 
 void* realloc(void* block, std::size_t bytes)
 {
     countRelease(block);
-    return counted(__libc_realloc(block, bytes));
+    return counted([=] { return __libc_realloc(block, bytes); });
 }
 
 void* memalign(std::size_t alignment, std::size_t bytes)
 {
-    return counted(__libc_memalign(alignment, bytes));
+    return counted([=] { return __libc_memalign(alignment, bytes); });
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t bytes)
