@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <latch>
 #include <string>
 #include <thread>
 
@@ -312,6 +314,16 @@ TEST_F(SettingsHandlerTest, TheLastReleaseClearsTheFormatSavesStopsAndClosesInOr
                             "closeHandle startThread"));
 }
 
+// Another access string or size would make objects that the other side can't open, or not in whole.
+TEST_F(SettingsHandlerTest, TheObjectsAreMadeWithTheirSizesAndForEverybody)
+{
+    const auto handler = start();
+    const std::string access = "D:(A;OICI;GA;;;BA)(A;OICI;FA;;;BU)(A;OICI;FA;;;LS)(A;OICI;FA;;;SY)";
+    EXPECT_THAT(faultyPlatform().made, UnorderedElementsAre(testing::Pair("Global\\QUORELMem", testing::Pair(1060U, access)),
+                                                            testing::Pair("Global\\QUORELHRTF", testing::Pair(65536U, access)),
+                                                            testing::Pair("Global\\QUORELEvent", testing::Pair(0U, access))));
+}
+
 // Required: these stay open to the end of the process, so `hrtfData` stays a valid address.
 TEST_F(SettingsHandlerTest, TheStopEventTheShareAndItsViewOutliveTheHandler)
 {
@@ -341,6 +353,48 @@ TEST_F(SettingsHandlerTest, AThreadThatDoesNotEndInTimeKeepsTheHandlerItsViewAnd
     EXPECT_THAT(faultyPlatform().open(),
                 IsSupersetOf({"startThread", "createMapping Global\\QUORELMem", "mapView Global\\QUORELMem"}));
     EXPECT_THAT(faultyPlatform().takeCalls(), Contains("keepModule"));
+}
+
+TEST_F(SettingsHandlerTest, AThreadThatEndsLateClosesWhatWasLeft)
+{
+    auto handler = start();
+    faultyPlatform().fail("setEvent createEvent unnamed");
+    handler.reset();
+    ControlApplication().signal(); // wakes the thread, which finds that it is not to go on
+    EXPECT_TRUE(eventually([] {
+        return testing::Value(
+            faultyPlatform().open(),
+            UnorderedElementsAre("createEvent unnamed", "createMapping Global\\QUORELHRTF", "mapView Global\\QUORELHRTF"));
+    }));
+}
+
+// The last reference goes while another effect object starts and locks its stream.
+TEST_F(SettingsHandlerTest, AThousandCollisionsOfStopAndStartLoseNothing)
+{
+    auto handler = start();
+    ControlApplication control;
+    ASSERT_TRUE(takenOver(*handler, control.update(withReverb(170))));
+    int fresh = 0;
+    for (int i = 0; i < 1000; ++i) {
+        const auto before = polled(*handler).generation;
+        std::latch meet(2);
+        std::thread release([&meet, old = std::move(handler)]() mutable {
+            meet.arrive_and_wait();
+            old.reset();
+        });
+        meet.arrive_and_wait();
+        for (std::atomic<int> turn = 0; turn < i % 50 * 10;) // meets the other one at many places
+            ++turn;
+        handler = SettingsHandler::instance(SettingsHandler::layoutVersion);
+        handler->writeActiveFormat(0x63F, 48000.0F);
+        const auto record = polled(*handler);
+        release.join();
+        fresh += record.generation != before ? 1 : 0;
+        ASSERT_EQ(control.block->activeChannelMask, 0x63FU) << "collision " << i;
+        ASSERT_EQ(control.block->activeFramesPerSecond, 48000.0F) << "collision " << i;
+        ASSERT_EQ(record.Reverb, 170U) << "collision " << i;
+    }
+    std::printf("%d of the starts made another handler\n", fresh);
 }
 
 TEST_F(SettingsHandlerTest, AfterTheLastReleaseTheBlockComesBackFromAMappingThatAnotherProcessHolds)
