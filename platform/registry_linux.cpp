@@ -14,6 +14,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <functional>
 #include <locale>
 #include <map>
 #include <memory>
@@ -233,7 +234,13 @@ private:
     std::set<std::string> paths;
 };
 
-constinit std::atomic<bool> unreadUnknown = false; // some key, which there was no memory to name
+// The latest one that there was no memory to read, nor to keep its path; 0: none.
+constinit std::atomic<std::size_t> starvedKey = 0;
+
+std::size_t markOf(const OpenKey* parent, std::string_view path)
+{
+    return std::hash<const void*>()(parent) ^ std::hash<std::string_view>()(path);
+}
 
 UnreadKeys& unreadKeys()
 {
@@ -315,10 +322,11 @@ try {
     const UserDirectory user(Place::state, IfMissing::isNone);
     const auto result = user ? openAt(user, joined, access, key) : resultOf(user.error());
     unreadKeys().keep(user.pathOf(joined), result != windowsError::success && result != windowsError::notFound);
-    unreadUnknown = false;
+    auto mark = markOf(parent, path);
+    starvedKey.compare_exchange_strong(mark, 0);
     return result;
 } catch (const std::exception&) {
-    unreadUnknown = true;
+    starvedKey = markOf(parent, path);
     closeKey(std::exchange(key, nullptr));
     return windowsError::outOfMemory;
 }
@@ -330,7 +338,7 @@ try {
     if (!joinPath(*parent, path, joined))
         return windowsError::invalidParameter;
     const UserDirectory user(Place::state, IfMissing::isMade);
-    if (!user || unreadUnknown || unreadKeys().contain(user.pathOf(joined)))
+    if (!user || starvedKey == markOf(parent, path) || unreadKeys().contain(user.pathOf(joined)))
         return windowsError::accessDenied;
     if (!makeDirectories(user, joined)) {
         const int error = errno;

@@ -162,6 +162,9 @@ TEST_F(WithoutMemory, AKeyThatWasNotReadWholeIsNotWritten)
             EXPECT_EQ(queryValue(key, "B value with a longer name", &value, bytes), 0) << failures;
         }
         closeKey(key);
+        RegistryKey other = nullptr; // that another key can be read changes nothing
+        if (openKey(user, "Software", 0x20019, other) == 0)
+            closeKey(other);
         const auto written = createKey(user, path, 0x20006, key);
         closeKey(key);
         ASSERT_EQ(written == 0, result == 0) << failures;
