@@ -4,6 +4,8 @@
 
 #include <array>
 #include <exception>
+#include <string>
+#include <string_view>
 
 namespace quorel::platform {
 
@@ -13,6 +15,25 @@ HKEY handleOf(RegistryKey key)
 {
     return reinterpret_cast<HKEY>(key);
 }
+
+// The path or the name of all but the longest keys and values in UTF-16, without memory that could be missing: kept values
+// that were not read for want of memory would be written over with zeros.
+class Wide {
+public:
+    explicit Wide(std::string_view text)
+    {
+        const auto bytes = static_cast<int>(text.size());
+        if (text.size() < units.size())
+            MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, units.data(), bytes); // never more units than bytes
+        else
+            longer = wide(text);
+    }
+    const wchar_t* text() const noexcept { return longer.empty() ? units.data() : longer.c_str(); }
+
+private:
+    std::array<wchar_t, 256> units{};
+    std::wstring longer;
+};
 
 } // namespace
 
@@ -26,7 +47,7 @@ RegistryKey rootKey(RootKey root) noexcept
 RegistryResult openKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
 try {
     HKEY opened = nullptr;
-    const auto result = RegOpenKeyExW(handleOf(parent), wide(path).c_str(), 0, access, &opened);
+    const auto result = RegOpenKeyExW(handleOf(parent), Wide(path).text(), 0, access, &opened);
     key = reinterpret_cast<RegistryKey>(opened);
     return result;
 } catch (const std::exception&) {
@@ -36,8 +57,8 @@ try {
 RegistryResult createKey(RegistryKey parent, std::string_view path, std::uint32_t access, RegistryKey& key) noexcept
 try {
     HKEY opened = nullptr;
-    const auto result = RegCreateKeyExW(handleOf(parent), wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access,
-                                        nullptr, &opened, nullptr);
+    const auto result = RegCreateKeyExW(handleOf(parent), Wide(path).text(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
+                                        &opened, nullptr);
     key = reinterpret_cast<RegistryKey>(opened);
     return result;
 } catch (const std::exception&) {
@@ -46,7 +67,7 @@ try {
 
 RegistryResult deleteKey(RegistryKey parent, std::string_view path, std::uint32_t access) noexcept
 try {
-    return RegDeleteKeyExW(handleOf(parent), wide(path).c_str(), access, 0);
+    return RegDeleteKeyExW(handleOf(parent), Wide(path).text(), access, 0);
 } catch (const std::exception&) {
     return ERROR_NOT_ENOUGH_MEMORY;
 }
@@ -74,7 +95,7 @@ void closeKey(RegistryKey key) noexcept
 RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, std::uint32_t& bytes) noexcept
 try {
     DWORD count = bytes;
-    const auto result = RegQueryValueExW(handleOf(key), wide(name).c_str(), nullptr, nullptr, static_cast<BYTE*>(data), &count);
+    const auto result = RegQueryValueExW(handleOf(key), Wide(name).text(), nullptr, nullptr, static_cast<BYTE*>(data), &count);
     bytes = count;
     return result;
 } catch (const std::exception&) {
@@ -83,7 +104,7 @@ try {
 
 RegistryResult setNumber(RegistryKey key, std::string_view name, std::uint32_t value) noexcept
 try {
-    return RegSetValueExW(handleOf(key), wide(name).c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
+    return RegSetValueExW(handleOf(key), Wide(name).text(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
 } catch (const std::exception&) {
     return ERROR_NOT_ENOUGH_MEMORY;
 }
@@ -91,7 +112,7 @@ try {
 RegistryResult setText(RegistryKey key, std::string_view name, std::string_view text) noexcept
 try {
     const auto value = wide(text);
-    return RegSetValueExW(handleOf(key), wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+    return RegSetValueExW(handleOf(key), Wide(name).text(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                           static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
 } catch (const std::exception&) {
     return ERROR_NOT_ENOUGH_MEMORY;
