@@ -11,7 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <latch>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -377,12 +377,12 @@ TEST_F(SettingsHandlerTest, AThousandCollisionsOfStopAndStartLoseNothing)
     int fresh = 0;
     for (int i = 0; i < 1000; ++i) {
         const auto before = polled(*handler).generation;
-        std::latch meet(2);
-        std::thread release([&meet, old = std::move(handler)]() mutable {
-            meet.arrive_and_wait();
+        std::promise<void> go;
+        std::thread release([&go, old = std::move(handler)]() mutable {
+            go.get_future().wait();
             old.reset();
         });
-        meet.arrive_and_wait();
+        go.set_value();
         for (std::atomic<int> turn = 0; turn < i % 50 * 10;) // meets the other one at many places
             ++turn;
         handler = SettingsHandler::instance(SettingsHandler::layoutVersion);
