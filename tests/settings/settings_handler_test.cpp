@@ -377,14 +377,17 @@ TEST_F(SettingsHandlerTest, AThousandCollisionsOfStopAndStartLoseNothing)
     int fresh = 0;
     for (int i = 0; i < 1000; ++i) {
         const auto before = polled(*handler).generation;
-        std::promise<void> go;
-        std::thread release([&go, old = std::move(handler)]() mutable {
-            go.get_future().wait();
+        const auto work = [i] { // so that the two meet at many places
+            for (std::atomic<int> turn = 0; turn < i % 50 * 20;)
+                ++turn;
+        };
+        std::promise<void> there;
+        std::thread release([&there, &work, old = std::move(handler)]() mutable {
+            there.set_value(); // the other one wakes up while this one goes on
+            work();
             old.reset();
         });
-        go.set_value();
-        for (std::atomic<int> turn = 0; turn < i % 50 * 10;) // meets the other one at many places
-            ++turn;
+        there.get_future().wait();
         handler = SettingsHandler::instance(SettingsHandler::layoutVersion);
         handler->writeActiveFormat(0x63F, 48000.0F);
         const auto record = polled(*handler);
