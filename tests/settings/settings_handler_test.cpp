@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -374,6 +375,7 @@ TEST_F(SettingsHandlerTest, AThousandCollisionsOfStopAndStartLoseNothing)
     auto handler = start();
     ControlApplication control;
     ASSERT_TRUE(takenOver(*handler, control.update(withReverb(170))));
+    faultyPlatform().takeCalls();
     int fresh = 0;
     for (int i = 0; i < 1000; ++i) {
         const auto before = polled(*handler).generation;
@@ -393,6 +395,10 @@ TEST_F(SettingsHandlerTest, AThousandCollisionsOfStopAndStartLoseNothing)
         const auto record = polled(*handler);
         release.join();
         fresh += record.generation != before ? 1 : 0;
+        const auto calls = faultyPlatform().takeCalls();
+        const auto stop = std::find(calls.begin(), calls.end(), "createKey Software\\VEDRA\\QUOREL 131078");
+        const auto stopped = std::find(stop, calls.end(), "closeHandle startThread");
+        ASSERT_EQ(std::count(stop, stopped, "convertDescriptor"), 0) << "collision " << i << ": a start within a stop";
         ASSERT_EQ(control.block->activeChannelMask, 0x63FU) << "collision " << i;
         ASSERT_EQ(control.block->activeFramesPerSecond, 48000.0F) << "collision " << i;
         ASSERT_EQ(record.Reverb, 170U) << "collision " << i;
