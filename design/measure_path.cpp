@@ -48,7 +48,7 @@ void room()
 
 void lines()
 {
-    for (std::size_t l = 0; l < FDN<8>::lines; ++l) {
+    for (std::size_t l = 0; l < fdnLineTable.size(); ++l) {
         std::printf("%d %d", static_cast<int>(fdnLineTable[l].length), static_cast<int>(fdnLineTable[l].allpassDelay));
         for (const float tap : fdnLineFilters[l])
             std::printf(" %.9g", static_cast<double>(tap));

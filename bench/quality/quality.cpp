@@ -6,6 +6,7 @@
 //   speech   gain of the voice: projection of the output on the clean voice where there is voice, dB
 //   segSNR   mean over 20 ms frames with voice of the signal-to-noise ratio, each kept within -10 and 35 dB: after less before
 // Outputs are shifted back by the latency, which is measured on the clean voices: the lag of the largest correlation.
+#include "client/audio_file.h"
 #include "core/signal_path.h"
 #include "tools/resampler.h"
 
@@ -30,10 +31,10 @@ const std::array<const char*, 8> voices = {"Front_Center", "Front_Left", "Front_
 
 Samples load(const std::string& name, std::uint32_t rate)
 {
-    AudioReader reader("/usr/share/sounds/alsa/" + name + ".wav");
+    AudioReader reader("/usr/share/sounds/alsa/" + name + ".wav", [] {});
     if (reader.channels() != 1)
         throw std::runtime_error(name + " is not mono");
-    Resampler resampler(reader, rate);
+    Resampler resampler([&reader](float* x, std::uint64_t n) { return reader.read(x, n); }, 1, reader.rate(), rate);
     Samples samples;
     Samples part(4096);
     for (std::uint64_t got = part.size(); got == part.size();) {

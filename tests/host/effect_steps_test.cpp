@@ -37,9 +37,10 @@ public:
 
     void process(InterleavedView, InterleavedView) { steps.process(); }
 
-    SettingsRecord record;
+    SettingsRecord& settings() noexcept { return record; }
 
 private:
+    SettingsRecord record;
     std::unique_ptr<Life> life = std::make_unique<Life>();
 };
 

@@ -35,9 +35,9 @@ TEST(PathMove, ARenderPathTakesItsSampleMemoryAndItsStateAlong)
         Path path(masks[N], frames, 48000);
         Path twin(masks[N], frames, 48000);
         for (Path* each : {&path, &twin}) {
-            each->record.Settings = 1;
-            each->record.Reverb = 170;
-            each->record.EQBand[3] = 60;
+            each->settings().Settings = 1;
+            each->settings().Reverb = 170;
+            each->settings().EQBand[3] = 60;
             process(*each, 1);
         }
         const int before = faultyMemory.allocations;
