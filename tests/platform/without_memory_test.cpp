@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <functional>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -49,7 +50,7 @@ class WithoutMemory : public testing::Test {
 protected:
     ~WithoutMemory() override
     {
-        static_cast<void>(deleteKey(user, "Software\\QUOREL test", 0));
+        static_cast<void>(deleteKey(user, keyPath, 0));
         freeDescriptor(everybody);
     }
 
@@ -76,6 +77,7 @@ protected:
 
     TemporaryHome home;
     RegistryKey user = rootKey(RootKey::currentUser);
+    const std::string keyPath = "Software\\QUOREL test " + std::string(236, '-'); // Windows takes no memory for shorter ones
     Descriptor* everybody = convertDescriptor("D:(A;OICI;GA;;;BA)(A;OICI;FA;;;BU)(A;OICI;FA;;;LS)(A;OICI;FA;;;SY)");
 };
 
@@ -120,7 +122,7 @@ TEST_F(WithoutMemory, AKeyIsNotMadeNotOpenedAndLosesNoValue)
 {
     const auto write = [&](std::uint32_t value) {
         RegistryKey key = nullptr;
-        if (createKey(user, "Software\\QUOREL test", 0x20006, key) != 0)
+        if (createKey(user, keyPath, 0x20006, key) != 0)
             return;
         static_cast<void>(setNumber(key, "Reverb", value));
         closeKey(key);
@@ -130,7 +132,7 @@ TEST_F(WithoutMemory, AKeyIsNotMadeNotOpenedAndLosesNoValue)
     std::uint32_t value = 0;
     const auto read = [&] {
         RegistryKey key = nullptr;
-        if (openKey(user, "Software\\QUOREL test", 0x20019, key) != 0)
+        if (openKey(user, keyPath, 0x20019, key) != 0)
             return;
         std::uint32_t bytes = sizeof value;
         static_cast<void>(queryValue(key, "Reverb", &value, bytes));
