@@ -37,9 +37,11 @@ function(quorel_test source)
   set(quick *)
   if(long)
     set(quick *-${long})
-  else() # At -O1 gcc 12 takes the appending of strings for writing beyond their ends.
-    target_compile_options(${name} PRIVATE "$<$<CONFIG:Release>:-O1;$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds;-Wno-stringop-overflow>>")
+  else()
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
   endif()
+  # At -O1, which the sanitizers' presets have as well, gcc 12 takes the appending of strings for writing beyond their ends.
+  target_compile_options(${name} PRIVATE "$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds;-Wno-stringop-overflow>")
 
   if(CMAKE_CROSSCOMPILING)
     add_test(NAME ${name} COMMAND ${name})
