@@ -18,14 +18,15 @@ sum() {
     echo "$total"
 }
 
-# The symbols within a section of the module, but for the names of sections. Where each stands is the compiler's matter: they
-# come in the order of their names.
+# The symbols within a section of the module, but for the names of sections and the adjustments by which an engine reaches the
+# entry: clang puts them beside it, and they are judged below. Where each stands is the compiler's matter: they come in the order
+# of their names.
 symbols() {
     "$objdump" -h "$module" | awk -v name="$1" '$2 == name { print $4, $3 }' | {
         read -r start size
         "$nm" "$module" | LC_ALL=C sort -k 3 | while read -r address _ symbol; do
             case $symbol in
-            '' | RT_* | .*) ;;
+            '' | RT_* | .* | _ZThn*) ;;
             *) [ $((0x$address)) -ge $((0x$start)) ] && [ $((0x$address)) -lt $((0x$start + 0x$size)) ] && echo "$symbol" ;;
             esac
         done | tr '\n' ' '

@@ -1,12 +1,12 @@
 #include "platform/refusal.h"
 
 #include "platform/lock.h"
+#include "platform/never_destroyed.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <mutex>
-#include <new>
 
 namespace quorel::platform {
 
@@ -19,12 +19,9 @@ struct Kept {
     int error = 0;
 };
 
-// Never destroyed: the last release of an effect may come when statics are gone.
 Kept& kept()
 {
-    alignas(Kept) static std::byte storage[sizeof(Kept)];
-    static Kept& made = *new (storage) Kept;
-    return made;
+    return neverDestroyed<Kept>();
 }
 
 } // namespace

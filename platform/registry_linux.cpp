@@ -2,6 +2,7 @@
 // in which Windows writes registry files: "Reverb"=dword:000000aa, "FriendlyName"="QUOREL", @="the default value".
 #include "platform/registry.h"
 
+#include "platform/never_destroyed.h"
 #include "platform/refusal.h"
 #include "platform/user_directory_linux.h"
 
@@ -244,8 +245,7 @@ std::size_t markOf(const OpenKey* parent, std::string_view path)
 
 UnreadKeys& unreadKeys()
 {
-    static auto& keys = *new UnreadKeys; // never destroyed, as the roots
-    return keys;
+    return neverDestroyed<UnreadKeys>();
 }
 
 // The key at a path below the user's directory, or why it can't be opened. A key without values is one like others; values
