@@ -10,7 +10,6 @@ namespace quorel {
 namespace {
 
 constexpr std::uint32_t speakerSlots = 8; // samples in an output frame of the render effect; the first two are the ears
-constexpr float largestSample = 0x1p20F;  // +120 dB: nobody means what is louder
 constexpr float speakerOutputGain = 0.8F; // the render effect's own, so that switching changes the effect and not the level
 
 } // namespace
@@ -23,6 +22,7 @@ EffectStream::EffectStream(const StreamKind& kind, BlockPlan plan, std::shared_p
       bypass(bypass),
       status(status),
       dry(bypass ? 1.0F : 0.0F),
+      border(kind.channels),
       path(kind.microphone
                ? SignalPath(SignalPath::Microphone{}, static_cast<std::int32_t>(kind.channels), 0, plan.block, effectRate)
                : SignalPath(SignalPath::Speaker{}, static_cast<std::int32_t>(kind.channels), kind.mask, plan.block, effectRate)),
@@ -56,24 +56,15 @@ void EffectStream::finish(const float* const* in, float* const* out, std::uint32
 void EffectStream::runBlock(float* in, float* out) noexcept
 {
     settings->poll(*path->settings());
-    makeHarmless(in);
+    const std::uint64_t before = border.replaced();
+    border.pass(in, block());
+    if (border.replaced() != before)
+        status.badSamples.fetch_add(border.replaced() - before, std::memory_order_relaxed);
     if (!runPath(in, out))
         std::fill_n(out, std::size_t{block()} * slots, 0.0F);
     if (const float* levels = path->levels(); levels != nullptr)
         settings->writeLevels(levels);
     blendBypass(in, out);
-}
-
-void EffectStream::makeHarmless(float* in) noexcept
-{
-    std::uint64_t bad = 0;
-    for (std::size_t i = 0; i < std::size_t{block()} * kind.channels; ++i)
-        if (!(std::abs(in[i]) <= largestSample)) {
-            in[i] = 0.0F;
-            ++bad;
-        }
-    if (bad != 0)
-        status.badSamples.fetch_add(bad, std::memory_order_relaxed);
 }
 
 // False when the path refuses the block; raising that is the one thing here that allocates.

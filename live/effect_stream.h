@@ -1,13 +1,14 @@
 // EffectStream is one effect as a live stream has it: a path behind its block adapter, the settings that steer it, and what
 // keeps a bad block from doing harm.
 //
-//   rows in -> BlockAdapter -> harmless samples -> path (steered by poll) -> bypass -> BlockAdapter -> rows out
+//   rows in -> BlockAdapter -> SampleBorder -> path (steered by poll) -> bypass -> BlockAdapter -> rows out
 //
 // A block that the path refuses becomes silence of its length and is counted with the reason; a sample that is not finite, or
 // above 2^20, becomes 0. Bypassed, the render effect's place is taken by its stereo down-mix, the capture effect's by the
 // microphone as it is; the path goes on beneath, so that it is back at once. Each switching is faded over one block.
 #pragma once
 
+#include "client/sample_border.h"
 #include "core/signal_path.h"
 #include "live/block_adapter.h"
 #include "live/block_plan.h"
@@ -48,7 +49,6 @@ public:
 
 private:
     void runBlock(float* in, float* out) noexcept;
-    void makeHarmless(float* in) noexcept;
     bool runPath(float* in, float* out) noexcept;
     void blendBypass(const float* in, float* out) noexcept;
 
@@ -59,6 +59,7 @@ private:
     StreamStatus& status;
     std::array<std::array<float, 8>, 2> dryGains{}; // of the input's channels in the bypassed render effect's outputs
     float dry = 0.0F;                               // share of the bypassed signal at the end of the last block
+    SampleBorder border;
     SignalPath path;
     BlockAdapter adapter;
 };

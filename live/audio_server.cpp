@@ -1,0 +1,311 @@
+#include "live/audio_server.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <sched.h>
+#include <stdexcept>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace quorel {
+
+namespace {
+
+constexpr long retryPeriod = 250'000'000; // ns
+
+const char* keyOf(bool sink)
+{
+    return sink ? "default.configured.audio.sink" : "default.configured.audio.source";
+}
+
+std::string folderOfSocket()
+{
+    for (const char* name : {"PIPEWIRE_RUNTIME_DIR", "XDG_RUNTIME_DIR"})
+        if (const char* folder = std::getenv(name); folder != nullptr && *folder != '\0')
+            return folder;
+    return {};
+}
+
+std::string textOf(const spa_dict* properties, const char* key)
+{
+    const char* value = properties != nullptr ? spa_dict_lookup(properties, key) : nullptr;
+    return value != nullptr ? value : "";
+}
+
+std::uint32_t numberOf(const spa_dict* properties, const char* key)
+{
+    return static_cast<std::uint32_t>(std::strtoul(textOf(properties, key).c_str(), nullptr, 10));
+}
+
+} // namespace
+
+AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std::move(events))
+{
+    // This configuration gives the audio thread real-time scheduling, by the user's limits, the portal or the system's helper.
+    context = pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
+    if (context == nullptr)
+        throw std::runtime_error(std::string("PipeWire's client library does not start: ") + std::strerror(errno));
+
+    again = pw_loop_add_timer(
+        loop, [](void* data, std::uint64_t) { static_cast<void>(static_cast<AudioServer*>(data)->connect()); }, this);
+    ended = pw_loop_add_event(
+        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->lose(); }, this);
+    coreEvents.version = PW_VERSION_CORE_EVENTS;
+    coreEvents.done = [](void* data, std::uint32_t id, int answer) {
+        auto& server = *static_cast<AudioServer*>(data);
+        if (id != PW_ID_CORE)
+            return;
+        server.settled = server.settled || answer == server.settling;
+        if (answer == server.claiming) {
+            server.claim(true);
+            server.claim(false);
+        }
+    };
+    coreEvents.error = [](void* data, std::uint32_t id, int, int result, const char*) {
+        auto& server = *static_cast<AudioServer*>(data);
+        if (id == PW_ID_CORE && result == -EPIPE)
+            pw_loop_signal_event(server.loop, server.ended); // not from within the connection
+    };
+    registryEvents.version = PW_VERSION_REGISTRY_EVENTS;
+    registryEvents.global = [](void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
+                               const spa_dict* properties) { static_cast<AudioServer*>(data)->addGlobal(id, type, properties); };
+    registryEvents.global_remove = [](void* data, std::uint32_t id) { static_cast<AudioServer*>(data)->removeGlobal(id); };
+    defaultsEvents.version = PW_VERSION_METADATA_EVENTS;
+    defaultsEvents.property = [](void* data, std::uint32_t subject, const char* key, const char*, const char* value) {
+        for (const bool sink : {true, false})
+            if (subject == PW_ID_CORE && key != nullptr && std::strcmp(key, keyOf(sink)) == 0)
+                static_cast<AudioServer*>(data)->takeDefault(sink, value != nullptr ? value : "");
+        return 0;
+    };
+}
+
+AudioServer::~AudioServer()
+{
+    drop();
+    stopWatching();
+    pw_loop_destroy_source(loop, again);
+    pw_loop_destroy_source(loop, ended);
+    pw_context_destroy(context);
+}
+
+bool AudioServer::connect()
+{
+    if (connection != nullptr)
+        return true;
+    connection = pw_context_connect(context, nullptr, 0);
+    if (connection == nullptr) {
+        if (trying)
+            watchForServer();
+        return false;
+    }
+    stopWatching();
+    reconnects_ += static_cast<std::uint64_t>(trying);
+    trying = false;
+    pw_core_add_listener(connection, &coreHook, &coreEvents, this);
+    registry = pw_core_get_registry(connection, PW_VERSION_REGISTRY, 0);
+    pw_registry_add_listener(registry, &registryHook, &registryEvents, this);
+    events.connected();
+    return true;
+}
+
+void AudioServer::keepTrying()
+{
+    trying = true;
+    static_cast<void>(connect());
+}
+
+void AudioServer::lose()
+{
+    if (connection == nullptr)
+        return;
+    events.lost();
+    drop();
+    keepTrying();
+}
+
+void AudioServer::drop()
+{
+    if (defaults != nullptr) {
+        spa_hook_remove(&defaultsHook);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
+    }
+    if (registry != nullptr) {
+        spa_hook_remove(&registryHook);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+    }
+    if (connection != nullptr) {
+        spa_hook_remove(&coreHook);
+        pw_core_disconnect(connection);
+    }
+    defaults = nullptr;
+    defaultsId = SPA_ID_INVALID;
+    registry = nullptr;
+    connection = nullptr;
+    nodes_.clear();
+    links.clear();
+}
+
+void AudioServer::watchForServer()
+{
+    timespec period{0, retryPeriod};
+    pw_loop_update_timer(loop, again, &period, nullptr, false);
+    if (appeared != nullptr)
+        return;
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (watch < 0)
+        return; // the timer is enough
+    if (inotify_add_watch(watch, folderOfSocket().c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
+        close(watch);
+        return;
+    }
+    appeared = pw_loop_add_io(
+        loop, watch, SPA_IO_IN, true,
+        [](void* data, int file, std::uint32_t) {
+            char names[4096];
+            while (read(file, names, sizeof names) > 0) {
+            }
+            static_cast<void>(static_cast<AudioServer*>(data)->connect());
+        },
+        this);
+}
+
+void AudioServer::stopWatching()
+{
+    timespec never{};
+    pw_loop_update_timer(loop, again, &never, nullptr, false);
+    if (appeared != nullptr)
+        pw_loop_destroy_source(loop, appeared);
+    appeared = nullptr;
+}
+
+void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* properties)
+{
+    const std::string kind = type;
+    if (kind == PW_TYPE_INTERFACE_Node) {
+        nodes_[id] = {textOf(properties, PW_KEY_NODE_NAME), textOf(properties, PW_KEY_NODE_DESCRIPTION),
+                      textOf(properties, PW_KEY_MEDIA_CLASS)};
+    } else if (kind == PW_TYPE_INTERFACE_Link) {
+        links[id] = {numberOf(properties, PW_KEY_LINK_OUTPUT_NODE), numberOf(properties, PW_KEY_LINK_INPUT_NODE)};
+    } else if (kind == PW_TYPE_INTERFACE_Metadata && textOf(properties, PW_KEY_METADATA_NAME) == "default" &&
+               defaults == nullptr) {
+        defaults = static_cast<pw_metadata*>(pw_registry_bind(registry, id, type, PW_VERSION_METADATA, 0));
+        defaultsId = id;
+        pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
+        sinkDefault.now.clear();
+        sourceDefault.now.clear();
+        claiming = pw_core_sync(connection, PW_ID_CORE, 0); // what is configured arrives before the answer
+    }
+}
+
+void AudioServer::removeGlobal(std::uint32_t id)
+{
+    nodes_.erase(id);
+    links.erase(id);
+    if (id == defaultsId) { // the session manager went; another one brings its own
+        spa_hook_remove(&defaultsHook);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
+        defaults = nullptr;
+        defaultsId = SPA_ID_INVALID;
+    }
+}
+
+std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
+{
+    std::vector<std::string> names;
+    for (const auto& [id, link] : links) {
+        const std::uint32_t peer = link.from == node ? link.to : link.to == node ? link.from : SPA_ID_INVALID;
+        const auto found = nodes_.find(peer);
+        if (found == nodes_.end() || found->second.name.starts_with("quorel."))
+            continue;
+        const std::string& name = found->second.description.empty() ? found->second.name : found->second.description;
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(name);
+    }
+    return names;
+}
+
+// ---- default devices ------------------------------------------------------------------------------------------------
+
+void AudioServer::takeDefault(bool sink, const std::string& value)
+{
+    (sink ? sinkDefault : sourceDefault).now = value;
+}
+
+void AudioServer::makeDefault(bool sink, const std::string& node)
+{
+    (sink ? sinkDefault : sourceDefault).ours = node;
+}
+
+// What a run that was killed has left names our own node: it is not what the user had.
+void AudioServer::claim(bool sink)
+{
+    Default& device = sink ? sinkDefault : sourceDefault;
+    if (device.ours.empty() || defaults == nullptr)
+        return;
+    const nlohmann::json configured = nlohmann::json::parse(device.now, nullptr, false);
+    const bool ours = configured.is_object() && configured.value("name", "") == device.ours;
+    if (!device.was)
+        device.was = ours ? "" : device.now;
+    write(sink, nlohmann::json{{"name", device.ours}}.dump());
+}
+
+void AudioServer::restoreDefaults()
+{
+    for (const bool sink : {true, false}) {
+        Default& device = sink ? sinkDefault : sourceDefault;
+        if (device.ours.empty() || !device.was || defaults == nullptr)
+            continue;
+        const nlohmann::json configured = nlohmann::json::parse(device.now, nullptr, false);
+        if (configured.is_object() && configured.value("name", "") == device.ours)
+            write(sink, *device.was);
+    }
+    if (connection != nullptr)
+        settle();
+}
+
+void AudioServer::write(bool sink, const std::string& value)
+{
+    pw_metadata_set_property(defaults, PW_ID_CORE, keyOf(sink), value.empty() ? nullptr : "Spa:String:JSON",
+                             value.empty() ? nullptr : value.c_str());
+}
+
+void AudioServer::settle()
+{
+    settled = false;
+    settling = pw_core_sync(connection, PW_ID_CORE, 0);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (!settled && std::chrono::steady_clock::now() < end)
+        pw_loop_iterate(loop, 50);
+}
+
+// ---- scheduling -----------------------------------------------------------------------------------------------------
+
+std::string AudioServer::scheduling()
+{
+    if (audioThread == 0)
+        pw_data_loop_invoke(
+            pw_context_get_data_loop(context),
+            [](spa_loop*, bool, std::uint32_t, const void*, std::size_t, void* data) {
+                *static_cast<int*>(data) = gettid();
+                return 0;
+            },
+            0, nullptr, 0, true, &audioThread);
+    sched_param priority{};
+    const int policy = sched_getscheduler(audioThread);
+    if (policy < 0 || sched_getparam(audioThread, &priority) != 0)
+        return "unknown";
+    switch (policy & ~SCHED_RESET_ON_FORK) {
+    case SCHED_FIFO:
+        return "FIFO " + std::to_string(priority.sched_priority);
+    case SCHED_RR:
+        return "round robin " + std::to_string(priority.sched_priority);
+    default:
+        return "normal";
+    }
+}
+
+} // namespace quorel

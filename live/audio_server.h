@@ -1,0 +1,114 @@
+// AudioServer is the connection to the PipeWire server of this session: what nodes and links it has, which devices are the
+// default ones, and that it is there again after it was away.
+//
+// All on the main loop's thread. While there is no connection it looks for the server's socket whenever something appears in
+// its folder, and every 250 ms.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <pipewire/extensions/metadata.h>
+#include <pipewire/pipewire.h>
+#include <string>
+#include <vector>
+
+namespace quorel {
+
+class AudioServer {
+public:
+    struct Node {
+        std::string name;
+        std::string description;
+        std::string mediaClass; // "Audio/Sink", "Audio/Source" and others
+    };
+
+    struct Events {
+        std::function<void()> connected; // streams can be made
+        std::function<void()> lost;      // they must go
+    };
+
+    AudioServer(pw_loop* loop, Events events);
+    ~AudioServer();
+    AudioServer(const AudioServer&) = delete;
+    AudioServer& operator=(const AudioServer&) = delete;
+
+    // False when there is no server. Calls `connected` when there is one.
+    bool connect();
+
+    // From now on it connects whenever there is a server.
+    void keepTrying();
+
+    pw_core* core() const noexcept { return connection; }
+    std::uint64_t reconnects() const noexcept { return reconnects_; }
+
+    const std::map<std::uint32_t, Node>& nodes() const noexcept { return nodes_; }
+
+    // The nodes that a node gives to, or that it takes from, but for our own.
+    std::vector<std::string> peersOf(std::uint32_t node) const;
+
+    // Before `connect`: makes a node the default sink or source until `restoreDefaults`, also of a session manager that comes
+    // later.
+    void makeDefault(bool sink, const std::string& node);
+
+    // Puts back what was configured before, unless somebody has chosen something else meanwhile.
+    void restoreDefaults();
+
+    // Not from within an event: waits until the server has done and told everything up to here, for at most a second.
+    void settle();
+
+    // The audio thread's scheduling as the system tells it, such as "FIFO 88" or "normal".
+    std::string scheduling();
+
+private:
+    struct Default {
+        std::string ours;               // the name of our node; empty: not asked for
+        std::string now;                // what is configured, as the server has it
+        std::optional<std::string> was; // what was configured before us; empty text: nothing
+    };
+
+    struct Link {
+        std::uint32_t from;
+        std::uint32_t to;
+    };
+
+    void drop();
+    void lose();
+    void watchForServer();
+    void stopWatching();
+    void addGlobal(std::uint32_t id, const char* type, const spa_dict* properties);
+    void removeGlobal(std::uint32_t id);
+    void takeDefault(bool sink, const std::string& value);
+    void claim(bool sink);
+    void write(bool sink, const std::string& value);
+
+    pw_loop* loop;
+    Events events;
+    pw_context* context = nullptr;
+    pw_core* connection = nullptr;
+    pw_registry* registry = nullptr;
+    pw_metadata* defaults = nullptr;
+    std::uint32_t defaultsId = SPA_ID_INVALID;
+    spa_source* again = nullptr;    // a look for the server, after a while
+    spa_source* appeared = nullptr; // something has appeared in the folder of its socket
+    spa_source* ended = nullptr;    // the connection is gone
+    bool trying = false;
+    std::uint64_t reconnects_ = 0;
+    std::map<std::uint32_t, Node> nodes_;
+    std::map<std::uint32_t, Link> links;
+    Default sinkDefault;
+    Default sourceDefault;
+    int claiming = -1; // the answer behind which a new session manager's defaults are known
+    int settling = -1; // the answer that `settle` waits for
+    bool settled = false;
+    int audioThread = 0; // its number at the system
+    spa_hook coreHook{};
+    spa_hook registryHook{};
+    spa_hook defaultsHook{};
+    pw_core_events coreEvents{};
+    pw_registry_events registryEvents{};
+    pw_metadata_events defaultsEvents{};
+};
+
+} // namespace quorel

@@ -1,0 +1,162 @@
+#include "live/instance.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace quorel {
+
+namespace {
+
+constexpr std::size_t longestCommand = 255; // bytes
+
+std::runtime_error failure(const std::string& what)
+{
+    return std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+std::string folder()
+{
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime == nullptr || *runtime != '/')
+        throw std::runtime_error("XDG_RUNTIME_DIR is not set: there is no place for this user's running programs");
+    return std::string(runtime) + "/quorel";
+}
+
+std::string madeFolder()
+{
+    const std::string path = folder();
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        throw failure(path);
+    return path;
+}
+
+sockaddr_un addressOf(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        throw std::runtime_error(path + " is too long for a socket's name");
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    return address;
+}
+
+} // namespace
+
+InstanceLock::InstanceLock() : file(open((madeFolder() + "/live.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
+{
+    if (file < 0)
+        throw failure(folder() + "/live.lock");
+    if (flock(file, LOCK_EX | LOCK_NB) == 0)
+        return;
+    const bool taken = errno == EWOULDBLOCK;
+    close(file);
+    throw taken ? std::runtime_error("another one is running already; --status tells what it does") : failure("live.lock");
+}
+
+InstanceLock::~InstanceLock()
+{
+    close(file);
+}
+
+CommandSocket::CommandSocket(pw_loop* loop, std::function<std::string(const std::string&)> answer)
+    : loop(loop), answer(std::move(answer)), path(madeFolder() + "/live.sock")
+{
+    const sockaddr_un address = addressOf(path);
+    const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    unlink(path.c_str()); // of one that was killed
+    const mode_t before = umask(0177);
+    const bool bound = file >= 0 && bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    umask(before);
+    if (!bound || listen(file, 8) != 0) {
+        const std::runtime_error error = failure(path);
+        close(file);
+        throw error;
+    }
+    door = pw_loop_add_io(
+        loop, file, SPA_IO_IN, true,
+        [](void* data, int listening, std::uint32_t) { static_cast<CommandSocket*>(data)->admit(listening); }, this);
+}
+
+CommandSocket::~CommandSocket()
+{
+    for (spa_source* caller : callers)
+        pw_loop_destroy_source(loop, caller);
+    pw_loop_destroy_source(loop, door);
+    unlink(path.c_str());
+}
+
+void CommandSocket::admit(int file)
+{
+    const int caller = accept4(file, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (caller < 0)
+        return;
+    callers.insert(pw_loop_add_io(
+        loop, caller, SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, true,
+        [](void* data, int talking, std::uint32_t) { static_cast<CommandSocket*>(data)->serve(talking); }, this));
+}
+
+// A command is short enough to come in one piece. An answer fits into a socket's memory; a caller that does not read loses it.
+void CommandSocket::serve(int file)
+{
+    std::array<char, longestCommand + 1> text{};
+    const ssize_t got = recv(file, text.data(), text.size(), 0);
+    if (got < 0 && (errno == EAGAIN || errno == EINTR))
+        return;
+    if (got > 0) {
+        const std::string_view received(text.data(), static_cast<std::size_t>(got));
+        const auto end = received.find('\n');
+        const std::string reply =
+            end == std::string_view::npos ? R"({"error": "no command"})" : answer(std::string(received.substr(0, end)));
+        static_cast<void>(send(file, (reply + '\n').c_str(), reply.size() + 1, MSG_NOSIGNAL | MSG_DONTWAIT));
+    }
+    for (spa_source* caller : callers)
+        if (caller->fd == file) {
+            dismiss(caller);
+            break;
+        }
+}
+
+void CommandSocket::dismiss(spa_source* caller)
+{
+    callers.erase(caller);
+    pw_loop_destroy_source(loop, caller);
+}
+
+std::optional<std::string> askRunning(const std::string& command)
+{
+    const sockaddr_un address = addressOf(folder() + "/live.sock");
+    const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (file < 0)
+        throw failure("socket");
+    const timeval patience{2, 0};
+    setsockopt(file, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(file, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    if (::connect(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        close(file);
+        return std::nullopt;
+    }
+    const std::string line = command + '\n';
+    std::string reply;
+    if (send(file, line.c_str(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
+        std::array<char, 4096> part{};
+        for (ssize_t got = 0; (got = recv(file, part.data(), part.size(), 0)) > 0;)
+            reply.append(part.data(), static_cast<std::size_t>(got));
+    }
+    close(file);
+    if (!reply.ends_with('\n'))
+        throw std::runtime_error("quorel-live does not answer");
+    reply.pop_back();
+    return reply;
+}
+
+} // namespace quorel

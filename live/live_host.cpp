@@ -1,0 +1,352 @@
+#include "live/live_host.h"
+
+#include "client/settings_fields.h"
+
+#include <csignal>
+#include <cstdio>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace quorel {
+
+namespace {
+
+constexpr std::uint32_t usualQuantum = 1024; // frames; what a path is built for before the first call tells
+constexpr long holdPeriod = 100'000'000;     // ns between two looks at what still sounds
+
+std::uint32_t maskOf(std::uint32_t channels)
+{
+    return channels == 8 ? 0x63F : channels == 6 ? 0x3F : 0x3;
+}
+
+double milliseconds(std::uint64_t frames)
+{
+    return 1000.0 * static_cast<double>(frames) / effectRate;
+}
+
+double percent(std::uint64_t part, std::uint64_t whole)
+{
+    return whole != 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 0.0;
+}
+
+struct Source {
+    Source(pw_loop* loop, spa_source* source) : loop(loop), source(source) {}
+    ~Source() { pw_loop_destroy_source(loop, source); }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    pw_loop* loop;
+    spa_source* source;
+};
+
+} // namespace
+
+// One side: its streams as long as there is a server, its path, its status.
+class LiveHost::Side final : public LiveEffect {
+public:
+    Side(LiveHost& host, const StreamKind& kind, std::string target)
+        : host(host),
+          kind(kind),
+          target(std::move(target)),
+          loop(pw_main_loop_get_loop(host.loop.get())),
+          work(loop, pw_loop_add_event(
+                         loop, [](void* side, std::uint64_t) { static_cast<Side*>(side)->serve(); }, this)),
+          holding(loop, pw_loop_add_timer(
+                            loop, [](void* side, std::uint64_t) { static_cast<Side*>(side)->look(); }, this)),
+          change(
+              speakerPlan, status, [](void* side) { static_cast<Side*>(side)->wake(); }, this)
+    {
+    }
+
+    void open()
+    {
+        status.frames = 0;
+        const auto block = status.quantum != 0 ? status.quantum.load() : usualQuantum;
+        if (kind.microphone)
+            gathered = build({microphoneBlock, 0});
+        else
+            change.begin(build(speakerPlan(block, false)));
+        status.block = kind.microphone ? microphoneBlock : status.block.load();
+        host.settings->writeActiveFormat(kind.mask, static_cast<float>(effectRate));
+        pair = std::make_unique<StreamPair>(host.server->core(), kind, target, *this, status, [this] { watch(); });
+    }
+
+    void close()
+    {
+        pair.reset();
+        watch();
+    }
+
+    bool opened() const { return pair != nullptr; }
+
+    // The audio thread.
+    void process(const float* const* in, float* const* out, std::uint32_t n, bool varying) override
+    {
+        if (!kind.microphone) {
+            change.process(in, out, n, varying);
+            return;
+        }
+        gathered->process(in, out, n);
+        status.delay.store(gathered->delay(), std::memory_order_relaxed);
+        status.frames.fetch_add(n, std::memory_order_relaxed);
+    }
+
+    nlohmann::json tell() const
+    {
+        const std::uint64_t delay = status.delay;
+        const double serverMs = pair ? pair->serverLatency() : 0;
+        return {
+            {"channels", kind.channels},
+            {"devices", pair ? host.server->peersOf(pair->hardwareNode()) : std::vector<std::string>()},
+            {"players", pair ? host.server->peersOf(pair->deviceNode()) : std::vector<std::string>()},
+            {"running", pair && pair->streaming()},
+            {"rate", status.rate.load()},
+            {"quantum", status.quantum.load()},
+            {"block", status.block.load()},
+            {"added_frames", delay},
+            {"added_ms", milliseconds(delay)},
+            {"total_ms", serverMs + milliseconds(delay)},
+            {"load_mean", percent(status.busy, status.available)},
+            {"load_worst", 100.0 * static_cast<double>(status.worst.load())},
+            {"gaps", status.gaps.load()},
+            {"gap_frames", status.gapFrames.load()},
+            {"refused_blocks", status.refused.load()},
+            {"refusal", status.refusal.read()},
+            {"bad_samples", status.badSamples.load()},
+            {"path_changes", status.changes.load()},
+            {"lost_frames", status.lostFrames.load()},
+            {"frames", status.frames.load()},
+            {"first_tick", status.firstTick.load()},
+        };
+    }
+
+    const char* name() const { return kind.microphone ? "microphone" : "speaker"; }
+
+private:
+    std::unique_ptr<EffectStream> build(BlockPlan plan)
+    {
+        return std::make_unique<EffectStream>(kind, plan, host.settings, host.bypass, status);
+    }
+
+    // The audio thread.
+    void wake() { pw_loop_signal_event(loop, work.source); }
+
+    void serve()
+    {
+        try {
+            change.serve([this](BlockPlan plan) { return build(plan); });
+        } catch (const std::exception& error) {
+            host.notice(std::string("no path for the new quantum: ") + error.what());
+        }
+    }
+
+    // From the first frame on the graph is held. While frames go through, it looks ten times a second whether it must still be:
+    // as long as an application is linked, whose last sound may be short, and then until nothing is heard any more.
+    void watch()
+    {
+        const bool streaming = pair && pair->streaming();
+        if (streaming && !kind.microphone)
+            pair->hold(true);
+        timespec period{0, streaming ? holdPeriod : 0};
+        pw_loop_update_timer(loop, holding.source, &period, &period, false);
+    }
+
+    void look()
+    {
+        serve(); // again, if it failed
+        if (pair && !kind.microphone)
+            pair->hold(!pair->quiet() || !host.server->peersOf(pair->deviceNode()).empty());
+    }
+
+    LiveHost& host;
+    StreamKind kind;
+    std::string target;
+    pw_loop* loop;
+    Source work;    // wakes `serve`
+    Source holding; // calls `look`
+    StreamStatus status;
+    PathChange change;                      // the speaker side's path
+    std::unique_ptr<EffectStream> gathered; // the microphone side's
+    std::unique_ptr<StreamPair> pair;
+};
+
+LiveHost::LiveHost(const LiveOptions& options, std::function<void(const std::string&)> tell)
+    : options(options), notice(std::move(tell)), loop((pw_init(nullptr, nullptr), pw_main_loop_new(nullptr)))
+{
+    if (!loop)
+        throw std::runtime_error("PipeWire's client library does not start");
+    pw_loop* events = pw_main_loop_get_loop(loop.get());
+    // Ahead of the audio thread, which would be ended by a signal otherwise.
+    for (const int signal : {SIGTERM, SIGINT})
+        pw_loop_add_signal(
+            events, signal, [](void* main, int) { pw_main_loop_quit(static_cast<pw_main_loop*>(main)); }, loop.get());
+
+    settings = SettingsHandler::instance(SettingsHandler::layoutVersion);
+    if (options.microphone)
+        microphone = std::make_unique<Side>(*this, StreamKind{true, 1, 0x4}, options.input);
+    if (options.speaker)
+        speaker = std::make_unique<Side>(*this, StreamKind{false, options.channels, maskOf(options.channels)}, options.output);
+
+    server = std::make_unique<AudioServer>(events, AudioServer::Events{[this] { open(); }, [this] { close(); }});
+    if (options.makeDefault) {
+        if (speaker)
+            server->makeDefault(true, "quorel.speaker");
+        if (microphone)
+            server->makeDefault(false, "quorel.microphone");
+    }
+    if (!server->connect())
+        throw std::runtime_error("no PipeWire server is running");
+    for (const Side* side : {speaker.get(), microphone.get()})
+        if (side != nullptr && !side->opened())
+            throw std::runtime_error("the audio server refuses the streams");
+    commands = std::make_unique<CommandSocket>(events, [this](const std::string& command) { return answer(command); });
+    if (options.verbose) {
+        everySecond = pw_loop_add_timer(
+            events, [](void* host, std::uint64_t) { static_cast<LiveHost*>(host)->tick(); }, this);
+        timespec second{1, 0};
+        pw_loop_update_timer(events, everySecond, &second, &second, false);
+    }
+}
+
+LiveHost::~LiveHost()
+{
+    if (everySecond != nullptr)
+        pw_loop_destroy_source(pw_main_loop_get_loop(loop.get()), everySecond);
+    commands.reset();
+    if (speaker)
+        speaker->close();
+    if (microphone) {
+        microphone->close();
+        settings->writeIdleLevels();
+    }
+    server.reset();
+    speaker.reset();
+    microphone.reset();
+    settings.reset(); // writes what is to be kept
+}
+
+void LiveHost::run()
+{
+    pw_main_loop_run(loop.get());
+    server->restoreDefaults();
+}
+
+// The speaker last: its format is the one that a control application finds.
+void LiveHost::open()
+{
+    try {
+        for (Side* side : {microphone.get(), speaker.get()})
+            if (side != nullptr)
+                side->open();
+        if (server->reconnects() != 0)
+            notice("the audio server is back");
+    } catch (const std::exception& error) {
+        notice(error.what());
+    }
+}
+
+void LiveHost::close()
+{
+    notice("the audio server is gone; waiting for it");
+    for (Side* side : {speaker.get(), microphone.get()})
+        if (side != nullptr)
+            side->close();
+}
+
+void LiveHost::tick()
+{
+    for (const Side* side : {speaker.get(), microphone.get()}) {
+        if (side == nullptr)
+            continue;
+        const nlohmann::json told = side->tell();
+        std::ostringstream line;
+        line << side->name() << ": quantum " << told["quantum"] << ", block " << told["block"] << std::fixed
+             << std::setprecision(1) << ", load " << told["load_mean"].get<double>() << " %, worst "
+             << told["load_worst"].get<double>() << " %, gaps " << told["gaps"] << ", refused " << told["refused_blocks"];
+        notice(line.str());
+    }
+}
+
+std::string LiveHost::answer(const std::string& command)
+{
+    if (command == "status")
+        return status().dump();
+    if (command == "bypass on" || command == "bypass off") {
+        bypass = command == "bypass on";
+        return nlohmann::json{{"bypass", bypass.load()}}.dump();
+    }
+    return nlohmann::json{{"error", "unknown command"}}.dump();
+}
+
+nlohmann::json LiveHost::status()
+{
+    SettingsRecord record;
+    settings->poll(record);
+    nlohmann::json values;
+    for (const SettingsField& field : settingsFields())
+        values[field.name] = settingOf(record, field);
+    values["hrtfId"] = record.hrtfId;
+
+    nlohmann::json told{{"connected", server->core() != nullptr},
+                        {"reconnects", server->reconnects()},
+                        {"scheduling", server->scheduling()},
+                        {"bypass", bypass.load()},
+                        {"settings", values}};
+    for (const Side* side : {speaker.get(), microphone.get()})
+        if (side != nullptr)
+            told[side->name()] = side->tell();
+    return told;
+}
+
+std::string readable(const nlohmann::json& status)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1);
+    text << "server: " << (status["connected"].get<bool>() ? "connected" : "gone, waiting for it") << ", " << status["reconnects"]
+         << " reconnects, scheduling " << status["scheduling"].get<std::string>() << ", bypass "
+         << (status["bypass"].get<bool>() ? "on" : "off") << '\n';
+    for (const char* side : {"speaker", "microphone"}) {
+        if (!status.contains(side))
+            continue;
+        const nlohmann::json& told = status[side];
+        std::string devices;
+        for (const auto& device : told["devices"])
+            devices += (devices.empty() ? "" : ", ") + device.get<std::string>();
+        text << side << ": " << (devices.empty() ? "no device linked" : devices) << ", "
+             << (told["running"].get<bool>() ? "running" : "idle") << '\n'
+             << "  graph at " << told["rate"] << " Hz, quantum " << told["quantum"] << ", blocks of " << told["block"] << '\n'
+             << "  latency: " << told["added_frames"] << " frames (" << told["added_ms"].get<double>() << " ms) added, "
+             << told["total_ms"].get<double>() << " ms to the device\n"
+             << "  load: " << told["load_mean"].get<double>() << " % of the period, worst " << told["load_worst"].get<double>()
+             << " %; gaps: " << told["gaps"] << " (" << told["gap_frames"] << " frames)\n"
+             << "  refused blocks: " << told["refused_blocks"];
+        if (!told["refusal"].get<std::string>().empty())
+            text << " (" << told["refusal"].get<std::string>() << ')';
+        text << "; bad samples: " << told["bad_samples"] << "; changes of the block: " << told["path_changes"] << ", "
+             << told["lost_frames"] << " frames lost in them\n";
+    }
+    text << "settings:";
+    for (const auto& [name, value] : status["settings"].items())
+        text << ' ' << name << '=' << value;
+    text << '\n';
+    return text.str();
+}
+
+std::string listDevices()
+{
+    pw_init(nullptr, nullptr);
+    const std::unique_ptr<pw_main_loop, void (*)(pw_main_loop*)> loop(pw_main_loop_new(nullptr), pw_main_loop_destroy);
+    AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}});
+    if (!server.connect())
+        throw std::runtime_error("no PipeWire server is running");
+    server.settle();
+    std::string text;
+    for (const auto& [kind, label] : {std::pair{"Audio/Sink", "output"}, std::pair{"Audio/Source", "input"}})
+        for (const auto& [id, node] : server.nodes())
+            if (node.mediaClass.starts_with(kind) && !node.name.starts_with("quorel."))
+                text += std::string(label) + "  " + node.name + "  " + node.description + '\n';
+    return text;
+}
+
+} // namespace quorel

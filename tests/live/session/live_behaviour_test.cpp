@@ -1,0 +1,322 @@
+// quorel-live among an audio server, a session manager and its user: what it survives, what it restores, what it tells.
+#include "client/audio_file.h"
+#include "tests/live/session/graph_client.h"
+#include "tests/live/session/private_session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace quorel {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+class LiveBehaviour : public testing::Test {
+protected:
+    void control(const std::string& words)
+    {
+        const std::string said = session.command(std::string(QUOREL_CONTROL) + " " + words);
+        ASSERT_EQ(session.code, 0) << said;
+    }
+
+    // The configured default sink, as the session manager keeps it; empty if there is none.
+    std::string configuredSink()
+    {
+        const std::string told = session.command("pw-metadata 0 default.configured.audio.sink");
+        const auto from = told.find("{\"name\":\"");
+        return from == std::string::npos ? "" : told.substr(from + 9, told.find('"', from + 9) - from - 9);
+    }
+
+    // A tone on front left reaches the null sink.
+    bool sounds()
+    {
+        GraphClient client({"FL"}, {"FL"});
+        client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL"});
+        const Channels tone(1, std::vector<float>(9600, 0.25F));
+        return within(20s, [&] {
+            client.play(tone, 9600);
+            return std::any_of(client.recorded()[0].begin(), client.recorded()[0].end(), [](float x) { return x > 0.01F; });
+        });
+    }
+
+    static int linesOf(const std::string& text, const std::string& words)
+    {
+        int count = 0;
+        for (auto at = text.find(words); at != std::string::npos; at = text.find(words, at + 1))
+            ++count;
+        return count;
+    }
+
+    PrivateSession session;
+};
+
+TEST_F(LiveBehaviour, IsListedAsDevicesWithTheirChannels)
+{
+    const auto live = session.live();
+    const nlohmann::json all = nlohmann::json::parse(session.command("pw-dump"));
+    int found = 0;
+    for (const auto& object : all) {
+        if (!object.contains("info") || !object["info"].contains("props"))
+            continue;
+        const nlohmann::json properties = object["info"]["props"];
+        const std::string name = properties.value("node.name", "");
+        if (name == "quorel.speaker") {
+            ++found;
+            EXPECT_EQ(properties.value("media.class", ""), "Audio/Sink");
+            EXPECT_EQ(properties.value("node.description", ""), "QUOREL headphones");
+            const nlohmann::json format = object["info"]["params"]["EnumFormat"][0];
+            EXPECT_EQ(format["channels"], 8);
+            EXPECT_EQ(format["rate"], 48000);
+            EXPECT_EQ(format["position"], nlohmann::json({"FL", "FR", "FC", "LFE", "RL", "RR", "SL", "SR"}));
+        } else if (name == "quorel.microphone") {
+            ++found;
+            EXPECT_EQ(properties.value("media.class", ""), "Audio/Source");
+        }
+    }
+    EXPECT_EQ(found, 2);
+    const std::string listed = session.command(QUOREL_LIVE " --list");
+    EXPECT_EQ(listed, "output  speakers  Test speakers\ninput  testmic  Test microphone\n");
+}
+
+TEST_F(LiveBehaviour, RunsOnceForAUser)
+{
+    const auto live = session.live();
+    EXPECT_EQ(session.command(QUOREL_LIVE), "quorel-live: another one is running already; --status tells what it does\n");
+    EXPECT_EQ(session.code, 2);
+    struct stat socket {};
+    ASSERT_EQ(stat((session.folder / "quorel/live.sock").c_str(), &socket), 0);
+    EXPECT_EQ(socket.st_mode & 0777, 0600U);
+
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->written(), "");
+    EXPECT_FALSE(std::filesystem::exists(session.folder / "quorel/live.sock"));
+    EXPECT_EQ(session.command(QUOREL_LIVE " --status"), "quorel-live: no quorel-live is running\n");
+    EXPECT_EQ(session.code, 3);
+}
+
+TEST_F(LiveBehaviour, LeavesNothingThatStopsTheNextStartWhenKilled)
+{
+    {
+        const auto live = session.live();
+        live->signal(SIGKILL);
+        EXPECT_EQ(live->ended(10s), -SIGKILL);
+    }
+    const auto live = session.live();
+    EXPECT_TRUE(sounds());
+}
+
+TEST_F(LiveBehaviour, SwitchesItsBypassOnCommand)
+{
+    const auto live = session.live();
+    EXPECT_EQ(session.status()["bypass"], false);
+    session.command(QUOREL_LIVE " --bypass on");
+    EXPECT_EQ(session.code, 0);
+    EXPECT_EQ(session.status()["bypass"], true);
+    session.command(QUOREL_LIVE " --bypass off");
+    EXPECT_EQ(session.status()["bypass"], false);
+}
+
+TEST_F(LiveBehaviour, IsTheDefaultAsLongAsItRuns)
+{
+    session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
+    const auto live = session.live({"--default"});
+    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+    // Its own output stays on the hardware.
+    EXPECT_EQ(session.status()["speaker"]["devices"], nlohmann::json({"Test speakers"}));
+    live->signal(SIGINT);
+    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(configuredSink(), "speakers");
+}
+
+TEST_F(LiveBehaviour, DoesNotTakeItselfForWhatWasTheDefault)
+{
+    {
+        const auto killed = session.live({"--default"});
+        EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+        killed->signal(SIGKILL);
+    }
+    const auto live = session.live({"--default"});
+    std::this_thread::sleep_for(200ms); // it has claimed it again
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(configuredSink(), "");
+}
+
+TEST_F(LiveBehaviour, LeavesADefaultAloneThatItsUserChoseMeanwhile)
+{
+    const auto live = session.live({"--default"});
+    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+    session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(configuredSink(), "speakers");
+}
+
+TEST_F(LiveBehaviour, RefusesItsOwnDeviceAsItsOutput)
+{
+    EXPECT_THAT(session.command(QUOREL_LIVE " --output quorel.speaker"), HasSubstr("in a loop"));
+    EXPECT_EQ(session.code, 2);
+}
+
+TEST_F(LiveBehaviour, KeepsItsSettings)
+{
+    {
+        const auto live = session.live();
+        control("set Reverb=77");
+        live->signal(SIGTERM);
+        EXPECT_EQ(live->ended(10s), 0);
+    }
+    const auto live = session.live();
+    EXPECT_EQ(session.status()["settings"]["Reverb"], 77);
+    EXPECT_EQ(session.command(std::string(QUOREL_CONTROL) + " get Reverb"), "Reverb=77\n");
+}
+
+TEST_F(LiveBehaviour, TellsTheRenderStreamToControlApplications)
+{
+    const auto live = session.live();
+    EXPECT_THAT(session.command(std::string(QUOREL_CONTROL) + " status"), HasSubstr("48000"));
+    EXPECT_THAT(session.command(std::string(QUOREL_CONTROL) + " status"), HasSubstr("0x63F"));
+}
+
+TEST_F(LiveBehaviour, SurvivesTheAudioServer)
+{
+    const auto live = session.live();
+    for (int round = 1; round <= 5; ++round) {
+        session.killServer();
+        session.startServer();
+        session.startManager();
+        const auto begin = std::chrono::steady_clock::now();
+        ASSERT_TRUE(within(20s, [&] { return session.status().value("reconnects", 0) == round; }));
+        EXPECT_TRUE(sounds()) << "round " << round;
+        std::cout << "sound is back within " << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count()
+                  << " s of the server, its session manager and a playing client\n";
+    }
+    EXPECT_EQ(linesOf(live->written(), "the audio server is gone; waiting for it\n"), 5);
+    EXPECT_EQ(linesOf(live->written(), "the audio server is back\n"), 5);
+    EXPECT_FALSE(live->ended(0ms));
+}
+
+TEST_F(LiveBehaviour, SurvivesTheSessionManager)
+{
+    const auto live = session.live();
+    for (int round = 0; round < 3; ++round) {
+        session.killManager();
+        session.startManager();
+        EXPECT_TRUE(within(20s, [&] { return session.status()["speaker"]["devices"] == nlohmann::json({"Test speakers"}); }));
+    }
+    EXPECT_TRUE(sounds());
+    EXPECT_EQ(session.status()["reconnects"], 0);
+}
+
+TEST_F(LiveBehaviour, SurvivesItsOutputBeingUnplugged)
+{
+    const auto live = session.live();
+    session.command("pw-cli destroy speakers");
+    EXPECT_TRUE(within(20s, [&] { return session.status()["speaker"]["devices"] != nlohmann::json({"Test speakers"}); }));
+    session.command("pw-cli create-node adapter '{ factory.name=support.null-audio-sink node.name=speakers "
+                    "node.description=\"Test speakers\" media.class=Audio/Sink audio.position=\"FL,FR\" object.linger=true "
+                    "monitor.channel-volumes=true priority.session=1000 }'");
+    EXPECT_TRUE(within(20s, [&] { return session.status()["speaker"]["devices"] == nlohmann::json({"Test speakers"}); }));
+    EXPECT_TRUE(sounds());
+}
+
+TEST_F(LiveBehaviour, GoesOnAfterASuspend)
+{
+    const auto live = session.live();
+    live->signal(SIGSTOP);
+    std::this_thread::sleep_for(500ms);
+    live->signal(SIGCONT);
+    EXPECT_TRUE(sounds());
+    EXPECT_FALSE(live->ended(0ms));
+}
+
+TEST_F(LiveBehaviour, LosesNoFrameOverAThousandChangesOfSettings)
+{
+    const auto live = session.live({"--speaker"});
+    control("set Settings=1 Reverb=120");
+    GraphClient client({"FL", "FR"}, {"FL", "FR"});
+    client.link({"quorel.speaker:playback_FL", "quorel.speaker:playback_FR"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
+    const Channels tone(2, std::vector<float>(48000, 0.1F));
+    ASSERT_TRUE(client.play(tone, 48000));
+    const auto before = session.status()["speaker"];
+    std::thread changes([this] {
+        session.command("sh -c 'for i in $(seq 1000); do " + std::string(QUOREL_CONTROL) +
+                        " set EQBand5=$((i % 100)) || exit 1; done'");
+    });
+    const auto begin = client.recordedAt();
+    int rounds = 0;
+    for (; rounds < 5 || session.status()["settings"]["EQBand5"] != 0 || rounds < 10; ++rounds)
+        ASSERT_TRUE(client.play(tone, 48000));
+    changes.join();
+    EXPECT_EQ(session.code, 0);
+    const auto after = session.status()["speaker"];
+    EXPECT_EQ(after["gaps"], before["gaps"]);
+    EXPECT_EQ(after["refused_blocks"], 0);
+    EXPECT_EQ(after["lost_frames"], before["lost_frames"]);
+    EXPECT_EQ(after["first_tick"], before["first_tick"]);
+    EXPECT_GT(client.recordedAt() - begin, 48000U * 5);
+}
+
+// Seconds of processor time that a process has taken.
+double processorTime(pid_t process)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string field;
+    double sum = 0;
+    for (int i = 1; i <= 15 && file >> field; ++i)
+        if (i >= 14)
+            sum += std::strtod(field.c_str(), nullptr);
+    return sum / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+TEST_F(LiveBehaviour, HoldsTheGraphForTheWholeTailAndCostsNothingThen)
+{
+    const auto live = session.live({"--speaker"});
+    control("set Settings=1 Reverb=255");
+    constexpr std::size_t channels = 8;
+    constexpr std::size_t length = 28800; // the player drops what comes in its last quantum
+    std::vector<float> click(length * channels);
+    std::fill_n(click.begin() + 20000 * channels, channels, 0.9F);
+    const std::string in = (session.folder / "click.wav").string();
+    AudioWriter writer(in, {channels, 48000, 0x63F, SampleFormat::float32}, length);
+    writer.write(click.data(), length);
+    writer.commit();
+    const std::string out = (session.folder / "tail.wav").string();
+    session.command(std::string(QUOREL_RENDER) + " --Reverb 255 --tail 10 " + in + " " + out);
+    AudioReader reader(out, [] {});
+    std::vector<float> whole(11 * 48000 * 2);
+    const std::uint64_t frames = reader.read(whole.data(), 11 * 48000);
+    std::uint64_t tail = 0; // frames until all is below -100 dB
+    for (std::uint64_t i = 0; i < 2 * frames; ++i)
+        if (std::abs(whole[i]) >= 1e-5F)
+            tail = i / 2 + 1;
+    ASSERT_GT(tail, length + 4800); // most of it comes when the player has gone
+
+    session.command("pw-cat -p --target quorel.speaker " + in); // this clock runs in real time
+    EXPECT_EQ(session.code, 0);
+    EXPECT_TRUE(within(20s, [&] { return session.status()["speaker"]["running"] == false; }));
+    const auto told = session.status()["speaker"];
+    EXPECT_GE(told["frames"], tail) << told;
+    std::cout << "the tail lasts " << tail << " frames, the graph ran for " << told["frames"] << '\n';
+
+    std::this_thread::sleep_for(500ms);
+    const double before = processorTime(live->id());
+    std::this_thread::sleep_for(3s);
+    EXPECT_LT(processorTime(live->id()) - before, 0.02); // two ticks of the system's count; 0.1 % would be 0.003
+    EXPECT_EQ(session.status()["speaker"]["frames"], told["frames"]);
+}
+
+} // namespace
+} // namespace quorel
