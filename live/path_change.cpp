@@ -32,6 +32,12 @@ PathChange::~PathChange()
 
 void PathChange::begin(std::unique_ptr<EffectStream> stream)
 {
+    request = 0;
+    delete arrived.exchange(nullptr);
+    delete retired.exchange(nullptr);
+    asked = 0;
+    silent = 0;
+    faded = fadeIn;
     current = std::move(stream);
     status.block = current->block();
     status.delay = current->delay();

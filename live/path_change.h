@@ -31,7 +31,7 @@ public:
     PathChange(const PathChange&) = delete;
     PathChange& operator=(const PathChange&) = delete;
 
-    // While the audio thread is not in `process`: the stream to begin with, without a fade.
+    // While neither `process` nor `serve` runs: the stream to begin with, without a fade. What was asked for is forgotten.
     void begin(std::unique_ptr<EffectStream> stream);
 
     // The audio thread: n frames. varying: calls may differ in length.

@@ -205,6 +205,27 @@ TEST_F(PathChanges, KeepTheRequestWhereBuildingFails)
     EXPECT_EQ(status.block, 512U);
 }
 
+TEST_F(PathChanges, StartAnewWithNothingLeftFromBefore)
+{
+    call(480);
+    call(512); // asked for a path of 512
+    change.begin(streamOf(speaker, speakerPlan(480, false)));
+    serve();
+    EXPECT_EQ(built, 0);
+    call(480); // its first block
+    EXPECT_NEAR(call(480).back(), level, rounding);
+    call(441); // asks again
+    serve();
+    call(441);
+    EXPECT_EQ(status.block, 441U);
+
+    call(512);
+    serve(); // the path of 512 has arrived
+    change.begin(streamOf(speaker, speakerPlan(480, false)));
+    call(480);
+    EXPECT_EQ(status.block, 480U);
+}
+
 TEST_F(PathChanges, ComeThroughAnyQuantaWhileAnotherThreadBuilds)
 {
     std::atomic<bool> running = true;
