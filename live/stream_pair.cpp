@@ -88,6 +88,12 @@ StreamPair::StreamPair(pw_core* core, const StreamKind& kind, const std::string&
 StreamPair::~StreamPair()
 {
     closing = true;
+    passAudioThread();
+}
+
+// Waits until the audio thread has been between two calls: it has seen what was written before.
+void StreamPair::passAudioThread() const
+{
     pw_data_loop_invoke(
         audioLoop, [](spa_loop*, bool, std::uint32_t, const void*, std::size_t, void*) { return 0; }, 0, nullptr, 0, true,
         nullptr);
@@ -158,6 +164,9 @@ void StreamPair::run() noexcept
     pw_buffer* from = pw_stream_dequeue_buffer(take.get());
     pw_buffer* to = pw_stream_dequeue_buffer(give.get());
     const spa_io_position* clock = position.load(std::memory_order_relaxed);
+    if (to != nullptr) // nothing, until it is written: the buffer holds an earlier call's sound
+        for (std::uint32_t c = 0; c < to->buffer->n_datas; ++c)
+            to->buffer->datas[c].chunk->size = 0;
     if (from != nullptr && to != nullptr && clock != nullptr) {
         std::uint32_t n = longestCall;
         for (std::uint32_t c = 0; c < from->buffer->n_datas; ++c)
@@ -222,11 +231,14 @@ void StreamPair::follow(const spa_io_position& graph) noexcept
     status.calls.fetch_add(1, std::memory_order_relaxed);
 }
 
+// The old clock's memory goes when this is left.
 void StreamPair::onTakeIo(void* data, std::uint32_t id, void* area, std::uint32_t size)
 {
     auto& pair = *static_cast<StreamPair*>(data);
-    if (id == SPA_IO_Position)
-        pair.position = size >= sizeof(spa_io_position) ? static_cast<spa_io_position*>(area) : nullptr;
+    if (id != SPA_IO_Position)
+        return;
+    pair.position = size >= sizeof(spa_io_position) ? static_cast<spa_io_position*>(area) : nullptr;
+    pair.passAudioThread();
 }
 
 void StreamPair::onTakeState(void* data, pw_stream_state, pw_stream_state state, const char*)

@@ -68,6 +68,7 @@ private:
     Stream make(bool taking, const std::string& target);
     void connect(pw_stream* stream, bool taking);
     void makeHolder();
+    void passAudioThread() const;
     void run() noexcept;
     void follow(const spa_io_position& graph) noexcept;
     void passLatency(pw_stream* to, const spa_pod* param) const;
