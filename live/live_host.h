@@ -55,9 +55,9 @@ private:
     std::unique_ptr<pw_main_loop, LoopDestroy> loop;
     std::shared_ptr<SettingsHandler> settings;
     std::atomic<bool> bypass = false;
+    std::unique_ptr<AudioServer> server; // outlives the sides' streams
     std::unique_ptr<Side> speaker;
     std::unique_ptr<Side> microphone;
-    std::unique_ptr<AudioServer> server;
     std::unique_ptr<CommandSocket> commands;
     spa_source* everySecond = nullptr; // with --verbose
 };
