@@ -16,6 +16,7 @@ namespace quorel {
 namespace {
 
 constexpr long retryPeriod = 250'000'000; // ns
+constexpr auto answerPatience = std::chrono::seconds(5);
 
 const char* keyOf(bool sink)
 {
@@ -41,6 +42,14 @@ std::uint32_t numberOf(const spa_dict* properties, const char* key)
     return static_cast<std::uint32_t>(std::strtoul(textOf(properties, key).c_str(), nullptr, 10));
 }
 
+// The node that a default device's value names; anybody may have written the value.
+std::string nodeIn(const std::string& value)
+{
+    const nlohmann::json device = nlohmann::json::parse(value, nullptr, false);
+    const auto name = device.is_object() ? device.find("name") : device.end();
+    return name != device.end() && name->is_string() ? name->get<std::string>() : "";
+}
+
 } // namespace
 
 AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std::move(events))
@@ -55,6 +64,7 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
     ended = pw_loop_add_event(
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->lose(); }, this);
     coreEvents.version = PW_VERSION_CORE_EVENTS;
+    coreEvents.info = [](void* data, const pw_core_info*) { static_cast<AudioServer*>(data)->welcome(); };
     coreEvents.done = [](void* data, std::uint32_t id, int answer) {
         auto& server = *static_cast<AudioServer*>(data);
         if (id != PW_ID_CORE)
@@ -67,8 +77,10 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
     };
     coreEvents.error = [](void* data, std::uint32_t id, int, int result, const char*) {
         auto& server = *static_cast<AudioServer*>(data);
-        if (id == PW_ID_CORE && result == -EPIPE)
-            pw_loop_signal_event(server.loop, server.ended); // not from within the connection
+        if (id != PW_ID_CORE || (result != -EPIPE && result != -ECONNRESET))
+            return;
+        server.broken = true;
+        pw_loop_signal_event(server.loop, server.ended); // not from within the connection
     };
     registryEvents.version = PW_VERSION_REGISTRY_EVENTS;
     registryEvents.global = [](void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
@@ -103,13 +115,21 @@ bool AudioServer::connect()
         return false;
     }
     stopWatching();
-    reconnects_ += static_cast<std::uint64_t>(trying);
-    trying = false;
     pw_core_add_listener(connection, &coreHook, &coreEvents, this);
     registry = pw_core_get_registry(connection, PW_VERSION_REGISTRY, 0);
     pw_registry_add_listener(registry, &registryHook, &registryEvents, this);
-    events.connected();
     return true;
+}
+
+// The first thing that a server tells.
+void AudioServer::welcome()
+{
+    if (answered)
+        return;
+    answered = true;
+    reconnects_ += static_cast<std::uint64_t>(trying);
+    trying = false;
+    events.connected();
 }
 
 void AudioServer::keepTrying()
@@ -118,21 +138,20 @@ void AudioServer::keepTrying()
     static_cast<void>(connect());
 }
 
+// The streams that go tell the end once more, maybe after the next connection stands: that one is not broken.
 void AudioServer::lose()
 {
-    if (connection == nullptr)
+    if (connection == nullptr || !broken)
         return;
-    events.lost();
+    if (answered)
+        events.lost();
     drop();
     keepTrying();
 }
 
 void AudioServer::drop()
 {
-    if (defaults != nullptr) {
-        spa_hook_remove(&defaultsHook);
-        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
-    }
+    unbindDefaults();
     if (registry != nullptr) {
         spa_hook_remove(&registryHook);
         pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
@@ -141,10 +160,10 @@ void AudioServer::drop()
         spa_hook_remove(&coreHook);
         pw_core_disconnect(connection);
     }
-    defaults = nullptr;
-    defaultsId = SPA_ID_INVALID;
     registry = nullptr;
     connection = nullptr;
+    answered = false;
+    broken = false;
     nodes_.clear();
     links.clear();
 }
@@ -192,11 +211,7 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
         links[id] = {numberOf(properties, PW_KEY_LINK_OUTPUT_NODE), numberOf(properties, PW_KEY_LINK_INPUT_NODE)};
     } else if (kind == PW_TYPE_INTERFACE_Metadata && textOf(properties, PW_KEY_METADATA_NAME) == "default" &&
                defaults == nullptr) {
-        defaults = static_cast<pw_metadata*>(pw_registry_bind(registry, id, type, PW_VERSION_METADATA, 0));
-        defaultsId = id;
-        pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
-        sinkDefault.now.clear();
-        sourceDefault.now.clear();
+        bindDefaults(id);
         claiming = pw_core_sync(connection, PW_ID_CORE, 0); // what is configured arrives before the answer
     }
 }
@@ -205,12 +220,8 @@ void AudioServer::removeGlobal(std::uint32_t id)
 {
     nodes_.erase(id);
     links.erase(id);
-    if (id == defaultsId) { // the session manager went; another one brings its own
-        spa_hook_remove(&defaultsHook);
-        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
-        defaults = nullptr;
-        defaultsId = SPA_ID_INVALID;
-    }
+    if (id == defaultsId) // the session manager went; another one brings its own
+        unbindDefaults();
 }
 
 std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
@@ -230,6 +241,26 @@ std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
 
 // ---- default devices ------------------------------------------------------------------------------------------------
 
+// The session manager keeps them. To a new binding it tells all it has, ahead of the answer to the next `pw_core_sync`.
+void AudioServer::bindDefaults(std::uint32_t id)
+{
+    sinkDefault.now.clear();
+    sourceDefault.now.clear();
+    defaults = static_cast<pw_metadata*>(pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+    defaultsId = id;
+    pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
+}
+
+void AudioServer::unbindDefaults()
+{
+    if (defaults != nullptr) {
+        spa_hook_remove(&defaultsHook);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
+    }
+    defaults = nullptr;
+    defaultsId = SPA_ID_INVALID;
+}
+
 void AudioServer::takeDefault(bool sink, const std::string& value)
 {
     (sink ? sinkDefault : sourceDefault).now = value;
@@ -246,25 +277,28 @@ void AudioServer::claim(bool sink)
     Default& device = sink ? sinkDefault : sourceDefault;
     if (device.ours.empty() || defaults == nullptr)
         return;
-    const nlohmann::json configured = nlohmann::json::parse(device.now, nullptr, false);
-    const bool ours = configured.is_object() && configured.value("name", "") == device.ours;
     if (!device.was)
-        device.was = ours ? "" : device.now;
+        device.was = nodeIn(device.now) == device.ours ? "" : device.now;
     write(sink, nlohmann::json{{"name", device.ours}}.dump());
 }
 
+// What was told so far may be older than what the user has chosen, and than our own claim: it is asked for anew.
 void AudioServer::restoreDefaults()
 {
+    if ((sinkDefault.ours.empty() && sourceDefault.ours.empty()) || !settle() || defaults == nullptr)
+        return;
+    claiming = -1; // too late for that
+    const std::uint32_t id = defaultsId;
+    unbindDefaults();
+    bindDefaults(id);
+    if (!settle() || defaults == nullptr)
+        return;
     for (const bool sink : {true, false}) {
         Default& device = sink ? sinkDefault : sourceDefault;
-        if (device.ours.empty() || !device.was || defaults == nullptr)
-            continue;
-        const nlohmann::json configured = nlohmann::json::parse(device.now, nullptr, false);
-        if (configured.is_object() && configured.value("name", "") == device.ours)
-            write(sink, *device.was);
+        if (!device.ours.empty() && nodeIn(device.now) == device.ours)
+            write(sink, device.was.value_or(""));
     }
-    if (connection != nullptr)
-        settle();
+    static_cast<void>(settle());
 }
 
 void AudioServer::write(bool sink, const std::string& value)
@@ -273,13 +307,19 @@ void AudioServer::write(bool sink, const std::string& value)
                              value.empty() ? nullptr : value.c_str());
 }
 
-void AudioServer::settle()
+bool AudioServer::settle()
 {
+    const pw_core* asked = connection;
+    if (asked == nullptr)
+        return false;
     settled = false;
     settling = pw_core_sync(connection, PW_ID_CORE, 0);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    while (!settled && std::chrono::steady_clock::now() < end)
+    const auto end = std::chrono::steady_clock::now() + answerPatience;
+    pw_loop_enter(loop);
+    while (!settled && connection == asked && std::chrono::steady_clock::now() < end)
         pw_loop_iterate(loop, 50);
+    pw_loop_leave(loop);
+    return settled && connection == asked;
 }
 
 // ---- scheduling -----------------------------------------------------------------------------------------------------

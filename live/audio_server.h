@@ -34,13 +34,15 @@ public:
     AudioServer(const AudioServer&) = delete;
     AudioServer& operator=(const AudioServer&) = delete;
 
-    // False when there is no server. Calls `connected` when there is one.
+    // False when there is no server. Otherwise `connected` is called when it has answered: one that is being killed takes
+    // connections to its end.
     bool connect();
 
     // From now on it connects whenever there is a server.
     void keepTrying();
 
     pw_core* core() const noexcept { return connection; }
+    bool connected() const noexcept { return answered; }
     std::uint64_t reconnects() const noexcept { return reconnects_; }
 
     const std::map<std::uint32_t, Node>& nodes() const noexcept { return nodes_; }
@@ -55,8 +57,9 @@ public:
     // Puts back what was configured before, unless somebody has chosen something else meanwhile.
     void restoreDefaults();
 
-    // Not from within an event: waits until the server has done and told everything up to here, for at most a second.
-    void settle();
+    // Not from within an event: waits until the server has done and told everything up to here. False when it does not answer
+    // or is gone.
+    bool settle();
 
     // The audio thread's scheduling as the system tells it, such as "FIFO 88" or "normal".
     std::string scheduling();
@@ -73,6 +76,7 @@ private:
         std::uint32_t to;
     };
 
+    void welcome();
     void drop();
     void lose();
     void watchForServer();
@@ -82,6 +86,8 @@ private:
     void takeDefault(bool sink, const std::string& value);
     void claim(bool sink);
     void write(bool sink, const std::string& value);
+    void bindDefaults(std::uint32_t id);
+    void unbindDefaults();
 
     pw_loop* loop;
     Events events;
@@ -93,6 +99,8 @@ private:
     spa_source* again = nullptr;    // a look for the server, after a while
     spa_source* appeared = nullptr; // something has appeared in the folder of its socket
     spa_source* ended = nullptr;    // the connection is gone
+    bool answered = false;          // by the server, on this connection
+    bool broken = false;            // and `ended` has been told so
     bool trying = false;
     std::uint64_t reconnects_ = 0;
     std::map<std::uint32_t, Node> nodes_;

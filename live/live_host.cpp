@@ -197,6 +197,8 @@ LiveHost::LiveHost(const LiveOptions& options, std::function<void(const std::str
     }
     if (!server->connect())
         throw std::runtime_error("no PipeWire server is running");
+    if (!server->settle())
+        throw std::runtime_error("the PipeWire server does not answer");
     for (const Side* side : {speaker.get(), microphone.get()})
         if (side != nullptr && !side->opened())
             throw std::runtime_error("the audio server refuses the streams");
@@ -271,7 +273,7 @@ void LiveHost::tick()
 std::string LiveHost::answer(const std::string& command)
 {
     if (command == "status")
-        return status().dump();
+        return status().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace); // devices' names may be any bytes
     if (command == "bypass on" || command == "bypass off") {
         bypass = command == "bypass on";
         return nlohmann::json{{"bypass", bypass.load()}}.dump();
@@ -288,7 +290,7 @@ nlohmann::json LiveHost::status()
         values[field.name] = settingOf(record, field);
     values["hrtfId"] = record.hrtfId;
 
-    nlohmann::json told{{"connected", server->core() != nullptr},
+    nlohmann::json told{{"connected", server->connected()},
                         {"reconnects", server->reconnects()},
                         {"scheduling", server->scheduling()},
                         {"bypass", bypass.load()},
@@ -340,7 +342,8 @@ std::string listDevices()
     AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}});
     if (!server.connect())
         throw std::runtime_error("no PipeWire server is running");
-    server.settle();
+    if (!server.settle())
+        throw std::runtime_error("the PipeWire server does not answer");
     std::string text;
     for (const auto& [kind, label] : {std::pair{"Audio/Sink", "output"}, std::pair{"Audio/Source", "input"}})
         for (const auto& [id, node] : server.nodes())
