@@ -34,7 +34,7 @@ std::string folder()
 
 std::string madeFolder()
 {
-    const std::string path = folder();
+    std::string path = folder();
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
         throw failure(path);
     return path;

@@ -58,7 +58,7 @@ nlohmann::json ask(const std::string& command)
     const auto reply = askRunning(command);
     if (!reply)
         throw OtherExit(noneRuns, "no quorel-live is running");
-    const nlohmann::json told = nlohmann::json::parse(*reply);
+    auto told = nlohmann::json::parse(*reply);
     if (told.contains("error"))
         throw std::runtime_error(told["error"].get<std::string>());
     return told;

@@ -13,6 +13,7 @@ struct KernelTable {
     const char* name;       // "baseline", "avx2", "avx512"
     size_t valuesPerVector; // complex values, for the layout of the transforms' tables
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a declaration, whose parameters bring theirs
 #define QUOREL_KERNEL(result, kernel, parameters, body) result(*kernel) parameters;
 #include "core/kernels/kernels.inc"
 #undef QUOREL_KERNEL
