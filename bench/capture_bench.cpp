@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The capture effect's cost: one frame of 5 ms, mono, beside the yardstick, in every variant of the kernels that runs here.
 //
 // "noise_reduction" is noise reduction with the meter, "whole_path" the same with a curve and the gate behind it, both through

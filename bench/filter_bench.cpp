@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The recursive filters and the stages that stand right on them, on blocks of 480 frames of noise at 48 kHz, in every variant
 // of the kernels: `ratio` is the time of a block to the yardstick's, `ns` the least time of one. Their rivals are the plain
 // recursions, one sample after the other. What a filter gives is compared with its rival's result first.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What several benchmarks begin with: noise.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every element kernel in every variant at the paths' lengths, as a ratio to the same loop compiled plainly, in one run:
 // below 1 is faster than plain. `ns` is the least time of one call.
 #include "bench/yardstick.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The render effect's cost: blocks of 480 frames of 7.1 sound, 10 ms, in every variant of the kernels. `ratio` is the time of a
 // block to the yardstick's, both at their least.
 //

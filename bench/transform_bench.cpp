@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The transforms that the paths use and the packed product, in every variant, as ratios to the yardstick Y; the complex ones
 // as ratios to FFTW's own transform of the same kind. Each result is verified before it is timed.
 #include "bench/inputs.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/yardstick.h"
 
 #include <fftw3.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The yardstick Y, in which benchmarks give their times: one forward real transform of 1024 samples by FFTW 3.3 in single
 // precision, planned patiently nine times, the best plan. It runs between the repetitions of what is measured, in the same
 // process, and of both the least time counts: so a ratio to Y hardly depends on the machine's load or clock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/audio_file.h"
 
 #include "platform/programs/input_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Audio files as the tools read and write them: interleaved floats, full scale 1.0, and the speakers that the channels are for.
 #pragma once
 

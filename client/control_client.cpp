@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/control_client.h"
 
 #include "platform/named_lock.h"

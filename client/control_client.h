@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ControlClient is the control application's end of the shared memory: settings and response sets to a running effect, levels
 // and the active format back.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/hrtf_delivery.h"
 
 #include <random>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Gives a running effect another set of head-related responses, or its own back.
 //
 // Only a render path with as many channels as the set can take it; one with another number that sees the identity change

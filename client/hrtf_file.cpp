@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/hrtf_file.h"
 
 #include "client/hrtf_sources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads measured head-related responses from files.
 //
 //   .sofa   AES69, convention SimpleFreeFieldHRIR, by libmysofa. The measured direction nearest to each speaker is taken.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/hrtf_set.h"
 
 #include "speaker/built_in.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sets of head-related responses: what a file gives, what the convolver takes, and what stands in the share.
 //
 // A measured response may be long and begin late; the convolver takes 177 taps, the onset counted. A fitted set is the

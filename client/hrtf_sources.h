@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What reading a file of responses needs of libraries. One .cpp has it from them; the other does without, for a build that
 // cannot have them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/hrtf_sources.h"
 
 #include "client/audio_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Without libraries: plain WAV files at the effect's rate.
 #include "client/hrtf_file.h"
 #include "client/hrtf_sources.h"

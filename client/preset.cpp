@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/preset.h"
 
 #include "client/settings_fields.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Presets: what a user has chosen, in files of the user's own. A file holds the settings that are kept, by name:
 //
 //   {"settings": {"Enabled": 1, "Settings": 1, "Reverb": 170, ...}}

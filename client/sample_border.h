@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SampleBorder stops samples that must not reach an effect:  x = 0 where x is not finite or |x| > 2^20
 //
 // The effects take what they get, as they have to: one value that is no number stays in a filter's state for ever, and one of

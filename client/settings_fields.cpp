@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/settings_fields.h"
 
 #include <array>

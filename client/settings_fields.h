@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings as a person meets them: by name, with range, unit and meaning. Whoever takes a setting from a user checks it
 // here.
 #pragma once

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What an embedding project includes, as <quorel/NAME.h>, the same from a build tree and installed: the headers that are meant for
 # it, and behind these the two that they stand on. Each is made from the one in the source with its includes in that form.
 set(headers core/signal_path core/settings_record settings/settings_handler settings/control_block client/control_client

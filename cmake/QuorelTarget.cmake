@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # quorel_target(<target>): the language, the include root and the warnings that all of our code is compiled with.
 # Contraction of a product and a sum into one rounding changes bits, so it is off wherever a result is defined bit by bit;
 # the kernel variants alone turn it on for themselves. Nothing of it but the language reaches a project that embeds ours.

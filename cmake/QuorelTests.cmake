@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 include(GoogleTest)
 
 # What nearly every test includes, parsed once. Programs take it compiled for programs, which a library would not be.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-builds for 64-bit Windows with mingw-w64. The posix thread model is the one whose C++ library has std::thread and
 # std::mutex; everything is linked statically, so that a module needs system libraries alone.
 set(CMAKE_SYSTEM_NAME Windows)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cache lines: what sample memory is aligned to and rounded up to.
 #pragma once
 

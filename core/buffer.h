@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sample buffers: planar blocks of C rows, the form in which audio passes between stages.
 //
 // Channel c starts at data + capacity * c. The capacity is both the length and the stride of a row, and is always rounded up

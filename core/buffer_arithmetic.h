@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sums and products between whole buffers, channel by channel.
 //
 // Sizes must match; there is no shortcut for empty blocks, which the kernels refuse.

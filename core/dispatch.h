@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dispatch holds one concrete path by value behind the abstract Interface of a SignalPath, and `build` finds the one of a channel
 // count that is known only when the program runs.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FFT owns a power-of-two transform: its tables, its work storage and the size tests ahead of the kernels.
 //
 //   FFT<float>           real samples to and from Pack form; Inv divides by the length

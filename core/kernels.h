@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flat layer of vector kernels that the stages' bulk work goes through: this header is its one door.
 //
 // Argument rules, for every kernel unless its line says otherwise: a null array gives ippStsNullPtrErr, then a length below 1

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // rt_alloc gives sample memory: aligned to 64 bytes and, as a best effort, pinned in physical memory, so that the audio
 // thread meets no page fault.
 //

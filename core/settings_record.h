@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SettingsRecord is the unit in which settings are copied: one process-wide snapshot, and one in each path.
 //
 // Its layout is a format: bytes 16 to 83 stand at the same offsets in the control block that other processes write. Fields

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SignalPath is the one object through which a host reaches audio processing.
 //
 // The host asks for a path of a kind and a channel count and from then on sees the abstract Interface. Behind it stands one

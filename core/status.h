@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Status is what every kernel returns: zero for success, negative for an error, positive for a warning.
 //
 // The numbers and names are those of the flat kernel layer; `statusText` turns one into the other. Call sites treat

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the design programs share: taps rounded to nine decimals, and how a table is written as C++."""
 
 import numpy as np

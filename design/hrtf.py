@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Designs the built-in head-related responses and writes speaker/hrtf_tables.cpp.
 
 Source: the HRTF measurement of a KEMAR dummy head by Bill Gardner and Keith Martin, MIT Media Lab, 1994, in the

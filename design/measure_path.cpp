@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints what the compiled render effect does, as tables for the programs that draw the pages about it:
 //
 //   measure_path room        impulse responses of the reverberator: left and right ear for each of the eight speakers, a second

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The figures of the docs pages about the tables. They show the taps as rounded, that is as compiled."""
 
 import matplotlib

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """What the compiled reverberator sounds like: the figures of docs/room.md.
 
 The impulse responses come from the program measure_path, that is from the library itself:

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """What the compiled equaliser and limiters do: the figures of docs/speaker_path.md.
 
 The measurements come from the program measure_path, that is from the library itself:

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Designs the four windows of the capture effect's filter bank and writes microphone/window_tables.cpp.
 
 The analysis window a and the synthesis window s of a rate are found together. Among all symmetric pairs that

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Designs the two filters that set the correlation of the reverberator's outputs; writes speaker/xcorr_tables.cpp.
 
 H1 carries a channel to its own side and is close to a pure delay; H2 carries it to the other side and is a low-pass.

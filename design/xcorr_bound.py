@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Proves how low no cross-side filter of 140 taps comes from 1 kHz on, when it meets the figures that docs/xcorr_tables.md asks.
 
 The figures leave each value half a unit of its last place, and the phase of H2 against H1 ten degrees. That H2 stays below t

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an audio engine and an audio processing object say to each other: interfaces, records, flags and results, under the
 // platform's names, for every system. Order of operations, sizes and offsets are a binary contract and checked below.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/base_audio_processing_object.h"
 
 #include "host/media_type.h"

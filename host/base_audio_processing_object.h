@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CBaseAudioProcessingObject: what any audio processing object does the same way, whatever its effect. It knows the object
 // by its registered properties alone: it answers the engine's format questions in general, checks the connections of a lock,
 // and keeps the locked state.

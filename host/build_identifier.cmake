@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes the build identifier GUID into the header OUTPUT; without one it makes one anew, by chance.
 if(NOT GUID)
   string(RANDOM LENGTH 64 chance)

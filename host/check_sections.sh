@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # check_sections.sh NM OBJDUMP MODULE OBJECTS: fails unless the audio thread's sections of the linked module, not stripped yet,
 # hold what they should and nothing else: RT_CODE the effect's entry, RT_CONST its virtual tables and its table of interfaces.
 # OBJECTS is the archive that brings them: a section is larger in the module when anything else got into it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ClassFactory<T> makes objects of T for whoever knows its class, alone or as part of an outer object. A module has one for
 // each class, which is never destroyed; who holds it or locks it keeps the module loaded.
 #pragma once

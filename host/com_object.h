@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ComObject<T>: what makes T an object that COM counts and hands out: references, aggregation, the table of interfaces.
 //
 // T lists its interfaces in a table `T::interfaces`, which is searched in order. Everybody meets T through IUnknown's three

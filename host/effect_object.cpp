@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/effect_object.h"
 
 #include "core/kernels.h"

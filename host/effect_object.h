@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // QUOREL is the effect as an audio engine drives it: one object for the stream of one endpoint.
 //
 //   create -> Initialize -> format questions -> LockForProcess -> APOProcess once a block -> UnlockForProcess -> Release

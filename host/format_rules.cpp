@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/format_rules.h"
 
 namespace quorel {

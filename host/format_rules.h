@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The effect's own rule for stream formats: 32-bit samples, the same format on both sides, and of these only the streams that
 // a path is made for. It judges formats as they have been read out of their media types.
 #pragma once

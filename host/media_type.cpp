@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/media_type.h"
 
 #include "host/com_object.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Media types: the form in which an engine and an effect hand formats to each other.
 //
 // The platform makes them with two functions of its own library; where that library can't be had, these stand in for them

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/module.h"
 
 #include "build_identifier.h" // made by the build

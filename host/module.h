@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the module exports, and nothing else.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/registration.h"
 
 #include "host/registration_properties.h"

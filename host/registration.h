@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Entering the effect into the registry and taking it out again. An audio engine finds it by two entries below
 // HKEY_CLASSES_ROOT: the engine's own list AudioEngine\AudioProcessingObjects, and the class by which it is created.
 #pragma once

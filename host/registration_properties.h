@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the effect says of itself to an audio engine, and by which names it is known.
 #pragma once
 

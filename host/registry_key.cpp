@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/registry_key.h"
 
 #include "platform/registry.h"

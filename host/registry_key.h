@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A test whether a key of the registry exists.
 #pragma once
 

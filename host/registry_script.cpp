@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/registry_script.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RegistryScript enters the keys and values of a text into the registry, and takes them out again.
 //
 //   HKCR                                            a root key, here HKEY_CLASSES_ROOT

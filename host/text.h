@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts are UTF-8 inside the effect; COM's are UTF-16.
 #pragma once
 

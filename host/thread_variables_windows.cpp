@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads' own variables of the C++ library in this module, such as what is known of an exception under way, and their end.
 //
 // The compiler reaches each of them through __emutls_get_address. The compiler's own form of it never gives back its place among

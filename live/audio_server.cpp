@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/audio_server.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AudioServer is the connection to the PipeWire server of this session: what nodes and links it has, which devices are the
 // default ones, and that it is there again after it was away.
 //

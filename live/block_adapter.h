@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BlockAdapter stands between calls of any length and an effect that wants blocks of one length.
 //
 // Frames come in as rows, are gathered to interleaved blocks, and leave as rows behind `delay` frames of silence, in order,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BlockPlan tells into what blocks a stream's frames are cut before they go through an effect, and how late that makes them.
 //
 // The server hands a stream one quantum of frames at a time. The render effect takes slices of it, so that no frame waits for

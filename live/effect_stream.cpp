@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/effect_stream.h"
 
 #include "speaker/speaker_tables.h"

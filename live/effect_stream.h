@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EffectStream is one effect as a live stream has it: a path behind its block adapter, the settings that steer it, and what
 // keeps a bad block from doing harm.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A denormal number takes some processors a hundred times as long as any other: an audio thread takes them as 0.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one quorel-live of a user: a lock that only one process has, and a socket by which others ask it for its status and give
 // it commands. Both lie in $XDG_RUNTIME_DIR/quorel, which only the user may enter.
 //

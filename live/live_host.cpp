@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/live_host.h"
 
 #include "client/settings_fields.h"

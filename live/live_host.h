@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LiveHost is the running quorel-live: one or both sides at the audio server, the settings that steer them, and what it tells
 // about itself.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PathChange lets a running stream go over to another block length. The audio thread asks for a new effect stream and plays
 // on; another thread builds it and hands it over; no thread ever waits.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quorel-live makes a 7.1 headphone device and a clean microphone of the effects, on any desktop with PipeWire.
 #include "live/live_host.h"
 #include "tools/tool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/stream_pair.h"
 
 #include "live/flush_to_zero.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // StreamPair is one side of the live host at the audio server: a device that applications see, and the stream between it and
 // the hardware, with an effect in between.
 //

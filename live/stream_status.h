@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // StreamStatus is what the audio thread tells of its stream and other threads read at any time: counts and figures, each an
 // atomic of its own, so that a reader may see a mix of two calls.
 #pragma once

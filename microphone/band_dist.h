@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BandDist spreads one complex value per band over all bins of a spectrum, the reverse of BandSum in form though not in value.
 //
 // Bin k of the lower half takes its band's value, bin 2 * binCount - k the conjugate: the symmetry of a real signal's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BandSum reduces a spectrum to one complex value per band, the mean of the band's bins:  out[j] = sum over band j / width
 //
 // Bins are added as complex numbers, so that a band is a short band-pass filter: neighbouring bins of opposite phase cancel.

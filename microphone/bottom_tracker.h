@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BottomTracker estimates the noise floor T of each band: the level below which the band's magnitude p does not go.
 //
 //   x += smoothing * (p - x)                            the smoothed magnitude

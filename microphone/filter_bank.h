@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FilterBank turns `hop` new samples into a spectrum of `fftLength` bins, InverseFilterBank a spectrum into `hop` samples:
 // weighted overlap-add with an analysis window a little longer than the transform and a synthesis window a little shorter.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FrequencyDomainProc is the noise reduction of the capture effect, and its level meter.
 //
 // Frames of 5 ms go through the filter bank. Of each spectrum 16 bands are measured; a noise floor and a signal level follow

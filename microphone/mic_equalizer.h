@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MicEqualizer applies one of three fixed curves to each channel: five second-order sections in a row.
 //
 // The curves are those of the stream's rate; curve 0 is flat. Each channel has its own history, which persists between blocks.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/microphone_path.h"
 
 #include "core/buffer_arithmetic.h"

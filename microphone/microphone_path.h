@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MicrophonePath is the capture effect: one block of N interleaved channels in, one of N cleaned channels out.
 //
 //   input -> noise reduction -> equaliser curve -> gate -> output

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/microphone_tables.h"
 
 #include "microphone/window_tables.h"

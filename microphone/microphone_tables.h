@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The constants of the capture effect: two sample rates, the bands of the spectrum, and the laws of trackers, gains and gate.
 // The filter bank's windows and the equaliser's curves stand in files of their own.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ogle follows the level of each band in two steps: a fast envelope E of the magnitude, and a slow estimate O that holds
 // still while E stays near it and is drawn to E once E has moved decisively away:
 //

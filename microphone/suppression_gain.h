@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SuppressionGain turns the noise floor and the signal level of each band into the gain of that band:
 //
 //   target       = clamp(ratioScale * noise / max(signal, epsilon) + noiseScale * noise + offset, 0, maxSuppression)

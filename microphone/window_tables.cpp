@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The windows of the capture effect's filter bank, made by design/windows.py from the figures in it.
 //
 // Do not edit: change the program and run it again. docs/window_tables.md tells the design.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The windows of the filter bank, by sample rate. Each is symmetric about its centre and stored in full.
 //
 // The two of a rate are complementary: with a and s aligned at their centres,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The component object model's vocabulary under its own names: GUID, HRESULT, IUnknown, the property store, wave formats,
 // notifications, task memory. Windows has it in its headers; elsewhere our own declarations have the same names, layouts and
 // order of operations, so that an object built on them can be driven in the same way.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/com_linux.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The vocabulary of platform/com.h, declared anew: as much of it as the effect and its tests use.
 //
 // An interface is a class of pure virtual operations without data; the compilers of both systems lay its virtual table out

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The vocabulary of platform/com.h, from the system's headers.
 #pragma once
 

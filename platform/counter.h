@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A clock for short measurements: it counts evenly from an unknown beginning and never runs backwards.
 #pragma once
 

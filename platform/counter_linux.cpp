@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/counter.h"
 
 #include <ctime>

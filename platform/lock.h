@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Locks among the threads of a process.
 #pragma once
 

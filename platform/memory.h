@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operating system's memory operations, under one meaning on every system.
 //
 // When and how often they are used is decided in core/rt_alloc.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a module, a loaded library or program, knows of itself, and the little that it asks of a thread and a screen.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A lock among processes, by name. A process that ends while it holds the lock, however it ends, gives it up.
 #pragma once
 

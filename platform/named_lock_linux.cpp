@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lock is a file in the user's private directory, and holding it is an exclusive file lock: the kernel gives it up with
 // the process.
 #include "platform/named_lock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/named_lock.h"
 
 #include "platform/refusal.h"

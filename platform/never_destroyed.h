@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An object that stands in the module's own memory from its first use on and is never destroyed, since the last release of an
 // effect may come when statics are gone.
 #pragma once

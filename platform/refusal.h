@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the system refused last, for whoever tells the user: operations of this folder answer yes or no.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Named values that survive the process: keys in a tree, each with values of 32 bits or of text.
 //
 // On Windows the registry. On Linux a tree of directories that belongs to the user, with one file of values in each; a key's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A key is a directory below <user directory>/registry, and its values stand in its file ".values", a line each, in the form
 // in which Windows writes registry files: "Reverb"=dword:000000aa, "FriendlyName"="QUOREL", @="the default value".
 #include "platform/registry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What processes share, and what a thread waits for: named memory, named events, threads, under one meaning on every system.
 //
 // Names are those of Windows' kernel objects, such as "Global\QUORELMem", in ASCII. An object lives exactly as long as some

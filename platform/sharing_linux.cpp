@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Mappings are objects of shm_open under names that nobody can guess; records in the user's runtime directory tell them. An
 // unnamed event is an event counter. A named event is a FIFO for each process, in the same directory: it is set for a process
 // while there is something to read in that process's own one, and who sets the event writes into all of them. So no reset

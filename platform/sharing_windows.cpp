@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/sharing.h"
 
 #include "platform/refusal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts are UTF-8 above platform/; Windows' operations take UTF-16.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/user_directory_linux.h"
 
 #include "platform/refusal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two private directories of a user, which hold whatever processes of one user share by name:
 //
 //   Place::runtime   what lives as long as its holders: $XDG_RUNTIME_DIR/quorel, where there is such a directory of this user;

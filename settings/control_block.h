@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The control block: what the effect and the control application, each in a process of its own, tell each other.
 //
 // It stands in named shared memory; a fresh one is all zero. The control application

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "settings/settings_handler.h"
 
 #include "platform/registry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SettingsHandler joins the audio thread, which must never wait, to a control application in another process.
 //
 // There is one handler in a process, shared by all its effect objects. It owns the shared memory and the event, keeps one

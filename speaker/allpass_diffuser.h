@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AllpassDiffuser runs a Schroeder allpass on each of the reverberator's twelve lines:
 //   y[n] = g*x[n] + x[n-d] - g*y[n-d],  that is (g + z^-d) / (1 + g*z^-d), of magnitude 1 at every frequency
 //

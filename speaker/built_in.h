@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stages of the render effect as they are designed: built from the constant tables, for 48000 frames per second.
 //
 // All of it runs while a path is built. The responses are tabled as taps and transformed here, once.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CascadeBank runs a cascade of two second-order sections on each of the reverberator's lines, all of them side by side.
 //
 // Taps are six values a section, b0, b1, b2, a0, a1, a2 (core/kernels/filters.h). The recursions are in single precision, which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The constants of the render path's two compressors: a limiter with a fast attack and a slow release.
 //
 // A coefficient is 1 - exp(-1 / (rate * tau)) at 48000 frames per second, tau 1 ms for the attack, 400 ms for the release.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Delay holds each of N channels back by a fixed number of frames:  y[c][i] = x[c][i - d[c]]
 //
 // Required: a requested delay takes effect rounded up to a multiple of 16, the capacity of the row that holds it: 44 frames

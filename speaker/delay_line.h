@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DelayLine holds the reverberator's twelve recirculating lines: `read` gives what each line holds back, `write` stores the
 // block that the network made of it and sums two weighted taps of every line into a stereo pair.
 //   read:   y[l][i] = x[l][i - lineLength[l]]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DirectPath folds N channels to two ears in the frequency domain, one pair of head-related responses for each channel:
 //
 //   sum[ear] = sum over c of response[ear][c] * spectra[c]        bin by bin, in rising order of c

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Equalizer is the nine-band equaliser of the stereo bus: a low shelf, seven peaks and a high shelf in double precision.
 //
 // design() turns nine band gains in dB into the nine sections. Neighbouring bands overlap, so their gains are corrected first:

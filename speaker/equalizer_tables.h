@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The constants of the nine-band equaliser.
 #pragma once
 

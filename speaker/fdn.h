@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FDN is the room: a feedback delay network of twelve lines between N input channels and a stereo tail.
 //
 //   in --> pre-delays --> + --> scale --> mixing matrix --> line filters --> allpasses --+--> lines

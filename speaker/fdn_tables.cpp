@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/fdn_tables.h"
 
 namespace quorel {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The constants of the reverberator: twelve lines, designed for 48000 frames per second.
 //
 // Only the speakers' pre-delays stand elsewhere, in the speakers' own table.

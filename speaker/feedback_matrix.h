@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FeedbackMatrix mixes the reverberator's twelve lines by a matrix of plus and minus ones, with additions alone.
 //
 // The table holds an entry for each output line r and each pair p of input lines 2p and 2p+1: two decimal digits, 1 for plus

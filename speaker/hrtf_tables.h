@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The built-in head-related responses: how a short click on each speaker arrives at each ear.
 //
 // A response is `onset` silent frames and then the taps, at 48000 frames per second, so the difference of a pair's onsets

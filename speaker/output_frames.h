@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What leaves the render effect: frames of eight slots whatever the path's channel count, left, right and six zeros.
 #pragma once
 

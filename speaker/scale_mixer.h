@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ScaleMixer folds N interleaved channels to a stereo buffer:  out[r][i] = sum over k of in[i * N + k] * gains[r][k]
 #pragma once
 

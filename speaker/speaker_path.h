@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SpeakerPath is the render effect: N interleaved channels in, binaural stereo in frames of eight slots out.
 //
 //   in --> input --> FFT --> DirectPath --> inverse FFT --> directCompressor --> mix --+--> equalizer --> outputCompressor

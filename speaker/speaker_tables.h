@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The speakers that a stream's channel mask can name, in the order in which they take the stream's channels.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SquareMatrix holds `order` rows of `order` doubles.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one length of the render effect's transforms, whose spectra are its built-in and delivered responses.
 #pragma once
 

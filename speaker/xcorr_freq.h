@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // XCorrFreq sets how strongly the two channels of the reverberator are correlated at each frequency:
 //
 //   left out = H1 * left + H2 * right        right out = H1 * right + H2 * left

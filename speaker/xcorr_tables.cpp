@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The filters of the reverberator's decorrelator, made by design/xcorr.py.
 //
 // Do not edit: change the program and run it again. docs/xcorr_tables.md tells the design.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two filters with which XCorrFreq correlates the reverberator's outputs at low frequencies:
 //
 //   left out = same * left + cross * right,   right out = same * right + cross * left

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Biquad runs a cascade of second-order sections on each channel.
 //
 // Taps are six values a section, b0, b1, b2, a0, a1, a2 (core/kernels/filters.h), as floats or as doubles; either way the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compressor turns all channels down by one gain that follows the loudest of them.
 //
 //   envelope[c] += k * (|in[c][i]| - envelope[c])     k = release while the envelope lies above the sample, else attack

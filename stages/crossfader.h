@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Crossfader goes from one signal to another over one block, without a click, along a raised cosine.
 //
 //   rising[i] = 1 - (cos(i * pi / L) + 1) / 2      falling[i] = 1 - rising[i]      i = 0 ... L-1, L the block's frames

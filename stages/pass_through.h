@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PassThrough copies a block: from a path's interleaved input, and between buffers with a gain.
 #pragma once
 

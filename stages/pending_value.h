@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PendingValue carries a request from the settings to the block that honours it, with a crossfade, and clears `changed`.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Input is the sound that a tool works on: an audio file, brought to another rate where that is asked for. What must not reach an
 // effect is stopped here.
 #pragma once

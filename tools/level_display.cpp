@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/level_display.h"
 
 #include "microphone/microphone_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LevelDisplay shows the nine levels of the capture effect on a terminal, one bar for each, redrawn in place.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quorel-clean takes the noise out of a microphone recording: the capture effect, run block by block through the same front
 // that a host uses.
 #include "core/signal_path.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
 #include "client/hrtf_delivery.h"
 #include "client/hrtf_file.h"

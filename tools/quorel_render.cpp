@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quorel-render turns an audio file into what a listener should hear on headphones: the render effect, run block by block
 // through the same front that a host uses.
 #include "core/signal_path.h"

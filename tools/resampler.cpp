@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/resampler.h"
 
 #include <stdexcept>

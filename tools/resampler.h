@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Resampler brings sound to another rate, by the SoX resampler library at its high quality (20 bits).
 #pragma once
 

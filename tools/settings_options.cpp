@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/settings_options.h"
 
 namespace quorel {

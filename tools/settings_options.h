@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings on a command line.
 #pragma once
 

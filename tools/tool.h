@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tools have in common: how they begin and end, their options' ranges, and the bar that shows how far they are.
 #pragma once
 

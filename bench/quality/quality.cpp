@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What noise reduction is worth: real voices in white, pink and babble noise at three signal-to-noise ratios and both rates,
 // cleaned by the capture effect and by two well-known suppressors at their own defaults, as a table.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The uniform argument rules of the kernels: null is tested before length.
 #pragma once
 

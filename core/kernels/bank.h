@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bank runs a cascade of two sections on each of the reverberator's lines, side by side in single precision.
 //
 // A recursion over samples is serial, but twelve of them are twelve lanes. For taps whose poles lie well inside the unit circle

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A cascade of two sections on each of the reverberator's lines, side by side.
 //
 // Here the lanes are channels, and every step is the plain recursion in the transposed direct form II (A. V. Oppenheim and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cascades of second-order sections, a block of samples at a time: the block-recursive form of a filter (C. S. Burrus, "Block
 // realization of digital filters", IEEE Trans. Audio Electroacoust. 20, 1972).
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/elements.h"
 
 #include "core/kernels/arguments.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The element kernels: arithmetic, movement, conversion, clamps and a sum, over rows of floats or of complex values. The
 // argument rules are those of core/kernels.h.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The element kernels' arithmetic, one plain loop each, for the compiler to turn into the variant's instructions.
 //
 // The pointers are declared free of overlap. Where the two pointers of an in-place call are one array the loops stay right,

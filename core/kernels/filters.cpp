@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sizes and the initialisation of the recursive filters, and their runs.
 #include "core/kernels/filters.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Recursive filters: cascades of second-order sections, and the sparse filter in whose form long allpasses are built.
 //
 // A section of a cascade, with taps in the order b0, b1, b2, a0, a1, a2:

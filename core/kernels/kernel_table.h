@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KernelTable holds one instruction-set variant of the kernels' arithmetic: a pointer for each line of kernels.inc.
 //
 // One set of bodies (the *_body.h headers) is compiled once for each variant. The units that do so define nothing but their

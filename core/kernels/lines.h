@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines of the reverberator. Two kernels run all of them side by side and are made for this number.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/mixing.h"
 
 #include "core/kernels/arguments.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // mixPairs mixes the reverberator's lines by a matrix of plus and minus ones, in one pass over the block.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sums of pairs' sums and differences.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/plain_transform.h"
 
 #include <cmath>

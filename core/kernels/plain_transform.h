@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PlainTransform carries out a transform of any power-of-two length, simply: the lengths in use have kernels of their own.
 //
 // The textbook's radix-2 transform with decimation in time (Cooley and Tukey, Math. Comp. 19, 1965): bit reversal, then passes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/row_sums.h"
 
 #include "core/kernels/arguments.h"

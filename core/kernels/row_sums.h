@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sums over several rows in one pass, where a kernel for each row would read and write the sum every time.
 //
 // The argument rules are those of core/kernels.h; lists of rows hold `count` pointers, which are not looked at. `count` is at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sums over rows. Each sum stays in registers while the rows pass by.
 #pragma once
 

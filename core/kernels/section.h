@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A second-order section as the filters' initialisation sees it: a0 divided out, and how close its poles come to the circle.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One variant serves a process: the widest that the processor and the operating system run. It is chosen during static
 // initialisation, before any path can be built; a kernel that is called earlier still finds the baseline.
 #include "core/kernels/select.h"

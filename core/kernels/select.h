@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which variant of the kernels is in use, which others there are, and how a test or a benchmark puts a lower one into use.
 #pragma once
 

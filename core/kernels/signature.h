@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the kernels' families share in their signatures: complex samples, and lengths.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is silence to the filters: samples that lie below `quiet` in magnitude.
 #pragma once
 

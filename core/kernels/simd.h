@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one vector vocabulary of the kernels' bodies: vectors of N floats or doubles, as the compiler's vector extension offers
 // them on every processor, and what rearranges them.
 //

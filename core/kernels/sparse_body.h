@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sparse recursive filters in the direct form II: one line of history, w, from which both groups of taps are taken (states.h).
 //
 // The allpass among them is Schroeder's: M. R. Schroeder, "Natural sounding artificial reverberation", J. Audio Eng. Soc. 10,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the kernels' bodies are given beside rows of samples: states and tables, as their initialisation builds them.
 //
 // The bodies' units include this header, so nothing in it may leave code of its own in them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The transforms' argument rules, sizes and tables, and the choice between the kernels of the lengths in use and the plain
 // transform of any length.
 #include "core/kernels/transforms.h"

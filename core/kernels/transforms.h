@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Power-of-two transforms and the product of their packed spectra.
 //
 //   forward  X[k] = sum over n of x[n] * exp(-2*pi*i*n*k/N)        inverse: the same sum with +2*pi*i

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The transforms of the lengths in use, 512 and 1024 complex values and 1024 real samples, and the packed product. Other
 // lengths: plain_transform.h.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Compiles the kernels for one instruction set. The including unit defines QUOREL_VARIANT, the variant's name, and is compiled
 // with the variant's flags.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AtomicFile gives a new file its name only when it is complete: until then, and for good when it is given up, whatever bore
 // the name stays as it was.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/programs/atomic_file.h"
 
 #include "platform/programs/file_names.h"

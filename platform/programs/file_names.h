@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names of files: UTF-8 in the tools, whatever the system has in its own calls.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // InputFile opens what a user names as an input: a regular file, or a pipe, whose contents are kept in an unnamed file of the
 // system's until it has ended, so that either can be read at any place.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/programs/input_file.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Does work on contents that nobody vouches for where it can harm nobody: on Linux in a child process with limits of time and
 // memory, which may hang or crash. Elsewhere the work is done by the caller itself, and has to be of a kind that needs no limits.
 #pragma once

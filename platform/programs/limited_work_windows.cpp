@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/programs/limited_work.h"
 
 namespace quorel::platform {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a program asks of its process: its arguments, whether it was interrupted, who watches, and where its user's files are.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/programs/process.h"
 
 #include "platform/programs/file_names.h"

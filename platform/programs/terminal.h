@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a program writes to standard error's terminal to redraw in place.
 #pragma once
 

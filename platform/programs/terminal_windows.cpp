@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/programs/terminal.h"
 
 #include <windows.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """cleaning.py <noisy recording> <cleaned recording> <picture>: what noise reduction does, against time.
 
 Above stands the level of both, then the spectrogram before and after. The recordings are mono at 48 kHz and aligned.

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """picture.py <7.1 recording> <its render> <picture>: what each ear gets, against time.
 
 Above stands the level of both ears, then how far the left one is over the right one above 1 kHz, then the spectrogram of each. Each speaker's name stands over the time in which

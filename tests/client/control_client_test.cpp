@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/control_client.h"
 
 #include "tests/client/one_effect_platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/client/one_effect_platform.h"
 
 #include "platform/sharing.h"

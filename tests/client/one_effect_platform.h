@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a control client finds of the system when one effect runs: the operations of platform/sharing.h that it uses, over
 // memory of the test's own. A test program that compiles one_effect_platform.cpp gets them in place of the system's.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "client/sample_border.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The order in which a delivery's bytes reach the shared memory, seen store by store: the memory can't be written, so every
 // store faults; the handler notes it, lets that one instruction through, and bars the way again.
 #include "client/control_client.h"

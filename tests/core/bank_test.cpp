@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/bank.h"
 
 #include "tests/core/variants.h"

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Every body of the kernels, and what it is written in, is a header that compiles by itself with the flags of every variant.
 # usage: bodies_alone_test.sh <compiler> <root>
 compiler=$1

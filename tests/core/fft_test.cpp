@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/fft.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/filters.h"
 
 #include "core/kernels/states.h"

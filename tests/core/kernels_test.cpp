@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels.h"
 
 #include "tests/core/variants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/core/memory_faulty.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A third set of the memory operations, for tests: it counts every call and fails where a test asks it to.
 //
 // A test program that compiles memory_faulty.cpp gets these operations in place of the system's.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/select.h"
 
 #include <gtest/gtest.h>

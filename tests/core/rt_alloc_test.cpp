@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/rt_alloc.h"
 
 #include "tests/core/memory_faulty.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/kernels/transforms.h"
 
 #include "core/rt_alloc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tests that run once with each variant of the kernels, and with the bodies of sixteen lanes lowered to what every machine has.
 #pragma once
 

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # The objects that hold a variant's instructions define nothing but their table and functions of their own, and no weak symbol
 # above all: an inline function compiled there could be the copy that the linker keeps for the whole program, and stop it on an
 # older processor.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # A design program gives the committed table again, byte for byte, and does so without the processor's wide instructions as
 # well: numpy leaves out what the list names, the C library what the tunable names.
 # usage: design_test.sh <python> <program> <committed table>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Code that our own warnings would refuse.
 #include <quorel/signal_path.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <quorel/signal_path.h>
 
 #include <cstdio>

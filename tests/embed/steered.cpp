@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A microphone stream without an audio engine, steered through the shared block as from another process.
 #include <quorel/control_client.h>
 #include <quorel/settings_handler.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A processing object without an effect, which writes down what it is asked and can be made to answer anything.
 #pragma once
 

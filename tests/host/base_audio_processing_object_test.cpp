@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What any audio processing object does the same way: the general format answers, the properties that it hands out.
 #include "host/base_audio_processing_object.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checks of a lock that any audio processing object makes, in their order. Each of these tests breaks a rule and others that
 // are looked at after it.
 #include "host/base_audio_processing_object.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The control application beside an effect object that a test drives.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the effect object makes of failures of the system, on a platform that fails where it is told to.
 #include "host/effect_object.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an effect object answers to an engine's format questions.
 #include "host/effect_object.h"
 

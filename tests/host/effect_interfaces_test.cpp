@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interfaces of an effect object: references, aggregation, and the tables of operations as a binary caller meets them.
 #include "host/effect_object.h"
 

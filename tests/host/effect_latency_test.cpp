@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The latency measurement, with a clock that a test sets: this program's counter takes the place of the system's.
 #include "host/effect_object.h"
 

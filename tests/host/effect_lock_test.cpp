@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An effect object's locks: what they take over from the connections, what they write, and what a failure leaves behind.
 #include "host/effect_object.h"
 

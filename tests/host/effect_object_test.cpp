@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an effect object learns when it is initialised, and the list of effects that follows from it.
 #include "host/effect_object.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio thread's entry: what a block of each kind does, and that a stream sounds as its path does alone.
 #include "host/effect_object.h"
 

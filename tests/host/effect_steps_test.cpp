@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steps of an effect object's operations in their order, seen from inside a path: this program's paths do nothing but what a
 // test tells them to, and take the place of the real ones.
 #include "host/effect_object.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An audio engine in miniature: what the tests hand to an effect object, and how they hold what it gives.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A foreign audio engine in miniature: it knows the effect by the module's file or by its entry in the registry, makes an
 // object, asks it what an engine asks, and runs streams, which must sound exactly as the path alone.
 #include "host/module.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The effect's own rule for formats.
 #include "host/format_rules.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The module as an audio engine meets it: loaded from its file, reached by the names it exports.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/host/loaded_module.h"
 
 #include "host/text.h"

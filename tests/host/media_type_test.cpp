@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Media types that stand in for the platform's.
 #include "host/media_type.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What this process holds of the system at the moment.
 #pragma once
 

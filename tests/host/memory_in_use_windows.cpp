@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/host/memory_in_use.h"
 
 #include <algorithm>

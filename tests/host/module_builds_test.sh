@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # module_builds_test.sh CMAKE SOURCE MODULE OPTION...: builds the module once more from a copy of its sources elsewhere. With the
 # build identifier of MODULE it must be the same byte for byte; without one every build has an identifier of its own.
 set -eu

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # module_file_test.sh OBJDUMP MODULE: what stands in the finished file of the module. It imports from the system alone, exports
 # six names, has the audio thread's sections and the protections, no symbols and no date.
 set -eu

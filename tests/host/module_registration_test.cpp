@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/private_home.h" // ahead of what writes the registry
 
 #include "host/module.h"

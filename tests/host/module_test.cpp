@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/module.h"
 
 #include "tests/host/loaded_module.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/host/registry_fake.h"
 
 #include "platform/module.h"

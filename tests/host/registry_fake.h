@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Operations of platform/registry.h, and the thread's locale of platform/module.h, for tests: the registry stands in this
 // process's memory, every call is written down, and any one of them fails where a test asks for it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The test whether a key exists, on a registry that writes down how it was asked.
 #include "host/registry_key.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/registry_script.h"
 
 #include "tests/host/registry_fake.h"

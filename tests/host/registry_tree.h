@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The real registry as tests look at it: a key below HKEY_CLASSES_ROOT and all keys below it, each with its values in the form
 // in which Windows writes registry files, such as "Flags"=dword:0000000f and @="the default value".
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/host/registry_tree.h"
 
 #include <cstdint>

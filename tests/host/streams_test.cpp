@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many effect objects of the module's at once, as a busy engine has them: streams that are locked, run and unlocked again and
 // again while settings change, and the memory that stays behind.
 //

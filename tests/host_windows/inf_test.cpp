@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The example of an INF as the system's own reader takes it: it enters what the module itself registers, and puts the effect on
 // both kinds of endpoint.
 #include "tests/host/loaded_module.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host that loads the module, runs a stream and unloads it again, thousands of times in its long life: nothing of the process
 // may be used up by that, but what a life of the settings leaves open by requirement.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The module's own code allocates nothing on the audio thread: what it calls of the C library's allocator and of the system's is
 // counted at the addresses that the loader put into it. (The other tests count in programs that the same code is linked into.)
 #include "tests/host/loaded_module.h"

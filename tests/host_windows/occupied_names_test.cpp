@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Somebody else's object under one of the fixed names keeps the effect from starting, for as long as it is there.
 #include "host/effect_object.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/block_adapter.h"
 
 #include "core/signal_path.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/effect_stream.h"
 
 #include "tests/live/steered.h"

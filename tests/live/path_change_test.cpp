@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "live/path_change.h"
 
 #include "tests/live/steered.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A home of its own for a test of live streams, and the settings that steer them.
 #pragma once
 

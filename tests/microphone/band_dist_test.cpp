@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/band_dist.h"
 
 #include "microphone/microphone_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/band_sum.h"
 
 #include "microphone/microphone_tables.h"

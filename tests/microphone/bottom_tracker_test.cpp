@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/bottom_tracker.h"
 
 #include "microphone/microphone_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A capture path is built once and moved once, into the object behind its front: the move allocates no sample memory.
 #include "microphone/microphone_path.h"
 

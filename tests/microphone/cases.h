@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the capture stages share: the swept channel counts and rates, and how a failure is caught whole.
 #pragma once
 

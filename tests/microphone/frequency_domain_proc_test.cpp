@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/frequency_domain_proc.h"
 
 #include "tests/microphone/cases.h"

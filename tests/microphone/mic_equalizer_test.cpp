@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/mic_equalizer.h"
 
 #include "tests/microphone/cases.h"

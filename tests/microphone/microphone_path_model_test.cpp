@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The capture path against the independent model in double precision, over long random sessions: both rates, several channel
 // counts and every variant of the kernels, settings that change at random, blocks that are whole hops and blocks that are not.
 #include "core/kernels/select.h"

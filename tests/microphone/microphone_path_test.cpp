@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/microphone_path.h"
 
 #include "tests/microphone/cases.h"

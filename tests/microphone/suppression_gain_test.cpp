@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "microphone/suppression_gain.h"
 
 #include "microphone/microphone_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Agreement tells how far a float result lies from a double reference, in decibels:
 //   10 log10(sum of reference^2 / sum of (result - reference)^2)
 // over the whole run, and for the worst of its windows of 100 ms.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/model/agreement.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/model/microphone_follower.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MicrophoneFollower runs the capture model beside a path and follows it through the comparisons
 // that rounding decides.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The follower beside a stand-in for a path: the model itself, rounded to floats, with some of
 // its comparisons turned.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MicrophoneModel is the whole capture path in double precision, written from its definition.
 //
 // interleaved input -> noise reduction -> curve -> pre-gain -> gate -> inverse gain -> output

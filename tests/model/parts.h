@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What both models are made of, written from the definitions and in double precision.
 //
 // Nothing here comes from the product and nothing of the product is used here: the models are

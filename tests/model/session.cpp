@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/model/session.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Session makes a long random run for a path: blocks of changing length, records that change at
 // random blocks, and programme material on every channel.
 //

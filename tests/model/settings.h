@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RecordFields is what a settings record tells a path, as plain fields.
 //
 // The fields bear the names of their registry values. `newRecord` says that the record was

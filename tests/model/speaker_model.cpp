@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/model/speaker_model.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SpeakerModel is the whole render path in double precision, written from its definition.
 //
 // interleaved input -> HRTF pair of each channel -> limiter --+--> equaliser -> limiter -> 0.8

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The render model against closed forms, so that it can stand as the yardstick of the path.
 
 #include "tests/model/speaker_model.h"

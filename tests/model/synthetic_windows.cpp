@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/model/synthetic_windows.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The program that a page shows is the one that is tested.
 file(READ ${PAGE} page)
 file(READ ${EXAMPLE} example)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cmake -D SOURCE=<project> -P links.cmake: the README links every page, and no page links what isn't there.
 file(READ ${SOURCE}/README.md readme)
 file(GLOB pages RELATIVE ${SOURCE} ${SOURCE}/*.md ${SOURCE}/docs/*.md ${SOURCE}/docs/decisions/*.md)

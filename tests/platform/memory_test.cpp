@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operating system's own memory operations.
 #include "platform/memory.h"
 

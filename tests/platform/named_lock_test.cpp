@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/named_lock.h"
 
 #include "tests/support/temporary_home.h"

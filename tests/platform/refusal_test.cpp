@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/refusal.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/sharing.h"
 
 #include "tests/support/temporary_home.h"

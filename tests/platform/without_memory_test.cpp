@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each operation on what processes share, with each of its allocations failing once: it fails, and ends no process.
 #include "platform/named_lock.h"
 #include "platform/refusal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A power failure leaves the old values or the new: they are on the disk before they get their name, and the name is there after.
 #include "platform/registry.h"
 #include "platform/user_directory_linux.h"

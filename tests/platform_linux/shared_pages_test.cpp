@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The memory of a mapping is taken when it is made: what is only promised would kill the process that touches it when the system
 // has none left.
 #include "platform/sharing.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is shared among processes of one user, and their turns to make it.
 #include "platform/refusal.h"
 #include "platform/sharing.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nobody but the user gets at what processes of the user share by name.
 #include "platform/user_directory_linux.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is the same on every system: the lines, and the end.
 #include "tests/process/child.h"
 

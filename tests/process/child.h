@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process that a test starts, listens to and kills.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/process/child.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What differs between systems in starting, reading, killing and awaiting a process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/process/process.h"
 
 #include <array>

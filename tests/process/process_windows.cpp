@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/process/process.h"
 
 #include "platform/text_windows.h"

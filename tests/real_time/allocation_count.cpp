@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/real_time/allocation_count.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the allocations of the process, wherever in it they come from, and lets one of them fail.
 //
 // A test program that links allocation_count.cpp has the allocator replaced: on Linux the C library's own entry points, which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A sanitizer brings its own allocator, which tells of its calls.
 #include "tests/real_time/allocation_count.h"
 

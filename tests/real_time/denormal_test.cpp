@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Denormal numbers take some processors a hundred times as long, so a decaying tail must not crawl through them: ten seconds of
 // noise and a minute of silence. The processor itself tells whether any number that a block used, from its samples, its stages'
 // states or its tables, was denormal: a flag stays set from such an operand on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio thread's entry of the effect object neither allocates nor waits nor enters the kernel: a hundred thousand blocks
 // of every kind, while another thread steers the settings through the shared block as a control application does.
 #include "tests/real_time/effect_session.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A locked stream of the effect object, driven through the audio thread's entry by blocks of every kind, while another thread
 // steers the settings through the shared block as a control application does.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio thread's part of the capture effect neither allocates nor enters the kernel.
 #include "tests/real_time/sessions.h"
 

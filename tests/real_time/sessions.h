@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole sessions of both effects, for every method that watches the audio thread: a path and all that a host holds for it, with
 // block lengths and settings that change from block to block, crossfades and samples of every kind.
 //

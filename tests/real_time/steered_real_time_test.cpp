@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Taking over new settings and telling the levels, around every block, neither allocates nor enters the kernel, whatever the
 // other process and the memory thread do in the same moment.
 #include "tests/real_time/steered_session.h"

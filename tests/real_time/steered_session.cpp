@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/real_time/steered_session.h"
 
 #include "client/control_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A session that another process steers: around each block a poll of the process's settings and the writing of the levels, as
 // an audio engine's object does it, while new settings and HRTF sets arrive all the time.
 #pragma once

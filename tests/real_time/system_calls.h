@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the system calls that a piece of work makes, at the border of the kernel.
 #pragma once
 

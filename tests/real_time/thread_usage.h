@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the kernel has counted for the calling thread.
 #pragma once
 

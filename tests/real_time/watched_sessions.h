@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole sessions of a path, of every channel count and at the given rates, watched at the allocator, at the kernel's border and
 // by the kernel's own counts.
 //

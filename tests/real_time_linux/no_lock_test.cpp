@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio thread takes no lock, not even one that happens to be free: it may try one, in the poll of the settings, and no
 // more. Counted at the program's own calls, whatever the system would make of them.
 #include "tests/real_time/steered_session.h"

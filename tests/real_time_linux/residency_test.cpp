@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All sample memory of a path is in physical memory when the path has been built, and pinned there as far as the system allows.
 // What has to be pinned is what the allocator gave out; what is pinned the kernel counts.
 #include "core/signal_path.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A real-time sanitizer's run-time stands behind the C library's functions and ends the program, with a stack trace, when the
 // audio thread calls one that may wait: allocation, mutexes, condition variables, sleep, files and sockets.
 #include "tests/real_time/effect_session.h"

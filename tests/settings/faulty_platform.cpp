@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/settings/faulty_platform.h"
 
 #include "platform/named_lock.h"

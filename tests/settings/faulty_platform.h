@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A third set of the operations in platform/sharing.h, lock.h, named_lock.h and registry.h, for tests: objects and values
 // stand in this process's own memory, every call is written down, and any of them fails where a test asks for it.
 //

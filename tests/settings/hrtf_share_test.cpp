@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A set of head-related responses on its way from another process into a running path, over the system's own shared memory.
 #include "core/signal_path.h"
 #include "settings/settings_handler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Either process may be killed at any moment: the other one goes on, a new one attaches, and what was kept is whole.
 #include "core/signal_path.h"
 #include "settings/settings_handler.h"

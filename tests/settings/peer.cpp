@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The other process of the tests in which two processes meet, one part of it at a time:
 //
 //   peer stream BLOCKS      an effect: runs a render path in blocks of 10 ms and tells when each new value came into force

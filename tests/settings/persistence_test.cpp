@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a handler keeps from one life of the control block to the next.
 #include "settings/settings_handler.h"
 

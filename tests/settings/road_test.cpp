@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road of a setting: one process writes it, another one's audio thread hears it.
 #include "settings/settings_handler.h"
 

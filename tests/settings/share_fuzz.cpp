@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An attacker beside the effect: another process writes random bytes, and mixtures that look like settings, into the control
 // block and the HRTF share, changes the sequence and signals as it likes, while a render and a capture stream run.
 //

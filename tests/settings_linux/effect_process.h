@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process with effects of its own that does what a test tells it, in the order of the telling:
 //
 //   start          starts a handler: "started <Reverb>", or "failed <why>; <path> <error number>"

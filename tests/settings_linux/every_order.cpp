@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/settings_linux/every_order.h"
 
 #include "settings/control_block.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small scenario of several threads, run once in every order in which their steps can follow one another.
 //
 // A step is what one thread can let another one see: a call of the operations in tests/settings/faulty_platform.h, those of

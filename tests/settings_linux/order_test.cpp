@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The protocol between a control application and the memory thread, and the starts and stops of handlers, in every order.
 #include "settings/settings_handler.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What several effect processes of one user, and its control application, have of each other.
 #include "settings/settings_handler.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/allpass_diffuser.h"
 
 #include <gtest/gtest.h>

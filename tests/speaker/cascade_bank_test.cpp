@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/cascade_bank.h"
 
 #include "speaker/fdn_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the render stages share: repeatable material, exact comparison, and how a failure is caught whole.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/delay_line.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/direct_path.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/fdn.h"
 
 #include "speaker/built_in.h"

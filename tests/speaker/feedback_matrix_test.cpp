@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/feedback_matrix.h"
 
 #include <gtest/gtest.h>

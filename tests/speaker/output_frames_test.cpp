@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/output_frames.h"
 
 #include <gtest/gtest.h>

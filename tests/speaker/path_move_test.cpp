@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A path is built once and moved once, into the object behind its front: the move takes everything over and allocates nothing.
 #include "speaker/speaker_path.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/scale_mixer.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The front as a host uses it, over the speaker paths. With the surround effect off a path is the stereo down-mix; these
 // tests keep below the limiter and give it two blocks to fade there.
 #include "core/signal_path.h"

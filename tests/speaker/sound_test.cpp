@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether the effect sounds right: what is heard of each speaker, of the equaliser and of the room, through the whole path.
 #include "core/signal_path.h"
 #include "speaker/equalizer_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The speaker path against the independent model in double precision, over long random sessions: every layout and every
 // variant of the kernels, block lengths and settings that change at random.
 #include "core/kernels/select.h"

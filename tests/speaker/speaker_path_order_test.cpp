@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The order of a block's steps, each fade, and the switches that nothing turns off: each alone, against what the stages beside
 // it make of the same signal.
 #include "speaker/speaker_path.h"

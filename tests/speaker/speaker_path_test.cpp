@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/speaker_path.h"
 
 #include "speaker/compressor_tables.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/square_matrix.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/hrtf_tables.h"
 #include "speaker/xcorr_tables.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/xcorr_freq.h"
 
 #include "speaker/xcorr_tables.h"

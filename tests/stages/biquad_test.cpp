@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "stages/biquad.h"
 
 #include "speaker/fdn_tables.h"

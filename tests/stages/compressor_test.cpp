@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/compressor_tables.h"
 #include "stages/compressor.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "speaker/equalizer.h"
 #include "speaker/equalizer_tables.h"
 #include "stages/crossfader.h"

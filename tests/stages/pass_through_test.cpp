@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "stages/pass_through.h"
 
 #include <gtest/gtest.h>

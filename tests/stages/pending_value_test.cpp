@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "stages/pending_value.h"
 
 #include <gtest/gtest.h>

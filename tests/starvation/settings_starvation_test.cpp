@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One allocation fails: at each place of a handler's life in turn, over the system's own platform layer, each time in a process
 // of its own. Nothing hangs or crashes, and every kept value is one that somebody had chosen.
 #include "settings/settings_handler.h"

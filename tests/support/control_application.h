@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The other process's side of the contract in settings/control_block.h, as plainly as it is told there.
 #pragma once
 

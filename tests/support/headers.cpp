@@ -1,1 +1,2 @@
+// SPDX-License-Identifier: MIT
 // The precompiled header of the tests needs a source to belong to.

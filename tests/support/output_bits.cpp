@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // output_bits prints a hash of every bit that fixed sessions of both effects give, in every variant of the kernels that runs
 // here: one line each. A change that must not be heard leaves all lines as they are, with one compiler on one machine.
 #include "core/kernels/select.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Including this header gives a test program a home of its own from its start to its end.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings in which every kept field carries one number, so that a mixture of two updates shows.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A home directory of a test's own, so that it meets neither the user's settings nor another test's shared objects and kept
 // values. On Windows the test runs in Wine's prefix, where no user has any: there the kept values are forgotten.
 #pragma once

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Copies a SOFA file with one change: changed_sofa.py FROM TO CHANGE. The changes stand below."""
 import shutil
 import sys

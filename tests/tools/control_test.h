@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of quorel-control share: the tool as its user meets it, started as a process; an effect that runs in the
 // test's own process; sets of head-related responses.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What quorel-control does by Linux's terminals and signals, and what it reads with libraries that are there.
 #include "tests/tools/control_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/tools/control_test.h"
 
 #include "platform/named_lock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tool as its user meets it: started as a process, on files that are made here.
 #include "tests/tools/tool_test.h"
 

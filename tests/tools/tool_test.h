@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the tools share: a folder for files, audio files of every kind, and the tool as its user meets it, started
 // as a process.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A move between overlapping rows asks the C library for a move. Its copy may do the same on the machine that a test runs on, so
 // samples alone do not show which one was asked: the library's copy is watched here.
 #include "core/kernels.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The audio thread's part of a live stream, with quanta that change and all that comes of it, watched at the allocator and at
 // the kernel's border.
 #include "live/path_change.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/live/session/graph_client.h"
 
 #include <algorithm>

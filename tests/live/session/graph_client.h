@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GraphClient plays into ports of the audio graph and records from others, sample by sample, and is the graph's clock: a cycle
 // begins when all nodes have done the one before. So no frame is lost however busy the machine is, and sound takes less time
 // than it lasts.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quorel-live among an audio server, a session manager and its user: what it survives, what it restores, what it tells.
 #include "client/audio_file.h"
 #include "tests/live/session/graph_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What goes into the devices of quorel-live comes out as the offline tools make it, bit for bit, at every quantum.
 #include "client/audio_file.h"
 #include "tests/live/session/graph_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/live/session/private_session.h"
 
 #include <csignal>

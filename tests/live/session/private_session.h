@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A desktop's audio without a desktop: a message bus, an audio server and its session manager of the test's own, with a null
 // sink "speakers" and a null source "testmic" in place of hardware, and a home and run-time folder of their own.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A body of the variant's own, of which nobody but this file tells.
 #pragma once
 
