@@ -69,6 +69,15 @@ function(quorel_tests)
   endforeach()
 endfunction()
 
+# quorel_stand_in(<library> <source>): operations that a test program has in place of the system's. A program takes from an archive
+# what it has not met yet, so it meets the compiler's library before ours: clang leaves copies of that library's templates in ours,
+# and with one of these the system's operations would come as well.
+function(quorel_stand_in library source)
+  add_library(${library} OBJECT ${source})
+  quorel_target(${library})
+  target_link_options(${library} INTERFACE $<$<NOT:$<BOOL:${WIN32}>>:-lstdc++>)
+endfunction()
+
 # quorel_one_at_a_time(<tests>...): on Windows there is one set of the named objects and one registry, so never two of these
 # run at once.
 function(quorel_one_at_a_time)

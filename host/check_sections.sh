@@ -56,8 +56,15 @@ check RT_CONST '_ZN6quorel6QUOREL10interfacesE _ZTVN6quorel6QUORELE '
 
 # An engine calls the entry through an adjustment of the object's address, which must do no more than jump there.
 adjustment=$("$nm" "$module" | awk '$3 ~ /^_ZThn[0-9]+_N6quorel6QUOREL10APOProcess/ { print $3; exit }')
-steps=$("$objdump" -d --no-show-raw-insn --disassemble="$adjustment" "$module" | grep '^ *[0-9a-f]*:' | grep -vc -e nop -e xchg || true)
-if [ "$steps" -lt 1 ] || [ "$steps" -gt 3 ]; then
-    echo "$module: $adjustment takes $steps steps: the entry's code stands in it too" >&2
+entry=${adjustment#_ZThn*_}
+turns=$("$objdump" -d --no-show-raw-insn "$module" | awk -v label="<$adjustment>:" '
+    $2 == label { inside = 1 }
+    /^$/ { inside = 0 }
+    inside && $2 ~ /^(j|call|ret)/ { print $2, $NF }')
+case $turns in
+"jmp <_Z$entry>" | "jmpq <_Z$entry>") ;;
+*)
+    printf '%s: %s does more than jump to the entry:\n%s\n' "$module" "$adjustment" "$turns" >&2
     exit 1
-fi
+    ;;
+esac
