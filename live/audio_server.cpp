@@ -64,6 +64,8 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
         loop, [](void* data, std::uint64_t) { static_cast<void>(static_cast<AudioServer*>(data)->connect()); }, this);
     ended = pw_loop_add_event(
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->lose(); }, this);
+    orphaned = pw_loop_add_event(
+        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->leaveManager(); }, this);
     coreEvents.version = PW_VERSION_CORE_EVENTS;
     coreEvents.info = [](void* data, const pw_core_info*) { static_cast<AudioServer*>(data)->welcome(); };
     coreEvents.done = [](void* data, std::uint32_t id, int answer) {
@@ -102,6 +104,7 @@ AudioServer::~AudioServer()
     stopWatching();
     pw_loop_destroy_source(loop, again);
     pw_loop_destroy_source(loop, ended);
+    pw_loop_destroy_source(loop, orphaned);
     pw_context_destroy(context);
 }
 
@@ -210,6 +213,7 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
                       textOf(properties, PW_KEY_MEDIA_CLASS)};
     } else if (kind == PW_TYPE_INTERFACE_Link) {
         links[id] = {numberOf(properties, PW_KEY_LINK_OUTPUT_NODE), numberOf(properties, PW_KEY_LINK_INPUT_NODE)};
+        events.relinked();
     } else if (kind == PW_TYPE_INTERFACE_Metadata && textOf(properties, PW_KEY_METADATA_NAME) == "default" &&
                defaults == nullptr) {
         bindDefaults(id);
@@ -220,9 +224,18 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
 void AudioServer::removeGlobal(std::uint32_t id)
 {
     nodes_.erase(id);
-    links.erase(id);
-    if (id == defaultsId) // the session manager went; another one brings its own
+    if (links.erase(id) != 0)
+        events.relinked();
+    if (id == defaultsId) { // the session manager went; another one brings its own
         unbindDefaults();
+        pw_loop_signal_event(loop, orphaned); // not from within the connection
+    }
+}
+
+void AudioServer::leaveManager()
+{
+    if (answered && defaults == nullptr)
+        events.unmanaged();
 }
 
 std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
@@ -284,22 +297,24 @@ void AudioServer::claim(bool sink)
 }
 
 // What was told so far may be older than what the user has chosen, and than our own claim: it is asked for anew.
-void AudioServer::restoreDefaults()
+bool AudioServer::restoreDefaults()
 {
-    if ((sinkDefault.ours.empty() && sourceDefault.ours.empty()) || !settle() || defaults == nullptr)
-        return;
+    if (sinkDefault.ours.empty() && sourceDefault.ours.empty())
+        return true;
+    if (!settle() || defaults == nullptr)
+        return false;
     claiming = -1; // too late for that
     const std::uint32_t id = defaultsId;
     unbindDefaults();
     bindDefaults(id);
     if (!settle() || defaults == nullptr)
-        return;
+        return false;
     for (const bool sink : {true, false}) {
         Default& device = sink ? sinkDefault : sourceDefault;
         if (!device.ours.empty() && nodeIn(device.now) == device.ours)
             write(sink, device.was.value_or(""));
     }
-    static_cast<void>(settle());
+    return settle();
 }
 
 void AudioServer::write(bool sink, const std::string& value)

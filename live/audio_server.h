@@ -28,6 +28,8 @@ public:
     struct Events {
         std::function<void()> connected; // streams can be made
         std::function<void()> lost;      // they must go
+        std::function<void()> relinked;  // links have come or gone
+        std::function<void()> unmanaged; // the session manager has gone
     };
 
     AudioServer(pw_loop* loop, Events events);
@@ -55,8 +57,9 @@ public:
     // later.
     void makeDefault(bool sink, const std::string& node);
 
-    // Puts back what was configured before, unless somebody has chosen something else meanwhile.
-    void restoreDefaults();
+    // Puts back what was configured before, unless somebody has chosen something else meanwhile. False when there is no session
+    // manager to take it, or none that answers.
+    bool restoreDefaults();
 
     // Not from within an event: waits until the server has done and told everything up to here. False when it does not answer
     // or is gone.
@@ -80,6 +83,7 @@ private:
     void welcome();
     void drop();
     void lose();
+    void leaveManager();
     void watchForServer();
     void stopWatching();
     void addGlobal(std::uint32_t id, const char* type, const spa_dict* properties);
@@ -100,6 +104,7 @@ private:
     spa_source* again = nullptr;    // a look for the server, after a while
     spa_source* appeared = nullptr; // something has appeared in the folder of its socket
     spa_source* ended = nullptr;    // the connection is gone
+    spa_source* orphaned = nullptr; // the session manager is
     bool answered = false;          // by the server, on this connection
     bool broken = false;            // and `ended` has been told so
     bool trying = false;

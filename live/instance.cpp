@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "live/instance.h"
 
+#include "client/live_status.h"
+
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,17 +25,9 @@ std::runtime_error failure(const std::string& what)
     return std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-std::string folder()
-{
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    if (runtime == nullptr || *runtime != '/')
-        throw std::runtime_error("XDG_RUNTIME_DIR is not set: there is no place for this user's running programs");
-    return std::string(runtime) + "/quorel";
-}
-
 std::string madeFolder()
 {
-    std::string path = folder();
+    std::string path = liveFolder();
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
         throw failure(path);
     return path;
@@ -56,7 +48,7 @@ sockaddr_un addressOf(const std::string& path)
 InstanceLock::InstanceLock() : file(open((madeFolder() + "/live.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
 {
     if (file < 0)
-        throw failure(folder() + "/live.lock");
+        throw failure(liveFolder() + "/live.lock");
     if (flock(file, LOCK_EX | LOCK_NB) == 0)
         return;
     const bool taken = errno == EWOULDBLOCK;
@@ -131,33 +123,6 @@ void CommandSocket::dismiss(spa_source* caller)
 {
     callers.erase(caller);
     pw_loop_destroy_source(loop, caller);
-}
-
-std::optional<std::string> askRunning(const std::string& command)
-{
-    const sockaddr_un address = addressOf(folder() + "/live.sock");
-    const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (file < 0)
-        throw failure("socket");
-    const timeval patience{2, 0};
-    setsockopt(file, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(file, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    if (::connect(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        close(file);
-        return std::nullopt;
-    }
-    const std::string line = command + '\n';
-    std::string reply;
-    if (send(file, line.c_str(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size())) {
-        std::array<char, 4096> part{};
-        for (ssize_t got = 0; (got = recv(file, part.data(), part.size(), 0)) > 0;)
-            reply.append(part.data(), static_cast<std::size_t>(got));
-    }
-    close(file);
-    if (!reply.ends_with('\n'))
-        throw std::runtime_error("quorel-live does not answer");
-    reply.pop_back();
-    return reply;
 }
 
 } // namespace quorel

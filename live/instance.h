@@ -6,7 +6,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <pipewire/pipewire.h>
 #include <set>
 #include <string>
@@ -46,8 +45,5 @@ private:
     spa_source* door = nullptr;
     std::set<spa_source*> callers;
 };
-
-// Gives the running quorel-live a command and returns its answer; none when none runs. Waits for at most two seconds.
-std::optional<std::string> askRunning(const std::string& command);
 
 } // namespace quorel

@@ -13,8 +13,10 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t usualQuantum = 1024; // frames; what a path is built for before the first call tells
-constexpr long holdPeriod = 100'000'000;     // ns between two looks at what still sounds
+constexpr std::uint32_t usualQuantum = 1024;            // frames; what a path is built for before the first call tells
+constexpr long holdPeriod = 100'000'000;                // ns between two looks at what still sounds
+constexpr std::uint32_t quietEnough = effectRate / 5;   // frames below -100 dB, after which nothing more is heard
+constexpr std::uint32_t idlePatience = 10 * effectRate; // such frames, after which an application that is linked has paused
 
 std::uint32_t maskOf(std::uint32_t channels)
 {
@@ -81,6 +83,17 @@ public:
 
     bool opened() const { return pair != nullptr; }
 
+    // From the first frame on the graph is held until nothing is heard any more; for longer while an application is linked,
+    // whose last sound may be short. Never without a device: a session manager that starts does not link what is held.
+    void settleHold()
+    {
+        if (!pair || kind.microphone)
+            return;
+        const bool played = !host.server->peersOf(pair->deviceNode()).empty();
+        const bool sounding = pair->streaming() && pair->quietFor() < (played ? idlePatience : quietEnough);
+        pair->hold(sounding && !host.server->peersOf(pair->hardwareNode()).empty());
+    }
+
     // The audio thread.
     void process(const float* const* in, float* const* out, std::uint32_t n, bool varying) override
     {
@@ -103,6 +116,7 @@ public:
             {"players", pair ? host.server->peersOf(pair->deviceNode()) : std::vector<std::string>()},
             {"running", pair && pair->streaming()},
             {"rate", status.rate.load()},
+            {"drift_ppm", 1e6 * (status.drift - 1.0)},
             {"quantum", status.quantum.load()},
             {"block", status.block.load()},
             {"added_frames", delay},
@@ -142,13 +156,11 @@ private:
         }
     }
 
-    // From the first frame on the graph is held. While frames go through, it looks ten times a second whether it must still be:
-    // as long as an application is linked, whose last sound may be short, and then until nothing is heard any more.
+    // While frames go through, it looks ten times a second what must still be done.
     void watch()
     {
+        settleHold();
         const bool streaming = pair && pair->streaming();
-        if (streaming && !kind.microphone)
-            pair->hold(true);
         timespec period{0, streaming ? holdPeriod : 0};
         pw_loop_update_timer(loop, holding.source, &period, &period, false);
     }
@@ -156,8 +168,10 @@ private:
     void look()
     {
         serve(); // again, if it failed
-        if (pair && !kind.microphone)
-            pair->hold(!pair->quiet() || !host.server->peersOf(pair->deviceNode()).empty());
+        if (!pair)
+            return;
+        pair->tellLatency();
+        settleHold();
     }
 
     LiveHost& host;
@@ -189,7 +203,8 @@ LiveHost::LiveHost(const LiveOptions& options, std::function<void(const std::str
     if (options.speaker)
         speaker = std::make_unique<Side>(*this, StreamKind{false, options.channels, maskOf(options.channels)}, options.output);
 
-    server = std::make_unique<AudioServer>(events, AudioServer::Events{[this] { open(); }, [this] { close(); }});
+    server = std::make_unique<AudioServer>(
+        events, AudioServer::Events{[this] { open(); }, [this] { close(); }, [this] { relinked(); }, [this] { reopen(); }});
     if (options.makeDefault) {
         if (speaker)
             server->makeDefault(true, "quorel.speaker");
@@ -232,21 +247,37 @@ LiveHost::~LiveHost()
 void LiveHost::run()
 {
     pw_main_loop_run(loop.get());
-    server->restoreDefaults();
+    if (!server->restoreDefaults())
+        notice("no session manager answers: the default devices stay as they are");
+}
+
+void LiveHost::open()
+{
+    if (openSides() && server->reconnects() != 0)
+        notice("the audio server is back");
 }
 
 // The speaker last: its format is the one that a control application finds.
-void LiveHost::open()
+bool LiveHost::openSides()
 {
     try {
         for (Side* side : {microphone.get(), speaker.get()})
             if (side != nullptr)
                 side->open();
-        if (server->reconnects() != 0)
-            notice("the audio server is back");
+        return true;
     } catch (const std::exception& error) {
         notice(error.what());
+        return false;
     }
+}
+
+// A session manager that was killed leaves nodes that have played in a state in which its successor does not link them.
+void LiveHost::reopen()
+{
+    for (Side* side : {speaker.get(), microphone.get()})
+        if (side != nullptr)
+            side->close();
+    openSides();
 }
 
 void LiveHost::close()
@@ -255,6 +286,13 @@ void LiveHost::close()
     for (Side* side : {speaker.get(), microphone.get()})
         if (side != nullptr)
             side->close();
+}
+
+void LiveHost::relinked()
+{
+    for (Side* side : {speaker.get(), microphone.get()})
+        if (side != nullptr)
+            side->settleHold();
 }
 
 void LiveHost::tick()
@@ -302,45 +340,11 @@ nlohmann::json LiveHost::status()
     return told;
 }
 
-std::string readable(const nlohmann::json& status)
-{
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(1);
-    text << "server: " << (status["connected"].get<bool>() ? "connected" : "gone, waiting for it") << ", " << status["reconnects"]
-         << " reconnects, scheduling " << status["scheduling"].get<std::string>() << ", bypass "
-         << (status["bypass"].get<bool>() ? "on" : "off") << '\n';
-    for (const char* side : {"speaker", "microphone"}) {
-        if (!status.contains(side))
-            continue;
-        const nlohmann::json& told = status[side];
-        std::string devices;
-        for (const auto& device : told["devices"])
-            devices += (devices.empty() ? "" : ", ") + device.get<std::string>();
-        text << side << ": " << (devices.empty() ? "no device linked" : devices) << ", "
-             << (told["running"].get<bool>() ? "running" : "idle") << '\n'
-             << "  graph at " << told["rate"] << " Hz, quantum " << told["quantum"] << ", blocks of " << told["block"] << '\n'
-             << "  latency: " << told["added_frames"] << " frames (" << told["added_ms"].get<double>() << " ms) added, "
-             << told["total_ms"].get<double>() << " ms to the device\n"
-             << "  load: " << told["load_mean"].get<double>() << " % of the period, worst " << told["load_worst"].get<double>()
-             << " %; gaps: " << told["gaps"] << " (" << told["gap_frames"] << " frames)\n"
-             << "  refused blocks: " << told["refused_blocks"];
-        if (!told["refusal"].get<std::string>().empty())
-            text << " (" << told["refusal"].get<std::string>() << ')';
-        text << "; bad samples: " << told["bad_samples"] << "; changes of the block: " << told["path_changes"] << ", "
-             << told["lost_frames"] << " frames lost in them\n";
-    }
-    text << "settings:";
-    for (const auto& [name, value] : status["settings"].items())
-        text << ' ' << name << '=' << value;
-    text << '\n';
-    return text.str();
-}
-
 std::string listDevices()
 {
     pw_init(nullptr, nullptr);
     const std::unique_ptr<pw_main_loop, void (*)(pw_main_loop*)> loop(pw_main_loop_new(nullptr), pw_main_loop_destroy);
-    AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}});
+    AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}, [] {}, [] {}});
     if (!server.connect())
         throw std::runtime_error("no PipeWire server is running");
     if (!server.settle())

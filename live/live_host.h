@@ -45,7 +45,10 @@ private:
     };
 
     void open();
+    bool openSides();
     void close();
+    void reopen();
+    void relinked();
     void tick();
     std::string answer(const std::string& command);
     nlohmann::json status();
@@ -65,8 +68,5 @@ private:
 
 // What the server has, for a user to choose from: a line a device.
 std::string listDevices();
-
-// The status as a person reads it.
-std::string readable(const nlohmann::json& status);
 
 } // namespace quorel

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // quorel-live makes a 7.1 headphone device and a clean microphone of the effects, on any desktop with PipeWire.
+#include "client/live_status.h"
 #include "live/live_host.h"
 #include "tools/tool.h"
 
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace quorel {
 namespace {
@@ -56,13 +58,20 @@ void declare(CLI::App& tool, Options& options)
 
 nlohmann::json ask(const std::string& command)
 {
-    const auto reply = askRunning(command);
-    if (!reply)
+    const auto told = askLive(command);
+    if (!told)
         throw OtherExit(noneRuns, "no quorel-live is running");
-    auto told = nlohmann::json::parse(*reply);
-    if (told.contains("error"))
-        throw std::runtime_error(told["error"].get<std::string>());
-    return told;
+    return *told;
+}
+
+std::string readable(const nlohmann::json& status)
+{
+    std::ostringstream text;
+    text << readableSides(status) << "settings:";
+    for (const auto& [name, value] : status["settings"].items())
+        text << ' ' << name << '=' << value;
+    text << '\n';
+    return text.str();
 }
 
 void run(const CLI::App& tool, Options& options)

@@ -10,7 +10,6 @@
 #include <ctime>
 #include <limits>
 #include <spa/param/audio/format-utils.h>
-#include <spa/param/latency-utils.h>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -18,9 +17,9 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t longestCall = 8192; // frames, the largest quantum that the server can be set to
-constexpr float inaudible = 1e-5F;          // -100 dB
-constexpr std::uint32_t quietEnough = effectRate / 5;
+constexpr std::uint32_t longestCall = 8192;               // frames, the largest quantum that the server can be set to
+constexpr float inaudible = 1e-5F;                        // -100 dB
+constexpr std::uint32_t longestQuiet = 3600 * effectRate; // frames that are counted
 
 std::uint64_t now() noexcept
 {
@@ -191,7 +190,7 @@ void StreamPair::run() noexcept
             float peak = 0.0F;
             for (float* row : out)
                 peak = std::max(peak, largest(row, n));
-            quietFrames.store(peak >= inaudible ? 0 : std::min(quietEnough, quietFrames.load(std::memory_order_relaxed) + n),
+            quietFrames.store(peak >= inaudible ? 0 : std::min(longestQuiet, quietFrames.load(std::memory_order_relaxed) + n),
                               std::memory_order_relaxed);
             for (std::size_t c = 0; c < out.size(); ++c) {
                 spa_chunk& chunk = *to->buffer->datas[c].chunk;
@@ -228,6 +227,7 @@ void StreamPair::follow(const spa_io_position& graph) noexcept
     clockId = clock.id;
     nextTick = clock.position + clock.duration;
     status.rate.store(clock.rate.denom, std::memory_order_relaxed);
+    status.drift.store(clock.rate_diff, std::memory_order_relaxed);
     status.quantum.store(static_cast<std::uint32_t>(clock.duration), std::memory_order_relaxed);
     status.calls.fetch_add(1, std::memory_order_relaxed);
 }
@@ -253,31 +253,47 @@ void StreamPair::onTakeState(void* data, pw_stream_state, pw_stream_state state,
 }
 
 // What lies behind one end of the pair is told at the other, with what the effect's blocks add.
-void StreamPair::passLatency(pw_stream* to, const spa_pod* param) const
+void StreamPair::tell(pw_stream* stream, const spa_latency_info& behind) const
 {
-    spa_latency_info info{};
-    if (param == nullptr || spa_latency_parse(param, &info) < 0)
-        return;
-    info.min_rate += status.delay;
-    info.max_rate += status.delay;
+    spa_latency_info info = behind;
+    info.min_rate += toldDelay;
+    info.max_rate += toldDelay;
     std::uint8_t buffer[1024];
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
-    const spa_pod* told = spa_latency_build(&builder, SPA_PARAM_Latency, &info);
-    pw_stream_update_params(to, &told, 1);
+    const spa_pod* param = spa_latency_build(&builder, SPA_PARAM_Latency, &info);
+    pw_stream_update_params(stream, &param, 1);
+}
+
+void StreamPair::tellLatency()
+{
+    const std::uint32_t delay = status.delay;
+    if (delay == toldDelay)
+        return;
+    toldDelay = delay;
+    if (behindTake)
+        tell(give.get(), *behindTake);
+    if (behindGive)
+        tell(take.get(), *behindGive);
 }
 
 void StreamPair::onTakeParam(void* data, std::uint32_t id, const spa_pod* param)
 {
-    const auto& pair = *static_cast<StreamPair*>(data);
-    if (id == SPA_PARAM_Latency)
-        pair.passLatency(pair.give.get(), param);
+    auto& pair = *static_cast<StreamPair*>(data);
+    spa_latency_info info{};
+    if (id != SPA_PARAM_Latency || param == nullptr || spa_latency_parse(param, &info) < 0)
+        return;
+    pair.behindTake = info;
+    pair.tell(pair.give.get(), info);
 }
 
 void StreamPair::onGiveParam(void* data, std::uint32_t id, const spa_pod* param)
 {
-    const auto& pair = *static_cast<StreamPair*>(data);
-    if (id == SPA_PARAM_Latency)
-        pair.passLatency(pair.take.get(), param);
+    auto& pair = *static_cast<StreamPair*>(data);
+    spa_latency_info info{};
+    if (id != SPA_PARAM_Latency || param == nullptr || spa_latency_parse(param, &info) < 0)
+        return;
+    pair.behindGive = info;
+    pair.tell(pair.take.get(), info);
 }
 
 std::uint32_t StreamPair::deviceNode() const
@@ -313,10 +329,10 @@ void StreamPair::makeHolder()
 
 void StreamPair::hold(bool wanted)
 {
-    if (!holder || wanted == (held != nullptr))
+    if (!holder || wanted == (holdLink != nullptr))
         return;
     if (!wanted) {
-        held.reset();
+        holdLink.reset();
         return;
     }
     const std::string from = std::to_string(pw_filter_get_node_id(holder.get()));
@@ -325,13 +341,8 @@ void StreamPair::hold(bool wanted)
         SPA_DICT_ITEM_INIT(PW_KEY_LINK_OUTPUT_NODE, from.c_str()), SPA_DICT_ITEM_INIT(PW_KEY_LINK_OUTPUT_PORT, "silence"),
         SPA_DICT_ITEM_INIT(PW_KEY_LINK_INPUT_NODE, to.c_str()), SPA_DICT_ITEM_INIT(PW_KEY_LINK_INPUT_PORT, "playback_FL")};
     const spa_dict properties = SPA_DICT_INIT_ARRAY(items);
-    held.reset(static_cast<pw_proxy*>(
+    holdLink.reset(static_cast<pw_proxy*>(
         pw_core_create_object(core, "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK, &properties, 0)));
-}
-
-bool StreamPair::quiet() const noexcept
-{
-    return quietFrames >= quietEnough;
 }
 
 double StreamPair::serverLatency() const

@@ -15,9 +15,11 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <pipewire/filter.h>
 #include <pipewire/pipewire.h>
 #include <spa/node/io.h>
+#include <spa/param/latency-utils.h>
 #include <string>
 #include <vector>
 
@@ -52,8 +54,11 @@ public:
     // device meanwhile.
     void hold(bool wanted);
 
-    // Whether the output has been below -100 dB for a fifth of a second.
-    bool quiet() const noexcept;
+    // Tells the graph the latency behind each end anew if the effect has got another delay.
+    void tellLatency();
+
+    // Frames since the output was last above -100 dB, or since nothing has been known of it.
+    std::uint32_t quietFor() const noexcept { return quietFrames; }
 
     // From here to the hardware's end, or from it to here, as the server tells it; in ms.
     double serverLatency() const;
@@ -72,7 +77,7 @@ private:
     void passAudioThread() const;
     void run() noexcept;
     void follow(const spa_io_position& graph) noexcept;
-    void passLatency(pw_stream* to, const spa_pod* param) const;
+    void tell(pw_stream* stream, const spa_latency_info& behind) const;
 
     static void onTake(void* data);
     static void onGive(void* data);
@@ -94,6 +99,9 @@ private:
     std::atomic<std::uint32_t> quietFrames = 0;       // since the output was last above -100 dB
     std::uint64_t nextTick = 0;                       // the clock at the next call, if no frame is lost
     std::uint32_t clockId = 0;
+    std::uint32_t toldDelay = 0;                // frames of the effect's, as the graph has been told
+    std::optional<spa_latency_info> behindTake; // as the graph has told it
+    std::optional<spa_latency_info> behindGive;
     std::vector<const float*> in; // the rows of a call
     std::vector<float*> out;
     std::vector<float> silence; // in a row's place that the server did not fill
@@ -106,8 +114,8 @@ private:
     void* silentPort = nullptr;
     pw_filter_events holderEvents{};
     spa_hook holderHook{};
-    std::unique_ptr<pw_filter, Destroy> holder; // the speaker side's
-    std::unique_ptr<pw_proxy, Destroy> held;    // its link to the device, while the graph is held
+    std::unique_ptr<pw_filter, Destroy> holder;  // the speaker side's
+    std::unique_ptr<pw_proxy, Destroy> holdLink; // its link to the device, while the graph is held
 };
 
 } // namespace quorel

@@ -31,6 +31,7 @@ struct StreamStatus {
     std::atomic<std::uint32_t> quantum = 0; // frames of the last call
     std::atomic<std::uint32_t> block = 0;   // frames that the effect gets at a time
     std::atomic<std::uint32_t> delay = 0;   // frames added by gathering
+    std::atomic<double> drift = 1;          // the device's clock against the system's, as the server follows it
 
     std::atomic<std::uint64_t> frames = 0;     // through the path in force
     std::atomic<std::uint64_t> firstTick = 0;  // the graph's clock at the first of these

@@ -2,6 +2,7 @@
 // quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
 #include "client/hrtf_delivery.h"
 #include "client/hrtf_file.h"
+#include "client/live_status.h"
 #include "client/preset.h"
 #include "microphone/microphone_tables.h"
 #include "settings/settings_handler.h"
@@ -10,6 +11,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <iomanip>
 #include <iostream>
 #include <map>
@@ -120,6 +122,19 @@ std::string speakersOf(std::uint32_t mask)
     return text;
 }
 
+// What quorel-live tells, if it runs. Without it the status is whole too.
+void liveStatus(const CLI::App& tool)
+{
+    try {
+        if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime == nullptr || *runtime == '\0')
+            return;
+        if (const auto told = askLive("status"))
+            std::cout << readableSides(*told);
+    } catch (const std::exception& error) {
+        notice(tool, error.what());
+    }
+}
+
 void status(const CLI::App& tool)
 {
     if (SettingsHandler::keptValuesAreUnreadable())
@@ -142,6 +157,7 @@ void status(const CLI::App& tool)
     else
         std::cout << "responses: delivered, set " << hexadecimal(record.hrtfId) << " for " << record.hrtfChannels
                   << " channels\n";
+    liveStatus(tool);
 
     if (const auto refusal = refusalOfSet(client))
         notice(tool, *refusal);

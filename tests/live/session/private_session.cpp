@@ -170,6 +170,18 @@ void PrivateSession::killServer()
     killManager(); // it ends with its server
 }
 
+// As a real one does with the hardware: what a killed one has left has gone with it, and it makes it anew. The null devices are
+// the server's own, and stay.
+void PrivateSession::replugSpeakers()
+{
+    command("pw-cli destroy speakers");
+    need(within(startPatience, [this] { return command("pw-cli ls Node").find("\"speakers\"") == std::string::npos; }),
+         "the null sink stays");
+    command("pw-cli create-node adapter '{ factory.name=support.null-audio-sink node.name=speakers "
+            "node.description=\"Test speakers\" media.class=Audio/Sink audio.position=\"FL,FR\" object.linger=true "
+            "monitor.channel-volumes=true priority.session=1000 }'");
+}
+
 void PrivateSession::startManager()
 {
     manager =

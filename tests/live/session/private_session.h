@@ -50,6 +50,7 @@ public:
     void killServer();
     void startManager();
     void killManager();
+    void replugSpeakers(); // takes the null sink away and brings it back
 
     // quorel-live with these options, once its devices are there.
     std::unique_ptr<Service> live(const std::vector<std::string>& options = {});

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// What the running quorel-live tells of itself, for its own command line and for quorel-control.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+namespace quorel {
+
+// The folder of its lock and its socket. Throws std::runtime_error when the user has no folder for running programs.
+std::string liveFolder();
+
+// Gives it a command and returns its answer; nothing when none runs. Throws std::runtime_error when it refuses or does not
+// answer.
+std::optional<nlohmann::json> askLive(const std::string& command);
+
+// Its sides' figures as a person reads them, a few lines a side.
+std::string readableSides(const nlohmann::json& status);
+
+} // namespace quorel
