@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/buffer.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,19 +12,6 @@
 
 namespace quorel {
 namespace {
-
-// The text of the exception that `action` throws, which must be exactly of type E.
-template <typename E, typename Action>
-std::string textOf(Action&& action)
-{
-    try {
-        action();
-    } catch (const std::exception& error) {
-        EXPECT_EQ(typeid(error), typeid(E));
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 TEST(Buffer, FloatCapacityIsRoundedUpTo16AndIsTheStride)
 {
@@ -94,9 +83,9 @@ TEST(Buffer, FromAVectorHoldsItsSamples)
 
 TEST(Buffer, OfNoCapacityCannotBeBuilt)
 {
-    EXPECT_EQ((textOf<UninitializedBuffer>([] { Buffer<float, 2>(0); })), "Buffer not initialized");
-    EXPECT_EQ((textOf<UninitializedBuffer>([] { SpectrumBuffer<2>(0); })), "Buffer not initialized");
-    EXPECT_EQ((textOf<UninitializedBuffer>([] { Buffer<float, 1>(std::vector<float>{}); })), "Buffer not initialized");
+    EXPECT_EQ((failureText<UninitializedBuffer>([] { Buffer<float, 2>(0); })), "Buffer not initialized");
+    EXPECT_EQ((failureText<UninitializedBuffer>([] { SpectrumBuffer<2>(0); })), "Buffer not initialized");
+    EXPECT_EQ((failureText<UninitializedBuffer>([] { Buffer<float, 1>(std::vector<float>{}); })), "Buffer not initialized");
 }
 
 TEST(Buffer, AnAbsurdCapacityExhaustsMemory)
@@ -115,9 +104,9 @@ TEST(Buffer, AMovedFromBufferFailsAtFirstUse)
     EXPECT_EQ(second.size(), 20U);
     EXPECT_EQ(first.capacity(), 0U); // NOLINT(bugprone-use-after-move)
     EXPECT_EQ(first.size(), 0U);
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { first.channel(0); }), "Buffer not initialized");
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { std::as_const(first).channel(0); }), "Buffer not initialized");
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { first.clear(); }), "Buffer not initialized");
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { first.channel(0); }), "Buffer not initialized");
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { std::as_const(first).channel(0); }), "Buffer not initialized");
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { first.clear(); }), "Buffer not initialized");
 }
 
 TEST(Buffer, TheUninitializedFailureIsAPlainException)
@@ -170,7 +159,7 @@ TEST(PaddedBuffer, OfCapacityTwiceItsOverlapIsAccepted)
 
 TEST(PaddedBuffer, OfLessThanTwiceItsRoundedOverlapIsRefused)
 {
-    EXPECT_EQ(textOf<std::invalid_argument>([] { PaddedBuffer<1>(31, 17); }), "PaddedBuffer: capacity > overlap failed");
+    EXPECT_EQ(failureText<std::invalid_argument>([] { PaddedBuffer<1>(31, 17); }), "PaddedBuffer: capacity > overlap failed");
 }
 
 TEST(PaddedBuffer, OfAnOverlapBeyondItsCapacityIsAccepted)
@@ -183,7 +172,7 @@ TEST(PaddedBuffer, OfAnOverlapBeyondItsCapacityIsAccepted)
 TEST(PaddedBuffer, WhoseHistoryOverrunsItsRowRefusesToSlide)
 {
     PaddedBuffer<2> buffer(16, 17);
-    EXPECT_EQ(textOf<ipps::Error>([&] { buffer.slide(); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<ipps::Error>([&] { buffer.slide(); }), "ippStsSizeErr");
 }
 
 TEST(PaddedBuffer, AMovedFromOneFailsWhenItSlides)
@@ -192,7 +181,8 @@ TEST(PaddedBuffer, AMovedFromOneFailsWhenItSlides)
     PaddedBuffer<2> second(std::move(first));
     EXPECT_EQ(second.overlap(), 16U);
     EXPECT_NO_THROW(second.slide());
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { first.slide(); }), "Buffer not initialized"); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { first.slide(); }),
+              "Buffer not initialized"); // NOLINT(bugprone-use-after-move)
 }
 
 TEST(PaddedBuffer, OfThePathsHas1024SamplesAnd176OfHistory)

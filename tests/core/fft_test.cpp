@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/fft.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -23,28 +25,6 @@ void fillWithNoise(Buffer<float, C>& buffer, unsigned seed)
     for (std::size_t c = 0; c < C; ++c)
         for (std::size_t i = 0; i < buffer.capacity(); ++i)
             buffer.channel(c)[i] = uniform(random);
-}
-
-template <typename Call>
-std::string invalidArgument(Call call)
-{
-    try {
-        call();
-    } catch (const std::invalid_argument& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
-}
-
-template <typename Call>
-std::int32_t errorStatus(Call call)
-{
-    try {
-        call();
-    } catch (const ipps::Error& failure) {
-        return failure.status;
-    }
-    return 0;
 }
 
 // A transform whose stored length disagrees with its order.
@@ -109,8 +89,8 @@ TEST(FFT, ForwardRefusesASmallerCapacityOnEitherSide)
     FFT<float> fft(10);
     Buffer<float, 2> enough(1024);
     Buffer<float, 2> small(1008);
-    EXPECT_EQ(invalidArgument([&] { fft.Fwd(enough, small); }), forwardText);
-    EXPECT_EQ(invalidArgument([&] { fft.Fwd(small, enough); }), forwardText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Fwd(enough, small); }), forwardText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Fwd(small, enough); }), forwardText);
 }
 
 TEST(FFT, InverseRefusesASmallerCapacityOnEitherSide)
@@ -118,8 +98,8 @@ TEST(FFT, InverseRefusesASmallerCapacityOnEitherSide)
     FFT<float> fft(10);
     Buffer<float, 2> enough(1024);
     Buffer<float, 2> small(1008);
-    EXPECT_EQ(invalidArgument([&] { fft.Inv(enough, small); }), inverseText);
-    EXPECT_EQ(invalidArgument([&] { fft.Inv(small, enough); }), inverseText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Inv(enough, small); }), inverseText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Inv(small, enough); }), inverseText);
 }
 
 TEST(FFT, ARefusedBufferIsNotTouched)
@@ -138,8 +118,8 @@ TEST(FFT, AMovedFromBufferFailsTheSizeTest)
     Buffer<float, 2> in(1024);
     Buffer<float, 2> out(1024);
     const Buffer<float, 2> taken(std::move(in));
-    EXPECT_EQ(invalidArgument([&] { fft.Fwd(in, out); }), forwardText);
-    EXPECT_EQ(invalidArgument([&] { fft.Inv(out, in); }), inverseText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Fwd(in, out); }), forwardText);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { fft.Inv(out, in); }), inverseText);
 }
 
 TEST(FFT, AnUninitialisedBufferIsNoticedBeforeALengthThatDisagrees)
@@ -159,8 +139,8 @@ TEST(FFT, ALengthThatDisagreesWithTheOrderIsASizeError)
     Inconsistent fft(5, 16);
     Buffer<float, 2> in(64);
     Buffer<float, 2> out(64);
-    EXPECT_EQ(errorStatus([&] { fft.Fwd(in, out); }), ippStsSizeErr);
-    EXPECT_EQ(errorStatus([&] { fft.Inv(in, out); }), ippStsSizeErr);
+    EXPECT_EQ(failureStatus([&] { fft.Fwd(in, out); }), ippStsSizeErr);
+    EXPECT_EQ(failureStatus([&] { fft.Inv(in, out); }), ippStsSizeErr);
 }
 
 TEST(FFT, ASizeOfZeroDoesNotStopATransform)
@@ -252,9 +232,9 @@ TEST(FFT, TheComplexInverseTurnsBackwards)
 
 TEST(FFT, AnOrderThatTheKernelsRefuseIsAnError)
 {
-    EXPECT_EQ(errorStatus([] { FFT<float>(30); }), ippStsFftOrderErr);
-    EXPECT_EQ(errorStatus([] { FFT<float, Complex>(29); }), ippStsFftOrderErr);
-    EXPECT_EQ(errorStatus([] { FFT<float>((std::uint64_t{1} << 32) + 10); }), ippStsFftOrderErr);
+    EXPECT_EQ(failureStatus([] { FFT<float>(30); }), ippStsFftOrderErr);
+    EXPECT_EQ(failureStatus([] { FFT<float, Complex>(29); }), ippStsFftOrderErr);
+    EXPECT_EQ(failureStatus([] { FFT<float>((std::uint64_t{1} << 32) + 10); }), ippStsFftOrderErr);
 }
 
 TEST(FFT, MovingPassesTheTransformOn)
@@ -277,11 +257,11 @@ TEST(FFT, AMovedFromTransformIsAnError)
     const FFT<float> taken(std::move(fft));
     Buffer<float, 1> in(16);
     Buffer<float, 1> out(16);
-    EXPECT_EQ(errorStatus([&] { fft.Fwd(in, out); }), ippStsNullPtrErr);
+    EXPECT_EQ(failureStatus([&] { fft.Fwd(in, out); }), ippStsNullPtrErr);
     FFT<float, Complex> complex(4);
     const FFT<float, Complex> alsoTaken(std::move(complex));
     SpectrumBuffer<1> bins(16);
-    EXPECT_EQ(errorStatus([&] { complex.Inv(bins.channel(0), bins.channel(0)); }), ippStsNullPtrErr);
+    EXPECT_EQ(failureStatus([&] { complex.Inv(bins.channel(0), bins.channel(0)); }), ippStsNullPtrErr);
 }
 
 TEST(FFT, MovesAndNeverCopies)

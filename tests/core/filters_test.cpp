@@ -4,6 +4,7 @@
 #include "core/kernels/states.h"
 #include "core/rt_alloc.h"
 #include "tests/core/variants.h"
+#include "tests/support/noise.h"
 
 #include <gtest/gtest.h>
 
@@ -24,15 +25,6 @@ namespace {
 class Filters : public WithVariant {};
 
 INSTANTIATE_TEST_SUITE_P(Variant, Filters, testing::ValuesIn(testedVariants()), variantName);
-
-std::vector<float> noise(std::size_t n, unsigned seed, float level = 1.0F)
-{
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> sample(-level, level);
-    std::vector<float> x(n);
-    std::generate(x.begin(), x.end(), [&] { return sample(random); });
-    return x;
-}
 
 // --- A cascade and its truth -----------------------------------------------------------------------------------------
 

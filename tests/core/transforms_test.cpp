@@ -3,6 +3,7 @@
 
 #include "core/rt_alloc.h"
 #include "tests/core/variants.h"
+#include "tests/support/noise.h"
 
 #include <gtest/gtest.h>
 
@@ -27,15 +28,6 @@ using Exact = std::complex<double>;
 constexpr double tolerance = 3e-7;
 
 constexpr std::int32_t flags[] = {1, 2, 4, 8};
-
-std::vector<float> noise(std::size_t n, unsigned seed)
-{
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
-    std::vector<float> x(n);
-    std::generate(x.begin(), x.end(), [&] { return uniform(random); });
-    return x;
-}
 
 std::vector<Exact> complexOf(const std::vector<float>& interleaved)
 {

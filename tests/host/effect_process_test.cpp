@@ -4,26 +4,16 @@
 
 #include "tests/host/control.h"
 #include "tests/host/engine.h"
+#include "tests/support/noise.h"
 #include "tests/support/private_home.h"
 
 #include <algorithm>
-#include <random>
 #include <vector>
 
 namespace quorel {
 namespace {
 
 constexpr UINT32 frames = 480;
-
-// Repeatable material, uniform in -0.5 to 0.5.
-std::vector<float> noise(std::size_t length, std::uint32_t seed)
-{
-    std::mt19937 random(seed);
-    std::vector<float> result(length);
-    for (float& x : result)
-        x = static_cast<float>(random()) * 0x1p-32F - 0.5F;
-    return result;
-}
 
 // Gives a path the record that the effect's path has.
 void copyRecord(const SettingsRecord& from, SettingsRecord& to)
@@ -92,7 +82,7 @@ TEST_F(RenderStream, EveryBlockIsThePathsOwn)
             ASSERT_TRUE(control.deliver(settings, effect));
             copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
         }
-        const auto in = noise(frames * 8, block);
+        const auto in = noise(frames * 8, block, 0.5F);
         EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
         auto copy = in;
         reference->process(copy.data(), frames, expected.data(), frames);
@@ -108,7 +98,7 @@ TEST_F(CaptureStream, EveryBlockAndItsLevelsAreThePathsOwn)
     ASSERT_TRUE(control.deliver(voiceSettings(), effect));
     copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
     for (std::uint32_t block = 0; block < 12; ++block) {
-        auto in = noise(frames, block);
+        auto in = noise(frames, block, 0.5F);
         EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
         reference->process(in.data(), frames, expected.data(), frames);
         EXPECT_EQ(out, expected) << block;
@@ -119,7 +109,7 @@ TEST_F(CaptureStream, EveryBlockAndItsLevelsAreThePathsOwn)
 
 TEST_F(CaptureStream, ABlockMayBeProcessedInPlace)
 {
-    const auto in = noise(frames, 1);
+    const auto in = noise(frames, 1, 0.5F);
     effect.process(in.data(), out.data(), frames);
     ASSERT_EQ(effect.configuration->UnlockForProcess(), S_OK);
     ASSERT_EQ(effect.lock(voiceFormat()), S_OK);
@@ -134,7 +124,7 @@ TEST(FastStereoStream, ItIsCopied)
     Effect effect;
     ASSERT_EQ(effect.initialize(), S_OK);
     ASSERT_EQ(effect.lock(stereoFormat()), S_OK);
-    const auto in = noise(frames * 2, 5);
+    const auto in = noise(frames * 2, 5, 0.5F);
     std::vector<float> out(frames * 2);
     EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
     EXPECT_EQ(out, in);
@@ -150,7 +140,7 @@ TEST_F(RenderStream, AResetChangesNothingAudible)
     ASSERT_TRUE(control.deliver(surroundSettings(), other));
     std::vector<float> expected(frames * 8);
     for (std::uint32_t block = 0; block < 6; ++block) {
-        const auto in = noise(frames * 8, block);
+        const auto in = noise(frames * 8, block, 0.5F);
         EXPECT_EQ(effect.object->Reset(), S_OK);
         effect.process(in.data(), out.data(), frames);
         other.process(in.data(), expected.data(), frames);
@@ -162,7 +152,7 @@ TEST_F(RenderStream, AResetChangesNothingAudible)
 
 void expectHandedThrough(Effect& effect, std::vector<float>& out, APO_BUFFER_FLAGS flags)
 {
-    const auto in = noise(out.size(), 3);
+    const auto in = noise(out.size(), 3, 0.5F);
     APO_CONNECTION_PROPERTY input{reinterpret_cast<UINT_PTR>(in.data()), 123, flags, APO_CONNECTION_PROPERTY_SIGNATURE};
     APO_CONNECTION_PROPERTY output{reinterpret_cast<UINT_PTR>(out.data()), frames, BUFFER_VALID,
                                    APO_CONNECTION_PROPERTY_SIGNATURE};
@@ -203,7 +193,7 @@ TEST_F(RenderStream, ASilentBlockDoesNotFeedTheRoom)
     copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
     std::vector<float> expected(frames * 8);
     for (std::uint32_t block = 0; block < 6; ++block) {
-        auto in = noise(frames * 8, block);
+        auto in = noise(frames * 8, block, 0.5F);
         for (std::uint32_t silent = 0; silent < block; ++silent)
             EXPECT_EQ(effect.process(in.data(), out.data(), frames, BUFFER_SILENT), BUFFER_SILENT);
         effect.process(in.data(), out.data(), frames);
@@ -216,7 +206,7 @@ TEST_F(RenderStream, ANewRecordArrivesWithASilentBlockAndWaitsForAValidOne)
 {
     Control control;
     const auto& record = EffectObjectState::record(*effect.self);
-    const auto in = noise(frames * 8, 1);
+    const auto in = noise(frames * 8, 1, 0.5F);
     effect.process(in.data(), out.data(), frames);
     EXPECT_EQ(record.applied, 1);
     auto settings = surroundSettings();
@@ -236,7 +226,7 @@ TEST_F(RenderStream, ARenderStreamWritesNoLevels)
 {
     Control control;
     control->levels.fill(-3.0F);
-    const auto in = noise(frames * 8, 1);
+    const auto in = noise(frames * 8, 1, 0.5F);
     effect.process(in.data(), out.data(), frames);
     for (const float level : control->levels)
         EXPECT_EQ(level, -3.0F);
@@ -247,7 +237,7 @@ TEST_F(CaptureStream, LevelsThatAreNotMeasuredAreCopiedAsTheyStand)
 {
     Control control;
     control->levels.fill(-3.0F);
-    const auto in = noise(frames, 1);
+    const auto in = noise(frames, 1, 0.5F);
     effect.process(in.data(), out.data(), frames);
     for (const float level : control->levels)
         EXPECT_EQ(level, -60.0F);
@@ -260,7 +250,7 @@ TEST_F(RenderStream, ABlockThatFailsIsInvalidAndTheNextOneIsNot)
     ASSERT_EQ(effect.lock(surroundFormat(), 1072), S_OK);
     Control control;
     ASSERT_TRUE(control.deliver(surroundSettings(), effect));
-    const auto in = noise(1072 * 8, 1);
+    const auto in = noise(1072 * 8, 1, 0.5F);
     out.resize(1072 * 8);
 
     APO_CONNECTION_PROPERTY input{reinterpret_cast<UINT_PTR>(in.data()), 849, BUFFER_VALID, APO_CONNECTION_PROPERTY_SIGNATURE};
@@ -278,7 +268,7 @@ TEST_F(CaptureStream, AFailedBlockStillWritesTheLastLevels)
 {
     Control control;
     ASSERT_TRUE(control.deliver(voiceSettings(), effect));
-    const auto in = noise(frames, 1);
+    const auto in = noise(frames, 1, 0.5F);
     for (int block = 0; block < 8; ++block)
         effect.process(in.data(), out.data(), frames);
     const auto last = control->levels;
@@ -304,7 +294,7 @@ TEST_F(RenderStream, ARefusedSetOfResponsesMakesEveryBlockInvalid)
     settings.hrtfChannels = 2;
     settings.hrtfLength = 1024;
     ASSERT_TRUE(control.deliver(settings, effect));
-    const auto in = noise(frames * 8, 1);
+    const auto in = noise(frames * 8, 1, 0.5F);
     for (int block = 0; block < 3; ++block)
         EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_INVALID);
     ASSERT_TRUE(control.deliver(surroundSettings(), effect));
@@ -313,7 +303,7 @@ TEST_F(RenderStream, ARefusedSetOfResponsesMakesEveryBlockInvalid)
 
 TEST_F(RenderStream, AValidBlockTakesTheOutputsFrameCount)
 {
-    const auto in = noise(frames * 8, 1);
+    const auto in = noise(frames * 8, 1, 0.5F);
     APO_CONNECTION_PROPERTY input{reinterpret_cast<UINT_PTR>(in.data()), 100, BUFFER_VALID, APO_CONNECTION_PROPERTY_SIGNATURE};
     APO_CONNECTION_PROPERTY output{reinterpret_cast<UINT_PTR>(out.data()), 200, BUFFER_INVALID,
                                    APO_CONNECTION_PROPERTY_SIGNATURE};
@@ -336,7 +326,7 @@ TEST_F(RenderStream, RawModeIsProcessedLikeAnyOther)
     ASSERT_TRUE(control.deliver(settings, effect));
     ASSERT_TRUE(control.deliver(settings, raw));
     std::vector<float> expected(frames * 8);
-    const auto in = noise(frames * 8, 1);
+    const auto in = noise(frames * 8, 1, 0.5F);
     effect.process(in.data(), expected.data(), frames);
     raw.process(in.data(), out.data(), frames);
     EXPECT_EQ(out, expected);

@@ -6,6 +6,7 @@
 #include "core/signal_path.h"
 #include "tests/host/loaded_module.h"
 #include "tests/support/control_application.h"
+#include "tests/support/noise.h"
 #include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
@@ -21,17 +22,6 @@ namespace quorel {
 namespace {
 
 constexpr UINT32 frames = 480;
-
-// The same noise for the same seed.
-std::vector<float> noise(std::size_t count, std::uint32_t seed)
-{
-    std::vector<float> samples(count);
-    for (float& sample : samples) {
-        seed = seed * 1664525U + 1013904223U;
-        sample = static_cast<float>(static_cast<std::int32_t>(seed)) * (0.25F / 2147483648.0F);
-    }
-    return samples;
-}
 
 SettingsRecord everySpeakerSetting()
 {
@@ -125,7 +115,7 @@ protected:
         std::vector<float> out(kind.samples());
         std::vector<float> expected(kind.samples());
         for (std::uint32_t block = 0; block < 200; ++block) {
-            auto in = noise(kind.samples(), block);
+            auto in = noise(kind.samples(), block, 0.25F);
             ASSERT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
             path->process(in.data(), frames, expected.data(), frames);
             ASSERT_EQ(std::memcmp(out.data(), expected.data(), out.size() * sizeof(float)), 0) << "block " << block;
@@ -228,7 +218,7 @@ TYPED_TEST(Engine, IsSteeredThroughTheSharedBlockWhileAudioRuns)
         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the change is not in force";
         if (outs.size() % 500 == 20 && !changed)
             application.update(render.settings());
-        auto in = noise(render.samples(), static_cast<std::uint32_t>(outs.size()));
+        auto in = noise(render.samples(), static_cast<std::uint32_t>(outs.size()), 0.25F);
         outs.emplace_back(render.samples());
         ASSERT_EQ(effect.process(in.data(), outs.back().data(), frames), BUFFER_VALID);
         unchanged->process(in.data(), frames, expected.data(), frames);
@@ -244,7 +234,7 @@ TYPED_TEST(Engine, IsSteeredThroughTheSharedBlockWhileAudioRuns)
     for (std::size_t block = 0; block < outs.size(); ++block) {
         if (block == *changed)
             apply(render.settings(), steered);
-        auto in = noise(render.samples(), static_cast<std::uint32_t>(block));
+        auto in = noise(render.samples(), static_cast<std::uint32_t>(block), 0.25F);
         steered->process(in.data(), frames, expected.data(), frames);
         ASSERT_EQ(std::memcmp(outs[block].data(), expected.data(), expected.size() * sizeof(float)), 0) << "block " << block;
     }
@@ -257,7 +247,7 @@ TYPED_TEST(Engine, GetsAnInvalidBufferForABlockThatIsRefusedAndAValidOneForTheNe
     Effect effect(this->way.create());
     ASSERT_EQ(effect.initialize(), S_OK);
     ASSERT_EQ(effect.lock(render.format), S_OK);
-    auto in = noise(2 * render.samples(), 1);
+    auto in = noise(2 * render.samples(), 1, 0.25F);
     std::vector<float> out(2 * render.samples());
     EXPECT_EQ(effect.process(in.data(), out.data(), 2 * frames), BUFFER_INVALID);
     EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);

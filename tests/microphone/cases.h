@@ -4,13 +4,14 @@
 
 #include "core/buffer.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <complex>
 #include <cstdint>
 #include <string>
-#include <typeinfo>
 
 namespace quorel {
 
@@ -37,19 +38,6 @@ void forRatesAndChannelCounts(Body body)
         SCOPED_TRACE("rate: " + std::to_string(rate));
         forChannelCounts([&]<std::size_t N>() { body.template operator()<N>(rate); });
     }
-}
-
-// The text of the failure that `act` ends with, whose type must be E itself; empty when there is none.
-template <class E, class Act>
-std::string failureText(Act act)
-{
-    try {
-        act();
-    } catch (const std::exception& failure) {
-        EXPECT_EQ(typeid(failure), typeid(E)) << failure.what();
-        return failure.what();
-    }
-    return {};
 }
 
 // The same value in every band of every channel, `frames` times.

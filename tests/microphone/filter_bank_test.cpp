@@ -4,6 +4,7 @@
 #include "microphone/microphone_tables.h"
 #include "microphone/window_tables.h"
 #include "tests/microphone/cases.h"
+#include "tests/support/noise.h"
 
 #include <algorithm>
 #include <cmath>
@@ -65,15 +66,6 @@ struct Pair {
     SpectrumBuffer<N> spectrum;
 };
 
-std::vector<float> noise(std::size_t length, unsigned seed)
-{
-    std::mt19937 random(seed);
-    std::normal_distribution<float> normal(0.0F, 0.1F);
-    std::vector<float> samples(length);
-    std::generate(samples.begin(), samples.end(), [&] { return normal(random); });
-    return samples;
-}
-
 // The response to a unit impulse at sample `position`, whole hops long enough for all of it.
 std::vector<float> response(const Shape& shape, std::uint64_t position)
 {
@@ -109,7 +101,7 @@ TEST(FilterBank, EveryChannelComesOutAsItWentInAndLate)
         const Shape shape = shapeOf(rate);
         std::vector<std::vector<float>> rows(N);
         for (std::size_t c = 0; c < N; ++c)
-            rows[c] = noise(shape.hop * 20, static_cast<unsigned>(c + 1));
+            rows[c] = normalNoise(shape.hop * 20, 0.1F, static_cast<unsigned>(c + 1));
         const auto out = Pair<N>(shape).run(rows);
         for (std::size_t c = 0; c < N; ++c)
             for (std::uint64_t i = shape.latency; i < rows[c].size(); ++i)
@@ -169,7 +161,8 @@ TEST(FilterBank, SpectraAreThoseOfTheFormulaInDoublePrecision)
         std::vector<std::vector<float>> rows(N);
         for (int call = 0; call < 6; ++call) {
             for (std::size_t c = 0; c < N; ++c) {
-                const auto fresh = noise(frames * shape.hop, static_cast<unsigned>(100 * call) + static_cast<unsigned>(c));
+                const auto fresh =
+                    normalNoise(frames * shape.hop, 0.1F, static_cast<unsigned>(100 * call) + static_cast<unsigned>(c));
                 rows[c].insert(rows[c].end(), fresh.begin(), fresh.end());
                 std::copy(fresh.begin(), fresh.end(), in.channel(c));
             }
@@ -286,7 +279,7 @@ TEST(FilterBank, MovedBanksCarryTheStreamOn)
 {
     for (const std::uint32_t rate : bothRates) {
         const Shape shape = shapeOf(rate);
-        const std::vector<float> x = noise(shape.hop * 8, 3);
+        const std::vector<float> x = normalNoise(shape.hop * 8, 0.1F, 3);
         const std::vector<float> front(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(4 * shape.hop));
         const std::vector<float> back(x.begin() + static_cast<std::ptrdiff_t>(4 * shape.hop), x.end());
         std::vector<float> expected = Pair<1>(shape).run({x})[0];
@@ -305,7 +298,7 @@ TEST(FilterBank, WhatIsNotFiniteLeavesWithTheHistoryAndTheTail)
     for (const std::uint32_t rate : bothRates) {
         const Shape shape = shapeOf(rate);
         for (const float bad : {std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()}) {
-            const std::vector<float> x = noise(shape.hop * 24, 3);
+            const std::vector<float> x = normalNoise(shape.hop * 24, 0.1F, 3);
             std::vector<float> spoilt = x;
             const std::uint64_t position = 2 * shape.hop + 3;
             spoilt[position] = bad;

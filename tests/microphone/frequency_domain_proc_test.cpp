@@ -2,12 +2,12 @@
 #include "microphone/frequency_domain_proc.h"
 
 #include "tests/microphone/cases.h"
+#include "tests/support/noise.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <random>
 
 namespace quorel {
 namespace {
@@ -24,15 +24,6 @@ std::uint64_t hopOf(std::uint32_t rate)
 std::uint64_t latencyOf(std::uint32_t rate)
 {
     return rate == 16000 ? 431 : 782;
-}
-
-std::vector<float> noise(std::size_t length, float deviation = 0.1F, unsigned seed = 1)
-{
-    std::mt19937 random(seed);
-    std::normal_distribution<float> normal(0.0F, deviation);
-    std::vector<float> samples(length);
-    std::generate(samples.begin(), samples.end(), [&] { return normal(random); });
-    return samples;
 }
 
 std::vector<float> sine(std::size_t length, double hertz, std::uint32_t rate, double amplitude = 1.0)
@@ -105,10 +96,10 @@ TEST(FrequencyDomainProc, ABlockThatIsNoWholeNumberOfHopsPassesUntouchedAndNothi
             Stage<N> s(rate);
             Stage<N> twin(rate);
             s.writeBack = twin.writeBack = writeBack;
-            const std::vector<float> x = noise(s.hop * 12);
+            const std::vector<float> x = normalNoise(s.hop * 12);
             EXPECT_EQ(s.run(x), twin.run(x));
             const auto levels = s.levels;
-            const std::vector<float> odd = noise(100);
+            const std::vector<float> odd = normalNoise(100);
             EXPECT_EQ(s.run(odd, 100), odd);
             EXPECT_EQ(s.levels, levels);
             EXPECT_EQ(s.run(x), twin.run(x));
@@ -120,7 +111,7 @@ TEST(FrequencyDomainProc, ABlockThatIsNoWholeNumberOfHopsPassesUntouchedAndNothi
 TEST(FrequencyDomainProc, AnOddBlockIsCopiedToAnotherBuffer)
 {
     Stage<2> s(16000);
-    const std::vector<float> x = noise(100);
+    const std::vector<float> x = normalNoise(100);
     for (std::size_t c = 0; c < 2; ++c)
         std::copy(x.begin(), x.end(), s.block.channel(c));
     s.block.setSize(100);
@@ -139,7 +130,7 @@ TEST(FrequencyDomainProc, TwoHopsAreTwoFrames)
         Stage<N> once(rate);
         Stage<N> twice(rate);
         once.measureLevels = twice.measureLevels = false;
-        const std::vector<float> x = noise(once.hop * 24);
+        const std::vector<float> x = normalNoise(once.hop * 24);
         EXPECT_EQ(once.run(x), twice.run(x, 2 * once.hop));
     });
 }
@@ -150,7 +141,7 @@ TEST(FrequencyDomainProc, AnEmptyBlockIsAWholeNumberOfHopsAndRunsNoFrame)
         Stage<N> s(rate);
         Stage<N> twin(rate);
         s.measureLevels = twin.measureLevels = false;
-        const std::vector<float> x = noise(s.hop * 4);
+        const std::vector<float> x = normalNoise(s.hop * 4);
         s.run(x);
         twin.run(x);
         s.block.setSize(0);
@@ -179,7 +170,7 @@ TEST(FrequencyDomainProc, SteadyNoiseIsLoweredAndNoLowerThanByTenDecibels)
 {
     for (const std::uint32_t rate : bothRates) {
         Stage<1> s(rate);
-        const std::vector<float> x = noise(s.hop * 4000, 0.01F);
+        const std::vector<float> x = normalNoise(s.hop * 4000, 0.01F);
         const std::vector<float> y = s.run(x, 8 * s.hop);
         const std::size_t late = s.hop * 2000;
         const double gain = rms(y, late, y.size()) / rms(x, late, x.size());
@@ -194,7 +185,7 @@ TEST(FrequencyDomainProc, WithoutWritingBackTheSignalStaysButTheTrackersAdvance)
         Stage<N> on(rate);
         Stage<N> off(rate);
         off.writeBack = false;
-        const std::vector<float> x = noise(on.hop * 60);
+        const std::vector<float> x = normalNoise(on.hop * 60);
         on.run(x);
         EXPECT_EQ(off.run(x), x);
         EXPECT_EQ(off.levels, on.levels);
@@ -249,7 +240,7 @@ TEST(FrequencyDomainProc, AFullScaleSineInANarrowLevelBandReadsZeroDecibelsAndTh
 TEST(FrequencyDomainProc, TheSameSignalInEveryChannelReadsTheSameForAnyChannelCount)
 {
     for (const std::uint32_t rate : bothRates) {
-        const std::vector<float> x = noise(hopOf(rate) * 80, 1e-3F);
+        const std::vector<float> x = normalNoise(hopOf(rate) * 80, 1e-3F);
         Stage<1> one(rate);
         Stage<2> two(rate);
         Stage<8> eight(rate);
@@ -278,7 +269,7 @@ TEST(FrequencyDomainProc, TheLevelsAreTheTrackedBandsBehindTheFirstInDecibels)
         SpectrumBuffer<1> sums(row.levelWidths.size());
         Buffer<float, 1> envelope(row.levelWidths.size());
         for (unsigned f = 0; f < 60; ++f) {
-            const std::vector<float> x = noise(s.hop, 0.03F, f);
+            const std::vector<float> x = normalNoise(s.hop, 0.03F, f);
             s.run(x);
             std::copy(x.begin(), x.end(), frame.channel(0));
             frame.setSize(s.hop);
@@ -321,7 +312,7 @@ TEST(FrequencyDomainProc, TheNinthLevelRestsAt16000AndMeasuresTheTopAt48000)
 {
     // Required: the tenth level band has no bins at 16000; its floor of -118 dB reads below the range.
     Stage<1> narrow(16000);
-    narrow.run(noise(narrow.hop * 100, 1.0F));
+    narrow.run(normalNoise(narrow.hop * 100, 1.0F));
     EXPECT_EQ(narrow.levels[8], -60.0F);
     EXPECT_GT(narrow.levels[7], -40.0F);
     Stage<1> wide(48000);
@@ -337,7 +328,7 @@ TEST(FrequencyDomainProc, ATenthValueOfZeroLandsBehindTheNine)
         Stage<N> s(rate);
         for (const float deviation : {0.0F, 1e-4F, 1.0F}) {
             s.levels[9] = 5.0F;
-            s.run(noise(s.hop, deviation));
+            s.run(normalNoise(s.hop, deviation));
             EXPECT_EQ(s.levels[9], 0.0F);
         }
     });
@@ -350,7 +341,7 @@ TEST(FrequencyDomainProc, TheMeterReadsTheLastFrameOfABlockAlone)
         Stage<N> blocks(rate);
         Stage<N> hops(rate);
         Stage<N> every(rate);
-        const std::vector<float> x = noise(blocks.hop * 40);
+        const std::vector<float> x = normalNoise(blocks.hop * 40);
         for (std::size_t i = 0; i < x.size(); i += 4 * blocks.hop) {
             const auto from = x.begin() + static_cast<std::ptrdiff_t>(i);
             const auto hop = static_cast<std::ptrdiff_t>(blocks.hop);
@@ -369,10 +360,10 @@ TEST(FrequencyDomainProc, TheMeterReadsTheLastFrameOfABlockAlone)
 TEST(FrequencyDomainProc, SwitchedOffTheMeterKeepsItsLevels)
 {
     Stage<1> s(48000);
-    s.run(noise(s.hop * 20));
+    s.run(normalNoise(s.hop * 20));
     const auto levels = s.levels;
     s.measureLevels = false;
-    s.run(noise(s.hop * 20, 1e-3F));
+    s.run(normalNoise(s.hop * 20, 1e-3F));
     EXPECT_EQ(s.levels, levels);
 }
 
@@ -392,7 +383,7 @@ TEST(FrequencyDomainProc, SilenceBehindASignalIsExactlyZeroOnceTheBankHasRunDry)
 {
     for (const std::uint32_t rate : bothRates) {
         Stage<1> s(rate);
-        std::vector<float> x = noise(s.hop * 40);
+        std::vector<float> x = normalNoise(s.hop * 40);
         x.resize(s.hop * 80);
         const std::vector<float> y = s.run(x);
         for (std::size_t i = s.hop * 54; i < y.size(); ++i) // both windows are shorter than seven hops
@@ -446,7 +437,7 @@ TEST(FrequencyDomainProc, ASampleThatIsNotANumberIsGoneWithTheBanksMemoryButFree
         for (std::size_t k = 0; k < 9; ++k)
             EXPECT_TRUE(std::isfinite(s.levels[k]));
         // The floor still stands at the tone, which would have brought it down by 60 dB within two seconds of near silence.
-        s.run(noise(s.hop * 400, 1e-6F));
+        s.run(normalNoise(s.hop * 400, 1e-6F));
         const std::vector<float> again = s.run(sine(s.hop * 100, 1000.0, rate, 0.1));
         const double gain = rms(again, s.hop * 60, s.hop * 100) / 0.0707;
         EXPECT_NEAR(gain, double{tenDbDown}, 0.01) << rate;
@@ -477,7 +468,7 @@ TEST(FrequencyDomainProc, AnInfiniteSampleIsGoneWithTheBanksMemory)
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         for (const float bad : {infinity, -infinity}) {
             Stage<N> s(rate);
-            std::vector<float> x = noise(s.hop * 60);
+            std::vector<float> x = normalNoise(s.hop * 60);
             const std::size_t position = s.hop * 20 + 5;
             x[position] = bad;
             const std::vector<float> y = s.run(x);
@@ -493,7 +484,7 @@ TEST(FrequencyDomainProc, SubnormalSamplesComeOutAsTinyOnes)
 {
     for (const std::uint32_t rate : bothRates) {
         Stage<1> s(rate);
-        std::vector<float> x = noise(s.hop * 100);
+        std::vector<float> x = normalNoise(s.hop * 100);
         for (float& sample : x)
             sample *= 1e-39F;
         for (const float sample : s.run(x))
@@ -515,8 +506,8 @@ TEST(FrequencyDomainProc, ChannelsDoNotMix)
         both.setSize(hop);
         one.setSize(hop);
         for (unsigned f = 0; f < 50; ++f) {
-            const std::vector<float> left = noise(hop, 0.3F, 2 * f);
-            const std::vector<float> right = noise(hop, 0.01F, 2 * f + 1);
+            const std::vector<float> left = normalNoise(hop, 0.3F, 2 * f);
+            const std::vector<float> right = normalNoise(hop, 0.01F, 2 * f + 1);
             std::copy(left.begin(), left.end(), both.channel(0));
             std::copy(right.begin(), right.end(), both.channel(1));
             std::copy(right.begin(), right.end(), one.channel(0));

@@ -2,24 +2,15 @@
 #include "microphone/mic_equalizer.h"
 
 #include "tests/microphone/cases.h"
+#include "tests/support/noise.h"
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
 #include <numbers>
-#include <random>
 
 namespace quorel {
 namespace {
-
-std::vector<float> noise(std::size_t length, unsigned seed)
-{
-    std::mt19937 random(seed);
-    std::normal_distribution<float> normal(0.0F, 0.1F);
-    std::vector<float> samples(length);
-    std::generate(samples.begin(), samples.end(), [&] { return normal(random); });
-    return samples;
-}
 
 // Channel c takes x delayed by c samples, so that no two are alike. The last one comes back.
 template <std::size_t N>
@@ -57,7 +48,7 @@ TEST(MicEqualizer, Curve0PassesEverySampleExactly)
 {
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         MicEqualizer<N> equalizer(rate);
-        const std::vector<float> x = noise(1000, 1);
+        const std::vector<float> x = normalNoise(1000, 0.1F, 1);
         EXPECT_EQ(run(equalizer, x), x);
         equalizer.select(2);
         run(equalizer, x);
@@ -96,7 +87,7 @@ TEST(MicEqualizer, EveryCurveFiltersAsItsTapsSayInDoublePrecision)
         for (const std::size_t curve : {1U, 2U}) {
             MicEqualizer<N> equalizer(rate);
             equalizer.select(curve);
-            const std::vector<float> x = noise(8000, 5);
+            const std::vector<float> x = normalNoise(8000, 0.1F, 5);
             const std::vector<float> y = run(equalizer, x);
             const CurveTaps& taps = microphoneRate(rate)->curves[curve];
             std::array<std::array<double, 4>, 5> past{}; // x1, x2, y1, y2 of each section
@@ -129,9 +120,9 @@ TEST(MicEqualizer, ASelectionStartsTheNextBlockWithoutMemory)
             fresh.select(1);
             MicEqualizer<N> used(rate);
             used.select(before);
-            run(used, noise(500, 1));
+            run(used, normalNoise(500, 0.1F, 1));
             used.select(1);
-            const std::vector<float> x = noise(300, 2);
+            const std::vector<float> x = normalNoise(300, 0.1F, 2);
             EXPECT_EQ(run(used, x), run(fresh, x)) << "after curve " << before;
         }
     });
@@ -144,7 +135,7 @@ TEST(MicEqualizer, TheHistoryCarriesOverFromBlockToBlock)
         MicEqualizer<1> cut(rate);
         whole.select(2);
         cut.select(2);
-        const std::vector<float> x = noise(600, 1);
+        const std::vector<float> x = normalNoise(600, 0.1F, 1);
         const std::vector<float> expected = run(whole, x);
         std::vector<float> y = run(cut, {x.begin(), x.begin() + 217});
         MicEqualizer<1> moved = std::move(cut);

@@ -7,6 +7,7 @@
 #include "tests/model/agreement.h"
 #include "tests/model/microphone_follower.h"
 #include "tests/model/session.h"
+#include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
 
@@ -48,18 +49,6 @@ void deliver(const model::RecordFields& fields, SettingsRecord& record)
     record.micEq = fields.micEq;
     record.noiseGate = fields.noiseGate;
     record.levelsEnabled = fields.levelsEnabled;
-}
-
-// The text with which a piece of work fails, empty when it passes.
-template <typename Work>
-std::string failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "";
 }
 
 struct Course {
@@ -106,9 +95,9 @@ void compare(Course run)
             std::vector<float> in(session.samples(), session.samples() + n * run.channels);
             out.assign(n * run.channels, 0.0F);
             deliver(fields, *candidate.path->settings());
-            const std::string failure = failureOf([&] { candidate.path->process(in.data(), n, out.data(), n); });
+            const std::string failure = failureText([&] { candidate.path->process(in.data(), n, out.data(), n); });
             model::Signal expected;
-            ASSERT_EQ(failure, failureOf([&] {
+            ASSERT_EQ(failure, failureText([&] {
                           expected =
                               candidate.follower.process(fields, session.samples(), n, out.data(), candidate.path->levels());
                       }))

@@ -2,12 +2,12 @@
 #include "microphone/microphone_path.h"
 
 #include "tests/microphone/cases.h"
+#include "tests/support/noise.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <random>
 
 namespace quorel {
 
@@ -20,15 +20,6 @@ constexpr std::uint32_t maxFrames = 480; // whole hops at both rates; rows of ex
 std::uint64_t latencyOf(std::uint32_t rate)
 {
     return rate == 16000 ? 431 : 782;
-}
-
-std::vector<float> noise(std::size_t length, float deviation = 0.1F, unsigned seed = 1)
-{
-    std::mt19937 random(seed);
-    std::normal_distribution<float> normal(0.0F, deviation);
-    std::vector<float> samples(length);
-    std::generate(samples.begin(), samples.end(), [&] { return normal(random); });
-    return samples;
 }
 
 std::vector<float> sine(std::size_t length, double hertz, std::uint32_t rate, double amplitude)
@@ -100,7 +91,7 @@ TEST(MicrophonePath, TheFrontBuildsOneOfEveryChannelCount)
             EXPECT_EQ(path->settings()->generation, 0U);
             // With everything off the samples of exactly `channels` slots a frame come back.
             const auto samples = static_cast<std::size_t>(channels) * maxFrames;
-            std::vector<float> in = noise(samples);
+            std::vector<float> in = normalNoise(samples);
             std::vector<float> out(samples + 1, 77.0F);
             EXPECT_EQ(path->process(in.data(), maxFrames, out.data(), maxFrames), maxFrames);
             EXPECT_TRUE(std::equal(in.begin(), in.end(), out.begin()));
@@ -160,7 +151,7 @@ TEST(MicrophonePath, AMovedPathCarriesTheStreamOn)
         Path<N> first(0, maxFrames, rate);
         set(whole, everything);
         set(first, everything);
-        const std::vector<float> x = noise(maxFrames * 8);
+        const std::vector<float> x = normalNoise(maxFrames * 8);
         EXPECT_EQ(run(first, x), run(whole, x));
         Path<N> second(std::move(first));
         EXPECT_TRUE(std::equal(second.levels(), second.levels() + 9, whole.levels()));
@@ -176,7 +167,7 @@ TEST(MicrophonePath, WithAllSwitchesOffWholeHopsComeOutAsTheyWentIn)
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         Path<N> path(0, maxFrames, rate);
         for (const std::size_t frames : {240U, 480U}) {
-            const std::vector<float> in = noise(frames * N);
+            const std::vector<float> in = normalNoise(frames * N);
             EXPECT_EQ(block(path, in), in);
         }
     });
@@ -211,7 +202,7 @@ TEST(MicrophonePath, BlocksOfNoWholeNumberOfHopsPassTheNoiseReductionUntouched)
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         Path<N> path(0, maxFrames, rate);
         set(path, [](SettingsRecord& record) { record.MicNR = 1, record.levelsEnabled = 1; });
-        const std::vector<float> in = noise(N * 100);
+        const std::vector<float> in = normalNoise(N * 100);
         EXPECT_EQ(block(path, in), in);
         EXPECT_EQ(path.levels()[3], -60.0F);
     });
@@ -221,7 +212,7 @@ TEST(MicrophonePath, ABlockOfTheInputsCapacityIsTakenAndOneFrameMoreFails)
 {
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         Path<N> path(0, maxFrames - 7, rate); // rounded up to whole lines of 16
-        const std::vector<float> in = noise(maxFrames * N);
+        const std::vector<float> in = normalNoise(maxFrames * N);
         EXPECT_EQ(block(path, in), in);
         set(path, [](SettingsRecord& record) { record.noiseGate = 1; });
         EXPECT_EQ(failureText<std::invalid_argument>([&] { block(path, std::vector<float>((maxFrames + 1) * N)); }),
@@ -239,7 +230,7 @@ TEST(MicrophonePath, TooShortAnOutputFailsOnlyAfterAllStagesHaveRun)
         Path<N> twin(0, maxFrames, rate);
         set(path, everything);
         set(twin, everything);
-        std::vector<float> in = noise(maxFrames * N);
+        std::vector<float> in = normalNoise(maxFrames * N);
         std::vector<float> out(maxFrames * N, 77.0F);
         EXPECT_EQ(failureText<std::invalid_argument>([&] {
                       path.process({in.data(), maxFrames}, {out.data(), maxFrames - 1});
@@ -254,7 +245,7 @@ TEST(MicrophonePath, TooShortAnOutputFailsOnlyAfterAllStagesHaveRun)
 TEST(MicrophonePath, FramesOfTheOutputBeyondTheBlockAreNotTouched)
 {
     Path<2> path(0, maxFrames, 16000);
-    std::vector<float> in = noise(160);
+    std::vector<float> in = normalNoise(160);
     std::vector<float> out(200, 77.0F);
     path.process({in.data(), 80}, {out.data(), 100});
     EXPECT_TRUE(std::equal(in.begin(), in.end(), out.begin()));
@@ -270,7 +261,7 @@ TEST(MicrophonePath, InputAndOutputMayBeOneArray)
         set(path, everything);
         set(twin, everything);
         for (unsigned k = 0; k < 10; ++k) {
-            std::vector<float> samples = noise(maxFrames * N, 0.1F, k);
+            std::vector<float> samples = normalNoise(maxFrames * N, 0.1F, k);
             const std::vector<float> expected = block(twin, samples);
             path.process({samples.data(), maxFrames}, {samples.data(), maxFrames});
             EXPECT_EQ(samples, expected);
@@ -301,7 +292,7 @@ TEST(MicrophonePath, ChannelsDoNotMix)
             set(alone.back(), settings);
         }
         for (unsigned k = 0; k < 12; ++k) {
-            const std::vector<float> in = noise(maxFrames * 8, 0.1F, k);
+            const std::vector<float> in = normalNoise(maxFrames * 8, 0.1F, k);
             const std::vector<float> out = block(all, in);
             for (std::size_t c = 0; c < 8; ++c) {
                 std::vector<float> one(maxFrames);
@@ -324,7 +315,7 @@ TEST(MicrophonePath, AGateOf300BehavesAs255)
         Path<2> last(0, maxFrames, 16000);
         set(path, [&](SettingsRecord& record) { record.noiseGate = value; });
         set(last, [](SettingsRecord& record) { record.noiseGate = 255; });
-        const std::vector<float> x = noise(maxFrames * 20, 0.5F);
+        const std::vector<float> x = normalNoise(maxFrames * 20, 0.5F);
         EXPECT_EQ(run(path, x), run(last, x));
         EXPECT_EQ(path.appliedGateGain(), 0.1F);
     }
@@ -369,7 +360,7 @@ TEST(MicrophonePath, SwitchingTheGateOffAndBackLeavesItsGain)
     Path<1> path(0, maxFrames, 48000);
     for (const std::uint32_t value : {100U, 0U, 100U}) {
         set(path, [&](SettingsRecord& record) { record.noiseGate = value; });
-        run(path, noise(maxFrames));
+        run(path, normalNoise(maxFrames));
         EXPECT_EQ(path.appliedGateGain(), std::pow(10.0F, 28.0F / 127.0F));
     }
 }
@@ -405,12 +396,12 @@ TEST(MicrophonePath, AChangeOfCurvePendsOnceUntilItsBlock)
         select(1);
         applyOnly(path);
         EXPECT_TRUE(path.appliedCurve().changed);
-        run(path, noise(maxFrames));
+        run(path, normalNoise(maxFrames));
         EXPECT_FALSE(path.appliedCurve().changed);
         select(2);
         applyOnly(path);
         EXPECT_TRUE(path.appliedCurve().changed);
-        run(path, noise(240));
+        run(path, normalNoise(240));
         EXPECT_FALSE(path.appliedCurve().changed);
         select(2);
         applyOnly(path);
@@ -424,7 +415,7 @@ TEST(MicrophonePath, ACurveThatComesBackAfterNoneIsNoChange)
     Path<1> path(0, maxFrames, 16000);
     for (const std::uint32_t curve : {1U, 0U}) {
         set(path, [&](SettingsRecord& record) { record.micEq = curve; });
-        run(path, noise(maxFrames));
+        run(path, normalNoise(maxFrames));
     }
     EXPECT_EQ(path.appliedCurve().value, 1U);
     set(path, [](SettingsRecord& record) { record.micEq = 1; });
@@ -440,16 +431,16 @@ TEST(MicrophonePath, EveryRecordRestartsTheCurveFromSilenceWhateverFieldChanged)
             const auto select = [&](SettingsRecord& record) { record.micEq = curve; };
             Path<N> used(0, maxFrames, rate);
             set(used, select);
-            run(used, noise(maxFrames * 5));
+            run(used, normalNoise(maxFrames * 5));
             Path<N> going(0, maxFrames, rate);
             set(going, select);
-            run(going, noise(maxFrames * 5));
+            run(going, normalNoise(maxFrames * 5));
             Path<N> fresh(0, maxFrames, rate);
             set(fresh, select);
             applyOnly(fresh);
             run(fresh, std::vector<float>(maxFrames)); // the crossfade's block, in silence
             set(used, [](SettingsRecord& record) { record.generation = 5; });
-            const std::vector<float> x = noise(maxFrames, 0.1F, 9);
+            const std::vector<float> x = normalNoise(maxFrames, 0.1F, 9);
             const std::vector<float> restarted = run(used, x);
             EXPECT_EQ(restarted, run(fresh, x));
             EXPECT_NE(restarted, run(going, x));
@@ -463,9 +454,9 @@ TEST(MicrophonePath, TheCrossfadeAddsTwoEqualSignalsUpToOne)
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         Path<N> path(0, maxFrames, rate);
         set(path, [](SettingsRecord& record) { record.micEq = 1; });
-        run(path, noise(maxFrames * 3));
+        run(path, normalNoise(maxFrames * 3));
         set(path, [](SettingsRecord& record) { record.micEq = 2; });
-        const std::vector<float> x = noise(maxFrames, 0.1F, 5);
+        const std::vector<float> x = normalNoise(maxFrames, 0.1F, 5);
         const std::vector<float> faded = run(path, x);
         Path<N> straight(0, maxFrames, rate);
         set(straight, [](SettingsRecord& record) { record.micEq = 2; });
@@ -489,7 +480,7 @@ TEST(MicrophonePath, ACurveOf3FailsOnEveryBlockAndTheGateHasTakenEffect)
                 EXPECT_EQ(path.appliedGateGain(), 10.0F);
             }
             set(path, [](SettingsRecord& record) { record.micEq = 0, record.noiseGate = 0, record.MicNR = 0; });
-            const std::vector<float> in = noise(maxFrames * N);
+            const std::vector<float> in = normalNoise(maxFrames * N);
             EXPECT_EQ(block(path, in), in);
         }
     });
@@ -498,9 +489,9 @@ TEST(MicrophonePath, ACurveOf3FailsOnEveryBlockAndTheGateHasTakenEffect)
 TEST(MicrophonePath, WithoutARecordTheSettingsStayAsLastApplied)
 {
     Path<1> path(0, maxFrames, 16000);
-    run(path, noise(maxFrames));
+    run(path, normalNoise(maxFrames));
     path.settings().noiseGate = 255; // `applied` stays 1: not a new record
-    const std::vector<float> x = noise(maxFrames);
+    const std::vector<float> x = normalNoise(maxFrames);
     EXPECT_EQ(run(path, x), x);
 }
 
@@ -510,7 +501,7 @@ TEST(MicrophonePath, TheLevelsFollowTheInputWhileTheyAreEnabledAlone)
 {
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         Path<N> path(0, maxFrames, rate);
-        const std::vector<float> x = noise(maxFrames * 20);
+        const std::vector<float> x = normalNoise(maxFrames * 20);
         run(path, x);
         for (int k = 0; k < 9; ++k)
             EXPECT_EQ(path.levels()[k], -60.0F);
@@ -534,12 +525,12 @@ TEST(MicrophonePath, WithAllSwitchesOffEveryBitOfTheInputComesBack)
     // The frequency-domain stage runs all the same, and writes nothing back.
     for (const float bad : {infinity, -infinity, notANumber, 1e-42F, -0.0F, std::numeric_limits<float>::max()}) {
         Path<2> path(0, maxFrames, 16000);
-        std::vector<float> in = noise(maxFrames * 2);
+        std::vector<float> in = normalNoise(maxFrames * 2);
         in[123] = bad;
         const std::vector<float> out = block(path, in);
         for (std::size_t k = 0; k < in.size(); ++k)
             EXPECT_EQ(std::bit_cast<std::uint32_t>(out[k]), std::bit_cast<std::uint32_t>(in[k]));
-        const std::vector<float> x = noise(maxFrames * 4);
+        const std::vector<float> x = normalNoise(maxFrames * 4);
         EXPECT_EQ(run(path, x), x);
     }
 }
@@ -550,7 +541,7 @@ TEST(MicrophonePath, NoiseReductionIsCleanOnceTheBanksMemoryHasPassed)
         for (const float bad : {infinity, -infinity, notANumber, std::numeric_limits<float>::max()}) {
             Path<N> path(0, maxFrames, rate);
             set(path, [](SettingsRecord& record) { record.MicNR = 1; });
-            std::vector<float> x = noise(maxFrames * 40);
+            std::vector<float> x = normalNoise(maxFrames * 40);
             const std::size_t position = maxFrames * 3 + 7;
             x[position] = bad;
             const std::vector<float> y = run(path, x);
@@ -570,11 +561,11 @@ TEST(MicrophonePath, ACurveStaysNotANumberUntilTheNextRecord)
         for (const float bad : {infinity, notANumber}) {
             Path<N> path(0, maxFrames, rate);
             set(path, [](SettingsRecord& record) { record.micEq = 1; });
-            std::vector<float> x = noise(maxFrames * 20);
+            std::vector<float> x = normalNoise(maxFrames * 20);
             x[maxFrames * 2 + 7] = bad;
             EXPECT_FALSE(std::isfinite(run(path, x).back()));
             set(path, [](SettingsRecord&) {});
-            for (const float sample : run(path, noise(maxFrames * 4)))
+            for (const float sample : run(path, normalNoise(maxFrames * 4)))
                 ASSERT_TRUE(std::isfinite(sample));
         }
     });
@@ -587,7 +578,7 @@ TEST(MicrophonePath, TheGateShutsForGoodOnASampleThatIsNotFinite)
         for (const float bad : {infinity, notANumber}) {
             Path<1> path(0, maxFrames, rate);
             set(path, [](SettingsRecord& record) { record.noiseGate = 128; });
-            std::vector<float> x = noise(maxFrames * 40, 0.3F);
+            std::vector<float> x = normalNoise(maxFrames * 40, 0.3F);
             const std::size_t position = maxFrames * 20 + 7;
             x[position] = bad;
             const std::vector<float> y = run(path, x);
@@ -602,12 +593,12 @@ TEST(MicrophonePath, AnotherChannelOpensTheGateStill)
 {
     Path<2> path(0, maxFrames, 16000);
     set(path, [](SettingsRecord& record) { record.noiseGate = 128; });
-    std::vector<float> in = noise(maxFrames * 2, 0.3F);
+    std::vector<float> in = normalNoise(maxFrames * 2, 0.3F);
     in[0] = notANumber;
     block(path, in);
     std::vector<float> out;
     for (int k = 0; k < 10; ++k)
-        out = block(path, in = noise(maxFrames * 2, 0.3F));
+        out = block(path, in = normalNoise(maxFrames * 2, 0.3F));
     EXPECT_TRUE(std::equal(in.begin(), in.end(), out.begin()));
 }
 
@@ -617,11 +608,11 @@ TEST(MicrophonePath, AllStagesTogetherAreCleanAgainInTimeAndWithTheNextRecord)
     for (const std::uint32_t rate : bothRates) {
         Path<1> path(0, maxFrames, rate);
         set(path, [](SettingsRecord& record) { record.MicNR = 1, record.micEq = 2, record.levelsEnabled = 1; });
-        std::vector<float> x = noise(maxFrames * 20);
+        std::vector<float> x = normalNoise(maxFrames * 20);
         x[maxFrames * 2] = notANumber;
         EXPECT_TRUE(std::isnan(run(path, x).back()));
         set(path, [](SettingsRecord&) {});
-        for (const float sample : run(path, noise(maxFrames * 20)))
+        for (const float sample : run(path, normalNoise(maxFrames * 20)))
             ASSERT_TRUE(std::isfinite(sample));
         for (int k = 0; k < 9; ++k)
             EXPECT_TRUE(std::isfinite(path.levels()[k]));
@@ -634,7 +625,7 @@ TEST(MicrophonePath, SubnormalSamplesStayTiny)
         Path<N> path(0, maxFrames, rate);
         set(path,
             [](SettingsRecord& record) { record.MicNR = 1, record.micEq = 1, record.noiseGate = 128, record.levelsEnabled = 1; });
-        std::vector<float> x = noise(maxFrames * 20);
+        std::vector<float> x = normalNoise(maxFrames * 20);
         for (float& sample : x)
             sample *= 1e-39F;
         for (const float sample : run(path, x))

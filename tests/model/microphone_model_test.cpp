@@ -7,39 +7,20 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <numbers>
-#include <random>
 #include <string>
 
 #include "tests/model/synthetic_windows.h"
+#include "tests/support/failure.h"
+#include "tests/support/noise.h"
 
 namespace quorel::model {
 namespace {
 
-std::string failureOf(const std::function<void()>& run)
-{
-    try {
-        run();
-    } catch (const Failure& failure) {
-        return failure.what();
-    }
-    return "";
-}
-
 const Referee nobody{};
 const RecordFields unchanged{};
 const std::vector<double> noDoubt(16, 0.0);
-
-std::vector<float> noise(std::size_t n, float height, std::uint32_t seed)
-{
-    std::mt19937 random(seed);
-    std::vector<float> x(n);
-    for (float& sample : x)
-        sample = height * static_cast<float>(static_cast<double>(random()) / 2147483648.0 - 1.0);
-    return x;
-}
 
 std::vector<float> sine(std::size_t n, double height, double hertz, double rate)
 {
@@ -88,7 +69,7 @@ double magnitudeAt(const std::vector<Section>& sections, double w)
 
 TEST(MicrophoneModelBank, TheTransformIsTheSumThatDefinesIt)
 {
-    const std::vector<float> x = noise(128, 1.0f, 1);
+    const std::vector<float> x = noise(128, 1, 1.0f);
     Spectrum y(64);
     for (std::size_t n = 0; n < 64; ++n)
         y[n] = {x[2 * n], x[2 * n + 1]};
@@ -106,7 +87,7 @@ TEST(MicrophoneModelBank, AnalysisIsTheForwardSpectrumAboutTheWindowsCentre)
 {
     const MicrophoneWindows windows = syntheticWindows(16000);
     FilterBankModel bank(512, 80, windows);
-    const std::vector<float> x = noise(800, 1.0f, 2);
+    const std::vector<float> x = noise(800, 2, 1.0f);
     Spectrum spectrum;
     for (std::size_t f = 0; f < 10; ++f)
         spectrum = bank.analyse(
@@ -391,7 +372,7 @@ TEST(MicrophoneModelGate, TheSettingMovesTheLevelAtWhichTheGateOpens)
 TEST_P(MicrophoneModelRates, WithEverythingOffABlockLeavesAsItCame)
 {
     MicrophoneModel model(2, 960, GetParam(), syntheticWindows(GetParam()));
-    const std::vector<float> in = noise(960 * 2, 2.0f, 3);
+    const std::vector<float> in = noise(960 * 2, 3, 2.0f);
     EXPECT_EQ(model.process(unchanged, in.data(), 960), Signal(in.begin(), in.end()));
     EXPECT_EQ(model.process(record(0, 0, 0), in.data(), 480), Signal(in.begin(), in.begin() + 960));
 }
@@ -399,7 +380,7 @@ TEST_P(MicrophoneModelRates, WithEverythingOffABlockLeavesAsItCame)
 TEST_P(MicrophoneModelRates, ABlockOfPartHopsPassesUntouchedAndIsNotMeasured)
 {
     MicrophoneModel model(1, 960, GetParam(), syntheticWindows(GetParam()));
-    const std::vector<float> in = noise(960, 1.0f, 4);
+    const std::vector<float> in = noise(960, 4, 1.0f);
     EXPECT_EQ(model.process(record(1, 0, 0, 1), in.data(), 100), Signal(in.begin(), in.begin() + 100));
     for (const double level : model.levels())
         EXPECT_EQ(level, -60.0);
@@ -456,7 +437,7 @@ TEST_P(MicrophoneModelRates, SteadyNoiseComesOutTenDecibelsDown)
 {
     const std::size_t hop = GetParam() / 200;
     MicrophoneModel model(1, 960, GetParam(), syntheticWindows(GetParam()));
-    const std::vector<float> in = noise(hop * 4000, 0.1f, 5);
+    const std::vector<float> in = noise(hop * 4000, 5, 0.1f);
     Signal out;
     for (std::size_t f = 0; f < 4000; ++f) {
         const Signal y = model.process(f == 0 ? record(1, 0, 0) : unchanged, in.data() + f * hop, hop);
@@ -500,7 +481,7 @@ TEST_P(MicrophoneModelRates, TheMeterReadsMinus60InSilenceAndAlwaysInABandWithou
     for (const double level : model.levels())
         EXPECT_EQ(level, -60.0);
     for (std::uint32_t block = 0; block < 20; ++block)
-        model.process(unchanged, noise(480, 4.0f, block).data(), 480);
+        model.process(unchanged, noise(480, block, 4.0f).data(), 480);
     EXPECT_GT(model.levels()[4], -60.0);
     if (GetParam() == 16000) {
         EXPECT_EQ(model.levels()[8], -60.0);
@@ -513,7 +494,7 @@ TEST(MicrophoneModel, AnyRecordRestartsTheCurvesFilters)
 {
     const MicrophoneWindows windows = syntheticWindows(48000);
     MicrophoneModel model(1, 480, 48000, windows);
-    const std::vector<float> in = noise(480, 0.5f, 6);
+    const std::vector<float> in = noise(480, 6, 0.5f);
     Cascade fresh;
     fresh.design(microphoneCurve(48000, 2));
     const Signal first = fresh.process(Signal(in.begin(), in.end()));
@@ -538,8 +519,8 @@ TEST(MicrophoneModel, ACurveThatThereIsNotFailsAtEveryBlockBehindTheGate)
     const std::vector<float> in(160, 0.001f);
     model.process(record(0, 0, 0), in.data(), 160);
     const std::string text = "MicrophonePath: EQ select index is out of bounds";
-    EXPECT_EQ(failureOf([&] { model.process(record(0, 3, 128), in.data(), 160); }), text);
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 160); }), text);
+    EXPECT_EQ(failureText<Failure>([&] { model.process(record(0, 3, 128), in.data(), 160); }), text);
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 160); }), text);
     // The mended record leaves the gate off: the path passes again.
     EXPECT_EQ(model.process(record(0, 0, 0), in.data(), 160)[0], in[0]);
 }
@@ -548,12 +529,12 @@ TEST(MicrophoneModel, BlockLengthsHaveTheirLimits)
 {
     const MicrophoneWindows windows = syntheticWindows(16000);
     MicrophoneModel model(1, 150, 16000, windows);
-    const std::vector<float> in = noise(200, 0.5f, 7);
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 160); }), "");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 161); }), "PassThrough: out buffer too small");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 160, 159); }), "PassThrough: out buffer too small");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 0); }), "ippStsSizeErr");
-    EXPECT_EQ(failureOf([&] { MicrophoneModel(1, 160, 44100, windows); }), "Unknown sampleRate in MicEqualizer");
+    const std::vector<float> in = noise(200, 7, 0.5f);
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 160); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 161); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 160, 159); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 0); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { MicrophoneModel(1, 160, 44100, windows); }), "Unknown sampleRate in MicEqualizer");
 }
 
 } // namespace

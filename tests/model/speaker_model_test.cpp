@@ -3,11 +3,12 @@
 
 #include "tests/model/speaker_model.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <complex>
-#include <functional>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -18,16 +19,6 @@ namespace {
 
 constexpr std::uint32_t centreMask = 0x4;
 constexpr std::uint32_t surroundMask = 0x63F;
-
-std::string failureOf(const std::function<void()>& run)
-{
-    try {
-        run();
-    } catch (const Failure& failure) {
-        return failure.what();
-    }
-    return "";
-}
 
 Signal randomSignal(std::size_t n, std::uint32_t seed)
 {
@@ -136,8 +127,8 @@ TEST(ModelParts, ACascadeRefusesSectionsWithoutA0OrB0AndKeepsWhatItHad)
 {
     Cascade cascade;
     cascade.design({{0.5, 0, 0, 1, 0, 0}});
-    EXPECT_EQ(failureOf([&] { cascade.design({{0, 1, 0, 1, 0, 0}}); }), "ippStsDivByZeroErr");
-    EXPECT_EQ(failureOf([&] { cascade.design({{1, 1, 0, 0, 0, 0}}); }), "ippStsDivByZeroErr");
+    EXPECT_EQ(failureText<Failure>([&] { cascade.design({{0, 1, 0, 1, 0, 0}}); }), "ippStsDivByZeroErr");
+    EXPECT_EQ(failureText<Failure>([&] { cascade.design({{1, 1, 0, 0, 0, 0}}); }), "ippStsDivByZeroErr");
     EXPECT_EQ(cascade.process({2.0})[0], 1.0);
 }
 
@@ -192,7 +183,7 @@ TEST(ModelParts, ABlockThatDoesNotFitLeavesTheHistoryAsItStood)
     window.load({x});
     for (int attempt = 0; attempt < 2; ++attempt) {
         window.slide();
-        EXPECT_EQ(failureOf([&] { window.load({Signal(849, 1.0)}); }), "PassThrough: out buffer too small");
+        EXPECT_EQ(failureText<Failure>([&] { window.load({Signal(849, 1.0)}); }), "PassThrough: out buffer too small");
     }
     window.slide();
     window.load({Signal(100, 0.0)});
@@ -476,7 +467,7 @@ TEST(SpeakerModelRoom, ABlockAsLongAsAPreDelayFailsAndLeavesTheChannelsBeforeItA
     Room failing({44, 51}, 480, {1.0}, {});
     Signal x(64, 0.0);
     x[60] = 1.0;
-    EXPECT_EQ(failureOf([&] { failing.process({x, x}); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { failing.process({x, x}); }), "ippStsSizeErr");
     const Rows silence(2, Signal(80, 0.0));
     const Rows y = failing.process(silence);
 
@@ -487,9 +478,9 @@ TEST(SpeakerModelRoom, ABlockAsLongAsAPreDelayFailsAndLeavesTheChannelsBeforeItA
     EXPECT_EQ(y, passing.process(silence));
 
     Room one({44}, 480, {1.0}, {});
-    EXPECT_EQ(failureOf([&] { one.process({Signal(48, 0.0)}); }), "ippStsSizeErr");
-    EXPECT_EQ(failureOf([&] { one.process({Signal(64, 0.0)}); }), "");
-    EXPECT_EQ(failureOf([&] { one.process({Signal()}); }), "Delay: in buffer empty");
+    EXPECT_EQ(failureText<Failure>([&] { one.process({Signal(48, 0.0)}); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { one.process({Signal(64, 0.0)}); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { one.process({Signal()}); }), "Delay: in buffer empty");
 }
 
 TEST(SpeakerModelRoom, ABlockAboveMaxFramesFailsBehindThePreDelays)
@@ -497,8 +488,8 @@ TEST(SpeakerModelRoom, ABlockAboveMaxFramesFailsBehindThePreDelays)
     Room room({44}, 470, {1.0}, {});
     Signal x(480, 0.0);
     x[479] = 1.0;
-    EXPECT_EQ(failureOf([&] { room.process({x}); }), "DelayLine: internal buffer too small");
-    EXPECT_EQ(failureOf([&] { room.process({Signal(481, 0.0)}); }), "FDN: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { room.process({x}); }), "DelayLine: internal buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { room.process({Signal(481, 0.0)}); }), "FDN: out buffer too small");
     // The failed block has passed the pre-delay: its last sample comes out at frame 47.
     const Rows y = room.process({Signal(470, 0.0)});
     EXPECT_EQ(y[1][47], 0.0);
@@ -722,7 +713,7 @@ TEST(SpeakerModel, AGainThatLeavesNoCurveFailsOnceAndKeepsTheOldOne)
     model.process(fields, in.data(), 480);
     fields.blockSequence = 2;
     fields.EQBand.fill(-2000000000);
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 480); }), "ippStsDivByZeroErr");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 480); }), "ippStsDivByZeroErr");
     EXPECT_NEAR(model.process(unchanged, in.data(), 480)[0], 0.2, 1e-7);
 }
 
@@ -770,18 +761,20 @@ TEST(SpeakerModel, ARefusedSetIsRefusedAgainAtEveryBlockUntilTheNextRecord)
     fields.hrtfId = 7;
     fields.hrtfLength = 1024;
     fields.hrtfChannels = 8;
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 480); }), "quorel::DirectPath<2,float>::set: channels must match");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 480); }),
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 480); }),
+              "quorel::DirectPath<2,float>::set: channels must match");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 480); }),
               "quorel::DirectPath<2,float>::set: channels must match");
     EXPECT_TRUE(model.surroundWasOn());
     fields.hrtfChannels = 2;
     fields.hrtfLength = 512;
     // The refused record's number was never taken over, so it may come again.
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 480); }), "quorel::DirectPath<2,float>::set: size must match");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 480); }),
+              "quorel::DirectPath<2,float>::set: size must match");
     fields.hrtfLength = 1024;
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 480); }), "ippStsNullPtrErr");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 480); }), "ippStsNullPtrErr");
     fields.hrtfId = 0;
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 480); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 480); }), "");
     EXPECT_FALSE(model.surroundWasOn());
 }
 
@@ -808,22 +801,22 @@ TEST(SpeakerModel, BlockLengthsHaveTheirLimitsByStage)
     const std::vector<float> in(8 * 2000, 0.1f);
     SpeakerModel model(8, surroundMask, 850, 48000, plainTables());
     RecordFields fields = surroundRecord();
-    EXPECT_EQ(failureOf([&] { model.process(fields, in.data(), 848); }), "");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 849); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, in.data(), 848); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 849); }), "PassThrough: out buffer too small");
     fields.Settings = 0;
     fields.blockSequence = 2;
     model.process(fields, in.data(), 480);
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 864); }), "");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 865); }), "ScaleMixer: out buffer too small");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 480, 479); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 864); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 865); }), "ScaleMixer: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 480, 479); }), "PassThrough: out buffer too small");
 
     SpeakerModel small(8, surroundMask, 470, 48000, plainTables());
     fields = surroundRecord();
-    EXPECT_EQ(failureOf([&] { small.process(fields, in.data(), 481); }), "Compressor: out buffer too small");
-    EXPECT_EQ(failureOf([&] { small.process(unchanged, in.data(), 480); }), "DelayLine: internal buffer too small");
-    EXPECT_EQ(failureOf([&] { small.process(unchanged, in.data(), 48); }), "ippStsSizeErr");
-    EXPECT_EQ(failureOf([&] { small.process(unchanged, in.data(), 64); }), "ippStsSizeErr");
-    EXPECT_EQ(failureOf([&] { small.process(unchanged, in.data(), 470); }), "");
+    EXPECT_EQ(failureText<Failure>([&] { small.process(fields, in.data(), 481); }), "Compressor: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { small.process(unchanged, in.data(), 480); }), "DelayLine: internal buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { small.process(unchanged, in.data(), 48); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { small.process(unchanged, in.data(), 64); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { small.process(unchanged, in.data(), 470); }), "");
 }
 
 TEST(SpeakerModel, AFailedBlocksFramesAreInTheConvolversHistory)
@@ -834,7 +827,7 @@ TEST(SpeakerModel, AFailedBlocksFramesAreInTheConvolversHistory)
     SpeakerModel model(1, centreMask, 480, 48000, tables);
     RecordFields fields = surroundRecord();
     fields.Reverb = 1;
-    EXPECT_EQ(failureOf([&] { model.process(fields, impulse(48, 47, 0.5f).data(), 48); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, impulse(48, 47, 0.5f).data(), 48); }), "ippStsSizeErr");
     EXPECT_TRUE(model.reverbPending());
     const Signal y = model.process(unchanged, std::vector<float>(480).data(), 480);
     EXPECT_NEAR(y[2 * 9], 0.4, 1e-7);
@@ -844,7 +837,7 @@ TEST(SpeakerModel, AnEmptyBlockFailsInTheRoomOrPassesAndLeavesFadesPending)
 {
     SpeakerModel model(1, centreMask, 480, 48000, plainTables());
     RecordFields fields = surroundRecord();
-    EXPECT_EQ(failureOf([&] { model.process(fields, nullptr, 0); }), "Delay: in buffer empty");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(fields, nullptr, 0); }), "Delay: in buffer empty");
     const std::vector<float> in(480, 0.1f);
     model.process(unchanged, in.data(), 480);
     fields.blockSequence = 2;
@@ -860,20 +853,20 @@ TEST(SpeakerModel, AtAnotherRateABlockIsCopied)
     SpeakerModel model(2, 0x3, 480, 44100, plainTables());
     const std::vector<float> in{0.1f, -0.2f, 3.0f, 4.0f};
     EXPECT_EQ(model.process(surroundRecord(), in.data(), 2), Signal(in.begin(), in.end()));
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 2, 1); }), "PassThrough: out buffer too small");
-    EXPECT_EQ(failureOf([&] { model.process(unchanged, in.data(), 0); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 2, 1); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<Failure>([&] { model.process(unchanged, in.data(), 0); }), "ippStsSizeErr");
 }
 
 TEST(SpeakerModel, AMaskMustNameAsManySpeakersAsThereAreChannels)
 {
     const std::string text = "quorel::SpeakerPath<2,float>::SpeakerPath: number of active channels in channelMask "
                              "does not match CH_IN";
-    EXPECT_EQ(failureOf([] { SpeakerModel(2, 0x1, 480, 48000, plainTables()); }), text);
-    EXPECT_EQ(failureOf([] { SpeakerModel(2, 0xFF, 480, 48000, plainTables()); }), text);
-    EXPECT_EQ(failureOf([] { SpeakerModel(2, 0x43, 480, 48000, plainTables()); }), "");
-    EXPECT_EQ(failureOf([] { SpeakerModel(2, 0x3, 1073, 48000, plainTables()); }),
+    EXPECT_EQ(failureText<Failure>([] { SpeakerModel(2, 0x1, 480, 48000, plainTables()); }), text);
+    EXPECT_EQ(failureText<Failure>([] { SpeakerModel(2, 0xFF, 480, 48000, plainTables()); }), text);
+    EXPECT_EQ(failureText<Failure>([] { SpeakerModel(2, 0x43, 480, 48000, plainTables()); }), "");
+    EXPECT_EQ(failureText<Failure>([] { SpeakerModel(2, 0x3, 1073, 48000, plainTables()); }),
               "DelayLine: Length of delayLineBuffer is too short");
-    EXPECT_EQ(failureOf([] { SpeakerModel(2, 0x3, 1072, 48000, plainTables()); }), "");
+    EXPECT_EQ(failureText<Failure>([] { SpeakerModel(2, 0x3, 1072, 48000, plainTables()); }), "");
 }
 
 } // namespace

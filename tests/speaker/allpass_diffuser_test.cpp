@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/allpass_diffuser.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -25,17 +27,6 @@ Buffer<float, 12> impulse(std::uint64_t n)
         buffer.channel(c)[0] = 1.0F;
     buffer.setSize(n);
     return buffer;
-}
-
-template <class Failing>
-std::int32_t kernelStatus(Failing&& failing)
-{
-    try {
-        failing();
-    } catch (const ipps::Error& failure) {
-        return failure.status;
-    }
-    return 0;
 }
 
 // The closed form: y[0] = g, y[k*d] = (1 - g^2) * (-g)^(k-1), zero elsewhere.
@@ -121,14 +112,14 @@ TEST(AllpassDiffuser, AnEmptyBlockIsTheKernelsSizeError)
     AllpassDiffuser diffuser(delays, equal(0.72F));
     const Buffer<float, 12> in(16);
     Buffer<float, 12> out(16);
-    EXPECT_EQ(kernelStatus([&] { diffuser.process(in, out); }), -6);
+    EXPECT_EQ(failureStatus([&] { diffuser.process(in, out); }), -6);
 }
 
 TEST(AllpassDiffuser, ADelayOfNothingIsTheKernelsPositionError)
 {
     auto none = delays;
     none[5] = 0;
-    EXPECT_EQ(kernelStatus([&] { AllpassDiffuser(none, equal(0.72F)); }), -194);
+    EXPECT_EQ(failureStatus([&] { AllpassDiffuser(none, equal(0.72F)); }), -194);
 }
 
 TEST(AllpassDiffuser, AMovedDiffuserRunsOnWithItsHistories)

@@ -3,22 +3,12 @@
 
 #include "speaker/fdn_tables.h"
 #include "tests/speaker/cases.h"
+#include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
 
 namespace quorel {
 namespace {
-
-template <class Failing>
-std::int32_t kernelStatus(Failing&& failing)
-{
-    try {
-        failing();
-    } catch (const ipps::Error& failure) {
-        return failure.status;
-    }
-    return 0;
-}
 
 // Noise in blocks of several lengths, against the sections one after the other in double precision on the same taps.
 TEST(CascadeBank, TheLineFiltersSignalToErrorIsAbove120dB)
@@ -56,10 +46,10 @@ TEST(CascadeBank, TapsThatTheKernelRefusesBuildNone)
     auto close = fdnLineFilters;
     close[11][4] = -1.99F;
     close[11][5] = 0.991F;
-    EXPECT_EQ(kernelStatus([&] { CascadeBank{close}; }), ippStsCoeffErr);
+    EXPECT_EQ(failureStatus([&] { CascadeBank{close}; }), ippStsCoeffErr);
     auto zero = fdnLineFilters;
     zero[3][9] = 0.0F;
-    EXPECT_EQ(kernelStatus([&] { CascadeBank{zero}; }), ippStsDivByZeroErr);
+    EXPECT_EQ(failureStatus([&] { CascadeBank{zero}; }), ippStsDivByZeroErr);
 }
 
 TEST(CascadeBank, ABlockBeyondTheOutputsCapacityFails)
@@ -79,7 +69,7 @@ TEST(CascadeBank, AnEmptyBlockIsTheKernelsSizeError)
     CascadeBank bank(fdnLineFilters);
     const Buffer<float, lineCount> in(16);
     Buffer<float, lineCount> out(16);
-    EXPECT_EQ(kernelStatus([&] { bank.process(in, out); }), ippStsSizeErr);
+    EXPECT_EQ(failureStatus([&] { bank.process(in, out); }), ippStsSizeErr);
 }
 
 TEST(CascadeBank, AMovedOneRunsOnAndLeavesNothing)
@@ -95,7 +85,7 @@ TEST(CascadeBank, AMovedOneRunsOnAndLeavesNothing)
     whole.process(in, wanted);
     for (std::size_t l = 0; l < lineCount; ++l)
         EXPECT_TRUE(std::equal(out.channel(l), out.channel(l) + 16, wanted.channel(l)));
-    EXPECT_EQ(kernelStatus([&] { first.process(in, out); }), ippStsNullPtrErr); // NOLINT(bugprone-use-after-move): the test
+    EXPECT_EQ(failureStatus([&] { first.process(in, out); }), ippStsNullPtrErr); // NOLINT(bugprone-use-after-move): the test
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 
 #include "core/buffer.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,22 +14,8 @@
 #include <cstdint>
 #include <random>
 #include <string>
-#include <typeinfo>
 
 namespace quorel {
-
-// The text of the failure that `act` ends with, whose type must be E itself; empty when there is none.
-template <class E, class Act>
-std::string failureText(Act act)
-{
-    try {
-        act();
-    } catch (const std::exception& failure) {
-        EXPECT_EQ(typeid(failure), typeid(E)) << failure.what();
-        return failure.what();
-    }
-    return {};
-}
 
 // body.template operator()<N>() for N of 1 to 8.
 template <class Body>

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/delay_line.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,19 +20,6 @@ namespace quorel {
 namespace {
 
 constexpr std::size_t lines = lineCount;
-
-// The text of the exception that `action` throws, which must be exactly of type E.
-template <typename E, typename Action>
-std::string textOf(Action&& action)
-{
-    try {
-        action();
-    } catch (const std::exception& error) {
-        EXPECT_EQ(typeid(error), typeid(E)) << error.what();
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 struct Design {
     DelayLine::Lengths tapLeft{};
@@ -265,13 +254,13 @@ const std::string tooShort = "DelayLine: Length of delayLineBuffer is too short"
 TEST(DelayLine, NoLineMayBeShorterThanTheLargestBlock)
 {
     EXPECT_NO_THROW(roomy(1072).build());
-    EXPECT_EQ(textOf<std::invalid_argument>([] { roomy(1073).build(); }), tooShort);
+    EXPECT_EQ(failureText<std::invalid_argument>([] { roomy(1073).build(); }), tooShort);
     for (std::size_t l = 0; l < lines; ++l) {
         Design design = roomy(480);
         design.lineLength[l] = 480;
         EXPECT_NO_THROW(design.build()) << l;
         design.lineLength[l] = 479;
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
     }
 }
 
@@ -282,7 +271,7 @@ TEST(DelayLine, NoLineMayBeShorterThanItsLeftTap)
         design.tapLeft[l] = design.lineLength[l];
         EXPECT_NO_THROW(design.build()) << l;
         ++design.tapLeft[l];
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
     }
 }
 
@@ -293,7 +282,7 @@ TEST(DelayLine, NoLineMayBeShorterThanItsRightTap)
         design.tapRight[l] = design.lineLength[l];
         EXPECT_NO_THROW(design.build()) << l;
         ++design.tapRight[l];
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { design.build(); }), tooShort) << l;
     }
 }
 
@@ -302,7 +291,7 @@ TEST(DelayLine, ChecksEveryLineBeforeItAllocatesAny)
     Design design = roomy(480);
     design.lineLength[0] = std::uint64_t{1} << 62; // more than any memory
     design.tapLeft[11] = design.lineLength[11] + 1;
-    EXPECT_EQ(textOf<std::invalid_argument>([&] { design.build(); }), tooShort);
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { design.build(); }), tooShort);
 }
 
 // Runs some blocks, lets `attempt` fail, and runs some more: nothing may have changed in between.
@@ -328,8 +317,8 @@ TEST(DelayLine, ReadRefusesMoreFramesThanTheOutputHolds)
         Buffer<float, lines> small(400);
         small.setSize(3);
         const std::string text = "DelayLine: out buffer too small";
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.read(small, 401); }), text);
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.read(small, 481); }), text); // the first test to fail
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.read(small, 401); }), text);
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.read(small, 481); }), text); // the first test to fail
         EXPECT_EQ(small.size(), 3U);
     });
 }
@@ -338,15 +327,16 @@ TEST(DelayLine, ReadRefusesMoreFramesThanTheLargestBlock)
 {
     expectUnchanged(470, [](Trial& trial) {
         Buffer<float, lines> out(470); // rounded up to 480
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.read(out, 471); }), "DelayLine: internal buffer too small");
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.read(out, 471); }), "DelayLine: internal buffer too small");
         EXPECT_EQ(out.size(), 0U);
     });
 }
 
 TEST(DelayLine, ReadOfNothingFailsInTheKernel)
 {
-    expectUnchanged(
-        480, [](Trial& trial) { EXPECT_EQ(textOf<ipps::Error>([&] { trial.line.read(trial.lineOut, 0); }), "ippStsSizeErr"); });
+    expectUnchanged(480, [](Trial& trial) {
+        EXPECT_EQ(failureText<ipps::Error>([&] { trial.line.read(trial.lineOut, 0); }), "ippStsSizeErr");
+    });
 }
 
 TEST(DelayLine, WriteRefusesMoreFramesThanTheStereoOutputHolds)
@@ -357,7 +347,7 @@ TEST(DelayLine, WriteRefusesMoreFramesThanTheStereoOutputHolds)
         small.setSize(3);
         for (const std::uint64_t n : {401U, 481U}) { // the second would fail the next test as well
             trial.in.setSize(n);
-            EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.write(trial.in, small); }),
+            EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.write(trial.in, small); }),
                       "DelayLine: stereoOut buffer too small");
         }
         EXPECT_EQ(small.size(), 3U);
@@ -369,7 +359,7 @@ TEST(DelayLine, WriteRefusesMoreFramesThanTheLargestBlock)
 {
     expectUnchanged(470, [](Trial& trial) {
         trial.in.setSize(471);
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.write(trial.in, trial.stereoOut); }),
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.write(trial.in, trial.stereoOut); }),
                   "DelayLine: internal buffer too small");
     });
 }
@@ -378,7 +368,7 @@ TEST(DelayLine, WriteRefusesAnEmptyBlock)
 {
     expectUnchanged(480, [](Trial& trial) {
         trial.in.setSize(0);
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { trial.line.write(trial.in, trial.stereoOut); }),
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { trial.line.write(trial.in, trial.stereoOut); }),
                   "DelayLine: in buffer empty");
     });
 }
@@ -395,8 +385,8 @@ TEST(DelayLine, MovesWithItsStateAndNeverCopies)
         trial.block(300, next);
     DelayLine first = std::move(trial.line);
     const std::string text = "Buffer not initialized";
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { trial.line.read(trial.lineOut, 16); }), text);
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { trial.line.write(trial.in, trial.stereoOut); }), text);
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { trial.line.read(trial.lineOut, 16); }), text);
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { trial.line.write(trial.in, trial.stereoOut); }), text);
     trial.line = std::move(first);
     for (int block = 0; block < 5; ++block)
         trial.block(300, next);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/delay.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,19 +17,6 @@
 
 namespace quorel {
 namespace {
-
-// The text of the exception that `action` throws, which must be exactly of type E.
-template <typename E, typename Action>
-std::string textOf(Action&& action)
-{
-    try {
-        action();
-    } catch (const std::exception& error) {
-        EXPECT_EQ(typeid(error), typeid(E)) << error.what();
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 // Frame t of channel c, never 0.
 float sample(std::size_t c, std::uint64_t t)
@@ -103,7 +92,7 @@ TEST(Delay, ABlockOfExactlyTheDelaysLengthFails)
     Stream<1> stream;
     for (int repetition = 0; repetition < 2; ++repetition) {
         stream.fill(48);
-        EXPECT_EQ(textOf<ipps::Error>([&] { delay.process(stream.in, stream.out); }), "ippStsSizeErr");
+        EXPECT_EQ(failureText<ipps::Error>([&] { delay.process(stream.in, stream.out); }), "ippStsSizeErr");
         EXPECT_EQ(stream.out.size(), 0U);
     }
     stream.expectBlock(delay, 47, {48});
@@ -116,7 +105,7 @@ TEST(Delay, AFailedBlockAdvancesTheChannelsBelowAndNoOther)
     Stream<3> stream;
     stream.expectBlock(delay, 32, {64, 48, 64});
     stream.fill(48);
-    EXPECT_EQ(textOf<ipps::Error>([&] { delay.process(stream.in, stream.out); }), "ippStsSizeErr");
+    EXPECT_EQ(failureText<ipps::Error>([&] { delay.process(stream.in, stream.out); }), "ippStsSizeErr");
     EXPECT_EQ(stream.out.size(), 32U); // of the block before
     for (std::uint64_t i = 0; i < 48; ++i) {
         EXPECT_EQ(stream.out.channel(0)[i], delayed(0, 32 + i, 64));
@@ -198,7 +187,7 @@ TEST(Delay, RefusesMoreFramesThanTheOutputHoldsAndChangesNothing)
     Buffer<float, 1> small(16);
     small.setSize(5);
     stream.fill(17);
-    EXPECT_EQ(textOf<std::invalid_argument>([&] { delay.process(stream.in, small); }), "Delay: out buffer too small");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { delay.process(stream.in, small); }), "Delay: out buffer too small");
     EXPECT_EQ(small.size(), 5U);
     EXPECT_EQ(small.channel(0)[0], 0.0F);
     stream.expectBlock(delay, 100, {48});
@@ -211,7 +200,7 @@ TEST(Delay, RefusesAnEmptyBlockAndChangesNothing)
     stream.expectBlock(delay, 30, {48});
     for (const std::uint64_t size : {0U, 20U, 32U}) { // up to the whole history
         stream.in.setSize(size);
-        EXPECT_EQ(textOf<std::invalid_argument>([&] { delay.process(stream.in, stream.out); }), "Delay: in buffer empty");
+        EXPECT_EQ(failureText<std::invalid_argument>([&] { delay.process(stream.in, stream.out); }), "Delay: in buffer empty");
         EXPECT_EQ(stream.out.size(), 30U);
     }
     stream.expectBlock(delay, 100, {48});
@@ -219,7 +208,7 @@ TEST(Delay, RefusesAnEmptyBlockAndChangesNothing)
 
 TEST(Delay, ADelayOfNothingCannotBeBuilt)
 {
-    EXPECT_EQ(textOf<UninitializedBuffer>([] { delayOf(0); }), "Buffer not initialized");
+    EXPECT_EQ(failureText<UninitializedBuffer>([] { delayOf(0); }), "Buffer not initialized");
 }
 
 TEST(Delay, MovesWithItsStateAndNeverCopies)
@@ -233,7 +222,7 @@ TEST(Delay, MovesWithItsStateAndNeverCopies)
     auto second = std::move(first);
     stream.expectBlock(second, 100, {48});
     stream.fill(10);
-    EXPECT_EQ(textOf<UninitializedBuffer>([&] { first.process(stream.in, stream.out); }), "Buffer not initialized");
+    EXPECT_EQ(failureText<UninitializedBuffer>([&] { first.process(stream.in, stream.out); }), "Buffer not initialized");
 }
 
 } // namespace

@@ -1,27 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/direct_path.h"
 
+#include "tests/support/noise.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 namespace quorel {
 namespace {
-
-std::vector<float> noise(std::size_t n, unsigned seed)
-{
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> level(-1.0F, 1.0F);
-    std::vector<float> x(n);
-    for (float& sample : x)
-        sample = level(random);
-    return x;
-}
 
 // The packed spectrum of an impulse of the given level at tap 0.
 std::vector<float> impulse(float level)

@@ -8,6 +8,7 @@
 #include "tests/model/agreement.h"
 #include "tests/model/session.h"
 #include "tests/model/speaker_model.h"
+#include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
 
@@ -62,18 +63,6 @@ void deliver(const model::RecordFields& fields, SettingsRecord& record)
     record.hrtfData = fields.hrtfData;
 }
 
-// The text with which a piece of work fails, empty when it passes.
-template <typename Work>
-std::string failureOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "";
-}
-
 // Runs all variants beside the model over one session of `frames` frames.
 void compare(std::uint32_t mask, const model::SessionOptions& options, std::size_t frames)
 {
@@ -92,13 +81,13 @@ void compare(std::uint32_t mask, const model::SessionOptions& options, std::size
         session.next();
         const auto n = session.frames();
         model::Signal expected;
-        const std::string failure = failureOf([&] { expected = reference.process(session.fields(), session.samples(), n); });
+        const std::string failure = failureText([&] { expected = reference.process(session.fields(), session.samples(), n); });
         for (Candidate& candidate : candidates) {
             const kernels::ForcedVariant forced(*candidate.variant);
             std::vector<float> in(session.samples(), session.samples() + n * options.channels);
             out.assign(n * 8 + 8, 0.0F);
             deliver(session.fields(), *candidate.path->settings());
-            ASSERT_EQ(failureOf([&] { candidate.path->process(in.data(), n, out.data(), n); }), failure)
+            ASSERT_EQ(failureText([&] { candidate.path->process(in.data(), n, out.data(), n); }), failure)
                 << candidate.variant->name << " at frame " << done << ", block of " << n;
             if (failure.empty())
                 candidate.agreement.add(expected, out.data(), 2, 8);

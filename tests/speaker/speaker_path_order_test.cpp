@@ -6,6 +6,7 @@
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
 #include "tests/speaker/cases.h"
+#include "tests/support/noise.h"
 
 #include <cmath>
 #include <numbers>
@@ -48,15 +49,6 @@ struct Centre {
 
     SpeakerPath<1, float> path{0x4, frames, 48000};
 };
-
-std::vector<float> noise(std::uint32_t seed, float scale, std::size_t n = frames)
-{
-    Noise level(seed);
-    std::vector<float> x(n);
-    for (float& sample : x)
-        sample = scale * level();
-    return x;
-}
 
 std::vector<float> times(std::vector<float> x, float factor)
 {
@@ -101,7 +93,7 @@ TEST(SpeakerPathSwitches, WithoutTheConvolverTheRoomAloneIsHeard)
     Centre room(1, 170);
     Centre twin(1, 170);
     for (Centre* each : {&room, &twin})
-        each->process(noise(1, 0.1F)); // so that the bus holds something
+        each->process(normalNoise(frames, 0.1F, 1)); // so that the bus holds something
     room.path.steps().direct = false;
     const std::vector<float> silentSet(2 * 1024);
     twin.path.settings().hrtfId = 1;
@@ -110,7 +102,7 @@ TEST(SpeakerPathSwitches, WithoutTheConvolverTheRoomAloneIsHeard)
     twin.path.settings().hrtfData = silentSet.data();
     twin.deliver();
     for (const std::size_t n : {std::size_t{480}, std::size_t{100}, std::size_t{480}}) {
-        const auto in = noise(2, 0.1F, n);
+        const auto in = normalNoise(n, 0.1F, 2);
         const auto heard = room.process(in);
         EXPECT_EQ(heard, twin.process(in));
         EXPECT_GT(energy(heard), 1e-4);
@@ -120,10 +112,10 @@ TEST(SpeakerPathSwitches, WithoutTheConvolverTheRoomAloneIsHeard)
 TEST(SpeakerPathSwitches, WithoutConvolverAndRoomThereIsSilence)
 {
     Centre path(1, 0);
-    path.process(noise(1, 0.1F));
+    path.process(normalNoise(frames, 0.1F, 1));
     path.path.steps().direct = false;
     for (const std::size_t n : {std::size_t{480}, std::size_t{99}})
-        EXPECT_EQ(path.process(noise(2, 0.1F, n)), std::vector<float>(2 * n));
+        EXPECT_EQ(path.process(normalNoise(n, 0.1F, 2)), std::vector<float>(2 * n));
 }
 
 TEST(SpeakerPathSwitches, WithoutTheEqualiserAChangeWaitsAndNothingIsBent)
@@ -133,7 +125,7 @@ TEST(SpeakerPathSwitches, WithoutTheEqualiserAChangeWaitsAndNothingIsBent)
     path.path.settings().EQBand.fill(127);
     path.deliver();
     for (std::uint32_t block = 0; block < 3; ++block) {
-        const auto in = noise(block, 0.05F);
+        const auto in = normalNoise(frames, 0.05F, block);
         const auto out = path.process(in);
         for (std::size_t i = 0; i < frames; ++i)
             for (std::size_t ear = 0; ear < 2; ++ear)
@@ -141,7 +133,7 @@ TEST(SpeakerPathSwitches, WithoutTheEqualiserAChangeWaitsAndNothingIsBent)
         EXPECT_TRUE(path.path.wantedEqualizer().changed);
     }
     path.path.steps().equalizer = true;
-    path.process(noise(4, 0.05F));
+    path.process(normalNoise(frames, 0.05F, 4));
     EXPECT_FALSE(path.path.wantedEqualizer().changed);
 }
 
@@ -186,11 +178,11 @@ TEST(SpeakerPathFades, AChangedReverbGoesAlongHalfACosineAndThenStands)
     Centre changed(1, 100);
     for (Centre* each : {&before, &after, &changed}) {
         each->path.steps().equalizer = false;
-        each->process(noise(5, 0.02F));
+        each->process(normalNoise(frames, 0.02F, 5));
     }
     changed.path.settings().Reverb = 200;
     changed.deliver();
-    const auto in = noise(6, 0.02F);
+    const auto in = normalNoise(frames, 0.02F, 6);
     const auto old = before.process(in);
     const auto fresh = after.process(in);
     const auto faded = changed.process(in);
@@ -203,7 +195,7 @@ TEST(SpeakerPathFades, AChangedReverbGoesAlongHalfACosineAndThenStands)
         // A dozen roundings of samples below 0.25; the ramp itself is right to 2e-7.
         ASSERT_NEAR(double{faded[k]}, (1.0 - up) * double{old[k]} + up * double{fresh[k]}, 12 * 0.25 * 0x1p-24) << k;
     }
-    const auto next = noise(7, 0.02F);
+    const auto next = normalNoise(frames, 0.02F, 7);
     EXPECT_EQ(changed.process(next), after.process(next));
 }
 
@@ -220,7 +212,7 @@ TEST(SpeakerPathFades, AChangedBandGoesToACurveThatStartsFromSilence)
             both.insert(both.end(), {0.5F * sample, 0.5F * sample});
         return rows(both);
     };
-    const auto first = noise(8, 0.02F);
+    const auto first = normalNoise(frames, 0.02F, 8);
     path.process(first);
     old.process(halves(first), warm);
 
@@ -228,7 +220,7 @@ TEST(SpeakerPathFades, AChangedBandGoesToACurveThatStartsFromSilence)
     path.path.settings().EQBand[6] = -127;
     path.deliver();
     fresh.design({6, 0, 0, 0, 0, 0, -6, 0, 0});
-    const auto second = noise(9, 0.02F);
+    const auto second = normalNoise(frames, 0.02F, 9);
     const auto faded = path.process(second);
     old.process(halves(second), warm);
     fresh.process(halves(second), bent);
@@ -238,7 +230,7 @@ TEST(SpeakerPathFades, AChangedBandGoesToACurveThatStartsFromSilence)
             ASSERT_NEAR(double{faded[2 * i + ear]}, 0.8 * mixed, 12 * 0.25 * 0x1p-24) << i;
         }
 
-    const auto third = noise(10, 0.02F);
+    const auto third = normalNoise(frames, 0.02F, 10);
     const auto settled = path.process(third);
     fresh.process(halves(third), bent);
     for (std::size_t i = 0; i < frames; ++i)
@@ -256,7 +248,7 @@ TEST(SpeakerPathOrder, TheRoomHearsTheRawInputAndJoinsBehindTheFirstLimiter)
         for (Centre* each : {&wet, &dry})
             each->path.steps().equalizer = each->path.steps().compressor = false;
         for (std::uint32_t block = 0; block < 3; ++block) {
-            const auto in = noise(block, scale);
+            const auto in = normalNoise(frames, scale, block);
             const auto with = wet.process(in);
             const auto without = dry.process(in);
             for (std::size_t k = 0; k < with.size(); ++k)
@@ -275,7 +267,7 @@ TEST(SpeakerPathOrder, TheRoomHearsTheRawInputAndJoinsBehindTheFirstLimiter)
 TEST(SpeakerPathOrder, InATransitionTheFirstLimiterGoesOnFromTheDirectSignal)
 {
     // Required: one set of envelopes runs over the direct signal and then over the down-mix of the same block.
-    const auto in = noise(11, 2.0F);
+    const auto in = normalNoise(frames, 2.0F, 11);
     Centre soft(1, 0);
     soft.path.steps().equalizer = soft.path.steps().compressor = false;
     const auto direct = times(soft.process(times(in, 0x1p-6F)), 0x1p6F / 0.8F); // what the limiter is given

@@ -4,13 +4,13 @@
 #include "speaker/compressor_tables.h"
 #include "speaker/hrtf_tables.h"
 #include "speaker/speaker_tables.h"
+#include "tests/support/noise.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -64,15 +64,6 @@ public:
     std::size_t channels;
     SignalPath path;
 };
-
-std::vector<float> noise(std::size_t samples, unsigned seed, float peak = 0.05F)
-{
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> level(-peak, peak);
-    std::vector<float> x(samples);
-    std::generate(x.begin(), x.end(), [&] { return level(random); });
-    return x;
-}
 
 double energy(const std::vector<float>& x)
 {
@@ -150,7 +141,7 @@ TEST(SpeakerPath, AnEmptyBlockLeavesAPendingChangeToTheNextBlock)
         each->deliver();
     }
     rig.silence(0);
-    const auto in = noise(8 * 480, 5);
+    const auto in = noise(8 * 480, 5, 0.05F);
     EXPECT_EQ(rig.process(in), twin.process(in));
 }
 
@@ -274,7 +265,7 @@ TEST(SpeakerPath, AStereoMaskDelaysTheRoomBy48Frames)
 TEST(SpeakerPath, ABlankFirstRecordFadesToTheDownmix)
 {
     Rig rig;
-    const auto in = noise(8 * 480, 1);
+    const auto in = noise(8 * 480, 1, 0.05F);
     const auto first = rig.process(in); // record all zero: Settings 0
     Rig on;
     on.settings().Settings = 1;
@@ -299,7 +290,7 @@ TEST(SpeakerPath, WithTheEffectOffASmallSignalLeavesAsDownmixTimes08)
 {
     Rig rig;
     settle(rig, 0);
-    const auto in = noise(8 * 480, 2);
+    const auto in = noise(8 * 480, 2, 0.05F);
     const auto out = rig.process(in);
     for (std::size_t i = 0; i < 480; ++i) {
         double left = 0.0;
@@ -368,7 +359,7 @@ TEST(SpeakerPath, AChangedBandFadesForOneBlock)
         settle(*each, 1);
     rig.settings().EQBand[4] = 127;
     rig.deliver();
-    const auto in = noise(8 * 480, 3);
+    const auto in = noise(8 * 480, 3, 0.05F);
     const auto changed = rig.process(in);
     const auto flat = twin.process(in);
     // At the first frame the old curve stands alone; the ramp starts at exactly 0.
@@ -384,7 +375,7 @@ TEST(SpeakerPath, AChangedBandFadesForOneBlock)
     third.deliver();
     third.process(in);
     rig.deliver();
-    const auto more = noise(8 * 480, 4);
+    const auto more = noise(8 * 480, 4, 0.05F);
     const auto whole = rig.process(more);
     auto halves = third.process({more.begin(), more.begin() + 8 * 240});
     const auto second = third.process({more.begin() + 8 * 240, more.end()});
@@ -430,7 +421,7 @@ TEST(SpeakerPath, TwoRecordsOfOneSequenceAreTranslatedOnce)
     rig.settings().applied = 0; // the sequence stays
     Rig twin;
     settle(twin, 1);
-    const auto in = noise(8 * 480, 3);
+    const auto in = noise(8 * 480, 3, 0.05F);
     EXPECT_EQ(rig.process(in), twin.process(in));
     EXPECT_EQ(rig.settings().applied, 1);
 }
@@ -443,7 +434,7 @@ TEST(SpeakerPath, ARecordOfTheSequenceBeforeTheFirstIsNotTranslated)
     rig.settings().Settings = 0;
     Rig twin;
     twin.settings().applied = 1; // no record at all
-    const auto in = noise(8 * 480, 3);
+    const auto in = noise(8 * 480, 3, 0.05F);
     EXPECT_EQ(rig.process(in), twin.process(in));
     EXPECT_EQ(rig.settings().applied, 1);
 }
@@ -510,7 +501,7 @@ TEST(SpeakerPath, ADeliveredSetTakesEffectInTheSameBlockWithoutAFade)
     settle(rig, 1);
     const auto set = impulses(8, 0.0F, 1.0F);
     deliverResponses(rig, 1, set, 8);
-    const auto in = noise(8 * 480, 6);
+    const auto in = noise(8 * 480, 6, 0.05F);
     const auto out = rig.process(in);
     for (std::size_t i = 0; i < 480; ++i) {
         double sum = 0.0;
@@ -557,7 +548,7 @@ TEST(SpeakerPath, OtherDataUnderTheSameIdLeavesTheResponsesAlone)
     deliverResponses(rig, 3, set, 8);
     rig.silence(480);
     deliverResponses(rig, 3, other, 8);
-    EXPECT_GT(energy(rig.process(noise(8 * 480, 7))), 1e-3);
+    EXPECT_GT(energy(rig.process(noise(8 * 480, 7, 0.05F))), 1e-3);
 }
 
 // --- The limiter -----------------------------------------------------------------------------------------------------

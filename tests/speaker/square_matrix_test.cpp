@@ -1,22 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/square_matrix.h"
 
+#include "tests/support/failure.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
 namespace quorel {
 namespace {
-
-std::string textOf(auto&& failing)
-{
-    try {
-        failing();
-    } catch (const std::invalid_argument& failure) {
-        return failure.what();
-    }
-    return "no std::invalid_argument";
-}
 
 TEST(SquareMatrix, EntriesStandWhereTheListsPutThem)
 {
@@ -41,24 +33,24 @@ TEST(SquareMatrix, AnEmptyListMakesAnEmptyMatrix)
 {
     const SquareMatrix matrix(std::initializer_list<std::initializer_list<double>>{});
     EXPECT_EQ(matrix.order(), 0U);
-    EXPECT_EQ(textOf([&] { static_cast<void>(matrix(0, 0)); }), "SquareMatrix: index out of bounds");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { static_cast<void>(matrix(0, 0)); }), "SquareMatrix: index out of bounds");
 }
 
 TEST(SquareMatrix, ARowOfAnotherLengthFails)
 {
     const auto text = "SquareMatrix: initializer list must be square";
-    EXPECT_EQ(textOf([] { SquareMatrix({{1, 2}, {3}}); }), text);
-    EXPECT_EQ(textOf([] { SquareMatrix({{1, 2, 3}, {4, 5, 6}}); }), text);
-    EXPECT_EQ(textOf([] { SquareMatrix({{}}); }), text);
+    EXPECT_EQ(failureText<std::invalid_argument>([] { SquareMatrix({{1, 2}, {3}}); }), text);
+    EXPECT_EQ(failureText<std::invalid_argument>([] { SquareMatrix({{1, 2, 3}, {4, 5, 6}}); }), text);
+    EXPECT_EQ(failureText<std::invalid_argument>([] { SquareMatrix({{}}); }), text);
 }
 
 TEST(SquareMatrix, ARowAtTheOrderIsOutOfBounds)
 {
     SquareMatrix matrix = {{1, 2}, {3, 4}};
     const SquareMatrix& fixed = matrix;
-    EXPECT_EQ(textOf([&] { static_cast<void>(fixed(2, 0)); }), "SquareMatrix: index out of bounds");
-    EXPECT_EQ(textOf([&] { matrix(2, 0) = 1; }), "SquareMatrix: index out of bounds");
-    EXPECT_EQ(textOf([&] { matrix(~std::uint64_t{0}, 0) = 1; }), "SquareMatrix: index out of bounds");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { static_cast<void>(fixed(2, 0)); }), "SquareMatrix: index out of bounds");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { matrix(2, 0) = 1; }), "SquareMatrix: index out of bounds");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { matrix(~std::uint64_t{0}, 0) = 1; }), "SquareMatrix: index out of bounds");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "stages/biquad.h"
 
 #include "speaker/fdn_tables.h"
+#include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
 
@@ -34,28 +35,6 @@ Buffer<float, C> impulse(std::uint64_t n)
         buffer.channel(c)[0] = 1.0F;
     buffer.setSize(n);
     return buffer;
-}
-
-template <class Failing>
-std::string invalidArgument(Failing&& failing)
-{
-    try {
-        failing();
-    } catch (const std::invalid_argument& failure) {
-        return failure.what();
-    }
-    return "no std::invalid_argument";
-}
-
-template <class Failing>
-std::int32_t kernelStatus(Failing&& failing)
-{
-    try {
-        failing();
-    } catch (const ipps::Error& failure) {
-        return failure.status;
-    }
-    return 0;
 }
 
 // Every instance: channel counts 1 to 8 and 12, both widths of taps.
@@ -214,7 +193,7 @@ TEST(Biquad, ABlockBeyondTheOutputsCapacityFails)
     biquad.setCoefficients(taps<float>(smoothing));
     const auto in = impulse<2>(17);
     Buffer<float, 2> out(16);
-    EXPECT_EQ(invalidArgument([&] { biquad.process(in, out); }), "Biquad: out buffer too small");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { biquad.process(in, out); }), "Biquad: out buffer too small");
     EXPECT_EQ(out.size(), 0U);
 }
 
@@ -233,9 +212,9 @@ TEST(Biquad, RunningBeforeTheTapsAreSetFailsEvenOnAnEmptyBlock)
     Biquad<2> biquad(1);
     Buffer<float, 2> in(16);
     Buffer<float, 2> out(16);
-    EXPECT_EQ(invalidArgument([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
     in.setSize(16);
-    EXPECT_EQ(invalidArgument([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
 }
 
 TEST(Biquad, TheSizeIsTestedBeforeTheTaps)
@@ -243,7 +222,7 @@ TEST(Biquad, TheSizeIsTestedBeforeTheTaps)
     Biquad<2> biquad(1);
     const auto in = impulse<2>(17);
     Buffer<float, 2> out(16);
-    EXPECT_EQ(invalidArgument([&] { biquad.process(in, out); }), "Biquad: out buffer too small");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { biquad.process(in, out); }), "Biquad: out buffer too small");
 }
 
 TEST(Biquad, AnEmptyBlockIsTheKernelsSizeError)
@@ -252,22 +231,22 @@ TEST(Biquad, AnEmptyBlockIsTheKernelsSizeError)
     biquad.setCoefficients(taps<float>(smoothing));
     const Buffer<float, 2> in(16);
     Buffer<float, 2> out(16);
-    EXPECT_EQ(kernelStatus([&] { biquad.process(in, out); }), -6);
+    EXPECT_EQ(failureStatus([&] { biquad.process(in, out); }), -6);
 }
 
 TEST(Biquad, TapsForAnotherSectionCountFail)
 {
     Biquad<2> biquad(2);
     const auto five = std::vector<float>(5, 1.0F);
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(taps<float>(smoothing)); }), -25);
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(std::vector<float>{}); }), -25);
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(std::vector<float>(11, 1.0F)); }), -25);
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(std::vector<float>(13, 1.0F)); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(taps<float>(smoothing)); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(std::vector<float>{}); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(std::vector<float>(11, 1.0F)); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(std::vector<float>(13, 1.0F)); }), -25);
 }
 
 TEST(Biquad, NoSectionsCannotBeBuilt)
 {
-    EXPECT_EQ(kernelStatus([] { Biquad<2>(0); }), -25);
+    EXPECT_EQ(failureStatus([] { Biquad<2>(0); }), -25);
 }
 
 TEST(Biquad, AZeroLeadingTapIsTheKernelsDivisionByZero)
@@ -275,22 +254,22 @@ TEST(Biquad, AZeroLeadingTapIsTheKernelsDivisionByZero)
     Biquad<1> biquad(1);
     auto zero = taps<float>(smoothing);
     zero[3] = 0.0F;
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(zero); }), -10);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(zero); }), -10);
     zero = taps<float>(smoothing);
     zero[0] = 0.0F;
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(zero); }), -10);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(zero); }), -10);
 }
 
 TEST(Biquad, AListThatFailsOnChannelOneLeavesChannelZeroSetAndTheBiquadUninitialised)
 {
     Biquad<2> biquad(1);
     const std::array<std::vector<float>, 2> half = {taps<float>(smoothing), std::vector<float>(5, 1.0F)};
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(half); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(half); }), -25);
     EXPECT_EQ(biquad.coefficients(0), half[0]);
     EXPECT_TRUE(biquad.coefficients(1).empty());
     const auto in = impulse<2>(16);
     Buffer<float, 2> out(16);
-    EXPECT_EQ(invalidArgument([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { biquad.process(in, out); }), "Biquad: coefficients not initialized");
 }
 
 TEST(Biquad, AListThatFailsOnChannelOneLeavesAnInitialisedBiquadRunning)
@@ -298,7 +277,7 @@ TEST(Biquad, AListThatFailsOnChannelOneLeavesAnInitialisedBiquadRunning)
     Biquad<2> biquad(1);
     biquad.setCoefficients(taps<float>(smoothing));
     const std::array<std::vector<float>, 2> half = {taps<float>(doubled), std::vector<float>(5, 1.0F)};
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(half); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(half); }), -25);
     const auto in = impulse<2>(16);
     Buffer<float, 2> out(16);
     biquad.process(in, out);
@@ -319,7 +298,7 @@ TEST(Biquad, AListThatFailsLeavesTheHistoriesThatItDidNotReach)
     std::array<std::vector<float>, 12> lists;
     lists.fill(both);
     lists[5].pop_back();
-    EXPECT_EQ(kernelStatus([&] { biquad.setCoefficients(lists); }), -25);
+    EXPECT_EQ(failureStatus([&] { biquad.setCoefficients(lists); }), -25);
     block.clear();
     biquad.process(block, out);
     for (std::size_t c = 0; c < 12; ++c)
@@ -339,7 +318,7 @@ TEST(Biquad, AMovedBiquadRunsOnWithItsHistory)
     block.clear();
     second.process(block, out);
     EXPECT_NEAR(static_cast<double>(out.channel(1)[0]), 0.25 * std::pow(0.75, 5), 1e-8);
-    EXPECT_EQ(kernelStatus([&] { first.process(block, out); }), -8); // NOLINT(bugprone-use-after-move): that is the test
+    EXPECT_EQ(failureStatus([&] { first.process(block, out); }), -8); // NOLINT(bugprone-use-after-move): that is the test
 }
 
 } // namespace

@@ -1,34 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "stages/pass_through.h"
 
+#include "tests/support/failure.h"
+#include "tests/support/ramp.h"
+
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace quorel {
 namespace {
-
-Buffer<float, 2> ramp(std::uint64_t size)
-{
-    Buffer<float, 2> buffer(100);
-    for (std::size_t c = 0; c < 2; ++c)
-        for (std::uint64_t i = 0; i < size; ++i)
-            buffer.channel(c)[i] = static_cast<float>(i + 1) * (c == 0 ? 1.0F : -1.0F);
-    buffer.setSize(size);
-    return buffer;
-}
-
-std::string refusal(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const std::invalid_argument& error) {
-        return error.what();
-    }
-    return "accepted";
-}
 
 TEST(PassThrough, CopiesWithItsGain)
 {
@@ -67,7 +49,8 @@ TEST(PassThrough, BeyondTheOutputsCapacityIsRefused)
 {
     const auto in = ramp(33);
     Buffer<float, 2> out(32);
-    EXPECT_EQ(refusal([&] { PassThrough::process(in, out, 1.0F); }), "PassThrough: out buffer too small");
+    EXPECT_EQ(failureText<std::invalid_argument>([&] { PassThrough::process(in, out, 1.0F); }),
+              "PassThrough: out buffer too small");
     EXPECT_EQ(out.size(), 0U);
 }
 
