@@ -34,7 +34,6 @@ struct Options {
 void declare(CLI::App& tool, Options& options)
 {
     LiveOptions& live = options.live;
-    tool.set_version_flag("--version", "quorel-live " QUOREL_VERSION, "Print the version and exit");
     auto* speaker = tool.add_flag("--speaker", options.speakerOnly, "The headphone device alone");
     tool.add_flag("--microphone", options.microphoneOnly, "The microphone alone")->excludes(speaker);
     tool.add_option("--channels", live.channels, "Channels of the headphone device: 8 (7.1), 6 (5.1) or 2")

@@ -12,11 +12,17 @@ namespace {
 
 struct Interrupted {};
 
+const char* const version = " " QUOREL_VERSION R"(
+Copyright 2026 the QUOREL authors. Under the MIT licence; NOTICE names what it contains of others.
+Built-in responses from the HRTF measurement of a KEMAR dummy head by Bill Gardner and
+Keith Martin, MIT Media Lab, 1994.)";
+
 } // namespace
 
 int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body)
 {
     platform::watchInterrupts();
+    tool.set_version_flag("--version", tool.get_name() + version, "Print the version and exit");
     try {
         std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them

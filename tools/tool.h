@@ -23,7 +23,7 @@ struct OtherExit : std::runtime_error {
     int code;
 };
 
-// Runs a tool: parses the options, then calls `body` for the exit code. Whatever fails becomes one line on standard error and
+// Runs a tool: parses the options, among them --version, which every tool has, then calls `body` for the exit code. Whatever fails becomes one line on standard error and
 // exit code 2.
 // An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
 int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body);

@@ -10,7 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/copy"
 cp -r "$source/CMakeLists.txt" "$source/cmake" "$source/platform" "$source/core" "$source/stages" "$source/speaker" \
-    "$source/microphone" "$source/settings" "$source/client" "$source/host" "$work/copy"
+    "$source/microphone" "$source/settings" "$source/client" "$source/c_interface" "$source/host" "$work/copy"
 built=$work/build/$(basename "$module")
 
 identifier() {

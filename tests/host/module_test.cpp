@@ -235,7 +235,10 @@ TEST(Module, TheVersionResourceNamesTheFileAndItsVersion)
     EXPECT_EQ(fixed.dwProductVersionMS, 0x10003U);
     EXPECT_EQ(fixed.dwProductVersionLS, 370U);
 
-    const std::pair<const char*, const char*> texts[] = {{"FileVersion", "1.3.0.370"},
+    const std::pair<const char*, const char*> texts[] = {{"Comments",
+                                                          "Responses: HRTF measurement of a KEMAR head, Bill Gardner and "
+                                                          "Keith Martin, MIT Media Lab, 1994"},
+                                                         {"FileVersion", "1.3.0.370"},
                                                          {"ProductVersion", "1.3.0.370"},
                                                          {"FileDescription", "VEDRA APO"},
                                                          {"InternalName", "ZELTA.dll"},
