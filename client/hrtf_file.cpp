@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -63,7 +64,7 @@ MeasuredSet unpacked(std::string_view bytes)
         }
     set.origin = bytes;
     for (char& letter : set.origin) // it is shown on a terminal
-        letter = letter >= ' ' && letter <= '~' ? letter : '?';
+        letter = letter == '\n' || (letter >= ' ' && letter <= '~') ? letter : '?';
     return set;
 }
 
@@ -91,6 +92,8 @@ MeasuredSet readPairs(const std::string& path)
         fail(path, "its responses are longer than " + std::to_string(longestResponse) + " frames");
     if (frames == 0)
         fail(path, "it is empty");
+    if (frames < shortestResponse)
+        fail(path, tooShort(frames));
 
     MeasuredSet set;
     std::vector<float> response(frames);
@@ -131,7 +134,13 @@ std::vector<float> atEffectRate(const std::vector<float>& taps, double delay, do
     return response;
 }
 
-MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& wait)
+std::string tooShort(std::size_t frames)
+{
+    return "its responses have " + std::to_string(frames) + (frames == 1 ? " frame" : " frames") +
+           ", and that of a head has at least " + std::to_string(shortestResponse);
+}
+
+MeasuredSet readHrtfFile(const std::string& path, Equalize equalize, const std::function<void()>& wait)
 {
     std::error_code error;
     const auto file = platform::pathOf(path);
@@ -149,7 +158,7 @@ MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& w
     std::string ending = path.size() >= 5 ? path.substr(path.size() - 5) : "";
     for (char& letter : ending)
         letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-    const auto work = [&] { return packed(ending == ".sofa" ? readSofa(path) : readPairs(path)); };
+    const auto work = [&] { return packed(ending == ".sofa" ? readSofa(path, equalize) : readPairs(path)); };
 
     // Ten times what a large file of the kind takes.
     const auto seconds = static_cast<std::uint32_t>(5 + (bytes >> 23));
@@ -165,6 +174,32 @@ MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& w
         }
     }();
     return unpacked(answer);
+}
+
+FittedSet fitFile(const std::string& path, const MeasuredSet& measured, double gainDb)
+{
+    try {
+        return fitSet(measured, gainDb);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error("cannot use " + path + ": " + error.what());
+    }
+}
+
+ImportedSet importHrtf(const std::string& path, Equalize equalize, double gainDb, const std::function<void()>& wait)
+{
+    const MeasuredSet measured = readHrtfFile(path, equalize, wait);
+    ImportedSet imported{fitFile(path, measured, gainDb), {}};
+    std::istringstream lines(measured.origin);
+    for (std::string line; std::getline(lines, line);)
+        imported.notes.push_back(line);
+
+    std::ostringstream colour;
+    colour << std::fixed << std::setprecision(1) << std::showpos
+           << "colour against the built-in set, in dB from 63 Hz to 16 kHz:";
+    for (const double level : colourOf(imported.set))
+        colour << ' ' << level - gainDb;
+    imported.notes.push_back(colour.str());
+    return imported;
 }
 
 } // namespace quorel

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Reads measured head-related responses from files.
 //
-//   .sofa   AES69, convention SimpleFreeFieldHRIR, by libmysofa. The measured direction nearest to each speaker is taken.
+//   .sofa   AES69, convention SimpleFreeFieldHRIR, by libmysofa. The measured direction nearest to each speaker is taken, and
+//           equalised by the diffuse field of all directions (client/diffuse_field.h).
 //   other   a WAV file of fourteen channels, one pair of responses for each speaker but the woofer, near ear first:
 //             1, 2  front left   left, right ear      8, 9   front right  right, left ear
 //             3, 4  side left    left, right ear     10, 11  side right   right, left ear
@@ -22,15 +23,29 @@ inline constexpr std::array<double, 8> speakerAzimuths = {30, 330, 0, 0, 145, 21
 // The direction that is taken may be so far from the speaker's, in degrees.
 inline constexpr double farthestDirection = 15;
 
-// A longer response is none of a head.
+// Where nothing was measured within so many degrees of the speaker's direction, the directions around it are interpolated.
+inline constexpr double nearDirection = 5;
+
+// A shorter or longer response is none of a head.
+inline constexpr std::size_t shortestResponse = 16;   // frames
 inline constexpr std::size_t longestResponse = 65536; // frames
 
 inline constexpr std::uint64_t largestHrtfFile = std::uint64_t{256} << 20; // bytes
 
+enum class Equalize { byDiffuseField, none };
+
 // At 48000 Hz, resampled where the file has another rate. Throws std::runtime_error with a text for the user. A file may be from
 // anybody, and what reads it is made for good ones: so it is a regular file of a limited size, and libraries read it where a
-// limit ends them. `wait` is called several times a second meanwhile, and may throw.
-MeasuredSet readHrtfFile(const std::string& path, const std::function<void()>& wait);
+// limit ends them. `wait` is called several times a second meanwhile, and may throw. Fourteen channels stay as they are.
+MeasuredSet readHrtfFile(const std::string& path, Equalize equalize, const std::function<void()>& wait);
+
+// A file's set as it is heard, and what the user should know of it, in lines.
+struct ImportedSet {
+    FittedSet set;
+    std::vector<std::string> notes;
+};
+
+ImportedSet importHrtf(const std::string& path, Equalize equalize, double gainDb, const std::function<void()>& wait);
 
 // What this build can read, for the help.
 extern const char* const readableHrtfFiles;

@@ -111,7 +111,7 @@ std::vector<std::size_t> rowsOf(std::uint32_t channelMask)
     return rows;
 }
 
-FittedSet fitSet(const MeasuredSet& measured, double gainDb, double bound)
+FittedSet fitSet(const MeasuredSet& measured, double gainDb)
 {
     std::array<std::array<double, 2>, 8> energies{};
     std::size_t longest = 0;
@@ -145,10 +145,10 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb, double bound)
     const Loss loss = worstFrom(set.skipped);
     set.worstCut = loss.share;
     set.worstName = earOf(loss.row, loss.ear);
-    if (set.worstCut > bound) {
+    if (set.worstCut > mostCut) {
         std::ostringstream text;
         text << std::fixed << std::setprecision(1) << "the convolver takes " << fittedTaps << " taps, and of " << set.worstName
-             << " they hold too little: " << 100 * set.worstCut << " % of its energy would be cut, more than " << 100 * bound
+             << " they hold too little: " << 100 * set.worstCut << " % of its energy would be cut, more than " << 100 * mostCut
              << " %";
         throw std::runtime_error(text.str());
     }
@@ -181,6 +181,37 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb, double bound)
     for (Taps& taps : set.taps[woofer])
         taps.at(place) = wooferGain * static_cast<float>(std::pow(10.0, gainDb / 20));
     return set;
+}
+
+std::array<double, 9> colourOf(const FittedSet& set)
+{
+    constexpr std::uint64_t order = 15; // 1.5 Hz between the bins
+    FFT<float> fft(order);
+    Buffer<float, 1> samples(fft.length());
+    Buffer<float, 1> spectrum(fft.length());
+    const auto addThirds = [&](std::array<double, 9>& thirds, std::span<const float> taps, std::size_t onset) {
+        samples.clear();
+        std::copy(taps.begin(), taps.end(), samples.channel(0) + onset);
+        fft.Fwd(samples, spectrum);
+        const float* x = spectrum.channel(0);
+        for (std::size_t band = 0; band < thirds.size(); ++band) {
+            const double centre = 1000 * std::exp2(static_cast<double>(band) - 4) * static_cast<double>(fft.length()) / hrtfRate;
+            const auto first = static_cast<std::size_t>(std::ceil(centre * std::exp2(-1. / 6)));
+            for (std::size_t k = first; static_cast<double>(k) < centre * std::exp2(1. / 6); ++k)
+                thirds.at(band) += squared(x[2 * k - 1]) + squared(x[2 * k]);
+        }
+    };
+    std::array<double, 9> own{};
+    std::array<double, 9> builtIn{};
+    for (const std::size_t row : rowsOf(withoutWoofer)) {
+        for (const Taps& taps : set.taps.at(row))
+            addThirds(own, taps, 0);
+        for (const auto ear : {&SpeakerResponses::left, &SpeakerResponses::right})
+            addThirds(builtIn, (speakerResponses.at(row).*ear).taps, (speakerResponses.at(row).*ear).onset);
+    }
+    for (std::size_t band = 0; band < own.size(); ++band)
+        own.at(band) = 10 * std::log10(own.at(band) / builtIn.at(band));
+    return own;
 }
 
 std::vector<float> packSet(const FittedSet& set, std::uint32_t channelMask)

@@ -22,6 +22,7 @@ inline constexpr std::size_t fittedTaps = 177;      // an overlap of 176 frames 
 inline constexpr std::size_t spectrumFloats = 1024; // of one response in the share
 inline constexpr std::uint32_t hrtfRate = 48000;    // frames per second
 inline constexpr std::size_t woofer = 3;            // row of `speakerTable`
+inline constexpr double mostCut = 0.1;              // share of a response's energy that may be cut
 
 // For messages, in the order of `speakerTable`.
 extern const std::array<const char*, 8> speakerNames;
@@ -33,7 +34,7 @@ struct MeasuredPair {
 
 struct MeasuredSet {
     std::array<MeasuredPair, 8> speakers; // at 48000 Hz, in the order of `speakerTable`; the woofer's is unused
-    std::string origin;                   // what was taken from where, for the user
+    std::string origin;                   // what was taken from where, for the user; lines
 };
 
 struct FittedSet {
@@ -45,8 +46,12 @@ struct FittedSet {
 };
 
 // Throws std::runtime_error with a text for the user if a response is silent or holds a value that is no number, or loses
-// more than `bound` of its energy. gainDb: on top of the built-in set's level.
-FittedSet fitSet(const MeasuredSet& measured, double gainDb, double bound);
+// more than `mostCut` of its energy. gainDb: on top of the built-in set's level.
+FittedSet fitSet(const MeasuredSet& measured, double gainDb);
+
+// Levels in the third octaves at 63, 125 Hz and so on to 16 kHz, of the energy summed over the speakers but the woofer and over
+// both ears, against the built-in set's, in dB.
+std::array<double, 9> colourOf(const FittedSet& set);
 
 // What stands in the share for the speakers of the mask: the left-ear spectra in their order, then the right-ear ones.
 std::vector<float> packSet(const FittedSet& set, std::uint32_t channelMask);

@@ -3,7 +3,7 @@
 // cannot have them.
 #pragma once
 
-#include "client/hrtf_set.h"
+#include "client/hrtf_file.h"
 
 #include <cstddef>
 #include <string>
@@ -21,12 +21,16 @@ struct Recording {
 // An audio file's first `frames` frames at most. Each of these throws std::runtime_error with a text for the user.
 Recording readRecording(const std::string& path, std::size_t frames);
 
-MeasuredSet readSofa(const std::string& path);
+MeasuredSet readSofa(const std::string& path, Equalize equalize);
 
 // A response at the effect's rate, for the same transfer function; all by the same time later.
 std::vector<float> resampled(const std::vector<float>& taps, double rate);
 
 // For both: brings a response to the effect's rate if it has another one, `delay` frames of its own rate later.
 std::vector<float> atEffectRate(const std::vector<float>& taps, double delay, double rate);
+
+// For both: the set as the convolver takes it, or why it cannot; and why responses of so many frames are refused.
+FittedSet fitFile(const std::string& path, const MeasuredSet& measured, double gainDb);
+std::string tooShort(std::size_t frames);
 
 } // namespace quorel

@@ -109,7 +109,7 @@ std::vector<float> resampled(const std::vector<float>&, double rate)
     throw std::runtime_error(text.str());
 }
 
-MeasuredSet readSofa(const std::string& path)
+MeasuredSet readSofa(const std::string& path, Equalize)
 {
     fail(path, "this build reads no SOFA files, only WAV files of 14 channels");
 }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // quorel-control steers the effects that run on this machine, as an application with windows and knobs would.
 #include "client/hrtf_delivery.h"
-#include "client/hrtf_file.h"
 #include "client/live_status.h"
 #include "client/preset.h"
 #include "microphone/microphone_tables.h"
 #include "settings/settings_handler.h"
+#include "tools/hrtf_option.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 
@@ -30,7 +30,6 @@ running.)";
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 constexpr int noEffectCode = 3;           // exit code
-constexpr double cutBound = 0.1;          // share of a response's energy that may be cut
 
 struct Options {
     std::vector<std::string> assignments; // set
@@ -38,6 +37,7 @@ struct Options {
     bool watch = false;                   // levels
     double watchSeconds = 0;              // 0: until interrupted
     std::string hrtfFile;
+    Equalize equalize = Equalize::byDiffuseField;
     double gain = 0;        // dB
     unsigned channels = 0;  // 0: as the stream that runs has
     std::string presetName; // save, load
@@ -257,14 +257,7 @@ void showLevels(const Options& options)
 
 void loadHrtf(const CLI::App& tool, const Options& options)
 {
-    const MeasuredSet measured = readHrtfFile(options.hrtfFile, stopIfInterrupted);
-    const FittedSet set = [&] {
-        try {
-            return fitSet(measured, options.gain, cutBound);
-        } catch (const std::runtime_error& error) {
-            throw std::runtime_error("cannot use " + options.hrtfFile + ": " + error.what());
-        }
-    }();
+    const auto [set, notes] = importHrtf(options.hrtfFile, options.equalize, options.gain, stopIfInterrupted);
 
     ControlClient client;
     const float rate = client.activeFramesPerSecond();
@@ -282,7 +275,8 @@ void loadHrtf(const CLI::App& tool, const Options& options)
     const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
     deliverSet(client, set, mask);
 
-    notice(tool, measured.origin);
+    for (const std::string& note : notes)
+        notice(tool, note);
     std::ostringstream text;
     text << std::fixed << std::setprecision(2) << "delivered for " << rowsOf(mask).size() << " channels at " << std::showpos
          << set.gainDb << std::noshowpos << " dB; cut of the energy: at most " << 100 * set.worstCut << " % ("
@@ -366,6 +360,7 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
                                     ".\n177 frames at 48000 Hz are taken, with the level of the built-in set",
                                 [&] { loadHrtf(tool, options); });
     loading->add_option("FILE", options.hrtfFile, "The file")->required()->type_name("");
+    addEqualize(*loading, options.equalize);
     addNumber(*loading, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
     addNumber(*loading, "--channels", options.channels, 1, 8,
               "Deliver for so many channels, whatever runs. A speaker's stream of another\n"

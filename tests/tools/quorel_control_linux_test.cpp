@@ -176,9 +176,10 @@ protected:
         return most;
     }
 
+    // As measured.
     std::vector<Ears> heardOf(SignalPath& path, const std::string& file)
     {
-        done({"hrtf", "load", file});
+        done({"hrtf", "load", file, "--equalize", "none"});
         follow(*path->settings());
         std::vector<Ears> heardPairs;
         for (std::size_t row = 0; row < 8; ++row)
@@ -265,9 +266,9 @@ TEST_F(Sofa, TheMeasuredDirectionsAreHeard)
 
 TEST_F(Sofa, PositionsMayBeCartesian)
 {
-    done({"hrtf", "load", measured});
+    done({"hrtf", "load", measured, "--equalize", "none"});
     const std::vector<float> spherical(share(), share() + 16 * 1024);
-    done({"hrtf", "load", changed("cartesian")});
+    done({"hrtf", "load", changed("cartesian"), "--equalize", "none"});
     EXPECT_EQ(std::memcmp(share(), spherical.data(), hrtfShareBytes), 0);
 }
 
@@ -302,13 +303,28 @@ TEST_F(Sofa, ASetAtTheEffectsRateIsTakenTapByTap)
 
 TEST_F(Sofa, TheUserIsToldWhatWasTakenAndCut)
 {
-    const Outcome outcome = run({"hrtf", "load", measured});
+    const Outcome outcome = run({"hrtf", "load", measured, "--equalize", "none"});
     EXPECT_EQ(outcome.code, 0);
     EXPECT_THAT(outcome.err,
                 HasSubstr("710 directions at 44100 Hz; taken (degrees from the speaker): front left 0.0, front right "
                           "0.0, front centre 0.0, back left 0.0, back right 0.0, side left 0.0, side right 0.0\n"));
     EXPECT_THAT(outcome.err, HasSubstr("delivered for 8 channels at -2."));
     EXPECT_THAT(outcome.err, HasSubstr(" dB; cut of the energy: at most 4."));
+    EXPECT_THAT(outcome.err, HasSubstr("colour against the built-in set, in dB from 63 Hz to 16 kHz: -20.9 -16.3 -11.1 "));
+}
+
+// The set itself is tested with what imports it.
+TEST_F(Sofa, AMeasurementIsEqualizedUnlessItIsToBeAsMeasured)
+{
+    const Outcome outcome = run({"hrtf", "load", measured});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_THAT(outcome.err, HasSubstr("equalised by the mean of all directions, each ear by its own"));
+    EXPECT_THAT(outcome.err, HasSubstr("; as measured at most 4.7 % would be cut, at side left, right ear\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("colour against the built-in set, in dB from 63 Hz to 16 kHz: +0."));
+    const std::vector<float> equalized(share(), share() + 16 * 1024);
+    done({"hrtf", "load", measured, "--equalize", "diffuse"});
+    EXPECT_EQ(std::memcmp(share(), equalized.data(), hrtfShareBytes), 0);
+    expectUntouched({"hrtf", "load", measured, "--equalize", "some"}, "--equalize");
 }
 
 TEST_F(Sofa, ABadFileIsRefusedAndNothingIsTouched)
@@ -318,7 +334,7 @@ TEST_F(Sofa, ABadFileIsRefusedAndNothingIsTouched)
                                          {"nowhere", "it has no measurement within 15 degrees of front left, at azimuth 30"},
                                          {"early", "the delay of front left is no number of frames"},
                                          {"slow", "its sample rate is none from 8000 to 768000 Hz"},
-                                         {"convention", "it is no SOFA file of the convention SimpleFreeFieldHRIR"}})
+                                         {"convention", "it is of another convention than SimpleFreeFieldHRIR"}})
         expectUntouched({"hrtf", "load", changed(change)}, reason);
 
     expectUntouched({"hrtf", "load", path("none.sofa")}, "none.sofa: No such file or directory");

@@ -499,6 +499,8 @@ TEST_F(Responses, ABadFileIsRefusedAndNothingIsTouched)
     expectUntouched({"hrtf", "load", wav("two.wav", 2, std::vector<float>(400))},
                     "two.wav: it has 2 channels; a set of responses has 14, a pair for each speaker");
     expectUntouched({"hrtf", "load", wav("empty.wav", 14, {})}, "empty.wav: it is empty");
+    expectUntouched({"hrtf", "load", wav("frame.wav", 14, std::vector<float>(14, 0.5F))},
+                    "frame.wav: its responses have 1 frame, and that of a head has at least 16");
     expectUntouched({"hrtf", "load", wav("long.wav", 14, std::vector<float>(14 * 65537))},
                     "long.wav: its responses are longer than 65536 frames");
 
