@@ -10,6 +10,7 @@
 #include <ctime>
 #include <limits>
 #include <spa/param/audio/format-utils.h>
+#include <spa/param/props.h>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -248,6 +249,8 @@ void StreamPair::onTakeState(void* data, pw_stream_state, pw_stream_state state,
     pair.runs = state == PW_STREAM_STATE_STREAMING;
     pair.restarted = true;
     pair.quietFrames = 0; // nothing is known yet
+    if (pair.runs && !pair.leveled)
+        pair.level();
     if (!pair.closing)
         pair.stateChanged();
 }
@@ -294,6 +297,18 @@ void StreamPair::onGiveParam(void* data, std::uint32_t id, const spa_pod* param)
         return;
     pair.behindGive = info;
     pair.tell(pair.take.get(), info);
+}
+
+// Session managers that take "state.restore-props" for a text have given the stream to the hardware the volume of its last run by
+// now. What is changed from here on is its user's.
+void StreamPair::level()
+{
+    leveled = true;
+    pw_stream* hardware = kind.microphone ? take.get() : give.get();
+    std::vector<float> volumes(kind.outputs(), 1.0F);
+    float mute = 0;
+    pw_stream_set_control(hardware, SPA_PROP_channelVolumes, static_cast<std::uint32_t>(volumes.size()), volumes.data(),
+                          SPA_PROP_mute, 1, &mute, 0);
 }
 
 std::uint32_t StreamPair::deviceNode() const

@@ -77,6 +77,7 @@ private:
     void passAudioThread() const;
     void run() noexcept;
     void follow(const spa_io_position& graph) noexcept;
+    void level();
     void tell(pw_stream* stream, const spa_latency_info& behind) const;
 
     static void onTake(void* data);
@@ -94,6 +95,7 @@ private:
     pw_data_loop* audioLoop;
     std::atomic<bool> closing = false; // the audio thread keeps away from the streams
     bool runs = false;
+    bool leveled = false;                             // the stream to the hardware has its full volume
     std::atomic<bool> restarted = true;               // the graph has stood still: its clock may have jumped
     std::atomic<spa_io_position*> position = nullptr; // the graph's clock
     std::atomic<std::uint32_t> quietFrames = 0;       // since the output was last above -100 dB

@@ -71,6 +71,42 @@ protected:
         });
     }
 
+    // Whether what the recorder hears settles to these values, one a channel. The client plays `sound` meanwhile.
+    static bool hears(GraphClient& client, const Channels& sound, const std::vector<float>& values)
+    {
+        return within(20s, [&] {
+            client.play(sound, 9600);
+            for (std::size_t c = 0; c < values.size(); ++c)
+                if (!(std::abs(client.recorded()[c].back() - values[c]) < 1e-4F)) // no volume comes nearer than this to another
+                    return false;
+            return true;
+        });
+    }
+
+    // A file in which channel k has the value (k + 1) / 20 throughout.
+    std::string steps(std::uint32_t channels, std::size_t frames)
+    {
+        std::vector<float> samples(frames * channels);
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            samples[i] = static_cast<float>(i % channels + 1) / 20.0F;
+        const std::string path = (session.folder / ("steps" + std::to_string(channels) + ".wav")).string();
+        const int count = static_cast<int>(channels);
+        AudioWriter writer(path, {count, 48000, usualMask(count), SampleFormat::float32}, frames);
+        writer.write(samples.data(), frames);
+        writer.commit();
+        return path;
+    }
+
+    // The server's number of a node.
+    std::string idOf(const std::string& node)
+    {
+        for (const auto& object : nlohmann::json::parse(session.command("pw-dump")))
+            if (object.contains("info") && object["info"].contains("props") &&
+                object["info"]["props"].value("node.name", "") == node)
+                return std::to_string(object["id"].get<int>());
+        return "none";
+    }
+
     static int linesOf(const std::string& text, const std::string& words)
     {
         int count = 0;
@@ -149,6 +185,116 @@ TEST_F(LiveBehaviour, SwitchesItsBypassOnCommand)
     EXPECT_EQ(session.status()["bypass"], false);
 }
 
+// The down-mix's gains are 0.8 times 1 for front left and 0.8 times 0.707 for side left.
+TEST_F(LiveBehaviour, LetsItsBypassBeHeard)
+{
+    const auto live = session.live({"--speaker"});
+    control("set Settings=1");
+    GraphClient client({"SL"}, {"FL", "FR"});
+    client.link({"quorel.speaker:playback_SL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
+    Channels click(1, std::vector<float>(9600, 0.25F));
+    session.command(QUOREL_LIVE " --bypass on");
+    EXPECT_TRUE(hears(client, click, {0.1414F, 0}));
+    session.command(QUOREL_LIVE " --bypass off");
+    EXPECT_TRUE(within(20s, [&] {
+        client.play(click, 9600);
+        const auto& right = client.recorded()[1];
+        return std::any_of(right.begin(), right.end(), [](float x) { return std::abs(x) > 0.01F; });
+    }));
+}
+
+// A mixer's volume is the third root of the factor.
+TEST_F(LiveBehaviour, HasTheVolumeOfASinkAndNoneBehindTheEffect)
+{
+    auto live = session.live({"--speaker"});
+    session.command(QUOREL_LIVE " --bypass on");
+    const Channels sound(1, std::vector<float>(9600, 0.25F));
+    {
+        GraphClient client({"FL"}, {"FL", "FR"});
+        client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
+        EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+        const std::string sink = idOf("quorel.speaker");
+        session.command("wpctl set-volume " + sink + " 0.5");
+        EXPECT_TRUE(hears(client, sound, {0.025F, 0}));
+        session.command("wpctl set-mute " + sink + " 1");
+        EXPECT_TRUE(hears(client, sound, {0, 0}));
+        session.command("wpctl set-mute " + sink + " 0");
+        session.command("wpctl set-volume " + sink + " 1.0");
+        EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+        session.command("wpctl set-volume " + idOf("quorel.speaker.output") + " 0.5");
+        EXPECT_TRUE(hears(client, sound, {0.025F, 0}));
+    }
+    std::this_thread::sleep_for(2s); // the session manager stores volumes after a second
+    live->signal(SIGTERM);
+    ASSERT_EQ(live->ended(10s), 0);
+    live = session.live({"--speaker"});
+    session.command(QUOREL_LIVE " --bypass on");
+    GraphClient client({"FL"}, {"FL", "FR"});
+    client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
+    EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+}
+
+// What the server makes of channels that a player does not have is told in docs/live.md, and not ours.
+TEST_F(LiveBehaviour, PutsPlayersOfFewerChannelsInTheirPlaces)
+{
+    const auto live = session.live({"--speaker"});
+    for (const std::uint32_t channels : {2U, 6U}) {
+        const Service player({"pw-cat", "-p", "--target", "quorel.speaker", steps(channels, 48000 * 60)}, session.folder / "cat");
+        const std::vector<std::string> names{"FL", "FR", "FC", "LFE", "RL", "RR"};
+        const std::vector<std::string> some(names.begin(), names.begin() + channels);
+        GraphClient client({}, some);
+        std::vector<std::string> ports;
+        std::vector<float> values;
+        for (const std::string& name : some) {
+            ports.push_back("quorel.speaker:monitor_" + name);
+            values.push_back(static_cast<float>(values.size() + 1) / 20.0F);
+        }
+        client.link({}, ports);
+        EXPECT_TRUE(hears(client, {}, values)) << channels << " channels: " << client.recorded()[0].back();
+    }
+}
+
+TEST_F(LiveBehaviour, HasThePlacesOfItsOption)
+{
+    for (const std::uint32_t channels : {2U, 6U}) {
+        const auto live = session.live({"--speaker", "--channels", std::to_string(channels)});
+        EXPECT_EQ(session.status()["speaker"]["channels"], channels);
+        EXPECT_TRUE(sounds());
+        EXPECT_EQ(session.status()["speaker"]["refused_blocks"], 0);
+        live->signal(SIGTERM);
+        EXPECT_EQ(live->ended(10s), 0);
+    }
+}
+
+TEST_F(LiveBehaviour, PlaysWhatPulseAudioApplicationsPlay)
+{
+    const auto live = session.live({"--speaker"});
+    session.command(QUOREL_LIVE " --bypass on");
+    const Service pulse({"pipewire-pulse"}, session.folder / "pulse.txt");
+    ASSERT_TRUE(within(20s, [&] { return session.command("pactl info").find("PipeWire") != std::string::npos; }));
+    const Service player({"paplay", "--device=quorel.speaker", steps(6, 48000 * 60)}, session.folder / "paplay.txt");
+    ASSERT_TRUE(within(20s, [&] { return !told()["speaker"]["players"].empty(); }));
+    GraphClient client({}, {"FL", "FR"});
+    client.link({}, {"quorel.speaker:monitor_FL", "quorel.speaker:monitor_FR"});
+    EXPECT_TRUE(hears(client, {}, {0.05F, 0.1F}));
+}
+
+TEST_F(LiveBehaviour, PlaysWhatJackApplicationsPlay)
+{
+    const auto live = session.live({"--speaker"});
+    const Service player({"pw-jack", "jack_metro", "--bpm", "240", "--amplitude", "0.9"}, session.folder / "jack.txt");
+    GraphClient client({}, {"FL"});
+    ASSERT_TRUE(within(20s, [&] {
+        session.command("pw-link metro:240_bpm quorel.speaker:playback_FL");
+        return session.command("pw-link -l").find("|<- metro:240_bpm") != std::string::npos;
+    })) << player.written();
+    client.link({}, {"speakers:monitor_FL"});
+    EXPECT_TRUE(within(20s, [&] {
+        client.play({}, 9600);
+        return std::any_of(client.recorded()[0].begin(), client.recorded()[0].end(), [](float x) { return x > 0.01F; });
+    }));
+}
+
 TEST_F(LiveBehaviour, IsTheDefaultAsLongAsItRuns)
 {
     session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
@@ -171,6 +317,17 @@ TEST_F(LiveBehaviour, DoesNotTakeItselfForWhatWasTheDefault)
     live->signal(SIGTERM);
     EXPECT_EQ(live->ended(10s), 0);
     EXPECT_EQ(configuredSink(), "");
+}
+
+TEST_F(LiveBehaviour, SaysThatTheDefaultStaysWhenNoSessionManagerAnswers)
+{
+    const auto live = session.live({"--default"});
+    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+    session.killManager();
+    ASSERT_TRUE(within(10s, [this] { return session.command("pw-cli ls Metadata").find("\"default\"") == std::string::npos; }));
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(20s), 0);
+    EXPECT_EQ(live->written(), "quorel-live: no session manager answers: the default devices stay as they are\n");
 }
 
 TEST_F(LiveBehaviour, LeavesADefaultAloneThatItsUserChoseMeanwhile)
