@@ -22,4 +22,37 @@ inline void flushToZero() noexcept
 #endif
 }
 
+// The same for as long as it lives, for a thread that belongs to somebody else.
+class FlushToZero {
+public:
+    FlushToZero() noexcept { flushToZero(); }
+    FlushToZero(const FlushToZero&) = delete;
+    FlushToZero& operator=(const FlushToZero&) = delete;
+#if defined(__SSE2__)
+    ~FlushToZero()
+    {
+        _mm_setcsr(before);
+    }
+
+private:
+    unsigned before = _mm_getcsr();
+#elif defined(__aarch64__)
+    ~FlushToZero()
+    {
+        asm volatile("msr fpcr, %0" : : "r"(before));
+    }
+
+private:
+    static std::uint64_t now() noexcept
+    {
+        std::uint64_t control = 0;
+        asm volatile("mrs %0, fpcr" : "=r"(control));
+        return control;
+    }
+    std::uint64_t before = now();
+#else
+    ~FlushToZero() {}
+#endif
+};
+
 } // namespace quorel

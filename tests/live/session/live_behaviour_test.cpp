@@ -295,6 +295,39 @@ TEST_F(LiveBehaviour, PlaysWhatJackApplicationsPlay)
     }));
 }
 
+// The plug-in in a filter chain of the server's is the other way to a 7.1 device: side left reaches the right ear through the
+// responses alone.
+TEST_F(LiveBehaviour, HasAPlugInThatMakesASevenOneSinkInAFilterChain)
+{
+    const std::string path = (session.folder / "chain.conf").string();
+    std::ofstream(path)
+        << R"(context.spa-libs = { audio.convert.* = audioconvert/libspa-audioconvert support.* = support/libspa-support }
+context.modules = [
+  { name = libpipewire-module-rt flags = [ ifexists nofail ] }
+  { name = libpipewire-module-protocol-native } { name = libpipewire-module-client-node } { name = libpipewire-module-adapter }
+  { name = libpipewire-module-filter-chain args = {
+      filter.graph = {
+        nodes = [ { type = lv2 name = quorel plugin = "urn:quorel:speaker" control = { Settings = 1 } } ]
+        inputs = [ "quorel:in_FL" "quorel:in_FR" "quorel:in_FC" "quorel:in_LFE" "quorel:in_RL" "quorel:in_RR" "quorel:in_SL" "quorel:in_SR" ]
+        outputs = [ "quorel:out_L" "quorel:out_R" ] }
+      capture.props = { node.name = chain media.class = Audio/Sink audio.channels = 8 audio.position = [ FL FR FC LFE RL RR SL SR ] }
+      playback.props = { node.name = chain.output node.passive = true audio.channels = 2 audio.position = [ FL FR ] } } }
+]
+)";
+    setenv("LV2_PATH", QUOREL_LV2_FOLDER, 1);
+    const Service chain({"pipewire", "-c", path}, session.folder / "chain.txt");
+    GraphClient client({"SL"}, {"FL", "FR"});
+    client.link({"chain:playback_SL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
+    Channels steps(1, std::vector<float>(9600));
+    for (std::size_t i = 0; i < steps[0].size(); ++i)
+        steps[0][i] = i % 64 < 32 ? 0.25F : -0.25F;
+    EXPECT_TRUE(within(20s, [&] {
+        client.play(steps, 9600);
+        const auto& right = client.recorded()[1];
+        return std::any_of(right.begin(), right.end(), [](float x) { return x > 0.01F; });
+    })) << chain.written();
+}
+
 TEST_F(LiveBehaviour, IsTheDefaultAsLongAsItRuns)
 {
     session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
@@ -357,6 +390,33 @@ TEST_F(LiveBehaviour, KeepsItsSettings)
     const auto live = session.live();
     EXPECT_EQ(session.status()["settings"]["Reverb"], 77);
     EXPECT_EQ(session.command(std::string(QUOREL_CONTROL) + " get Reverb"), "Reverb=77\n");
+}
+
+// A read-only system, devices, temporary files and a network of its own: what the unit asks for. The session's folder is home and
+// run-time folder.
+TEST_F(LiveBehaviour, WorksWithinTheRestrictionsOfItsUnit)
+{
+    std::string scheduling;
+    {
+        const auto free = session.live();
+        scheduling = session.status()["scheduling"];
+        free->signal(SIGTERM);
+        ASSERT_EQ(free->ended(10s), 0);
+    }
+    const std::string folder = session.folder.string();
+    const std::vector<std::string> box{"bwrap",         "--ro-bind",     "/",       "/",    "--dev",  "/dev", "--bind",
+                                       "/dev/shm",      "/dev/shm",      "--tmpfs", "/tmp", "--bind", folder, folder,
+                                       "--unshare-net", "--unshare-uts", "--proc",  "/proc"};
+    const auto live = session.live({}, box);
+    EXPECT_EQ(session.status()["scheduling"], scheduling);
+    control("set Reverb=78");
+    EXPECT_TRUE(sounds());
+    EXPECT_EQ(session.status()["settings"]["Reverb"], 78);
+    const std::string own = std::to_string(live->id());
+    session.command("kill -TERM $(cat /proc/" + own + "/task/" + own + "/children)");
+    EXPECT_EQ(live->ended(10s), 0) << live->written();
+    const auto again = session.live();
+    EXPECT_EQ(session.status()["settings"]["Reverb"], 78);
 }
 
 TEST_F(LiveBehaviour, TellsTheRenderStreamToControlApplications)

@@ -200,9 +200,10 @@ void PrivateSession::killManager()
     need(manager->ended(10s).has_value(), "the session manager does not end");
 }
 
-std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& options)
+std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& options, const std::vector<std::string>& under)
 {
-    std::vector<std::string> words{QUOREL_LIVE};
+    std::vector<std::string> words = under;
+    words.emplace_back(QUOREL_LIVE);
     words.insert(words.end(), options.begin(), options.end());
     auto service = std::make_unique<Service>(words, folder / ("live" + std::to_string(++started)));
     const bool there = within(startPatience, [&] {

@@ -52,8 +52,8 @@ public:
     void killManager();
     void replugSpeakers(); // takes the null sink away and brings it back
 
-    // quorel-live with these options, once its devices are there.
-    std::unique_ptr<Service> live(const std::vector<std::string>& options = {});
+    // quorel-live with these options, once its devices are there. under: a command that runs it.
+    std::unique_ptr<Service> live(const std::vector<std::string>& options = {}, const std::vector<std::string>& under = {});
 
     // What the running quorel-live tells of itself.
     nlohmann::json status();

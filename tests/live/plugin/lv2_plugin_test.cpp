@@ -1,0 +1,388 @@
+// SPDX-License-Identifier: MIT
+// The LV2 plug-ins: their bundles are valid, a host that calls with one frame gets the offline tools' sound, and what ports do
+// not hold is read by a worker and kept in the state.
+#include "client/audio_file.h"
+#include "client/hrtf_set.h"
+#include "live/lv2_ports.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <lv2/atom/forge.h>
+#include <lv2/buf-size/buf-size.h>
+#include <lv2/core/lv2.h>
+#include <lv2/options/options.h>
+#include <lv2/patch/patch.h>
+#include <lv2/state/state.h>
+#include <lv2/urid/urid.h>
+#include <lv2/worker/worker.h>
+#include <random>
+#include <unistd.h>
+
+namespace quorel {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Folder {
+public:
+    Folder()
+    {
+        std::string pattern = (fs::temp_directory_path() / "quorel_plugin_XXXXXX").string();
+        path = mkdtemp(pattern.data());
+    }
+    ~Folder() { fs::remove_all(path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string operator/(const char* name) const { return (path / name).string(); }
+
+private:
+    fs::path path;
+};
+
+int command(const std::string& line)
+{
+    return std::system(("LV2_PATH=" QUOREL_LV2_FOLDER ":/usr/lib/lv2 timeout 60 " + line).c_str());
+}
+
+void writeNoise(const std::string& path, std::uint32_t channels, std::size_t frames)
+{
+    std::mt19937 random(1);
+    std::vector<float> samples(frames * channels);
+    for (float& x : samples)
+        x = static_cast<float>(static_cast<std::int32_t>(random())) * 0x1p-33F; // up to a quarter
+    const int count = static_cast<int>(channels);
+    AudioWriter writer(path, {count, 48000, channels == 8 ? 0x63FU : usualMask(count), SampleFormat::float32}, frames);
+    writer.write(samples.data(), frames);
+    writer.commit();
+}
+
+std::vector<float> samplesOf(const std::string& path, std::size_t frames)
+{
+    AudioReader reader(path, [] {});
+    std::vector<float> samples(frames * static_cast<std::size_t>(reader.channels()));
+    EXPECT_EQ(reader.read(samples.data(), frames), frames) << path;
+    return samples;
+}
+
+TEST(Lv2Plugin, BundlesAreValid)
+{
+    EXPECT_EQ(command("sord_validate $(find /usr/lib/lv2 -name '*.ttl') " QUOREL_LV2_FOLDER "/*/*.ttl >/dev/null"), 0);
+    for (const char* side : {"speaker", "microphone"})
+        EXPECT_EQ(command(std::string("lv2_validate " QUOREL_LV2_FOLDER "/quorel-") + side + ".lv2/*.ttl >/dev/null"), 0) << side;
+}
+
+// A host that calls with one frame is late by a block less one.
+TEST(Lv2Plugin, IsTheOfflineToolLessItsLatency)
+{
+    struct Case {
+        const char* uri;
+        std::uint32_t channels;
+        std::size_t outputs;
+        std::size_t latency;
+        const char* settings;
+        const char* tool;
+    };
+    const Case cases[] = {{"urn:quorel:speaker", 8, 2, 255, "-c Settings 1 -c Reverb 120 -c EQBand5 -40",
+                           QUOREL_RENDER " --Reverb 120 --EQBand5 -40 --tail 0 --block-size 256"},
+                          {"urn:quorel:microphone", 1, 1, 239, "-c MicNR 1 -c micEq 1 -c noiseGate 60",
+                           QUOREL_CLEAN " --MicNR 1 --micEq 1 --noiseGate 60 --block-size 240"}};
+    constexpr std::size_t frames = 24000;
+    for (const Case& side : cases) {
+        const Folder folder;
+        writeNoise(folder / "in.wav", side.channels, frames);
+        ASSERT_EQ(command(std::string("lv2apply -i ") + (folder / "in.wav") + " -o " + (folder / "out.wav") + ' ' +
+                          side.settings + ' ' + side.uri),
+                  0);
+        ASSERT_EQ(command(std::string(side.tool) + ' ' + (folder / "in.wav") + ' ' + (folder / "tool.wav")), 0);
+        const std::vector<float> made = samplesOf(folder / "out.wav", frames);
+        const std::vector<float> expected = samplesOf(folder / "tool.wav", frames);
+        const std::size_t late = side.latency * side.outputs;
+        for (std::size_t i = 0; i < late; ++i)
+            ASSERT_EQ(made[i], 0.0F) << side.uri << ", sample " << i;
+        for (std::size_t i = late; i < made.size(); ++i)
+            ASSERT_EQ(made[i], expected[i - late]) << side.uri << ", sample " << i;
+    }
+}
+
+// A host with a worker and messages, and with a promised length if that is not 0. Work is done when `settle` is called.
+class Host {
+public:
+    explicit Host(bool microphone, std::int32_t promised = 0) : ports(microphone), values(ports.count()), sound(8 * 256)
+    {
+        library = dlopen(microphone ? QUOREL_LV2_FOLDER "/quorel-microphone.lv2/quorel-microphone.so"
+                                    : QUOREL_LV2_FOLDER "/quorel-speaker.lv2/quorel-speaker.so",
+                         RTLD_NOW | RTLD_LOCAL);
+        const auto descriptors =
+            reinterpret_cast<LV2_Descriptor_Function>(library != nullptr ? dlsym(library, "lv2_descriptor") : nullptr);
+        if (descriptors == nullptr)
+            throw std::runtime_error("no plug-in");
+        descriptor = descriptors(microphone ? 1 : 0);
+        map = {this, [](LV2_URID_Map_Handle host, const char* uri) { return static_cast<Host*>(host)->id(uri); }};
+        schedule = {this, [](LV2_Worker_Schedule_Handle host, std::uint32_t size, const void* data) {
+                        const auto* bytes = static_cast<const char*>(data);
+                        static_cast<Host*>(host)->orders.emplace_back(bytes, bytes + size);
+                        return LV2_WORKER_SUCCESS;
+                    }};
+        const std::int32_t length = promised;
+        const LV2_Options_Option options[] = {
+            {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__minBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
+            {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__maxBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
+            {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr}};
+        const LV2_Feature mapping{LV2_URID__map, &map};
+        const LV2_Feature working{LV2_WORKER__schedule, &schedule};
+        const LV2_Feature lengths{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
+        const LV2_Feature* features[] = {&mapping, &working, promised != 0 ? &lengths : nullptr, nullptr};
+        handle = descriptor->instantiate(descriptor, 48000, "", features);
+        if (handle == nullptr)
+            throw std::runtime_error("no instance");
+        for (std::uint32_t port = ports.latency(); port < ports.count(); ++port)
+            descriptor->connect_port(handle, port, &values[port]);
+        for (std::uint32_t c = 0; c < ports.kind.channels; ++c)
+            descriptor->connect_port(handle, c, sound.data() + std::size_t{c} * 256);
+        for (std::uint32_t c = 0; c < ports.kind.outputs(); ++c)
+            descriptor->connect_port(handle, ports.kind.channels + c, made[c].data());
+        if (!microphone) {
+            descriptor->connect_port(handle, ports.messagesIn(), in.data());
+            descriptor->connect_port(handle, ports.messagesOut(), out.data());
+        }
+        lv2_atom_forge_init(&forge, &map);
+        descriptor->activate(handle);
+    }
+
+    ~Host()
+    {
+        descriptor->cleanup(handle);
+        dlclose(library);
+    }
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    LV2_URID id(const std::string& uri)
+    {
+        for (std::size_t k = 0; k < uris.size(); ++k)
+            if (uris[k] == uri)
+                return static_cast<LV2_URID>(k + 1);
+        uris.push_back(uri);
+        return static_cast<LV2_URID>(uris.size());
+    }
+
+    void set(const std::string& name, float value)
+    {
+        for (std::size_t k = 0; k < ports.settings.size(); ++k)
+            if (name == ports.settings[k]->name)
+                values[ports.firstSetting() + k] = value;
+    }
+
+    // One call of 256 frames; the message is given with it if there is a path.
+    void run(const char* responses = nullptr)
+    {
+        LV2_Atom_Forge_Frame sequence;
+        lv2_atom_forge_set_buffer(&forge, reinterpret_cast<std::uint8_t*>(in.data()), sizeof in);
+        lv2_atom_forge_sequence_head(&forge, &sequence, 0);
+        if (responses != nullptr) {
+            LV2_Atom_Forge_Frame message;
+            lv2_atom_forge_frame_time(&forge, 0);
+            lv2_atom_forge_object(&forge, &message, 0, id(LV2_PATCH__Set));
+            lv2_atom_forge_key(&forge, id(LV2_PATCH__property));
+            lv2_atom_forge_urid(&forge, id(responsesUri));
+            lv2_atom_forge_key(&forge, id(LV2_PATCH__value));
+            lv2_atom_forge_path(&forge, responses, static_cast<std::uint32_t>(std::strlen(responses)));
+            lv2_atom_forge_pop(&forge, &message);
+        }
+        lv2_atom_forge_pop(&forge, &sequence);
+        auto* told = reinterpret_cast<LV2_Atom*>(out.data());
+        told->size = sizeof out - sizeof(LV2_Atom);
+        descriptor->run(handle, 256);
+    }
+
+    // Does what was scheduled, and what comes of it.
+    void settle()
+    {
+        const auto* worker = static_cast<const LV2_Worker_Interface*>(descriptor->extension_data(LV2_WORKER__interface));
+        while (!orders.empty()) {
+            const std::vector<char> order = orders.front();
+            orders.erase(orders.begin());
+            std::vector<std::vector<char>> answers;
+            worker->work(
+                handle,
+                [](LV2_Worker_Respond_Handle list, std::uint32_t size, const void* data) {
+                    const auto* bytes = static_cast<const char*>(data);
+                    static_cast<std::vector<std::vector<char>>*>(list)->emplace_back(bytes, bytes + size);
+                    return LV2_WORKER_SUCCESS;
+                },
+                &answers, static_cast<std::uint32_t>(order.size()), order.data());
+            for (const auto& answer : answers)
+                worker->work_response(handle, static_cast<std::uint32_t>(answer.size()), answer.data());
+        }
+    }
+
+    const LV2_State_Interface& state() const
+    {
+        return *static_cast<const LV2_State_Interface*>(descriptor->extension_data(LV2_STATE__interface));
+    }
+
+    float latency() const { return values[ports.latency()]; }
+
+    PluginPorts ports;
+    const LV2_Descriptor* descriptor = nullptr;
+    LV2_Handle handle = nullptr;
+    std::vector<float> values;
+    std::vector<float> sound; // of each channel, 256 frames
+    std::array<std::array<float, 256>, 2> made{};
+    alignas(8) std::array<char, 8192> in{};
+    alignas(8) std::array<char, 8192> out{};
+
+private:
+    void* library = nullptr;
+    LV2_URID_Map map{};
+    LV2_Worker_Schedule schedule{};
+    LV2_Atom_Forge forge{};
+    std::vector<std::string> uris;
+    std::vector<std::vector<char>> orders;
+};
+
+// By the rule: a slice of 480 adds nothing; 241 is prime, so 256 - gcd(241, 256); 240 - gcd(128, 240).
+TEST(Lv2Plugin, TakesALengthThatItsHostPromises)
+{
+    const auto latencyOf = [](bool microphone, std::int32_t promised) {
+        Host host(microphone, promised);
+        host.run();
+        return host.latency();
+    };
+    EXPECT_EQ(latencyOf(false, 0), 255);
+    EXPECT_EQ(latencyOf(false, 480), 0);
+    EXPECT_EQ(latencyOf(false, 857), 255); // a prime above the largest slice
+    EXPECT_EQ(latencyOf(true, 0), 239);
+    EXPECT_EQ(latencyOf(true, 128), 224);
+}
+
+// Surround off, side left is heard at the left ear alone.
+TEST(Lv2Plugin, FollowsItsPortsWhileItRuns)
+{
+    Host host(false);
+    for (std::size_t i = 0; i < 256; ++i)
+        host.sound[6 * 256 + i] = i % 64 < 32 ? 0.25F : -0.25F; // side left
+    const auto rightEar = [&host] {
+        for (int call = 0; call < 20; ++call)
+            host.run();
+        return *std::max_element(host.made[1].begin(), host.made[1].end());
+    };
+    EXPECT_EQ(rightEar(), 0.0F);
+    host.set("Settings", 1);
+    EXPECT_GT(rightEar(), 0.01F);
+    host.set("Settings", 0);
+    EXPECT_EQ(rightEar(), 0.0F);
+}
+
+// Responses of one tap: a half at the near ear and a quarter of that at the other.
+std::string writeResponses(const Folder& folder)
+{
+    constexpr std::size_t frames = 200;
+    std::vector<float> samples(frames * 14);
+    for (const std::size_t near : {0U, 2U, 4U, 7U, 9U, 11U}) {
+        samples[40 * 14 + near] = 0.5F;
+        samples[40 * 14 + near + 1] = 0.125F;
+    }
+    samples[40 * 14 + 6] = 0.5F; // front centre, left and right
+    samples[40 * 14 + 13] = 0.5F;
+    const std::string path = folder / "head.wav";
+    AudioWriter writer(path, {14, 48000, 0, SampleFormat::float32}, frames);
+    writer.write(samples.data(), frames);
+    writer.commit();
+    return path;
+}
+
+// An impulse on front left: a head of one tap gives one sample at each ear, the far one a quarter of the near one.
+void expectOneTap(Host& host)
+{
+    for (int call = 0; call < 40; ++call) // the change of the responses is faded
+        host.run();
+    host.sound[0] = 0.25F;
+    host.run(); // it leaves in the next call
+    host.sound[0] = 0;
+    std::vector<std::vector<float>> ears(2);
+    for (int call = 0; call < 2; ++call) {
+        if (call == 1)
+            host.run();
+        for (std::size_t ear = 0; ear < 2; ++ear)
+            ears[ear].insert(ears[ear].end(), host.made[ear].begin(), host.made[ear].end());
+    }
+    const auto loudest = [](const std::vector<float>& ear) {
+        return std::abs(*std::max_element(ear.begin(), ear.end(), [](float a, float b) { return std::abs(a) < std::abs(b); }));
+    };
+    const auto others = [&](const std::vector<float>& ear) {
+        float sum = 0;
+        for (const float x : ear)
+            sum += std::abs(x);
+        return sum - loudest(ear);
+    };
+    for (const auto& ear : ears) {
+        EXPECT_GT(loudest(ear), 0.001F);
+        EXPECT_LT(others(ear), 1e-4F * 512); // rounding of the transforms, with the equaliser flat
+    }
+    EXPECT_NEAR(loudest(ears[1]) / loudest(ears[0]), 0.25F, 0.001F);
+}
+
+TEST(Lv2Plugin, ReadsTheFileOfResponsesThatAMessageNames)
+{
+    const Folder folder;
+    const std::string path = writeResponses(folder);
+    Host host(false);
+    host.set("Settings", 1);
+    host.run(path.c_str());
+    host.settle();
+    expectOneTap(host);
+    host.run((folder / "none.wav").c_str()); // what cannot be read changes nothing
+    host.settle();
+    expectOneTap(host);
+}
+
+TEST(Lv2Plugin, KeepsTheFileOfResponsesInItsState)
+{
+    const Folder folder;
+    const std::string path = writeResponses(folder);
+    std::string kept;
+    {
+        Host host(false);
+        host.run(path.c_str());
+        host.settle();
+        const LV2_Feature* none[] = {nullptr};
+        host.state().save(
+            host.handle,
+            [](LV2_State_Handle text, std::uint32_t, const void* value, std::size_t, std::uint32_t, std::uint32_t) {
+                *static_cast<std::string*>(text) = static_cast<const char*>(value);
+                return LV2_STATE_SUCCESS;
+            },
+            &kept, 0, none);
+    }
+    ASSERT_EQ(kept, path);
+
+    Host host(false);
+    host.set("Settings", 1);
+    struct Kept {
+        std::string path;
+        LV2_URID type;
+    } state{kept, host.id(LV2_ATOM__Path)};
+    const LV2_Feature* none[] = {nullptr};
+    EXPECT_EQ(host.state().restore(
+                  host.handle,
+                  [](LV2_State_Handle from, std::uint32_t, std::size_t* size, std::uint32_t* type, std::uint32_t*) {
+                      const auto& held = *static_cast<const Kept*>(from);
+                      *size = held.path.size() + 1;
+                      *type = held.type;
+                      return static_cast<const void*>(held.path.c_str());
+                  },
+                  &state, 0, none),
+              LV2_STATE_SUCCESS);
+    expectOneTap(host);
+}
+
+} // namespace
+} // namespace quorel
