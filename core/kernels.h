@@ -9,6 +9,7 @@
 #pragma once
 
 #include "core/kernels/bank.h"
+#include "core/kernels/dynamics.h"
 #include "core/kernels/elements.h"
 #include "core/kernels/filters.h"
 #include "core/kernels/mixing.h"

@@ -95,4 +95,21 @@ struct PairMix {
     float sign[pairs]; // +1 or -1; the first is taken for +1
 };
 
+// From one point of a gain curve on: gain + (level - `level`) * slope. A slope of 0 is a gain that holds.
+struct GainSegment {
+    float level; // linear
+    float gain;
+    float slope; // gain per level
+};
+
+// How a compressor moves, and where to.
+struct Dynamics {
+    static constexpr size_t maxChannels = 8;
+
+    float attack;             // 0 < attack <= 1, share of the way to a sample that an envelope goes in one frame, up or level
+    float release;            // 0 < release <= 1, down
+    const GainSegment* curve; // in rising order of level; the first also serves what lies below it
+    size_t segments;
+};
+
 } // namespace quorel

@@ -10,6 +10,7 @@
 
 #include "core/kernels/bank_body.h"
 #include "core/kernels/cascade_body.h"
+#include "core/kernels/dynamics_body.h"
 #include "core/kernels/elements_body.h"
 #include "core/kernels/kernel_table.h"
 #include "core/kernels/mixing_body.h"
