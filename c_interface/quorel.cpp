@@ -7,13 +7,20 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
+#include <utility>
 
 struct quorel_effect {
+    quorel_effect(quorel::SignalPath path, std::uint32_t outputChannels, std::uint32_t maxFrames)
+        : path(std::move(path)), outputChannels(outputChannels), maxFrames(maxFrames)
+    {
+    }
+
     quorel::SignalPath path;
-    std::uint32_t outputChannels = 0;
-    std::uint32_t maxFrames = 0;
-    char error[QUOREL_TEXT] = "";
+    std::uint32_t outputChannels;
+    std::uint32_t maxFrames;
+    char error[QUOREL_TEXT] = ""; // of the last call that failed
 };
 
 namespace {
@@ -61,10 +68,11 @@ quorel_status create(Kind kind, std::uint32_t channels, std::uint32_t mask, std:
     }
     *effect = nullptr;
     return guarded(why, [&] {
-        const auto signedChannels =
-            static_cast<std::int32_t>(std::min(channels, slots + 1)); // none that is too many becomes negative
-        *effect =
-            new quorel_effect{quorel::SignalPath(kind, signedChannels, mask, maxFrames, rate), outputChannels, maxFrames, ""};
+        // None that is too many becomes negative.
+        const auto signedChannels = static_cast<std::int32_t>(std::min(channels, slots + 1));
+        *effect = std::make_unique<quorel_effect>(quorel::SignalPath(kind, signedChannels, mask, maxFrames, rate), outputChannels,
+                                                  maxFrames)
+                      .release();
         return QUOREL_OK;
     });
 }

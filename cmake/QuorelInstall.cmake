@@ -48,6 +48,27 @@ Cflags: -I\${includedir}
   if(quorel_programs)
     install(TARGETS ${quorel_programs} COMPONENT tools)
   endif()
+
+  # The manual pages and completions, from what each program says of its options.
+  find_program(QUOREL_SCDOC scdoc)
+  find_package(Python3 COMPONENTS Interpreter)
+  if(QUOREL_SCDOC AND Python3_FOUND)
+    set(pages ${PROJECT_BINARY_DIR}/pages)
+    set(made)
+    foreach(program ${quorel_programs})
+      set(files ${pages}/${program}.1 ${pages}/${program}.bash ${pages}/${program}.zsh ${pages}/${program}.fish)
+      add_custom_command(OUTPUT ${files} VERBATIM
+        COMMAND sh ${PROJECT_SOURCE_DIR}/packaging/pages.sh $<TARGET_FILE:${program}> ${PROJECT_VERSION} ${pages}
+        DEPENDS ${program} ${PROJECT_SOURCE_DIR}/packaging/pages.py ${PROJECT_SOURCE_DIR}/packaging/pages.sh)
+      list(APPEND made ${files})
+      install(FILES ${pages}/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+      set(share ${CMAKE_INSTALL_DATADIR})
+      install(FILES ${pages}/${program}.bash DESTINATION ${share}/bash-completion/completions RENAME ${program} COMPONENT tools)
+      install(FILES ${pages}/${program}.zsh DESTINATION ${share}/zsh/vendor-completions RENAME _${program} COMPONENT tools)
+      install(FILES ${pages}/${program}.fish DESTINATION ${share}/fish/vendor_completions.d COMPONENT tools)
+    endforeach()
+    add_custom_target(program_pages ALL DEPENDS ${made})
+  endif()
   if(TARGET quorel-live)
     file(READ ${PROJECT_SOURCE_DIR}/packaging/quorel-live.service unit)
     string(REPLACE /usr/bin/ ${CMAKE_INSTALL_FULL_BINDIR}/ unit "${unit}")

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tool.h"
 
+#include "tools/option_table.h"
+
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
@@ -25,6 +27,10 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& b
     tool.set_version_flag("--version", tool.get_name() + version, "Print the version and exit");
     try {
         std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
+        if (arguments == std::vector<std::string>{"--option-table"}) { // not in the help: for those who make pages of it
+            writeOptionTable(tool, std::cout);
+            return 0;
+        }
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         tool.parse(arguments);
         return body();
