@@ -8,8 +8,9 @@
 
 namespace quorel::PassThrough {
 
-// Four samples side by side, at any address.
-using Quad = float __attribute__((vector_size(16), aligned(4), may_alias));
+// Four samples side by side, at any address. Of an alias in the other form clang forgets the alignment.
+typedef float Quad __attribute__((vector_size(16), aligned(4), may_alias));
+static_assert(alignof(Quad) == alignof(float));
 
 // A block of C samples a frame, channel by channel: out[c][first + i] = in[i * C + c]. Ahead of `first` the rows stay.
 template <std::size_t C>
