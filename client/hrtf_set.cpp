@@ -143,6 +143,9 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb)
         if (losses[start] <= least + silentHead)
             set.skipped = start;
     const Loss loss = worstFrom(set.skipped);
+    for (std::size_t row = 0; row < speakerTable.size(); ++row)
+        for (std::size_t ear = 0; ear < 2 && row != woofer; ++ear)
+            set.cut[row][ear] = lossOf(responseOf(measured, row, ear), energies[row][ear], set.skipped, w);
     set.worstCut = loss.share;
     set.worstName = earOf(loss.row, loss.ear);
     if (set.worstCut > mostCut) {
@@ -183,31 +186,41 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb)
     return set;
 }
 
-std::array<double, 9> colourOf(const FittedSet& set)
+std::array<double, 9> octavePowers(std::span<const float> taps)
 {
     constexpr std::uint64_t order = 15; // 1.5 Hz between the bins
     FFT<float> fft(order);
     Buffer<float, 1> samples(fft.length());
     Buffer<float, 1> spectrum(fft.length());
-    const auto addThirds = [&](std::array<double, 9>& thirds, std::span<const float> taps, std::size_t onset) {
-        samples.clear();
-        std::copy(taps.begin(), taps.end(), samples.channel(0) + onset);
-        fft.Fwd(samples, spectrum);
-        const float* x = spectrum.channel(0);
-        for (std::size_t band = 0; band < thirds.size(); ++band) {
-            const double centre = 1000 * std::exp2(static_cast<double>(band) - 4) * static_cast<double>(fft.length()) / hrtfRate;
-            const auto first = static_cast<std::size_t>(std::ceil(centre * std::exp2(-1. / 6)));
-            for (std::size_t k = first; static_cast<double>(k) < centre * std::exp2(1. / 6); ++k)
-                thirds.at(band) += squared(x[2 * k - 1]) + squared(x[2 * k]);
-        }
-    };
+    std::copy(taps.begin(), taps.end(), samples.channel(0));
+    fft.Fwd(samples, spectrum);
+    const float* x = spectrum.channel(0);
+    std::array<double, 9> powers{};
+    for (std::size_t band = 0; band < powers.size(); ++band) {
+        const double centre = 1000 * std::exp2(static_cast<double>(band) - 4) * static_cast<double>(fft.length()) / hrtfRate;
+        const auto first = static_cast<std::size_t>(std::ceil(centre * std::exp2(-1. / 6)));
+        std::size_t k = first;
+        for (; static_cast<double>(k) < centre * std::exp2(1. / 6); ++k)
+            powers.at(band) += squared(x[2 * k - 1]) + squared(x[2 * k]);
+        powers.at(band) /= static_cast<double>(k - first);
+    }
+    return powers;
+}
+
+std::array<double, 9> colourOf(const FittedSet& set)
+{
     std::array<double, 9> own{};
     std::array<double, 9> builtIn{};
+    const auto add = [](std::array<double, 9>& sum, std::span<const float> taps) {
+        const auto powers = octavePowers(taps);
+        for (std::size_t band = 0; band < sum.size(); ++band)
+            sum.at(band) += powers.at(band);
+    };
     for (const std::size_t row : rowsOf(withoutWoofer)) {
         for (const Taps& taps : set.taps.at(row))
-            addThirds(own, taps, 0);
-        for (const auto ear : {&SpeakerResponses::left, &SpeakerResponses::right})
-            addThirds(builtIn, (speakerResponses.at(row).*ear).taps, (speakerResponses.at(row).*ear).onset);
+            add(own, taps);
+        add(builtIn, speakerResponses.at(row).left.taps); // an onset changes no level
+        add(builtIn, speakerResponses.at(row).right.taps);
     }
     for (std::size_t band = 0; band < own.size(); ++band)
         own.at(band) = 10 * std::log10(own.at(band) / builtIn.at(band));

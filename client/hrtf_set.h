@@ -13,6 +13,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -39,15 +40,19 @@ struct MeasuredSet {
 
 struct FittedSet {
     std::array<std::array<std::array<float, fittedTaps>, 2>, 8> taps; // of each speaker, left ear first
-    double worstCut = 0;     // the largest share of a response's energy that was cut, 0 to 1
-    std::string worstName;   // whose
-    std::size_t skipped = 0; // frames before the first that was taken
-    double gainDb = 0;       // by which the taps were scaled
+    std::array<std::array<double, 2>, 8> cut{}; // share of each response's energy that was cut, 0 to 1; the woofer's 0
+    double worstCut = 0;                        // the largest share of a response's energy that was cut, 0 to 1
+    std::string worstName;                      // whose
+    std::size_t skipped = 0;                    // frames before the first that was taken
+    double gainDb = 0;                          // by which the taps were scaled
 };
 
 // Throws std::runtime_error with a text for the user if a response is silent or holds a value that is no number, or loses
 // more than `mostCut` of its energy. gainDb: on top of the built-in set's level.
 FittedSet fitSet(const MeasuredSet& measured, double gainDb);
+
+// Mean power in the third octaves at 63, 125 Hz and so on to 16 kHz.
+std::array<double, 9> octavePowers(std::span<const float> taps);
 
 // Levels in the third octaves at 63, 125 Hz and so on to 16 kHz, of the energy summed over the speakers but the woofer and over
 // both ears, against the built-in set's, in dB.

@@ -1,25 +1,33 @@
 // SPDX-License-Identifier: MIT
-// How a file of responses is taken, on a command line.
+// A file of responses on a command line.
 #pragma once
 
 #include "client/hrtf_file.h"
+#include "core/settings_record.h"
+#include "tools/tool.h"
 
-#include <CLI/CLI.hpp>
-
-#include <map>
-#include <string>
+#include <optional>
 
 namespace quorel {
 
-inline void addEqualize(CLI::App& tool, Equalize& equalize)
-{
-    const std::map<std::string, Equalize> names = {{"diffuse", Equalize::byDiffuseField}, {"none", Equalize::none}};
-    tool.add_option("--equalize", equalize,
-                    "What is done to a SOFA file's responses: diffuse takes out the mean of\n"
-                    "all directions, none takes them as measured")
-        ->transform(CLI::CheckedTransformer(names).description(""))
-        ->type_name("NAME")
-        ->default_str("diffuse");
-}
+// The option --equalize.
+void addEqualize(CLI::App& tool, Equalize& equalize);
+
+// The option --hrtf, for a tool that renders.
+class HrtfOption {
+public:
+    void add(CLI::App& tool);
+
+    // Imports the file, if one was named, and tells the user of it. To be called once, after the options have been read.
+    void load(const CLI::App& tool);
+
+    // Gives a path's record the set for the speakers of the mask; the spectra have to live until the path has run a block.
+    [[nodiscard]] std::vector<float> give(SettingsRecord& record, std::uint32_t channelMask) const;
+
+private:
+    std::string file;
+    Equalize equalize = Equalize::byDiffuseField;
+    std::optional<FittedSet> set;
+};
 
 } // namespace quorel

@@ -4,6 +4,7 @@
 #include "core/signal_path.h"
 #include "core/status.h"
 #include "speaker/speaker_tables.h"
+#include "tools/hrtf_option.h"
 #include "tools/input.h"
 #include "tools/settings_options.h"
 #include "tools/tool.h"
@@ -39,6 +40,7 @@ struct Options {
     std::string sampleFormat = "float";
     bool resample = false;
     bool verbose = false;
+    HrtfOption hrtf;
     SettingsRecord settings;
 };
 
@@ -67,6 +69,7 @@ void declare(CLI::App& tool, Options& options)
         ->capture_default_str();
     tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
 
+    options.hrtf.add(tool);
     addSettings(tool, settings, Effect::speaker);
 }
 
@@ -116,6 +119,7 @@ int render(const CLI::App& tool, const Options& options)
     const std::uint32_t mask = options.channelMask != 0 ? options.channelMask : input.mask();
     const auto channels = static_cast<std::size_t>(input.channels());
     SignalPath path = pathFor(options, input.channels(), mask, rate);
+    const std::vector<float> responses = options.hrtf.give(*path->settings(), mask);
 
     const bool copying = rate != effectRate;
     if (copying)
@@ -181,5 +185,8 @@ int main(int argc, char** argv)
     CLI::App tool(quorel::description, "quorel-render");
     quorel::Options options;
     quorel::declare(tool, options);
-    return quorel::runTool(tool, argc, argv, [&] { return quorel::render(tool, options); });
+    return quorel::runTool(tool, argc, argv, [&] {
+        options.hrtf.load(tool);
+        return quorel::render(tool, options);
+    });
 }

@@ -23,6 +23,37 @@ protected:
     Sound render(const std::string& input, const std::vector<std::string>& options = {}) { return treat(input, options); }
 };
 
+// ---- other responses --------------------------------------------------------------------------------------------------
+
+// One tap for each pair: 1 at frame 10 of the near ear, a half at frame 20 of the far one. Channel 1 is front left's left ear.
+TEST_F(QuorelRender, ResponsesOfAFileTakeTheBuiltInOnesPlace)
+{
+    constexpr std::size_t setChannels = 14;
+    std::vector<float> set(100 * setChannels);
+    for (const std::size_t nearChannel : {0, 2, 4, 6, 7, 9, 11, 13})
+        set[10 * setChannels + nearChannel] = 1;
+    for (const std::size_t farChannel : {1, 3, 5, 8, 10, 12})
+        set[20 * setChannels + farChannel] = 0.5F;
+    const std::string responses = save("set.wav", 14, set);
+
+    std::vector<float> impulse(2 * 400);
+    impulse[0] = 0.01F; // far below the limiter
+    const Outcome outcome = run({save("in.wav", 2, impulse), path("out.wav"), "--hrtf", responses});
+    EXPECT_TRUE(outcome.exited(0)) << outcome;
+    EXPECT_THAT(outcome.err, HasSubstr("fourteen channels of 100 frames at 48000 Hz\n"));
+    const Sound heard = load(path("out.wav"));
+    std::size_t first = 0;
+    while (first < 100 && std::abs(heard.at(first, 0)) < 1e-4F)
+        ++first;
+    const float direct = heard.at(first, 0);
+    for (std::size_t i = 0; i < 300; ++i) {
+        EXPECT_NEAR(heard.at(i, 0), i == first ? direct : 0, 1e-6) << i; // the transforms' noise
+        EXPECT_NEAR(heard.at(i, 1), i == first + 10 ? direct / 2 : 0, 1e-6) << i;
+    }
+    expectRefusal(path("in.wav"), "cannot read " + path("none.sofa") + ": No such file or directory",
+                  {"--hrtf", path("none.sofa")});
+}
+
 // ---- refusals -------------------------------------------------------------------------------------------------------
 
 TEST_F(QuorelRender, AMissingInputIsRefused)
