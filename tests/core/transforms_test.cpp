@@ -1,22 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "core/kernels/transforms.h"
 
-#include "core/rt_alloc.h"
+#include "tests/core/transform.h"
 #include "tests/core/variants.h"
 #include "tests/support/noise.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <complex>
-#include <functional>
-#include <limits>
-#include <memory>
 #include <numbers>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace quorel {
@@ -119,82 +114,6 @@ double relativeError(const std::vector<float>& actual, const std::vector<double>
     }
     return std::sqrt(error / power);
 }
-
-// What an initialised transform needs to run. `Sample` is float or Complex.
-template <typename Sample>
-class Transform {
-    static constexpr bool real = std::is_same_v<Sample, float>;
-    using Spec = std::conditional_t<real, FFTSpec_R_32f, FFTSpec_C_32fc>;
-
-public:
-    explicit Transform(std::int32_t order, std::int32_t flag = fftDivideNeither)
-    {
-        std::int32_t specSize = 0;
-        std::int32_t initSize = 0;
-        std::int32_t workSize = 0;
-        Spec* ready = nullptr;
-        if constexpr (real)
-            check(ippsFFTGetSize_R_32f(order, flag, 0, &specSize, &initSize, &workSize));
-        else
-            check(ippsFFTGetSize_C_32fc(order, flag, 0, &specSize, &initSize, &workSize));
-        specStorage.reset(rt_alloc(static_cast<std::uint64_t>(specSize)));
-        workStorage.reset(rt_alloc(static_cast<std::uint64_t>(workSize)));
-        const RtPointer<void> initStorage(rt_alloc(static_cast<std::uint64_t>(initSize)));
-        if constexpr (real)
-            check(ippsFFTInit_R_32f(&ready, order, flag, 0, specStorage.get(), initStorage.get()));
-        else
-            check(ippsFFTInit_C_32fc(&ready, order, flag, 0, specStorage.get(), initStorage.get()));
-        spec = ready;
-    }
-
-    // Each runs between copies that stand `shift` floats behind a 64-byte boundary and sees to it that nothing is written
-    // outside the result and nothing into the source.
-    std::vector<float> forward(const std::vector<float>& src, std::size_t shift = 0) const
-    {
-        return run(src, shift, [&](const float* x, float* y) { return ippsFFTFwd_RToPack_32f(x, y, spec, work()); });
-    }
-
-    std::vector<float> inverse(const std::vector<float>& src, std::size_t shift = 0) const
-    {
-        return run(src, shift, [&](const float* x, float* y) {
-            if constexpr (real)
-                return ippsFFTInv_PackToR_32f(x, y, spec, work());
-            else
-                return ippsFFTInv_CToC_32fc(reinterpret_cast<const Complex*>(x), reinterpret_cast<Complex*>(y), spec, work());
-        });
-    }
-
-    const Spec* spec = nullptr;
-    void* work() const { return workStorage.get(); }
-
-private:
-    template <typename Kernel>
-    static std::vector<float> run(const std::vector<float>& src, std::size_t shift, Kernel kernel)
-    {
-        constexpr std::size_t guard = 16;
-        constexpr float untouched = 12345.0F;
-        const std::size_t n = src.size();
-        const auto row = [&] {
-            const auto bytes = static_cast<std::uint64_t>((n + shift + 2 * guard) * sizeof(float));
-            RtPointer<float> floats(static_cast<float*>(rt_alloc(bytes)));
-            std::fill_n(floats.get(), n + shift + 2 * guard, untouched);
-            return floats;
-        };
-        const auto from = row();
-        const auto to = row();
-        float* x = from.get() + guard + shift;
-        float* y = to.get() + guard + shift;
-        std::copy(src.begin(), src.end(), x);
-        check(kernel(x, y));
-        EXPECT_TRUE(std::equal(src.begin(), src.end(), x)) << "the source was written";
-        EXPECT_EQ(std::count(to.get(), y, untouched), y - to.get()) << "written ahead of the result";
-        EXPECT_EQ(std::count(y + n, y + n + guard, untouched), 16) << "written behind the result";
-        return {y, y + n};
-    }
-
-    RtPointer<void> specStorage;
-    RtPointer<void> workStorage;
-};
 
 // Runs the test once in each variant that this processor has.
 class EachVariant : public WithVariant {};
@@ -497,66 +416,6 @@ TEST_P(EachVariant, StorageAtAnyAddressServes)
     }
 }
 
-// --- The packed product ----------------------------------------------------------------------------------------------
-
-// By the definition, each element rounded once: two products and a sum in double are exact enough for that.
-std::vector<double> packedProduct(const std::vector<float>& a, const std::vector<float>& b)
-{
-    const auto at = [](const std::vector<float>& p, std::size_t i) { return static_cast<double>(p[i]); };
-    std::vector<double> product(a.size());
-    product[0] = at(a, 0) * at(b, 0);
-    std::size_t i = 1;
-    for (; i + 1 < a.size(); i += 2) {
-        product[i] = at(a, i) * at(b, i) - at(a, i + 1) * at(b, i + 1);
-        product[i + 1] = at(a, i) * at(b, i + 1) + at(a, i + 1) * at(b, i);
-    }
-    if (i < a.size())
-        product[i] = at(a, i) * at(b, i);
-    return product;
-}
-
-// Factors lie below 1: two products and a sum of single precision miss the exact value by less than three half ulps of 2.
-constexpr float productTolerance = 3.0F * 0.5F * 2.0F * std::numeric_limits<float>::epsilon();
-
-TEST_P(EachVariant, APackedProductIsTheDefinitionAtEveryLengthAndAlignment)
-{
-    for (std::size_t n = 1; n <= 1100; n = n < 70 ? n + 1 : n + 191)
-        for (const std::size_t shift : {0U, 1U, 5U}) {
-            const auto a = noise(n + shift, 11);
-            const auto b = noise(n + 2 * shift, 12);
-            std::vector<float> y(n + shift + 1, 77.0F);
-            const float* x = a.data() + shift;
-            const float* h = b.data() + 2 * shift;
-            ASSERT_EQ(ippsMulPack_32f(x, h, y.data() + shift, length32(n)), ippStsNoErr);
-            const auto expected = packedProduct({x, x + n}, {h, h + n});
-            for (std::size_t i = 0; i < n; ++i)
-                EXPECT_NEAR(y[i + shift], expected[i], productTolerance) << "length " << n << " element " << i;
-            EXPECT_EQ(std::count(y.begin(), y.begin() + static_cast<std::ptrdiff_t>(shift), 77.0F), static_cast<int>(shift));
-            EXPECT_EQ(y.back(), 77.0F);
-        }
-}
-
-TEST_P(EachVariant, APackedProductMayStandInEitherFactor)
-{
-    for (const std::size_t n : {1U, 2U, 3U, 4U, 16U, 31U, 32U, 33U, 34U, 1023U, 1024U}) {
-        const auto a = noise(n, 13);
-        const auto b = noise(n, 14);
-        std::vector<float> apart(n);
-        ASSERT_EQ(ippsMulPack_32f(a.data(), b.data(), apart.data(), length32(n)), ippStsNoErr);
-        auto first = a;
-        ASSERT_EQ(ippsMulPack_32f(first.data(), b.data(), first.data(), length32(n)), ippStsNoErr);
-        EXPECT_EQ(first, apart);
-        auto second = b;
-        ASSERT_EQ(ippsMulPack_32f(a.data(), second.data(), second.data(), length32(n)), ippStsNoErr);
-        EXPECT_EQ(second, apart);
-        auto square = a;
-        ASSERT_EQ(ippsMulPack_32f(square.data(), square.data(), square.data(), length32(n)), ippStsNoErr);
-        const auto expected = packedProduct(a, a);
-        for (std::size_t i = 0; i < n; ++i)
-            EXPECT_NEAR(square[i], expected[i], productTolerance);
-    }
-}
-
 TEST_P(EachVariant, APackedProductOfSpectraIsACircularConvolution)
 {
     const auto x = noise(64, 15);
@@ -569,137 +428,6 @@ TEST_P(EachVariant, APackedProductOfSpectraIsACircularConvolution)
     auto spectrum = transform.forward(x);
     ASSERT_EQ(ippsMulPack_32f(spectrum.data(), transform.forward(h).data(), spectrum.data(), 64), ippStsNoErr);
     EXPECT_LT(relativeError(transform.inverse(spectrum), expected), 3 * tolerance); // three transforms
-}
-
-TEST_P(EachVariant, AnInfinityStaysInItsBinOfAPackedProduct)
-{
-    auto a = noise(1024, 17);
-    const auto b = noise(1024, 18);
-    a[2 * 100 - 1] = std::numeric_limits<float>::infinity();
-    std::vector<float> y(1024);
-    ASSERT_EQ(ippsMulPack_32f(a.data(), b.data(), y.data(), 1024), ippStsNoErr);
-    for (std::size_t i = 0; i < 1024; ++i)
-        EXPECT_EQ(std::isfinite(y[i]), i != 199 && i != 200) << i;
-}
-
-// --- Statuses --------------------------------------------------------------------------------------------------------
-
-TEST(MulPack, ANullArrayIsRefusedBeforeTheLength)
-{
-    float x[2] = {1, 2};
-    EXPECT_EQ(ippsMulPack_32f(nullptr, x, x, 0), ippStsNullPtrErr);
-    EXPECT_EQ(ippsMulPack_32f(x, nullptr, x, 2), ippStsNullPtrErr);
-    EXPECT_EQ(ippsMulPack_32f(x, x, nullptr, 2), ippStsNullPtrErr);
-}
-
-TEST(MulPack, ALengthBelowOneIsRefused)
-{
-    float x[2] = {1, 2};
-    EXPECT_EQ(ippsMulPack_32f(x, x, x, 0), ippStsSizeErr);
-    EXPECT_EQ(ippsMulPack_32f(x, x, x, -1), ippStsSizeErr);
-}
-
-// The two kinds of transform side by side, so that each rule is tested on both.
-struct Kind {
-    std::int32_t highestOrder;
-    std::function<Status(std::int32_t, std::int32_t, std::int32_t*, std::int32_t*, std::int32_t*)> getSize;
-    std::function<Status(bool withSpec, std::int32_t, std::int32_t, void*, void*)> init;
-};
-
-const Kind kinds[] = {
-    {29, [](auto order, auto flag, auto* a, auto* b, auto* c) { return ippsFFTGetSize_R_32f(order, flag, 0, a, b, c); },
-     [](bool withSpec, auto order, auto flag, void* storage, void* init) {
-         FFTSpec_R_32f* spec = nullptr;
-         return ippsFFTInit_R_32f(withSpec ? &spec : nullptr, order, flag, 0, storage, init);
-     }},
-    {28, [](auto order, auto flag, auto* a, auto* b, auto* c) { return ippsFFTGetSize_C_32fc(order, flag, 0, a, b, c); },
-     [](bool withSpec, auto order, auto flag, void* storage, void* init) {
-         FFTSpec_C_32fc* spec = nullptr;
-         return ippsFFTInit_C_32fc(withSpec ? &spec : nullptr, order, flag, 0, storage, init);
-     }},
-};
-
-TEST(TransformSizes, EveryOrderAndFlagHasByteCounts)
-{
-    for (const Kind& kind : kinds)
-        for (std::int32_t order = 0; order <= kind.highestOrder; ++order)
-            for (const std::int32_t flag : flags) {
-                std::int32_t spec = -1;
-                std::int32_t init = -1;
-                std::int32_t work = -1;
-                EXPECT_EQ(kind.getSize(order, flag, &spec, &init, &work), ippStsNoErr);
-                EXPECT_GT(spec, 0);
-                EXPECT_GE(init, 0);
-                EXPECT_GE(work, 0);
-            }
-}
-
-TEST(TransformSizes, AnOrderBelowZeroOrAboveTheHighestIsRefused)
-{
-    std::int32_t bytes = 0;
-    std::int32_t storage = 0;
-    for (const Kind& kind : kinds)
-        for (const std::int32_t order : {-1, kind.highestOrder + 1, 1000, std::numeric_limits<std::int32_t>::min()}) {
-            EXPECT_EQ(kind.getSize(order, 8, &bytes, &bytes, &bytes), ippStsFftOrderErr);
-            EXPECT_EQ(kind.init(true, order, 8, &storage, nullptr), ippStsFftOrderErr);
-        }
-}
-
-TEST(TransformSizes, AFlagOtherThanTheFourIsRefused)
-{
-    std::int32_t bytes = 0;
-    std::int32_t storage = 0;
-    for (const Kind& kind : kinds)
-        for (const std::int32_t flag : {-8, -1, 0, 3, 5, 6, 7, 9, 16}) {
-            EXPECT_EQ(kind.getSize(10, flag, &bytes, &bytes, &bytes), ippStsFftFlagErr);
-            EXPECT_EQ(kind.init(true, 10, flag, &storage, nullptr), ippStsFftFlagErr);
-        }
-}
-
-TEST(TransformSizes, ANullPointerIsRefusedBeforeAnythingElse)
-{
-    std::int32_t bytes = 0;
-    std::int32_t storage = 0;
-    for (const Kind& kind : kinds) {
-        EXPECT_EQ(kind.getSize(-1, 0, nullptr, &bytes, &bytes), ippStsNullPtrErr);
-        EXPECT_EQ(kind.getSize(10, 8, &bytes, nullptr, &bytes), ippStsNullPtrErr);
-        EXPECT_EQ(kind.getSize(10, 8, &bytes, &bytes, nullptr), ippStsNullPtrErr);
-        EXPECT_EQ(kind.init(false, -1, 0, &storage, nullptr), ippStsNullPtrErr);
-        EXPECT_EQ(kind.init(true, 10, 8, nullptr, nullptr), ippStsNullPtrErr);
-    }
-}
-
-TEST(TransformRuns, ANullArrayOrSpecIsRefused)
-{
-    std::vector<float> x(1024);
-    std::vector<Complex> z(1024);
-    const Transform<float> real(10);
-    const Transform<Complex> complex(10);
-    EXPECT_EQ(ippsFFTFwd_RToPack_32f(nullptr, x.data(), real.spec, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTFwd_RToPack_32f(x.data(), nullptr, real.spec, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTFwd_RToPack_32f(x.data(), x.data(), nullptr, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_PackToR_32f(nullptr, x.data(), real.spec, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_PackToR_32f(x.data(), nullptr, real.spec, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_PackToR_32f(x.data(), x.data(), nullptr, real.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_CToC_32fc(nullptr, z.data(), complex.spec, complex.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_CToC_32fc(z.data(), nullptr, complex.spec, complex.work()), ippStsNullPtrErr);
-    EXPECT_EQ(ippsFFTInv_CToC_32fc(z.data(), z.data(), nullptr, complex.work()), ippStsNullPtrErr);
-}
-
-TEST(TransformRuns, ANullWorkStorageIsRefusedWhereASizeWasAskedFor)
-{
-    std::vector<float> x(2048);
-    std::vector<float> y(2048);
-    const auto* z = reinterpret_cast<const Complex*>(x.data());
-    for (const std::int32_t order : {3, 9, 10}) {
-        const Transform<float> real(order);
-        const Transform<Complex> complex(order);
-        const Status realStatus = real.work() == nullptr ? ippStsNoErr : ippStsNullPtrErr;
-        const Status complexStatus = complex.work() == nullptr ? ippStsNoErr : ippStsNullPtrErr;
-        EXPECT_EQ(ippsFFTFwd_RToPack_32f(x.data(), y.data(), real.spec, nullptr), realStatus);
-        EXPECT_EQ(ippsFFTInv_PackToR_32f(x.data(), y.data(), real.spec, nullptr), realStatus);
-        EXPECT_EQ(ippsFFTInv_CToC_32fc(z, reinterpret_cast<Complex*>(y.data()), complex.spec, nullptr), complexStatus);
-    }
 }
 
 } // namespace
