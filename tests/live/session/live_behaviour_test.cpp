@@ -212,17 +212,17 @@ TEST_F(LiveBehaviour, HasTheVolumeOfASinkAndNoneBehindTheEffect)
     {
         GraphClient client({"FL"}, {"FL", "FR"});
         client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
-        EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+        ASSERT_TRUE(hears(client, sound, {0.2F, 0}));
         const std::string sink = idOf("quorel.speaker");
         session.command("wpctl set-volume " + sink + " 0.5");
-        EXPECT_TRUE(hears(client, sound, {0.025F, 0}));
+        ASSERT_TRUE(hears(client, sound, {0.025F, 0}));
         session.command("wpctl set-mute " + sink + " 1");
-        EXPECT_TRUE(hears(client, sound, {0, 0}));
+        ASSERT_TRUE(hears(client, sound, {0, 0}));
         session.command("wpctl set-mute " + sink + " 0");
         session.command("wpctl set-volume " + sink + " 1.0");
-        EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+        ASSERT_TRUE(hears(client, sound, {0.2F, 0}));
         session.command("wpctl set-volume " + idOf("quorel.speaker.output") + " 0.5");
-        EXPECT_TRUE(hears(client, sound, {0.025F, 0}));
+        ASSERT_TRUE(hears(client, sound, {0.025F, 0}));
     }
     std::this_thread::sleep_for(2s); // the session manager stores volumes after a second
     live->signal(SIGTERM);
@@ -231,7 +231,7 @@ TEST_F(LiveBehaviour, HasTheVolumeOfASinkAndNoneBehindTheEffect)
     session.command(QUOREL_LIVE " --bypass on");
     GraphClient client({"FL"}, {"FL", "FR"});
     client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL", "speakers:monitor_FR"});
-    EXPECT_TRUE(hears(client, sound, {0.2F, 0}));
+    ASSERT_TRUE(hears(client, sound, {0.2F, 0}));
 }
 
 // What the server makes of channels that a player does not have is told in docs/live.md, and not ours.
