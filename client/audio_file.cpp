@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "client/audio_file.h"
 
-#include "platform/programs/input_file.h"
-
+#include <algorithm>
 #include <array>
 #include <bit>
-#include <stdexcept>
+#include <numeric>
 #include <string_view>
-#include <vector>
 
 namespace quorel {
 
@@ -35,20 +33,21 @@ constexpr std::array<int, 18> speakerOfBit = {
     SF_CHANNEL_MAP_TOP_REAR_RIGHT,
 };
 
-// The mask of a file that names its speakers.
-std::optional<std::uint32_t> ownMask(SNDFILE* file, int channels)
+// The bit of each channel's speaker, where the file names them; it may say that its channels have no places. A speaker that has
+// none among the bits is left out.
+std::vector<std::uint32_t> ownSpeakers(SNDFILE* file, int channels)
 {
     std::vector<int> speakers(static_cast<std::size_t>(channels), SF_CHANNEL_MAP_INVALID);
     const int bytes = static_cast<int>(speakers.size() * sizeof(int));
     if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) != SF_TRUE)
-        return std::nullopt;
+        return {};
 
-    std::uint32_t mask = 0;
+    std::vector<std::uint32_t> bits;
     for (const int speaker : speakers)
         for (std::size_t bit = 0; bit < speakerOfBit.size(); ++bit)
             if (speaker == speakerOfBit[bit])
-                mask |= 1U << bit;
-    return mask != 0 ? std::optional(mask) : std::nullopt; // a file may say that its channels have no places
+                bits.push_back(1U << bit);
+    return bits;
 }
 
 // The library ends its texts in full stops and line breaks; ours stand inside a line.
@@ -70,22 +69,28 @@ int subtype(SampleFormat format)
     }
 }
 
-// By its first bytes, before a library sees it: a library tries every format that it knows, and some of their decoders speak to
-// the user. In other formats the order of the channels is another one as well. FLAC may have a tag of another standard in front:
-// ten bytes that end in its size, seven bits each.
-bool isWavOrFlac(const platform::InputFile& input)
+int kindOf(Container container)
 {
-    const std::string head = input.read(0, 12);
-    if (head.size() < 12)
-        return false;
-    if (head.starts_with("ID3")) {
-        std::size_t size = 10;
-        for (std::size_t i = 0; i < 4; ++i)
-            size += std::size_t{static_cast<unsigned char>(head[6 + i])} << (7 * (3 - i));
-        return input.read(size, 4) == "fLaC";
+    switch (container) {
+    case Container::rf64:
+        return SF_FORMAT_RF64;
+    case Container::w64:
+        return SF_FORMAT_W64;
+    case Container::flac:
+        return SF_FORMAT_FLAC;
+    case Container::aiff:
+        return SF_FORMAT_AIFF;
+    case Container::caf:
+        return SF_FORMAT_CAF;
+    default:
+        return SF_FORMAT_WAV;
     }
-    return head.starts_with("fLaC") ||
-           ((head.starts_with("RIFF") || head.starts_with("RIFX") || head.starts_with("RF64")) && head.substr(8) == "WAVE");
+}
+
+// What the user is told of.
+std::string shown(const std::string& path, const char* stream)
+{
+    return path == "-" ? stream : path;
 }
 
 } // namespace
@@ -119,17 +124,39 @@ SampleFormat formatNamed(const std::string& name)
     return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
 }
 
-AudioReader::AudioReader(const std::string& path, const std::function<void()>& wait) : path(path)
+AudioReader::AudioReader(const std::string& path, const std::function<void()>& wait, bool allowTruncated)
+    : path(shown(path, "standard input")), allowTruncated(allowTruncated)
 {
-    const auto fail = [&](const std::string& why) { throw std::runtime_error("cannot read " + path + ": " + why); };
+    const auto fail = [&](const std::string& why) { throw std::runtime_error("cannot read " + this->path + ": " + why); };
 
+    // Which kind it is decides before a library sees it: a library tries every kind that it knows, and some of their decoders
+    // speak to the user.
     platform::InputFile input(path, wait);
-    if (!isWavOrFlac(input))
-        fail("neither WAV nor FLAC");
+    const auto container = containerOf(input);
+    if (!container)
+        fail("neither WAV, RF64, W64, FLAC, AIFF nor CAF");
+    const std::uint64_t there = input.bytes();
+    const auto told = bytesTold(input, *container);
+    if (told && *told > there)
+        breakOff("it breaks off: " + std::to_string(*told - there) + " bytes that its header tells of are missing");
     file.reset(sf_open_fd(input.release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
     if (!file)
         fail(reason(nullptr));
-    mask_ = ownMask(file.get(), info.channels).value_or(usualMask(info.channels));
+
+    const std::vector<std::uint32_t> speakers = ownSpeakers(file.get(), info.channels);
+    for (const std::uint32_t speaker : speakers)
+        mask_ |= speaker;
+    const bool allNamed = std::popcount(mask_) == info.channels;
+    if (info.channels > 2 && !allNamed && !hasUsualSpeakers(*container))
+        fail("it has " + std::to_string(info.channels) + " channels and does not name their speakers");
+    if (mask_ == 0)
+        mask_ = usualMask(info.channels);
+    if (allNamed && !std::is_sorted(speakers.begin(), speakers.end())) {
+        order.resize(speakers.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+        std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return speakers[a] < speakers[b]; });
+        frame.resize(speakers.size());
+    }
 }
 
 std::optional<std::uint64_t> AudioReader::frames() const noexcept
@@ -139,48 +166,84 @@ std::optional<std::uint64_t> AudioReader::frames() const noexcept
 
 std::uint64_t AudioReader::read(float* x, std::uint64_t n)
 {
-    const sf_count_t got = sf_readf_float(file.get(), x, static_cast<sf_count_t>(n));
+    const auto got = static_cast<std::uint64_t>(sf_readf_float(file.get(), x, static_cast<sf_count_t>(n)));
+    position += got;
     if (sf_error(file.get()) != SF_ERR_NO_ERROR)
-        throw std::runtime_error("cannot read " + path + ": " + reason(file.get()));
-    position += static_cast<std::uint64_t>(got);
-    if (static_cast<std::uint64_t>(got) < n && position < frames().value_or(0))
-        throw std::runtime_error("cannot read " + path + ": it ends after " + std::to_string(position) + " of " +
-                                 std::to_string(info.frames) + " frames");
-    return static_cast<std::uint64_t>(got);
+        breakOff(reason(file.get()));
+    else if (got < n && position < frames().value_or(0))
+        breakOff("it ends after " + std::to_string(position) + " of " + std::to_string(info.frames) + " frames");
+    reorder(x, got);
+    return got;
+}
+
+void AudioReader::breakOff(const std::string& how)
+{
+    if (!allowTruncated)
+        throw Truncated("cannot read " + path + ": " + how);
+    if (truncation_.empty())
+        truncation_ = path + ": " + how;
+}
+
+void AudioReader::reorder(float* x, std::uint64_t n)
+{
+    for (std::uint64_t i = 0; !order.empty() && i < n; ++i) {
+        float* place = x + i * order.size();
+        std::copy_n(place, order.size(), frame.begin());
+        for (std::size_t c = 0; c < order.size(); ++c)
+            place[c] = frame[order[c]];
+    }
 }
 
 AudioWriter::AudioWriter(const std::string& path, const Layout& layout, std::optional<std::uint64_t> frames)
-    : path(path), destination(path)
+    : path(shown(path, "standard output")), channels(static_cast<std::size_t>(layout.channels))
 {
-    constexpr std::uint64_t wavLimit = 0xFFFFFFFF - 4096; // bytes of samples, with room for the other chunks
-    const auto frameBytes = static_cast<std::uint64_t>(layout.channels) * sizeof(float);
-    const bool fits = frames && *frames <= wavLimit / frameBytes;
+    constexpr std::uint64_t shortLimit = 0xFFFFFFFF - 4096; // bytes of samples, with room for the other chunks
+    const std::uint64_t frameBytes = channels * sizeof(float);
+    const bool fits = frames && *frames <= shortLimit / frameBytes;
+    const bool mayGrow = layout.container == Container::wav && !fits;
+    if (layout.container == Container::aiff && frames && !fits)
+        throw std::runtime_error("cannot write " + this->path + ": AIFF holds at most 4 GiB");
+    if (path == "-")
+        output.emplace();
+    else
+        destination.emplace(path);
 
     SF_INFO info{};
     info.channels = layout.channels;
     info.samplerate = static_cast<int>(layout.rate);
-    info.format = (!fits ? SF_FORMAT_RF64 : layout.channels > 2 ? SF_FORMAT_WAVEX : SF_FORMAT_WAV) | subtype(layout.format);
-    file.reset(sf_open_fd(destination.descriptor(), SFM_WRITE, &info, SF_FALSE));
+    const bool extensible = layout.container == Container::wav && layout.channels > 2;
+    info.format = (mayGrow ? SF_FORMAT_RF64 : extensible ? SF_FORMAT_WAVEX : kindOf(layout.container)) | subtype(layout.format);
+    file.reset(sf_open_fd(output ? output->descriptor() : destination->descriptor(), SFM_WRITE, &info, SF_FALSE));
     if (!file)
         fail();
+    if (layout.format != SampleFormat::float32)
+        rounding.emplace(layout.format == SampleFormat::pcm24 ? 24 : 16, layout.dithered);
 
     sf_command(file.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE); // it holds the time of day
-    sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    if (!fits)
+    if (mayGrow)
         sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     if (layout.channels > 2) {
         std::vector<int> speakers;
         for (std::size_t bit = 0; bit < speakerOfBit.size(); ++bit)
             if ((layout.mask >> bit & 1) != 0)
                 speakers.push_back(speakerOfBit[bit]);
-        speakers.resize(static_cast<std::size_t>(layout.channels), SF_CHANNEL_MAP_INVALID);
+        speakers.resize(channels, SF_CHANNEL_MAP_INVALID);
         sf_command(file.get(), SFC_SET_CHANNEL_MAP_INFO, speakers.data(), static_cast<int>(speakers.size() * sizeof(int)));
     }
 }
 
 void AudioWriter::write(const float* x, std::uint64_t n)
 {
-    if (sf_writef_float(file.get(), x, static_cast<sf_count_t>(n)) != static_cast<sf_count_t>(n))
+    const auto frames = static_cast<sf_count_t>(n);
+    sf_count_t done = 0;
+    if (rounding) {
+        integers.resize(n * channels);
+        rounding->process(x, integers.data(), integers.size());
+        done = sf_writef_int(file.get(), integers.data(), frames);
+    } else {
+        done = sf_writef_float(file.get(), x, frames);
+    }
+    if (done != frames)
         fail();
 }
 
@@ -188,7 +251,10 @@ void AudioWriter::commit()
 {
     if (sf_error(file.get()) != SF_ERR_NO_ERROR || sf_close(file.release()) != SF_ERR_NO_ERROR) // the header's last words
         fail();
-    destination.commit();
+    if (output)
+        output->commit();
+    else
+        destination->commit();
 }
 
 void AudioWriter::fail() const

@@ -2,14 +2,19 @@
 // Audio files as the tools read and write them: interleaved floats, full scale 1.0, and the speakers that the channels are for.
 #pragma once
 
+#include "client/audio_container.h"
+#include "client/rounding.h"
 #include "platform/programs/atomic_file.h"
+#include "platform/programs/standard_output.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <sndfile.h>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace quorel {
 
@@ -22,11 +27,18 @@ using SoundFile = std::unique_ptr<SNDFILE, CloseSoundFile>;
 // are also what plain WAV files use; 0 beyond eight channels.
 std::uint32_t usualMask(int channels) noexcept;
 
-// A WAV (RF64 included) or FLAC file, or a pipe that brings one. Each failure is a std::runtime_error with a text for the user.
+// A file that holds less than its header tells of.
+struct Truncated : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// A file of any container, or a pipe that brings one. Its channels come in the order of the speaker mask. Each failure is a
+// std::runtime_error with a text for the user.
 class AudioReader {
 public:
-    // `wait` is called several times a second while a pipe is waited for, and may throw.
-    AudioReader(const std::string& path, const std::function<void()>& wait);
+    // path: "-" is standard input. `wait` is called several times a second while a pipe is waited for, and may throw.
+    // Truncated is thrown by the constructor or by read, unless such a file is allowed, which then ends where it breaks off.
+    AudioReader(const std::string& path, const std::function<void()>& wait, bool allowTruncated = false);
 
     int channels() const noexcept { return info.channels; }
     std::uint32_t rate() const noexcept { return static_cast<std::uint32_t>(info.samplerate); }
@@ -40,8 +52,18 @@ public:
     // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the file's end.
     std::uint64_t read(float* x, std::uint64_t n);
 
+    // How the file breaks off, for the user, as far as that is known; empty while it is whole.
+    const std::string& truncation() const noexcept { return truncation_; }
+
 private:
+    void breakOff(const std::string& how);
+    void reorder(float* x, std::uint64_t n);
+
     std::string path;
+    bool allowTruncated;
+    std::string truncation_;
+    std::vector<std::size_t> order; // of each channel, where it stands in the file's frame; empty: where it belongs
+    std::vector<float> frame;       // one of the file
     SF_INFO info{};
     SoundFile file;
     std::uint32_t mask_ = 0;
@@ -53,17 +75,20 @@ enum class SampleFormat { float32, pcm24, pcm16 };
 // The format of an option's value: pcm16 or pcm24; every other name stands for floats.
 SampleFormat formatNamed(const std::string& name);
 
-// A WAV file that comes into being as a whole in commit(), or not at all. Equal samples give equal files.
+// An audio file that comes into being as a whole in commit(), or not at all. Equal samples give equal files.
 class AudioWriter {
 public:
     struct Layout {
         int channels;
-        std::uint32_t rate; // frames per second
-        std::uint32_t mask; // speakers, written for more than two channels
-        SampleFormat format;
+        std::uint32_t rate;  // frames per second
+        std::uint32_t mask;  // speakers, written for more than two channels
+        SampleFormat format; // FLAC holds integers alone
+        Container container = Container::wav;
+        bool dithered = true; // integers
     };
 
-    // frames: how long the file will be, if that is known; a file that may outgrow the 4 GiB of WAV becomes RF64.
+    // path: "-" is standard output. frames: how long the file will be, if that is known; a file that may outgrow the 4 GiB of
+    // WAV becomes RF64.
     AudioWriter(const std::string& path, const Layout& layout, std::optional<std::uint64_t> frames);
 
     // Integer formats clip beyond full scale, floats keep what they get.
@@ -75,8 +100,12 @@ private:
     [[noreturn]] void fail() const;
 
     std::string path;
-    platform::AtomicFile destination;
+    std::optional<platform::AtomicFile> destination; // where the path is not standard output
+    std::optional<platform::StandardOutput> output;
     SoundFile file;
+    std::size_t channels;
+    std::optional<Rounding> rounding; // to integers
+    std::vector<std::int32_t> integers;
 };
 
 } // namespace quorel

@@ -307,8 +307,8 @@ std::unique_ptr<Responses> Plugin::load(const std::string& file)
 {
     if (file.empty())
         return std::make_unique<Responses>(Responses{file, packBuiltInSet(ports.kind.mask)});
-    const MeasuredSet measured = readHrtfFile(file, [] {});
-    return std::make_unique<Responses>(Responses{file, packSet(fitSet(measured, 0, mostEnergyCut), ports.kind.mask)});
+    const ImportedSet imported = importHrtf(file, Equalize::byDiffuseField, 0, [] {});
+    return std::make_unique<Responses>(Responses{file, packSet(imported.set, ports.kind.mask)});
 }
 
 void Plugin::work(LV2_Worker_Respond_Function respond, LV2_Worker_Respond_Handle handle, const Order& job)

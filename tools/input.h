@@ -9,6 +9,7 @@
 #include "tools/tool.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -16,11 +17,12 @@ namespace quorel {
 
 class Input {
 public:
-    // wantedRate: frames per second that come out; 0: the file's own.
-    Input(const std::string& path, std::uint32_t wantedRate);
+    // wantedRate: of the file's own, the frames per second that come out.
+    Input(const std::string& path, bool allowTruncated, const std::function<std::uint32_t(std::uint32_t own)>& wantedRate);
 
     int channels() const noexcept { return reader.channels(); }
-    std::uint32_t rate() const noexcept { return resampler ? wantedRate : reader.rate(); }
+    std::uint32_t rate() const noexcept { return rate_; }
+    std::uint32_t ownRate() const noexcept { return reader.rate(); }
     std::uint32_t mask() const noexcept { return reader.mask(); }
 
     // Frames that come out, where the file's header tells.
@@ -29,20 +31,17 @@ public:
     // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the end.
     std::uint64_t read(float* x, std::uint64_t n);
 
-    // Tells what was replaced so far, for the user; nothing when nothing was.
-    std::optional<std::string> replacements() const;
+    // What was replaced so far, and where the file breaks off.
+    const SampleBorder& replacements() const noexcept { return border; }
+    const std::string& truncation() const noexcept { return reader.truncation(); }
 
 private:
     std::uint64_t readFile(float* x, std::uint64_t n);
 
-    std::string path;
     AudioReader reader;
     SampleBorder border;
-    std::uint32_t wantedRate;
+    std::uint32_t rate_;
     std::optional<Resampler> resampler;
 };
-
-// The exit code of a tool that is done, 1 when samples were replaced, which it then tells.
-int tellReplacements(const CLI::App& tool, const Input& input);
 
 } // namespace quorel

@@ -3,7 +3,7 @@
 // that a host uses.
 #include "core/signal_path.h"
 #include "microphone/microphone_tables.h"
-#include "tools/input.h"
+#include "tools/file_work.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 #include "tools/tool.h"
@@ -15,72 +15,101 @@
 namespace quorel {
 namespace {
 
+constexpr double settlingSeconds = 15; // in which the floor of any noise has risen to where it belongs
+
 const char* const description =
-    R"(Cleans a microphone recording, a WAV or FLAC file of 1 to 8 channels at 16000 or 48000 Hz:
-noise reduction, then one of two equaliser curves, then a noise gate, each if it is on. The
-output is a WAV file of the same channels, rate and length. A terminal shows the levels of
-nine bands of the input while it is cleaned.
-Noise reduction delays the sound, by 431 frames at 16000 Hz and by 782 at 48000 Hz, so that
-the end of the input is missing from the output; --align gives both their places back.
-The output gets its name when it is complete; until then a file of that name stays as it
-was. Exit code: 0 done; 1 done, but samples of the input that are not finite or beyond 2^20
-became 0, with one line on standard error that tells how many and where the first is;
-2 failed, with one line on standard error that says why.)";
+    R"(Cleans a microphone recording of 1 to 8 channels: noise reduction, then one of
+two equaliser curves, then a noise gate, each if it is on. The output has the
+input's channels and length. Its rate is 16000 or 48000 Hz: an input at one of
+them keeps it, others are resampled, lower ones than 16000 Hz to that, all
+others to 48000 Hz. A terminal shows the levels of nine bands of the input while
+it is cleaned.
+Noise reduction needs some seconds until it knows the noise. So it hears the
+beginning of the file ahead, backwards, before the output begins; --no-settle
+and --pace leave that out, as the live effect has to.
+Noise reduction delays the sound, by 431 frames at 16000 Hz and by 782 at
+48000 Hz, so that the end of the input is missing from the output; --align gives
+both their places back.
+An output gets its name when it is complete; until then a file of that name
+stays as it was. Exit code: 0 done; 1 done, but samples of an input that are not
+finite or beyond 2^20 became 0, with one line on standard error that tells how
+many and where the first is; 2 failed, with one line on standard error that says
+why.)";
 
 struct Options {
-    std::string input;
-    std::string output;
+    FileOptions files;
     std::uint32_t blockSize = 0; // frames; 0: two hops
-    std::uint32_t resample = 0;  // frames per second; 0: the input's
-    std::string sampleFormat = "float";
+    std::uint32_t rate = 0;      // frames per second; 0: by the input's
     bool align = false;
+    bool noSettle = false;
     bool pace = false;
-    bool verbose = false;
-    SettingsRecord settings;
+    SettingsChoice choice;
+    SettingsRecord settings; // once chosen
 };
 
 void declare(CLI::App& tool, Options& options)
 {
-    SettingsRecord& settings = options.settings;
-    settings.MicNR = 1;
-    settings.levelsEnabled = 1;
+    options.settings.MicNR = 1;
+    options.settings.levelsEnabled = 1;
 
-    tool.add_option("INPUT", options.input, "WAV or FLAC file")->required()->type_name("");
-    tool.add_option("OUTPUT", options.output, "WAV file; one of that name is replaced")->required()->type_name("");
-
+    declareFiles(tool, options.files);
+    tool.get_option("--no-resample")->description("Refuse an input at another rate than 16000 and 48000 Hz");
     addNumber(tool, "--block-size", options.blockSize, 1, 48000,
-              "Frames in a block, the portion that the effect gets at a time. Noise reduction\n"
-              "and levels need multiples of 80 at 16000 Hz, of 240 at 48000 Hz; the levels\n"
-              "are those of a block's end")
+              "Frames in a block, the portion that the effect gets at a time. Noise reduction and levels need multiples of 80 at "
+              "16000 Hz, of 240 at 48000 Hz; the levels are those of a block's end")
         ->default_str("10 ms");
     tool.add_flag("--align", options.align, "Take the delay of the noise reduction out");
-    tool.add_option("--resample", options.resample, "Bring an input at another rate to 16000 or 48000 Hz")
+    tool.add_option("--rate", options.rate, "Of the output: 16000 or 48000 Hz")
         ->check(CLI::IsMember({16000, 48000}).description(""))
-        ->type_name("NUMBER");
+        ->type_name("NUMBER")
+        ->excludes("--no-resample");
+    tool.add_flag("--no-settle", options.noSettle, "Begin as the live effect does, without knowing the noise");
     tool.add_flag("--pace", options.pace, "Take as long as the sound lasts, so that the levels can be watched");
-    tool.add_option("--sample-format", options.sampleFormat,
-                    "Samples of the output: float (32 bits) keeps what is beyond full scale,\n"
-                    "the integers pcm24 and pcm16 clip it")
-        ->check(CLI::IsMember({"float", "pcm24", "pcm16"}).description(""))
-        ->type_name("NAME")
-        ->capture_default_str();
-    tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
-
-    addSettings(tool, settings, Effect::microphone);
+    addSettings(tool, options.choice, options.settings, Effect::microphone);
     tool.get_option("--levelsEnabled")->description("[0 to 255] Levels on the terminal: 0 off, a bar of progress; above 0 on");
 }
 
-int clean(const CLI::App& tool, const Options& options)
+std::uint32_t rateFor(const Options& options, const std::string& input, std::uint32_t own)
 {
-    Input input(options.input, options.resample);
+    if (options.rate != 0)
+        return options.rate;
+    if (microphoneRate(own) != nullptr)
+        return own;
+    if (options.files.noResample)
+        throw std::runtime_error(input + " is at " + std::to_string(own) + " Hz; the effect takes 16000 and 48000 Hz");
+    return own < 16000 ? 16000 : 48000;
+}
+
+// Lets the effect hear `heard`, the beginning of the sound, ahead of it: backwards, so that its first frame comes last and goes
+// over into the sound, and to and fro where the sound is shorter than the time that is needed. Whole blocks; what comes out is
+// dropped.
+void settle(SignalPath& path, const std::vector<float>& heard, std::size_t channels, std::size_t block, std::uint32_t rate)
+{
+    const std::size_t length = heard.size() / channels; // frames
+    const auto blocks = static_cast<std::size_t>(settlingSeconds * rate) / block;
+    std::vector<float> in(block * channels);
+    std::vector<float> out(block * channels);
+    for (std::size_t left = blocks * block; left > 0; left -= block) {
+        stopIfInterrupted();
+        for (std::size_t i = 0; i < block; ++i) {
+            const std::size_t turn = (left - 1 - i) % (2 * length);
+            const std::size_t from = turn < length ? turn : 2 * length - 1 - turn;
+            std::copy_n(heard.data() + from * channels, channels, in.data() + i * channels);
+        }
+        path->process(in.data(), block, out.data(), block);
+    }
+}
+
+void clean(const Options& options, const FileTask& task, FileReport& report, FileProgress& progress)
+{
+    Input input(task.input, options.files.allowTruncated, [&](std::uint32_t own) { return rateFor(options, task.input, own); });
     const std::uint32_t rate = input.rate();
     const MicrophoneRateRow* row = microphoneRate(rate);
-    if (row == nullptr)
-        throw std::runtime_error(options.input + " is at " + std::to_string(rate) +
-                                 " Hz; the effect takes 16000 and 48000 Hz; --resample brings it there");
     if (input.channels() > 8)
-        throw std::runtime_error(options.input + " has " + std::to_string(input.channels()) +
-                                 " channels; the effect takes 1 to 8");
+        throw std::runtime_error(task.input + " has " + std::to_string(input.channels()) + " channels; the effect takes 1 to 8");
+    if (input.ownRate() != rate)
+        report.notices.push_back(task.input + " is at " + std::to_string(input.ownRate()) + " Hz: resampled to " +
+                                 std::to_string(rate) + " Hz");
 
     const auto channels = static_cast<std::size_t>(input.channels());
     const std::size_t block = options.blockSize != 0 ? options.blockSize : 2 * row->hop;
@@ -89,23 +118,40 @@ int clean(const CLI::App& tool, const Options& options)
 
     const bool wholeHops = block % row->hop == 0;
     if (!wholeHops && options.settings.MicNR != 0)
-        notice(tool, "blocks of " + std::to_string(block) + " frames are no multiple of " + std::to_string(row->hop) +
-                         ": there is no noise reduction, and no level");
+        report.notices.push_back("blocks of " + std::to_string(block) + " frames are no multiple of " + std::to_string(row->hop) +
+                                 ": there is no noise reduction, and no level");
     const bool late = wholeHops && options.settings.MicNR != 0;
     const std::uint64_t lead = options.align && late ? row->latency : 0; // frames to drop
 
     const std::optional<std::uint64_t> expected = input.frames(); // frames of the output
-    AudioWriter writer(options.output, {input.channels(), rate, input.mask(), formatNamed(options.sampleFormat)}, expected);
+    Output output(task.output, layoutFor(options.files, task, input.channels(), rate, input.mask()), expected,
+                  levelFor(options.files));
+
+    // What is heard ahead is read ahead.
+    std::vector<float> ahead;
+    std::uint64_t taken = 0;  // frames of it that the loop below has had
+    std::uint64_t silent = 0; // frames of the output that would hold the end of what was heard ahead
+    if (late && !options.noSettle && !options.pace) {
+        ahead.resize(static_cast<std::size_t>(settlingSeconds * rate) * channels);
+        ahead.resize(input.read(ahead.data(), ahead.size() / channels) * channels);
+        if (!ahead.empty()) {
+            settle(path, ahead, channels, block, rate);
+            silent = row->latency;
+        }
+    }
+    const auto read = [&](float* x, std::uint64_t n) {
+        const std::uint64_t kept = std::min<std::uint64_t>(n, ahead.size() / channels - taken);
+        std::copy_n(ahead.data() + taken * channels, kept * channels, x);
+        taken += kept;
+        return kept < n ? kept + input.read(x + kept * channels, n - kept) : kept;
+    };
 
     std::optional<LevelDisplay> display;
-    if (options.settings.levelsEnabled != 0 && wholeHops) {
+    if (options.settings.levelsEnabled != 0 && wholeHops && task.alone) {
         display.emplace(rate);
         if (!display->usable())
             display.reset();
     }
-    std::optional<Progress> progress;
-    if (!display)
-        progress.emplace(expected);
 
     std::vector<float> in(block * channels);
     std::vector<float> out(block * channels);
@@ -117,7 +163,7 @@ int clean(const CLI::App& tool, const Options& options)
         stopIfInterrupted();
         std::uint64_t got = 0;
         if (!end) {
-            got = input.read(in.data(), block);
+            got = read(in.data(), block);
             if (got < block)
                 end = done + got + (done + got > 0 ? lead : 0);
         }
@@ -128,24 +174,24 @@ int clean(const CLI::App& tool, const Options& options)
         // The effect always gets whole blocks: what the input does not fill is silence.
         std::fill(in.begin() + static_cast<std::ptrdiff_t>(got * channels), in.end(), 0.0F);
         path->process(in.data(), block, out.data(), block);
+        if (done < silent)
+            std::fill_n(out.begin(), std::min<std::uint64_t>(silent - done, block) * channels, 0.0F);
         const std::uint64_t fresh = written(done + n) - written(done);
-        writer.write(out.data() + (n - fresh) * channels, fresh);
+        output.write(out.data() + (n - fresh) * channels, fresh);
         done += n;
         if (options.pace)
             std::this_thread::sleep_until(start + std::chrono::duration<double>(static_cast<double>(done) / rate));
         if (display)
             display->show(path->levels(), static_cast<double>(done) / rate);
-        if (progress)
-            progress->advance(fresh);
+        else if (expected)
+            progress.at(static_cast<double>(written(done)) / static_cast<double>(std::max(written(done), *expected)));
     }
     if (display)
         display->show(path->levels(), static_cast<double>(written(done)) / rate, true);
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-    writer.commit();
-
-    if (options.verbose || platform::onTerminal())
-        tellSpeed(tool, static_cast<double>(written(done)) / rate, taken);
-    return tellReplacements(tool, input);
+    output.commit();
+    report.channels = input.channels();
+    report.frames = written(done);
+    reportSound(report, task, input, output);
 }
 
 } // namespace
@@ -156,5 +202,10 @@ int main(int argc, char** argv)
     CLI::App tool(quorel::description, "quorel-clean");
     quorel::Options options;
     quorel::declare(tool, options);
-    return quorel::runTool(tool, argc, argv, [&] { return quorel::clean(tool, options); });
+    return quorel::runTool(tool, argc, argv, [&] {
+        options.settings = quorel::chosenSettings(options.choice, options.settings);
+        return quorel::treatFiles(tool, options.files, [&](const auto& task, auto& report, auto& progress) {
+            quorel::clean(options, task, report, progress);
+        });
+    });
 }

@@ -9,7 +9,6 @@
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iomanip>
@@ -22,11 +21,11 @@ namespace quorel {
 namespace {
 
 const char* const description =
-    R"(Steers the effects that are running: reads and changes their settings, shows the levels of
-the microphone, gives the speakers' sound other head-related responses. Changes are heard
-at the next block.
-Exit code: 0 done; 2 failed, with one line on standard error that says why; 3 no effect is
-running.)";
+    R"(Steers the effects that are running: reads and changes their settings, shows
+the levels of the microphone, gives the speakers' sound other head-related
+responses. Changes are heard at the next block.
+Exit code: 0 done; 2 failed, with one line on standard error that says why; 3 no
+effect is running.)";
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 constexpr int noEffectCode = 3;           // exit code
@@ -52,13 +51,32 @@ std::string hexadecimal(std::uint32_t number)
 
 const SettingsField& fieldNamed(const std::string& name)
 {
-    const SettingsField* field = settingsField(name);
-    if (field == nullptr)
-        throw std::runtime_error("there is no setting " + name + "; quorel-control set --help tells them all");
+    const SettingsField* field = settingNamed(name);
+    if (field == nullptr) {
+        std::vector<std::string> names;
+        for (const SettingsField& each : settingsFields())
+            names.emplace_back(each.name);
+        throw std::runtime_error("there is no setting " + name + didYouMean(name, names) +
+                                 "; quorel-control set --help tells them all");
+    }
     return *field;
 }
 
 // ---- set and get ----------------------------------------------------------------------------------------------------
+
+std::int64_t valueOf(const SettingsField& field, const std::string& text)
+{
+    try {
+        return settingFrom(field, text);
+    } catch (const std::runtime_error&) {
+        const auto number = numberFrom(text);
+        if (number && *number == std::floor(*number))
+            throw std::runtime_error(refusal(field, text));
+        const std::string decibels = decibelsOf(field);
+        throw std::runtime_error(std::string(field.name) + " takes a whole number, not \"" + text + "\": " + rangeOf(field) +
+                                 (decibels.empty() ? "" : ", or " + decibels));
+    }
+}
 
 std::map<const SettingsField*, std::int64_t> parseAssignments(const std::vector<std::string>& texts)
 {
@@ -68,16 +86,7 @@ std::map<const SettingsField*, std::int64_t> parseAssignments(const std::vector<
         if (equals == std::string::npos)
             throw std::runtime_error(text + " is no NAME=VALUE");
         const SettingsField& field = fieldNamed(text.substr(0, equals));
-        std::int64_t value = 0;
-        const char* first = text.data() + equals + 1;
-        const char* last = text.data() + text.size();
-        const auto [end, error] = std::from_chars(first, last, value);
-        if (error == std::errc::invalid_argument || end != last)
-            throw std::runtime_error(std::string(field.name) + " takes a whole number, not \"" + std::string(first, last) + '"');
-        if (error != std::errc())
-            throw std::runtime_error(refusal(field, std::string(first, last)));
-        SettingsRecord trial;
-        setSetting(trial, field, value); // for its range
+        const std::int64_t value = valueOf(field, text.substr(equals + 1));
         if (!values.emplace(&field, value).second)
             throw std::runtime_error(std::string(field.name) + " is given twice");
     }
@@ -323,7 +332,10 @@ std::string settingsHelp()
     constexpr std::size_t width = 15;
     for (const SettingsField& field : settingsFields()) {
         const std::string name = field.name;
-        text += "  " + name + std::string(width - name.size(), ' ') + settingHelp(field, std::string(width + 2, ' ')) + '\n';
+        text += "  " + name + std::string(width - name.size(), ' ');
+        for (const char letter : wrapped(settingHelp(field), 80 - width - 2))
+            text += letter == '\n' ? '\n' + std::string(width + 2, ' ') : std::string(1, letter);
+        text += '\n';
     }
     return text;
 }
@@ -332,7 +344,7 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
 {
     const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning,
                              const std::function<void()>& run) {
-        CLI::App* added = parent.add_subcommand(name, meaning);
+        CLI::App* added = parent.add_subcommand(name, wrapped(meaning, 80));
         if (run)
             added->callback([&action, run] { action = run; });
         return added;

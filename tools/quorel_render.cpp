@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // quorel-render turns an audio file into what a listener should hear on headphones: the render effect, run block by block
 // through the same front that a host uses.
+#include "client/hrtf_delivery.h"
 #include "core/signal_path.h"
 #include "core/status.h"
 #include "speaker/speaker_tables.h"
+#include "tools/file_work.h"
 #include "tools/hrtf_option.h"
-#include "tools/input.h"
 #include "tools/settings_options.h"
 #include "tools/tool.h"
 
-#include <chrono>
 #include <cmath>
 #include <sstream>
 
@@ -21,56 +21,44 @@ constexpr std::size_t outputSlots = 8;      // samples in an output frame of the
 constexpr double reverbTail = 1.0;          // seconds, unless another tail is asked for
 
 const char* const description =
-    R"(Renders a WAV or FLAC file of 1 to 8 channels for headphones, to a stereo WAV file at
-48000 Hz. Speakers that the file does not name follow from its number of channels: mono
-(front centre), stereo, 3.0, 4.0, 5.0 and 5.1 with back speakers, 7.1 (mask 0x63F).
-At another rate than 48000 Hz the effect only copies: the output then has all channels of
-the input, at its rate and unchanged. --resample brings the input to 48000 Hz first.
-The output gets its name when it is complete; until then a file of that name stays as it
-was. Exit code: 0 done; 1 done, but samples of the input that are not finite or beyond 2^20
-became 0, with one line on standard error that tells how many and where the first is;
-2 failed, with one line on standard error that says why.)";
+    R"(Renders an audio file of 1 to 8 channels for headphones, to a stereo file at
+48000 Hz; an input at another rate is resampled. Speakers that a file does not
+name follow from its number of channels: mono (front centre), stereo, 3.0, 4.0,
+5.0 and 5.1 with back speakers, 7.1 (mask 0x63F).
+With --no-resample the effect only copies what is not at 48000 Hz: the output
+then has all channels of the input, at its rate and unchanged.
+An output gets its name when it is complete; until then a file of that name
+stays as it was. Exit code: 0 done; 1 done, but samples of an input that are not
+finite or beyond 2^20 became 0, with one line on standard error that tells how
+many and where the first is; 2 failed, with one line on standard error that says
+why.)";
 
 struct Options {
-    std::string input;
-    std::string output;
+    FileOptions files;
     std::uint32_t blockSize = 480; // frames
     double tail = -1;              // seconds; below 0: as the settings ask for
     std::uint32_t channelMask = 0; // 0: the file's own
-    std::string sampleFormat = "float";
-    bool resample = false;
-    bool verbose = false;
     HrtfOption hrtf;
-    SettingsRecord settings;
+    SettingsChoice choice;
+    SettingsRecord settings; // once chosen
 };
 
 void declare(CLI::App& tool, Options& options)
 {
-    SettingsRecord& settings = options.settings;
-    settings.Settings = 1;
+    options.settings.Settings = 1;
 
-    tool.add_option("INPUT", options.input, "WAV or FLAC file")->required()->type_name("");
-    tool.add_option("OUTPUT", options.output, "WAV file; one of that name is replaced")->required()->type_name("");
-
+    declareFiles(tool, options.files);
     addNumber(tool, "--block-size", options.blockSize, 1, 848, "Frames in a block, the portion that the effect gets at a time");
     addNumber(tool, "--tail", options.tail, 0, 600, "Seconds of silence rendered behind the input, for what still sounds")
         ->default_str("1 with reverb, else 0");
-    tool.add_flag("--resample", options.resample, "Bring an input at another rate to 48000 Hz");
-    addNumber(tool, "--channel-mask", options.channelMask, 1, 0x3FFFF,
-              "Speakers of the channels, in place of the file's own. Sum of\n"
-              "0x1 front left, 0x2 front right, 0x4 front centre, 0x8 low frequency,\n"
-              "0x10 back left, 0x20 back right, 0x200 side left, 0x400 side right")
+    addNumber(
+        tool, "--channel-mask", options.channelMask, 1, 0x3FFFF,
+        "Speakers of the channels, in place of the file's own. Sum of 0x1 front left, 0x2 front right, 0x4 front centre, 0x8 "
+        "low frequency, 0x10 back left, 0x20 back right, 0x200 side left, 0x400 side right; 7.1 is 0x63F. Channels of "
+        "speakers that the effect does not know can be named as others that it knows, in this order")
         ->default_str("");
-    tool.add_option("--sample-format", options.sampleFormat,
-                    "Samples of the output: float (32 bits) keeps what is beyond full scale,\n"
-                    "the integers pcm24 and pcm16 clip it")
-        ->check(CLI::IsMember({"float", "pcm24", "pcm16"}).description(""))
-        ->type_name("NAME")
-        ->capture_default_str();
-    tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
-
     options.hrtf.add(tool);
-    addSettings(tool, settings, Effect::speaker);
+    addSettings(tool, options.choice, options.settings, Effect::speaker);
 }
 
 std::string hexadecimal(std::uint32_t number)
@@ -81,10 +69,10 @@ std::string hexadecimal(std::uint32_t number)
 }
 
 // The effect for the layout of the input.
-SignalPath pathFor(const Options& options, int channels, std::uint32_t mask, std::uint32_t rate)
+SignalPath pathFor(const Options& options, const FileTask& task, int channels, std::uint32_t mask, std::uint32_t rate)
 {
     if (channels > 8)
-        throw std::runtime_error(options.input + " has " + std::to_string(channels) + " channels; the effect takes 1 to 8");
+        throw std::runtime_error(task.input + " has " + std::to_string(channels) + " channels; the effect takes 1 to 8");
     try {
         SignalPath path(SignalPath::Speaker{}, channels, mask, options.blockSize, rate);
         *path->settings() = options.settings;
@@ -93,9 +81,10 @@ SignalPath pathFor(const Options& options, int channels, std::uint32_t mask, std
         int known = 0;
         for (const SpeakerRow& speaker : speakerTable)
             known += (mask & speaker.bit) != 0;
-        throw std::runtime_error(options.input + " has an unknown layout: of the speakers in the channel mask " +
-                                 hexadecimal(mask) + " the effect knows " + std::to_string(known) + ", and there are " +
-                                 std::to_string(channels) + " channels; --channel-mask can name others");
+        throw std::runtime_error(task.input + " has an unknown layout: of the speakers in the channel mask " + hexadecimal(mask) +
+                                 " the effect knows " + std::to_string(known) + ", and there are " + std::to_string(channels) +
+                                 " channels; --channel-mask " + hexadecimal(layoutOf(static_cast<std::size_t>(channels), 0)) +
+                                 " takes them for the speakers that the effect knows");
     }
 }
 
@@ -112,19 +101,22 @@ void process(SignalPath& path, const Options& options, std::vector<float>& in, s
     }
 }
 
-int render(const CLI::App& tool, const Options& options)
+void render(const Options& options, const FileTask& task, FileReport& report, FileProgress& progress)
 {
-    Input input(options.input, options.resample ? effectRate : 0);
+    Input input(task.input, options.files.allowTruncated,
+                [&](std::uint32_t own) { return options.files.noResample ? own : effectRate; });
     const std::uint32_t rate = input.rate();
     const std::uint32_t mask = options.channelMask != 0 ? options.channelMask : input.mask();
     const auto channels = static_cast<std::size_t>(input.channels());
-    SignalPath path = pathFor(options, input.channels(), mask, rate);
+    SignalPath path = pathFor(options, task, input.channels(), mask, rate);
     const std::vector<float> responses = options.hrtf.give(*path->settings(), mask);
 
     const bool copying = rate != effectRate;
     if (copying)
-        notice(tool, options.input + " is at " + std::to_string(rate) + " Hz, where the effect only copies: the output is " +
-                         "the input unchanged; --resample renders it at 48000 Hz");
+        report.notices.push_back(task.input + " is at " + std::to_string(rate) +
+                                 " Hz, where the effect only copies: the output is the input unchanged");
+    if (input.ownRate() != rate)
+        report.notices.push_back(task.input + " is at " + std::to_string(input.ownRate()) + " Hz: resampled to 48000 Hz");
 
     const bool reverb = !copying && options.settings.Settings != 0 && options.settings.Reverb != 0;
     const double tailSeconds = options.tail >= 0 ? options.tail : reverb ? reverbTail : 0;
@@ -136,16 +128,14 @@ int render(const CLI::App& tool, const Options& options)
     // A copied frame is as wide as the input's; a rendered one has eight slots, of which two go into the file.
     const std::size_t slots = copying ? channels : outputSlots;
     const std::size_t kept = copying ? channels : 2;
-    AudioWriter writer(options.output, {static_cast<int>(kept), rate, copying ? mask : 0x3, formatNamed(options.sampleFormat)},
-                       expected);
+    Output output(task.output, layoutFor(options.files, task, static_cast<int>(kept), rate, copying ? mask : 0x3), expected,
+                  levelFor(options.files));
 
     const std::size_t block = options.blockSize;
     std::vector<float> in(block * channels);
     std::vector<float> out(block * outputSlots);
     std::vector<float> packed(block * kept);
 
-    Progress progress(expected);
-    const auto start = std::chrono::steady_clock::now();
     std::uint64_t done = 0;           // frames written
     std::optional<std::uint64_t> end; // frames of the output, once the input has ended
     for (;;) {
@@ -165,16 +155,15 @@ int render(const CLI::App& tool, const Options& options)
         process(path, options, in, out);
         for (std::size_t i = 0; i < n; ++i)
             std::copy_n(out.data() + i * slots, kept, packed.data() + i * kept);
-        writer.write(packed.data(), n);
+        output.write(packed.data(), n);
         done += n;
-        progress.advance(n);
+        if (expected)
+            progress.at(static_cast<double>(done) / static_cast<double>(std::max(done, *expected)));
     }
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-    writer.commit();
-
-    if (options.verbose || platform::onTerminal())
-        tellSpeed(tool, static_cast<double>(done) / rate, taken);
-    return tellReplacements(tool, input);
+    output.commit();
+    report.channels = static_cast<int>(kept);
+    report.frames = done;
+    reportSound(report, task, input, output);
 }
 
 } // namespace
@@ -187,6 +176,9 @@ int main(int argc, char** argv)
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {
         options.hrtf.load(tool);
-        return quorel::render(tool, options);
+        options.settings = quorel::chosenSettings(options.choice, options.settings);
+        return quorel::treatFiles(tool, options.files, [&](const auto& task, auto& report, auto& progress) {
+            quorel::render(options, task, report, progress);
+        });
     });
 }

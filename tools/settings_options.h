@@ -5,12 +5,23 @@
 #include "client/settings_fields.h"
 #include "tools/tool.h"
 
+#include <map>
+
 namespace quorel {
 
-// "[0 to 255] meaning", each line but the first behind `indent`.
-std::string settingHelp(const SettingsField& field, const std::string& indent = "");
+// "[0 to 255] meaning"
+std::string settingHelp(const SettingsField& field);
 
-// An option --NAME for each setting of the effect.
-void addSettings(CLI::App& tool, SettingsRecord& record, Effect effect);
+// What a command line says about the settings.
+struct SettingsChoice {
+    std::string preset; // empty: none
+    std::map<const SettingsField*, std::int64_t> given;
+};
+
+// Options for the settings of the effect: --NAME for each, --eq BAND:VALUE, --preset NAME. `defaults` are for the help.
+void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& defaults, Effect effect);
+
+// The defaults, changed by the preset, changed by what was given.
+SettingsRecord chosenSettings(const SettingsChoice& choice, const SettingsRecord& defaults);
 
 } // namespace quorel

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 namespace quorel {
@@ -19,18 +20,107 @@ Copyright 2026 the QUOREL authors. Under the MIT licence; NOTICE names what it c
 Built-in responses from the HRTF measurement of a KEMAR dummy head by Bill Gardner and
 Keith Martin, MIT Media Lab, 1994.)";
 
+constexpr std::size_t helpColumn = 26; // where the meaning of an option begins
+constexpr std::size_t helpWidth = 80;
+
+std::string smallLetters(std::string text)
+{
+    for (char& letter : text)
+        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    return text;
+}
+
+// How many letters have to be put in, left out, changed or swapped with their neighbour.
+std::size_t editsBetween(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> edits(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i)
+        for (std::size_t k = 0; k <= b.size(); ++k) {
+            if (i == 0 || k == 0) {
+                edits[i][k] = i + k;
+                continue;
+            }
+            edits[i][k] = std::min({edits[i - 1][k] + 1, edits[i][k - 1] + 1, edits[i - 1][k - 1] + (a[i - 1] != b[k - 1])});
+            if (i > 1 && k > 1 && a[i - 1] == b[k - 2] && a[i - 2] == b[k - 1])
+                edits[i][k] = std::min(edits[i][k], edits[i - 2][k - 2] + 1);
+        }
+    return edits[a.size()][b.size()];
+}
+
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(helpColumn); }
+
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        return wrapped(option->get_description(), helpWidth - helpColumn);
+    }
+
+    std::string make_subcommand(const CLI::App* command) const override
+    {
+        std::ostringstream text;
+        CLI::detail::format_help(text, command->get_name(), wrapped(command->get_description(), helpWidth - helpColumn),
+                                 helpColumn);
+        return text.str();
+    }
+};
+
+// A misspelt option or command is told before what is missing because of it. Values that look like options are not looked at more closely:
+// those are negative numbers, which have one dash.
+void refuseUnknown(const CLI::App& tool, const std::vector<std::string>& arguments)
+{
+    const CLI::App* command = &tool;
+    for (const std::string& argument : arguments) {
+        if (argument == "--")
+            return;
+        if (!argument.starts_with("--")) {
+            const CLI::App* parent = command;
+            std::vector<std::string> names;
+            for (const CLI::App* sub : parent->get_subcommands([](const CLI::App*) { return true; })) {
+                names.push_back(sub->get_name());
+                if (sub->check_name(argument))
+                    command = sub;
+            }
+            if (command == parent && !names.empty())
+                throw std::runtime_error("there is no command " + argument + didYouMean(argument, names));
+            continue;
+        }
+        const std::string name = argument.substr(0, argument.find('='));
+        std::vector<std::string> known;
+        bool found = false;
+        for (const CLI::Option* option : command->get_options()) {
+            found = found || option->check_name(name);
+            for (const std::string& each : option->get_lnames())
+                known.push_back("--" + each);
+        }
+        if (!found)
+            throw std::runtime_error("there is no option " + name + didYouMean(name, known));
+    }
+}
+
+void finish(CLI::App& tool)
+{
+    tool.formatter(std::make_shared<HelpFormatter>());
+    for (CLI::Option* option : tool.get_options())
+        option->ignore_case();
+    for (CLI::App* command : tool.get_subcommands([](CLI::App*) { return true; }))
+        finish(*command);
+}
+
 } // namespace
 
 int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body)
 {
     platform::watchInterrupts();
     tool.set_version_flag("--version", tool.get_name() + version, "Print the version and exit");
+    finish(tool);
     try {
         std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
         if (arguments == std::vector<std::string>{"--option-table"}) { // not in the help: for those who make pages of it
             writeOptionTable(tool, std::cout);
             return 0;
         }
+        refuseUnknown(tool, arguments);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
         tool.parse(arguments);
         return body();
@@ -53,7 +143,7 @@ void stopIfInterrupted()
 
 void notice(const CLI::App& tool, const std::string& text)
 {
-    std::cerr << tool.get_name() << ": " << text << '\n';
+    std::cerr << tool.get_name() + ": " + text + '\n'; // as a whole, whatever other threads tell
 }
 
 void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken)
@@ -64,33 +154,40 @@ void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double>
     notice(tool, text.str());
 }
 
-std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high)
+std::string didYouMean(const std::string& written, const std::vector<std::string>& candidates)
 {
-    return [low, high](const std::string& given) {
-        char* end = nullptr;
-        const double number = std::strtod(given.c_str(), &end);
-        const bool whole = end != given.c_str() && *end == '\0';
-        const bool inside = whole && number >= static_cast<double>(low) && number <= static_cast<double>(high);
-        return inside ? std::string() : given + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
-    };
+    const std::string small = smallLetters(written);
+    std::size_t least = small.size() / 3 + 1; // more than that is another word
+    const std::string* nearest = nullptr;
+    for (const std::string& candidate : candidates) {
+        const std::size_t distance = editsBetween(small, smallLetters(candidate));
+        if (distance < least || (distance == least && nearest == nullptr)) {
+            least = distance;
+            nearest = &candidate;
+        }
+    }
+    return nearest == nullptr ? "" : " (did you mean " + *nearest + "?)";
 }
 
-Progress::Progress(std::optional<std::uint64_t> frames)
+std::string wrapped(const std::string& text, std::size_t width)
 {
-    if (frames && platform::onTerminal())
-        bar.emplace(static_cast<unsigned long>(*frames), std::cerr, "");
-}
-
-Progress::~Progress()
-{
-    if (bar && bar->count() < bar->expected_count())
-        std::cerr << '\n';
-}
-
-void Progress::advance(std::uint64_t frames)
-{
-    if (bar)
-        *bar += static_cast<unsigned long>(frames);
+    std::string lines;
+    std::size_t column = 0;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find_first_of(" \n", begin), text.size());
+        const std::size_t letters = end - begin;
+        if (column > 0 && column + 1 + letters > width) {
+            lines += '\n';
+            column = 0;
+        } else if (column > 0) {
+            lines += ' ';
+            ++column;
+        }
+        lines += text.substr(begin, letters);
+        column += letters;
+        begin = end + 1;
+    }
+    return lines;
 }
 
 } // namespace quorel

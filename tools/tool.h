@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
-// What the tools have in common: how they begin and end, their options' ranges, and the bar that shows how far they are.
+// What the tools have in common: how they begin and end, their options' ranges, and how their help looks.
 #pragma once
 
+#include "client/settings_fields.h"
 #include "platform/programs/process.h"
 
 #include <CLI/CLI.hpp>
 
-#include <boost/timer/progress_display.hpp>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 namespace quorel {
 
@@ -31,47 +32,52 @@ int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& b
 // Throws when the user has interrupted. To be called once per block.
 void stopIfInterrupted();
 
-// One line on standard error, in the tool's name.
+// One line on standard error, in the tool's name. Any thread.
 void notice(const CLI::App& tool, const std::string& text);
 
 // Tells how fast so many seconds of sound went through.
 void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken);
 
-// Checks an option's text: a number from `low` to `high`.
-std::function<std::string(const std::string&)> numberFrom(std::int64_t low, std::int64_t high);
+// Checks an option's text: a number from `low` to `high`, in any usual notation.
+template <typename Value>
+std::function<std::string(const std::string&)> numberBetween(std::int64_t low, std::int64_t high);
 
 // Adds an option that takes a number from `low` to `high`; the help shows them, and the value that `value` has now.
 template <typename Value>
 CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
                        const std::string& description);
 
-// A bar on standard error, if that is a terminal and the length is known; otherwise nothing.
-class Progress {
-public:
-    explicit Progress(std::optional<std::uint64_t> frames);
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
+// " (did you mean NAME?)" for the candidate that is nearest to what was written, and empty where none is near.
+std::string didYouMean(const std::string& written, const std::vector<std::string>& candidates);
 
-    // Ends the line of a bar that was given up.
-    ~Progress();
-
-    void advance(std::uint64_t frames);
-
-private:
-    std::optional<boost::timer::progress_display> bar;
-};
+// Text of the user's behind line breaks, so that no line is longer than `width` characters.
+std::string wrapped(const std::string& text, std::size_t width);
 
 // ---------------------------------------------------------------------------------------------------------------------
+
+template <typename Value>
+std::function<std::string(const std::string&)> numberBetween(std::int64_t low, std::int64_t high)
+{
+    return [low, high](const std::string& given) {
+        const auto number = numberFrom(given);
+        const bool whole = number && (std::is_floating_point_v<Value> || *number == std::floor(*number));
+        const bool inside = whole && *number >= static_cast<double>(low) && *number <= static_cast<double>(high);
+        return inside ? std::string() : given + " is not a number from " + std::to_string(low) + " to " + std::to_string(high);
+    };
+}
 
 template <typename Value>
 CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
                        const std::string& description)
 {
     const std::string range = std::to_string(low) + " to " + std::to_string(high);
-    return tool.add_option(name, value, "[" + range + "] " + description)
+    return tool
+        .add_option_function<std::string>(
+            name, [&value](const std::string& given) { value = static_cast<Value>(*numberFrom(given)); },
+            "[" + range + "] " + description)
         ->type_name("NUMBER")
         ->default_str(std::to_string(value))
-        ->check(numberFrom(low, high), "");
+        ->check(numberBetween<Value>(low, high), "");
 }
 
 } // namespace quorel

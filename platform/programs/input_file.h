@@ -3,6 +3,7 @@
 // system's until it has ended, so that either can be read at any place.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -10,11 +11,13 @@ namespace quorel::platform {
 
 class InputFile {
 public:
-    // Fails with std::runtime_error. `wait` is called several times a second while a pipe is waited for, and may throw.
+    // path: "-" is standard input. Fails with std::runtime_error. `wait` is called several times a second while a pipe is waited for, and may throw.
     InputFile(const std::string& path, const std::function<void()>& wait);
     ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
+
+    std::uint64_t bytes() const;
 
     // At most `bytes` from `place`; fewer only at the end.
     std::string read(std::size_t place, std::size_t bytes) const;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/programs/input_file.h"
 
+#include "platform/programs/unnamed_file_linux.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -36,16 +38,6 @@ struct Descriptor {
     throw std::runtime_error("cannot read " + path + ": " + reason);
 }
 
-// A file that has no name by the time it is used.
-int unnamedFile()
-{
-    std::string name = (std::filesystem::temp_directory_path() / ".quorel-XXXXXX").string();
-    const int file = mkostemp(name.data(), O_CLOEXEC);
-    if (file >= 0)
-        unlink(name.c_str());
-    return file;
-}
-
 // The pipe is open without waiting: a read gives nothing while nobody has it open for writing, so poll tells when to read. It
 // tells nothing of a pipe that nobody has ever opened for writing, and of the end of one that everybody has closed.
 void keepPipe(const std::string& path, int pipe, int file, const std::function<void()>& wait)
@@ -76,7 +68,9 @@ void keepPipe(const std::string& path, int pipe, int file, const std::function<v
 
 InputFile::InputFile(const std::string& path, const std::function<void()>& wait)
 {
-    Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    // Standard input is not opened anew: the end of a pipe that everybody has closed by now would never be told.
+    Descriptor opened(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                  : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (opened.fd < 0)
         fail(path, std::strerror(errno));
     struct stat status {};
@@ -87,7 +81,6 @@ InputFile::InputFile(const std::string& path, const std::function<void()>& wait)
         if (kept.fd < 0)
             fail(path, "there is no place for what the pipe holds: " + std::string(std::strerror(errno)));
         keepPipe(path, opened.fd, kept.fd, wait);
-        lseek(kept.fd, 0, SEEK_SET);
         std::swap(opened.fd, kept.fd);
     }
     fd = std::exchange(opened.fd, -1);
@@ -97,6 +90,12 @@ InputFile::~InputFile()
 {
     if (fd >= 0)
         close(fd);
+}
+
+std::uint64_t InputFile::bytes() const
+{
+    struct stat status {};
+    return fstat(fd, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 std::string InputFile::read(std::size_t place, std::size_t bytes) const
@@ -117,6 +116,7 @@ std::string InputFile::read(std::size_t place, std::size_t bytes) const
 
 int InputFile::release() noexcept
 {
+    lseek(fd, 0, SEEK_SET);
     return std::exchange(fd, -1);
 }
 

@@ -31,7 +31,7 @@ TEST_F(Control, HelpNamesEverySettingWithItsRange)
     const std::string help = done({"set", "--help"});
     for (const char* name : {"Enabled ", "Settings ", "Reverb ", "EQBand1 ", "EQBand9 ", "MicNR ", "micEq ", "noiseGate "})
         EXPECT_THAT(help, HasSubstr(name));
-    EXPECT_THAT(help, HasSubstr("[-127 to 127] Equaliser at 1000 Hz"));
+    EXPECT_THAT(help, HasSubstr("[-127 to 127, or -6.0 to +6.0 dB] Equaliser at 1000 Hz"));
     EXPECT_THAT(help, HasSubstr("micEq          [0 to 2]"));
     for (const char* command : {"set", "get", "status", "levels", "hrtf", "preset"})
         EXPECT_THAT(done({"--help"}), HasSubstr(std::string("  ") + command + "  "));
@@ -42,8 +42,8 @@ TEST_F(Control, ACommandIsRequired)
     expectRefusal({}, "a command is required; --help tells them");
     expectRefusal({"hrtf"}, "a command is required");
     expectRefusal({"preset"}, "a command is required");
-    expectRefusal({"sett"}, "The following argument was not expected: sett");
-    expectRefusal({"hrtf", "drop"}, "The following argument was not expected: drop");
+    expectRefusal({"sett"}, "there is no command sett (did you mean set?)");
+    expectRefusal({"hrtf", "drop"}, "there is no command drop");
 }
 
 // ---- set and get ----------------------------------------------------------------------------------------------------
@@ -115,7 +115,9 @@ TEST_F(ControlOfAnEffect, WhatIsNoAssignmentIsRefusedWithItsReason)
     expectUntouched({"set", "Reverb="}, "Reverb takes a whole number, not \"\"");
     expectUntouched({"set", "Reverb=12x"}, "Reverb takes a whole number, not \"12x\"");
     expectUntouched({"set", "Reverb=1.5"}, "Reverb takes a whole number, not \"1.5\"");
-    expectUntouched({"set", "reverb=1"}, "there is no setting reverb; quorel-control set --help tells them all");
+    expectUntouched({"set", "Reverp=1"},
+                    "there is no setting Reverp (did you mean Reverb?); quorel-control set --help tells them all");
+    expectUntouched({"set", "reverb=9.1dB"}, "Reverb takes a whole number, not \"9.1dB\": 0 to 255, or -17.9 to +9.0 dB");
     expectUntouched({"set", "hrtfId=1"}, "there is no setting hrtfId");
     expectUntouched({"set", "Reverb=1", "Reverb=2"}, "Reverb is given twice");
     expectUntouched({"set", "Reverb=99999999999999999999"}, "Reverb takes numbers from 0 to 255, not 99999999999999999999");

@@ -20,7 +20,10 @@ protected:
     QuorelRender() : ToolTest(QUOREL_RENDER, "quorel-render") {}
 
     // Runs the tool on `input` and returns what it wrote, which it must do without a word.
-    Sound render(const std::string& input, const std::vector<std::string>& options = {}) { return treat(input, options); }
+    Sound render(const std::string& input, const std::vector<std::string>& options = {}, const std::string& told = "")
+    {
+        return treat(input, options, told);
+    }
 };
 
 // ---- other responses --------------------------------------------------------------------------------------------------
@@ -63,7 +66,7 @@ TEST_F(QuorelRender, AMissingInputIsRefused)
 
 TEST_F(QuorelRender, AnInputThatIsNoAudioIsRefused)
 {
-    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: neither WAV nor FLAC");
+    expectRefusal(store("text.wav", "This is a letter.\n"), "text.wav: neither WAV, RF64, W64, FLAC, AIFF nor CAF");
 }
 
 TEST_F(QuorelRender, AnEmptyInputIsRefused)
@@ -76,9 +79,10 @@ TEST_F(QuorelRender, AFolderAsInputIsRefused)
     expectRefusal(folder.string(), "not a regular file");
 }
 
-TEST_F(QuorelRender, AnAudioFormatBesidesWavAndFlacIsRefused)
+TEST_F(QuorelRender, AnAudioFormatOfAnotherKindIsRefused)
 {
-    expectRefusal(save("in.aiff", 2, noise(2, 100), SF_FORMAT_AIFF | SF_FORMAT_PCM_16), "neither WAV nor FLAC");
+    expectRefusal(save("in.wav", 2, noise(2, 100), SF_FORMAT_AU | SF_FORMAT_PCM_16),
+                  "neither WAV, RF64, W64, FLAC, AIFF nor CAF");
 }
 
 // Frames of an MP3 stream, and noise behind them: a decoder would tell the user of it.
@@ -87,8 +91,8 @@ TEST_F(QuorelRender, AnMp3FileIsRefusedWithOneLine)
     std::string stream;
     for (int frame = 0; frame < 20; ++frame)
         stream += "\xFF\xFB\x50" + std::string(1, '\0') + std::string(413, static_cast<char>(frame * 37));
-    expectRefusal(store("song.mp3", stream), "song.mp3: neither WAV nor FLAC");
-    expectRefusal(store("song.wav", stream), "song.wav: neither WAV nor FLAC");
+    expectRefusal(store("song.mp3", stream), "song.mp3: neither WAV, RF64, W64, FLAC, AIFF nor CAF");
+    expectRefusal(store("song.wav", stream), "song.wav: neither WAV, RF64, W64, FLAC, AIFF nor CAF");
 }
 
 TEST_F(QuorelRender, AFlacFileMayHaveATagInFront)
@@ -98,7 +102,7 @@ TEST_F(QuorelRender, AFlacFileMayHaveATagInFront)
     constexpr std::size_t padding = 200; // 1 * 128 + 72
     const std::string tag = std::string("ID3\x03\0\0\0\0\x01\x48", 10) + std::string(padding, '\0');
     EXPECT_EQ(render(store("tagged.flac", tag + bytes("in.flac"))).samples, expected.samples);
-    expectRefusal(store("tagged.mp3", tag + "\xFF\xFB\x50"), "neither WAV nor FLAC");
+    expectRefusal(store("tagged.mp3", tag + "\xFF\xFB\x50"), "neither WAV, RF64, W64, FLAC, AIFF nor CAF");
 }
 
 TEST_F(QuorelRender, APipeIsReadLikeAFile)
@@ -120,7 +124,7 @@ TEST_F(QuorelRender, SamplesThatNoEffectCanTakeBecomeZeroAndAreTold)
 {
     expectReplacements(48000, {"--Reverb", "100", "--EQBand3", "20"});
     expectReplacements(48000, {"--sample-format", "pcm16"});
-    expectReplacements(44100, {"--resample"});
+    expectReplacements(44100);
 }
 
 TEST_F(QuorelRender, AFlacFileThatBreaksOffIsRefused)
@@ -371,9 +375,12 @@ TEST_F(QuorelRender, FloatsKeepWhatIsBeyondFullScaleAndIntegersClipIt)
     samples[2 * 2000] = 4.0F;
     const std::string input = save("in.wav", 2, samples);
     EXPECT_NEAR(render(input, {"--Settings", "0"}).at(2000, 0), 3.2, 1e-3);
-    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm16"}).at(2000, 0), 32767.0F / 32768);
+    // 3.2 is +10.10 dB.
+    const std::string told =
+        "1 sample of " + path("out.wav") + " clipped, the first in frame 2000, channel 1; the peak is at +10.1";
+    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm16"}, told).at(2000, 0), 32767.0F / 32768);
     EXPECT_EQ(load(path("out.wav")).info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm24"}).at(2000, 0), 32767.0F / 32768);
+    EXPECT_GE(render(input, {"--Settings", "0", "--sample-format", "pcm24"}, told).at(2000, 0), 32767.0F / 32768);
     EXPECT_EQ(load(path("out.wav")).info.format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
 }
 
@@ -522,15 +529,14 @@ TEST_F(QuorelRender, EachBandOptionRaisesItsOwnBand)
 
 // ---- rates ----------------------------------------------------------------------------------------------------------
 
-TEST_F(QuorelRender, AtAnotherRateTheOutputIsTheInputAndTheToolSaysSo)
+TEST_F(QuorelRender, LeftAtAnotherRateTheOutputIsTheInputAndTheToolSaysSo)
 {
     for (const std::uint32_t mask : {0x4U, 0x3U, 0x60FU, 0x63FU}) {
         const int channels = std::popcount(mask);
         const std::string input = save("in.wav", channels, noise(channels, 1001), 0, mask, 44100);
-        const Outcome outcome = run({input, path("out.wav"), "--Reverb", "200"});
+        const Outcome outcome = run({input, path("out.wav"), "--Reverb", "200", "--no-resample"});
         EXPECT_TRUE(outcome.exited(0)) << outcome;
         expectOneLine(outcome.err, "is at 44100 Hz, where the effect only copies");
-        EXPECT_THAT(outcome.err, HasSubstr("--resample"));
 
         const Sound in = load(input);
         const Sound out = load(path("out.wav"));
@@ -551,8 +557,8 @@ TEST_F(QuorelRender, ResamplingKeepsTheSoundAndItsLength)
         const double step = 2 * std::numbers::pi * 1000 / rate;
         for (int i = 0; i < rate + 1; ++i)
             samples.insert(samples.end(), {static_cast<float>(0.1 * std::sin(step * i)), 0.0F});
-        const Sound out =
-            render(save("in.wav", 2, samples, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0, rate), {"--resample", "--Settings", "0"});
+        const Sound out = render(save("in.wav", 2, samples, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0, rate), {"--Settings", "0"},
+                                 "in.wav is at " + std::to_string(rate) + " Hz: resampled to 48000 Hz");
         EXPECT_EQ(out.info.samplerate, 48000);
         EXPECT_EQ(out.info.frames, std::llround((rate + 1.0) * 48000 / rate));
         double error = 0;
@@ -566,16 +572,289 @@ TEST_F(QuorelRender, ResamplingKeepsTheSoundAndItsLength)
 TEST_F(QuorelRender, ResamplingTellsOfAnInputThatBreaksOff)
 {
     save("whole.flac", 2, noise(2, 20000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 0, 44100);
-    expectRefusal(store("part.flac", bytes("whole.flac").substr(0, 30000)), "cannot read " + path("part.flac"), {"--resample"});
+    expectRefusal(store("part.flac", bytes("whole.flac").substr(0, 30000)), "cannot read " + path("part.flac"));
 }
 
-TEST_F(QuorelRender, ResamplingLeavesAnInputAt48000AsItIs)
+// ---- kinds of files ------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, TheSameSoundInAnyKindOfFileGivesTheSameRender)
 {
-    const std::string input = save("in.wav", 2, noise(2, 1000));
+    const std::vector<float> samples = noise(2, 3000);
+    render(save("in.wav", 2, samples));
+    const std::string expected = bytes("out.wav");
+    for (const int kind : {SF_FORMAT_RF64, SF_FORMAT_W64, SF_FORMAT_AIFF, SF_FORMAT_CAF}) {
+        render(save("in.wav", 2, samples, kind | SF_FORMAT_PCM_16)); // whatever its name
+        EXPECT_TRUE(bytes("out.wav") == expected) << std::hex << kind;
+    }
+}
+
+TEST_F(QuorelRender, AnOutputIsOfTheKindThatItsNameEndsIn)
+{
+    const std::string input = save("in.wav", 2, noise(2, 3000));
+    constexpr std::pair<const char*, int> kinds[] = {
+        {"out.WAV", SF_FORMAT_WAV | SF_FORMAT_FLOAT},   {"out.rf64", SF_FORMAT_RF64 | SF_FORMAT_FLOAT},
+        {"out.w64", SF_FORMAT_W64 | SF_FORMAT_FLOAT},   {"out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+        {"out.aiff", SF_FORMAT_AIFF | SF_FORMAT_FLOAT}, {"out.caf", SF_FORMAT_CAF | SF_FORMAT_FLOAT}};
+    const Sound plain = render(input);
+    for (const auto& [name, format] : kinds) {
+        EXPECT_TRUE(run({input, path(name)}).exited(0)) << name;
+        const Sound out = load(path(name));
+        EXPECT_EQ(out.info.format, format) << name;
+        ASSERT_EQ(out.samples.size(), plain.samples.size()) << name;
+        for (std::size_t i = 0; i < out.samples.size(); ++i) // 24 bits with dither: at most 1.5 steps
+            ASSERT_NEAR(out.samples[i], plain.samples[i], 1.5 / 8388608 + 1e-7);
+    }
+    const Outcome unknown = run({input, path("out.mp3")});
+    EXPECT_TRUE(unknown.exited(2));
+    expectOneLine(unknown.err, "out.mp3: its name tells no kind of file");
+    EXPECT_TRUE(run({input, path("out.mp3"), "--format", "flac"}).exited(0));
+    EXPECT_EQ(load(path("out.mp3")).info.format, SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
+    const Outcome floats = run({input, path("out.flac"), "--sample-format", "float"});
+    EXPECT_TRUE(floats.exited(2));
+    expectOneLine(floats.err, "FLAC holds integers alone");
+}
+
+TEST_F(QuorelRender, ChannelsInAnotherOrderArePutInTheirPlaces)
+{
+    // The same 5.1 as AIFF, whose layout chunk can name the order centre, left, right, left and right behind, low frequency.
+    const std::vector<float> plain = noise(6, 2000);
+    render(save("in.wav", 6, plain, 0, 0x3F));
+    const std::string expected = bytes("out.wav");
+    SF_INFO info{};
+    info.channels = 6;
+    info.samplerate = 48000;
+    info.format = SF_FORMAT_CAF | SF_FORMAT_FLOAT;
+    {
+        const SoundFile file(sf_open(path("in.caf").c_str(), SFM_WRITE, &info));
+        int map[] = {SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_LEFT,       SF_CHANNEL_MAP_RIGHT,
+                     SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_LFE};
+        ASSERT_EQ(sf_command(file.get(), SFC_SET_CHANNEL_MAP_INFO, map, sizeof map), SF_TRUE);
+        constexpr std::size_t from[] = {2, 0, 1, 4, 5, 3};
+        std::vector<float> moved;
+        for (std::size_t i = 0; i < plain.size(); i += 6)
+            for (const std::size_t c : from)
+                moved.push_back(plain[i + c]);
+        sf_write_float(file.get(), moved.data(), static_cast<sf_count_t>(moved.size()));
+    }
+    render(path("in.caf"));
+    EXPECT_TRUE(bytes("out.wav") == expected);
+}
+
+TEST_F(QuorelRender, AiffOfManyChannelsHasToNameItsSpeakers)
+{
+    expectRefusal(save("in.aiff", 6, noise(6, 100), SF_FORMAT_AIFF | SF_FORMAT_PCM_16),
+                  "it has 6 channels and does not name their speakers");
+}
+
+TEST_F(QuorelRender, AFileThatBreaksOffIsRefusedOrTold)
+{
+    for (const int kind : {SF_FORMAT_WAV, SF_FORMAT_RF64, SF_FORMAT_W64, SF_FORMAT_AIFF, SF_FORMAT_CAF}) {
+        save("whole.wav", 2, noise(2, 20000), kind | SF_FORMAT_PCM_16);
+        const std::string part = store("part.wav", bytes("whole.wav").substr(0, 60000));
+        expectRefusal(part, "part.wav: it breaks off: ");
+        expectRefusal(part, "--allow-truncated takes what is there");
+        if (kind == SF_FORMAT_CAF)
+            continue; // the library takes none that is not whole
+        const Sound out = render(part, {"--allow-truncated"}, "part.wav: it breaks off: ");
+        EXPECT_LT(out.info.frames, 15001) << std::hex << kind; // of four bytes
+        EXPECT_GT(out.info.frames, 13900) << std::hex << kind; // headers are of at most 4096 bytes
+    }
+    save("whole.flac", 2, noise(2, 20000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    const std::string part = store("part.flac", bytes("whole.flac").substr(0, 30000));
+    EXPECT_GT(render(part, {"--allow-truncated"}, "part.flac: ").info.frames, 4000);
+}
+
+TEST_F(QuorelRender, AnUnknownLengthIsNoTruncation)
+{
+    const Sound whole = render(save("in.wav", 2, noise(2, 3000)));
+    const std::string contents = bytes("in.wav");
+    const std::size_t size = contents.find("data") + 4;
+    for (const std::string& open : {std::string("\xFF\xFF\xFF\xFF"), std::string("\0\xF0\xFF\x7F", 4)})
+        EXPECT_EQ(render(store("open.wav", std::string(contents).replace(size, 4, open))).samples, whole.samples);
+}
+
+TEST_F(QuorelRender, StandardInputAndOutputAreDashes)
+{
+    const std::string input = save("in.wav", 2, noise(2, 30000));
+    for (const std::string& format : {std::string("wav"), std::string("flac")}) {
+        EXPECT_TRUE(run({input, path("plain." + format)}).exited(0));
+        const Outcome outcome = run({"-", "-", "--format", format}, [&] {
+            int ends[2]; // closed by its writer before the tool begins
+            if (pipe(ends) != 0)
+                return;
+            if (fork() == 0) {
+                const std::string all = bytes("in.wav");
+                for (std::size_t done = 0; done < all.size();)
+                    done += static_cast<std::size_t>(std::max<ssize_t>(0, write(ends[1], all.data() + done, all.size() - done)));
+                _exit(0);
+            }
+            dup2(ends[0], STDIN_FILENO);
+            close(ends[0]);
+            close(ends[1]);
+        });
+        EXPECT_TRUE(outcome.exited(0)) << outcome.err;
+        EXPECT_TRUE(outcome.out == bytes("plain." + format)) << format;
+    }
+}
+
+// ---- level and dither ----------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, IntegersAreRoundedWithDitherThatIsTheSameAtEachRun)
+{
+    const std::string input = save("in.wav", 2, noise(2, 5000));
     render(input);
-    const std::string plain = bytes("out.wav");
-    render(input, {"--resample"});
-    EXPECT_TRUE(bytes("out.wav") == plain);
+    const Sound exact = load(path("out.wav"));
+    const auto steps = [&](const std::vector<std::string>& options) {
+        render(input, options);
+        const Sound out = load(path("out.wav"));
+        std::pair<double, double> moments; // of the error, in steps
+        for (std::size_t i = 0; i < out.samples.size(); ++i) {
+            const double error = (static_cast<double>(out.samples[i]) - static_cast<double>(exact.samples[i])) * 32768;
+            moments.first += error / 10000;
+            moments.second += error * error / 10000;
+        }
+        return moments;
+    };
+    const auto [plainMean, plainPower] = steps({"--sample-format", "pcm16", "--dither", "none"});
+    const auto [mean, power] = steps({"--sample-format", "pcm16"});
+    const std::string first = bytes("out.wav");
+    steps({"--sample-format", "pcm16"});
+    EXPECT_TRUE(bytes("out.wav") == first);
+    // Rounding alone has an error of 1/12 of a step squared, dither adds 1/6: 1/4. The mean's deviation is at most 0.005 over
+    // 10000 samples, the power's 0.0035: six of them.
+    EXPECT_NEAR(plainMean, 0, 0.03);
+    EXPECT_NEAR(plainPower, 1.0 / 12, 0.006);
+    EXPECT_NEAR(mean, 0, 0.03);
+    EXPECT_NEAR(power, 0.25, 0.021);
+}
+
+TEST_F(QuorelRender, GainAndNormalizeSetTheLevel)
+{
+    const std::string input = save("in.wav", 2, noise(2, 5000));
+    const auto peakOf = [](const Sound& sound) {
+        float peak = 0;
+        for (const float x : sound.samples)
+            peak = std::max(peak, std::abs(x));
+        return 20 * std::log10(static_cast<double>(peak));
+    };
+    const double plain = peakOf(render(input)); // floats: 2^-24 is 5e-7 dB
+    EXPECT_NEAR(peakOf(render(input, {"--gain", "-6.5"})), plain - 6.5, 1e-5);
+    EXPECT_NEAR(peakOf(render(input, {"--normalize"})), -1, 1e-5);
+    EXPECT_NEAR(peakOf(render(input, {"--normalize=-3"})), -3, 1e-5);
+    render(save("silence.wav", 2, silence(2, 100)), {"--normalize"});
+    expectRefusal(input, "--normalize", {"--normalize=1"});
+    expectRefusal(input, "--gain", {"--normalize", "--gain", "1"});
+}
+
+TEST_F(QuorelRender, AReportInJsonTellsWhatBecameOfTheFile)
+{
+    std::vector<float> samples = silence(2, 3000);
+    samples[2 * 2000 + 1] = 4.0F;
+    const Outcome outcome = run({save("in.wav", 2, samples), path("out.wav"), "--Settings", "0", "--sample-format", "pcm16",
+                                 "--dither", "none", "--report", "json"});
+    EXPECT_TRUE(outcome.exited(0)) << outcome;
+    EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1);
+    for (const char* text : {"\"state\":\"done\"", "\"rate\":48000", "\"channels\":2", "\"frames\":3000", "\"clippedSamples\":1",
+                             "\"firstClippedFrame\":2000", "\"firstClippedChannel\":2", "\"peakDb\":10.1"})
+        EXPECT_THAT(outcome.out, HasSubstr(text));
+    const Outcome failed = run({path("none.wav"), path("out.wav"), "--report", "json"});
+    EXPECT_TRUE(failed.exited(2));
+    EXPECT_THAT(failed.out, HasSubstr("\"state\":\"failed\",\"error\":\"cannot read "));
+}
+
+// ---- many files ----------------------------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, AFolderIsRenderedAsAWholeWhateverFails)
+{
+    fs::create_directories(folder / "music/deep");
+    for (const char* name : {"music/a.wav", "music/deep/b.wav", "music/deep/c.flac"})
+        save(name, 2, noise(2, 3000),
+             std::string(name).ends_with("flac") ? SF_FORMAT_FLAC | SF_FORMAT_PCM_16 : SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    store("music/broken.wav", "no sound");
+    store("music/notes.txt", "no sound");
+    render(path("music/a.wav"));
+    const std::string expected = bytes("out.wav");
+
+    const std::vector<std::string> command = {path("music"), "--output-dir", path("out"), "--jobs", "3"};
+    const Outcome outcome = run(command);
+    EXPECT_TRUE(outcome.exited(2)) << outcome;
+    EXPECT_THAT(outcome.err, HasSubstr("cannot read " + path("music/broken.wav")));
+    EXPECT_THAT(outcome.err,
+                HasSubstr("quorel-render: " + path("music/a.wav") + ": " + path("out/a.wav") + ", 0.06 s of sound in "));
+    EXPECT_THAT(outcome.err, HasSubstr("quorel-render: 4 files: 3 done, 0 up to date, 1 failed\n"));
+    for (const char* name : {"out/a.wav", "out/deep/b.wav", "out/deep/c.wav"})
+        EXPECT_TRUE(bytes(name) == expected) << name;
+    EXPECT_FALSE(fs::exists(folder / "out/broken.wav"));
+
+    fs::remove(folder / "music/broken.wav");
+    fs::last_write_time(folder / "music/a.wav", fs::last_write_time(folder / "out/a.wav") + std::chrono::seconds(1));
+    const Outcome second = run(command);
+    EXPECT_TRUE(second.exited(0)) << second;
+    EXPECT_THAT(second.err, HasSubstr("3 files: 1 done, 2 up to date, 0 failed\n"));
+    std::vector<std::string> again = command;
+    again.emplace_back("--again");
+    EXPECT_THAT(run(again).err, HasSubstr("3 files: 3 done, 0 up to date, 0 failed\n"));
+}
+
+TEST_F(QuorelRender, InputsThatWouldBecomeOneFileAreRefused)
+{
+    const std::string wav = save("in.wav", 2, noise(2, 100));
+    const std::string flac = save("in.flac", 2, noise(2, 100), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    const Outcome outcome = run({wav, flac, "--output-dir", path("out")});
+    EXPECT_TRUE(outcome.exited(2)) << outcome;
+    expectOneLine(outcome.err, "two of the inputs would become " + path("out/in.wav"));
+    EXPECT_FALSE(fs::exists(folder / "out"));
+}
+
+// ---- options as people write them ----------------------------------------------------------------------------------
+
+TEST_F(QuorelRender, SettingsAreTakenInAnyCaseInDecibelsAndInHexadecimal)
+{
+    const std::string input = save("in.wav", 2, noise(2, 3000));
+    // (-5 + 18) * 255 / 27 = 122.8; 2.5 * 127 / 6 = 52.9; -6 * 127 / 6 = -127.
+    render(input, {"--Reverb", "123", "--EQBand3", "53", "--EQBand9", "-127", "--EQBand1", "26"});
+    const std::string expected = bytes("out.wav");
+    render(input, {"--reverb", "-5dB", "--eq", "3:+2.5dB,9:-6dB", "--eq", "1:0x1A"});
+    EXPECT_TRUE(bytes("out.wav") == expected);
+    render(input, {"--REVERB=1.23e2", "--eqband3", "2.5 dB", "--eq", "9:-127", "--eqBand1", "26"});
+    EXPECT_TRUE(bytes("out.wav") == expected);
+    expectRefusal(input, "--Reverb: 9.1dB is not a number from 0 to 255, nor one of -17.9 to +9.0 dB", {"--reverb", "9.1dB"});
+    expectRefusal(input, "10:1 is no BAND:VALUE", {"--eq", "10:1"});
+    expectRefusal(input, "EQBand3 is given twice", {"--eq", "3:1", "--EQBand3", "2"});
+}
+
+TEST_F(QuorelRender, APresetIsTheBeginningAndOptionsChangeIt)
+{
+    fs::create_directories(folder / "config/quorel/presets");
+    store("config/quorel/presets/evening.json", R"({"settings": {"Settings": 1, "Reverb": 170, "EQBand2": -40}})");
+    const std::string input = save("in.wav", 2, noise(2, 3000));
+    render(input, {"--EQBand2", "-40", "--Reverb", "20"});
+    const std::string expected = bytes("out.wav");
+    const auto home = [this] { setenv("XDG_CONFIG_HOME", path("config").c_str(), 1); };
+    EXPECT_TRUE(run({input, path("out.wav"), "--reverb", "20", "--preset", "evening"}, home).exited(0));
+    EXPECT_TRUE(bytes("out.wav") == expected);
+    const Outcome none = run({input, path("out.wav"), "--preset", "morning"}, home);
+    EXPECT_TRUE(none.exited(2));
+    expectOneLine(none.err, "cannot read the preset ");
+}
+
+TEST_F(QuorelRender, AMisspeltOptionIsToldFirstWithTheOneThatWasMeant)
+{
+    const Outcome outcome = run({"--reverp", "3"}); // no file at all
+    EXPECT_TRUE(outcome.exited(2));
+    EXPECT_EQ(outcome.err, "quorel-render: there is no option --reverp (did you mean --Reverb?)\n");
+    EXPECT_EQ(run({"--quality"}).err, "quorel-render: there is no option --quality\n");
+}
+
+TEST_F(QuorelRender, WideSurroundIsExplainedAndTakenWithAMask)
+{
+    const std::vector<float> samples = noise(8, 2000);
+    const std::string wide = save("wide.wav", 8, samples, 0, 0xFF);
+    expectRefusal(wide, "the effect knows 6, and there are 8 channels; --channel-mask 0x63F takes them");
+    render(wide, {"--channel-mask", "0x63F"});
+    const std::string expected = bytes("out.wav");
+    render(save("plain.wav", 8, samples));
+    EXPECT_TRUE(bytes("out.wav") == expected);
 }
 
 // ---- what it says ---------------------------------------------------------------------------------------------------
@@ -594,7 +873,8 @@ TEST_F(QuorelRender, ATerminalSeesABarAndTheSpeed)
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
     EXPECT_THAT(seen, HasSubstr("100%"));
-    EXPECT_THAT(seen, HasSubstr(std::string(51, '*')));
+    EXPECT_THAT(seen, HasSubstr(std::string(50, '*')));
+    EXPECT_THAT(seen, HasSubstr("0:00 left"));
     EXPECT_THAT(seen, HasSubstr("1.00 s of sound in "));
     EXPECT_THAT(seen, HasSubstr(" times real time"));
 }
@@ -612,11 +892,15 @@ TEST_F(QuorelRender, HelpNamesEveryOptionAndSucceeds)
     const Outcome outcome = run({"--help"});
     EXPECT_TRUE(outcome.exited(0)) << outcome;
     EXPECT_EQ(outcome.err, "");
-    std::vector<std::string> expected = {"--block-size NUMBER=480 ",
+    std::istringstream lines(outcome.out);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 80U) << line;
+    EXPECT_THAT(run({"--version"}).out, testing::MatchesRegex("quorel-render [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    std::vector<std::string> expected = {"--block-size NUMBER=480",
                                          "[1 to 848]",
                                          "--tail",
                                          "[0 to 600]",
-                                         "--resample",
+                                         "--no-resample",
                                          "--channel-mask",
                                          "--sample-format",
                                          "--verbose",
