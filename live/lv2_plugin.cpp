@@ -39,7 +39,6 @@ namespace quorel {
 namespace {
 
 constexpr std::uint32_t speakerSlots = 8;   // samples in an output frame of the render effect; the first two are the ears
-constexpr double mostEnergyCut = 0.1;       // share of a response's energy that a set may lose when it is fitted
 constexpr std::uint32_t longestPath = 4096; // bytes
 
 struct Responses {
