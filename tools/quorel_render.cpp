@@ -175,8 +175,8 @@ int main(int argc, char** argv)
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {
-        options.hrtf.load(tool);
         options.settings = quorel::chosenSettings(options.choice, options.settings);
+        options.hrtf.load(tool);
         return quorel::treatFiles(tool, options.files, [&](const auto& task, auto& report, auto& progress) {
             quorel::render(options, task, report, progress);
         });
