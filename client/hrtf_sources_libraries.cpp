@@ -280,7 +280,7 @@ DiffuseField fieldOf(const MYSOFA_HRTF& file, double rate, std::size_t& skipped)
     for (std::size_t i = 0; i < good.size(); i += together) {
         std::vector<std::vector<float>> responses;
         for (std::size_t k = i; k < std::min(i + together, good.size()); ++k)
-            for (const std::size_t ear : {0, 1})
+            for (std::size_t ear = 0; ear < 2; ++ear)
                 responses.push_back(tapsOf(file, good[k], ear));
         if (rate != hrtfRate)
             responses = resampledTogether(responses, rate);

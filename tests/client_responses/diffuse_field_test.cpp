@@ -252,11 +252,19 @@ Section bell(double frequency, double gainDb)
             (1 - a / (g * q) + a * a) / d};
 }
 
+// Of the sphere alone it nearly is, so all responses have a peak of 12 dB besides.
 TEST(DiffuseField, TheFieldIsFlatBehindTheImport)
 {
-    EXPECT_LE(ripple(ringsOf({56, 60, 72, 72, 72, 72, 72, 60, 56, 45, 36, 24, 12, 1}, -40, 10)), 1.5); // 710
-    EXPECT_LE(ripple(sphereFrom(ring(72, 0))), 1.5);
-    EXPECT_LE(ripple(sphereFrom(ring(8, 0))), 1.5);
+    const auto peaked = [](const Measurement& from) {
+        return changed(from, [](std::size_t, const std::vector<float>& x) {
+            std::vector<float> y = filtered(x, bell(3000, 12));
+            y.resize(x.size()); // it rings for less
+            return y;
+        });
+    };
+    EXPECT_LE(ripple(peaked(ringsOf({56, 60, 72, 72, 72, 72, 72, 60, 56, 45, 36, 24, 12, 1}, -40, 10))), 1.5); // 710
+    EXPECT_LE(ripple(peaked(sphereFrom(ring(72, 0)))), 1.5);
+    EXPECT_LE(ripple(peaked(sphereFrom(ring(8, 0)))), 1.5);
 }
 
 // Nothing above 0.4535 * 44100 Hz, 20 kHz: a cosine from there to the end of the band, 22.05 kHz.
