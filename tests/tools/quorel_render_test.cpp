@@ -843,7 +843,7 @@ TEST_F(QuorelRender, AMisspeltOptionIsToldFirstWithTheOneThatWasMeant)
     const Outcome outcome = run({"--reverp", "3"}); // no file at all
     EXPECT_TRUE(outcome.exited(2));
     EXPECT_EQ(outcome.err, "quorel-render: there is no option --reverp (did you mean --Reverb?)\n");
-    EXPECT_EQ(run({"--quality"}).err, "quorel-render: there is no option --quality\n");
+    EXPECT_EQ(run({"--xxxxxxxxxxxx"}).err, "quorel-render: there is no option --xxxxxxxxxxxx\n");
 }
 
 TEST_F(QuorelRender, WideSurroundIsExplainedAndTakenWithAMask)
