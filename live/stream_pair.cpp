@@ -171,9 +171,9 @@ void StreamPair::run() noexcept
     if (from != nullptr && to != nullptr && clock != nullptr) {
         std::uint32_t n = longestCall;
         for (std::uint32_t c = 0; c < from->buffer->n_datas; ++c)
-            n = std::min<std::uint32_t>(n, from->buffer->datas[c].chunk->size / sizeof(float));
+            n = std::min(n, static_cast<std::uint32_t>(from->buffer->datas[c].chunk->size / sizeof(float)));
         for (std::uint32_t c = 0; c < to->buffer->n_datas; ++c)
-            n = std::min<std::uint32_t>(n, to->buffer->datas[c].maxsize / sizeof(float));
+            n = std::min(n, static_cast<std::uint32_t>(to->buffer->datas[c].maxsize / sizeof(float)));
 
         for (std::size_t c = 0; c < in.size(); ++c) {
             const bool there = c < from->buffer->n_datas && from->buffer->datas[c].data != nullptr;
