@@ -20,7 +20,7 @@ CASES = [
     ("quorel-control hrtf ", ["load", "clear"], "set"),
     ("quorel-control set Rev", ["Reverb="], "Settings="),
     ("quorel-control levels --w", ["--watch"], "--seconds"),
-    ("quorel-render --re", ["--resample"], "--tail"),
+    ("quorel-render --re", ["--report"], "--tail"),
     ("quorel-render sou", ["sound.wav"], "--tail"),
     ("quorel-live --bypass ", ["on", "off"], "--list"),
 ]
