@@ -214,6 +214,7 @@ def design(measured, row):
 # --- the table ---------------------------------------------------------------------------------------------------
 
 HEAD = """\
+// SPDX-License-Identifier: MIT
 // The built-in head-related responses, made by design/hrtf.py from the HRTF measurement of a KEMAR dummy head by
 // Bill Gardner and Keith Martin, MIT Media Lab, 1994 (MIT_KEMAR_normal_pinna.sofa of Debian's libmysofa1).
 // The measurement is Copyright 1994 by the MIT Media Laboratory. It is provided free with no restrictions on use,

@@ -194,6 +194,7 @@ def check(a, s, rate):
 
 
 HEADING = """\
+// SPDX-License-Identifier: MIT
 // The windows of the capture effect's filter bank, made by design/windows.py from the figures in it.
 //
 // Do not edit: change the program and run it again. docs/window_tables.md tells the design.

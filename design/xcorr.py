@@ -139,6 +139,7 @@ def design_h2():
 # --- the table ---------------------------------------------------------------------------------------------------
 
 TEXT = """\
+// SPDX-License-Identifier: MIT
 // The filters of the reverberator's decorrelator, made by design/xcorr.py.
 //
 // Do not edit: change the program and run it again. docs/xcorr_tables.md tells the design.
