@@ -52,6 +52,11 @@ struct Order {
     char path[longestPath];
 };
 
+// What the worker sends back; the set is the receiver's.
+struct Answer {
+    Responses* set;
+};
+
 struct Urids {
     explicit Urids(LV2_URID_Map* map)
     {
@@ -317,9 +322,9 @@ void Plugin::work(LV2_Worker_Respond_Function respond, LV2_Worker_Respond_Handle
         return;
     }
     try {
-        Responses* set = load(job.path).release();
-        if (respond(handle, sizeof(set), &set) != LV2_WORKER_SUCCESS)
-            delete set;
+        const Answer answer{load(job.path).release()};
+        if (respond(handle, sizeof(answer), &answer) != LV2_WORKER_SUCCESS)
+            delete answer.set;
     } catch (const std::exception& error) {
         lv2_log_error(&logger, "%s: %s\n", ports.uri(), error.what());
     }
@@ -422,9 +427,9 @@ LV2_Worker_Status work(LV2_Handle handle, LV2_Worker_Respond_Function respond, L
 
 LV2_Worker_Status takeAnswer(LV2_Handle handle, std::uint32_t, const void* data)
 {
-    Responses* set = nullptr;
-    std::memcpy(static_cast<void*>(&set), data, sizeof(set));
-    plugin(handle).take(set);
+    Answer answer{};
+    std::memcpy(&answer, data, sizeof(answer));
+    plugin(handle).take(answer.set);
     return LV2_WORKER_SUCCESS;
 }
 
