@@ -8,10 +8,16 @@
 namespace quorel::platform {
 namespace {
 
+const Refusal atFirst = lastRefusal(); // before any test, whichever comes first
+
+TEST(Refusal, AtFirstThereIsNone)
+{
+    EXPECT_EQ(atFirst.error, 0);
+    EXPECT_EQ(atFirst.path, "");
+}
+
 TEST(Refusal, TheLastOneIsKept)
 {
-    EXPECT_EQ(lastRefusal().error, 0);
-    EXPECT_EQ(lastRefusal().path, "");
     keepRefusal("/a/longer/path", 2);
     keepRefusal("/path", 13);
     EXPECT_EQ(lastRefusal().error, 13);
