@@ -52,6 +52,15 @@ float largest(const float* x, std::uint32_t n) noexcept
     return peak;
 }
 
+// Nothing where the parameter is another one, or is taken back.
+std::optional<spa_latency_info> latencyIn(std::uint32_t id, const spa_pod* param)
+{
+    spa_latency_info info{};
+    if (id != SPA_PARAM_Latency || param == nullptr || spa_latency_parse(param, &info) < 0)
+        return std::nullopt;
+    return info;
+}
+
 } // namespace
 
 StreamPair::StreamPair(pw_core* core, const StreamKind& kind, const std::string& target, LiveEffect& effect, StreamStatus& status,
@@ -282,21 +291,19 @@ void StreamPair::tellLatency()
 void StreamPair::onTakeParam(void* data, std::uint32_t id, const spa_pod* param)
 {
     auto& pair = *static_cast<StreamPair*>(data);
-    spa_latency_info info{};
-    if (id != SPA_PARAM_Latency || param == nullptr || spa_latency_parse(param, &info) < 0)
-        return;
-    pair.behindTake = info;
-    pair.tell(pair.give.get(), info);
+    if (const auto info = latencyIn(id, param)) {
+        pair.behindTake = info;
+        pair.tell(pair.give.get(), *info);
+    }
 }
 
 void StreamPair::onGiveParam(void* data, std::uint32_t id, const spa_pod* param)
 {
     auto& pair = *static_cast<StreamPair*>(data);
-    spa_latency_info info{};
-    if (id != SPA_PARAM_Latency || param == nullptr || spa_latency_parse(param, &info) < 0)
-        return;
-    pair.behindGive = info;
-    pair.tell(pair.take.get(), info);
+    if (const auto info = latencyIn(id, param)) {
+        pair.behindGive = info;
+        pair.tell(pair.take.get(), *info);
+    }
 }
 
 // Session managers that take "state.restore-props" for a text have given the stream to the hardware the volume of its last run by
