@@ -44,6 +44,7 @@ constexpr std::uint32_t longestPath = 4096; // bytes
 struct Responses {
     std::string path;
     std::vector<float> spectra;
+    std::unique_ptr<Responses> replaced; // one that the worker had no room for: it goes with this one
 };
 
 // What goes to the worker: a path to read, or a set to release.
@@ -310,9 +311,9 @@ bool Plugin::order(Responses* release, const char* file, std::uint32_t length)
 std::unique_ptr<Responses> Plugin::load(const std::string& file)
 {
     if (file.empty())
-        return std::make_unique<Responses>(Responses{file, packBuiltInSet(ports.kind.mask)});
+        return std::make_unique<Responses>(Responses{file, packBuiltInSet(ports.kind.mask), nullptr});
     const ImportedSet imported = importHrtf(file, Equalize::byDiffuseField, 0, [] {});
-    return std::make_unique<Responses>(Responses{file, packSet(imported.set, ports.kind.mask)});
+    return std::make_unique<Responses>(Responses{file, packSet(imported.set, ports.kind.mask), nullptr});
 }
 
 void Plugin::work(LV2_Worker_Respond_Function respond, LV2_Worker_Respond_Handle handle, const Order& job)
@@ -341,8 +342,10 @@ void Plugin::take(Responses* set)
     record.hrtfData = set->spectra.data();
     hand();
     pathIsAsked = true;
-    if (before != nullptr && !order(before, "", 0))
-        delete before; // there is no worker, so no audio thread either: the state is being restored
+    if (worker == nullptr)
+        delete before; // there is no audio thread either: the state is being restored
+    else if (before != nullptr && !order(before, "", 0))
+        set->replaced.reset(before);
 }
 
 // ---- state: what the ports do not hold -----------------------------------------------------------------------------
