@@ -10,6 +10,7 @@
 #include "client/control_client.h"
 #include "client/hrtf_set.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -18,15 +19,38 @@ namespace quorel {
 // The speakers of a set for so many channels: the stream's own where it has so many, else those of the usual layout.
 std::uint32_t layoutOf(std::size_t channels, std::uint32_t activeMask);
 
-// Delivers the set for the speakers of the mask.
-void deliverSet(ControlClient& client, const FittedSet& set, std::uint32_t channelMask);
+// The stream that was locked last: whether there has been one, and whether it has a microphone's format (16000 Hz, or at most
+// one speaker), which then says nothing of the speakers' stream.
+bool streaming(const ControlClient& client);
+bool microphoneLockedLast(const ControlClient& client);
+
+// The speakers of the running stream: `told`, what a host tells of its own; else those of the stream that was locked last.
+// Nothing when there has been none, or when it may be a microphone's.
+std::optional<std::uint32_t> renderMask(const ControlClient& client, std::optional<std::uint32_t> told);
+
+// Delivers the set for the speakers of the mask, and returns its identity.
+std::uint32_t deliverSet(ControlClient& client, const FittedSet& set, std::uint32_t channelMask);
+
+// Keeps in a file of this user's which file the set of this identity came from. Throws std::runtime_error with a text for the
+// user.
+void rememberFile(std::uint32_t identity, const std::string& file);
+
+// The file that the set of this identity came from; empty where nobody knows.
+std::string rememberedFile(std::uint32_t identity);
+
+struct Clearing {
+    std::uint32_t channels = 0; // of the streams that have the built-in set back
+    std::vector<std::uint32_t>
+        others; // of streams that may still hold a set and refuse every block until they are cleared as well
+};
 
 // Brings the built-in set back in streams of so many channels; 0: as many as the running stream has if sets of so many were
-// delivered, else those of the last delivery. Returns the channels of streams that may still hold a set and refuse every block
-// until they are cleared as well; nothing when no set has been delivered, and then nothing has happened.
-std::optional<std::vector<std::uint32_t>> clearSet(ControlClient& client, std::uint32_t channels);
+// delivered, else those of the last delivery. Nothing when no set has been delivered, and then nothing has happened. told: as
+// for renderMask.
+std::optional<Clearing> clearSet(ControlClient& client, std::uint32_t channels, std::optional<std::uint32_t> told);
 
-// What the running stream may refuse, and what ends that, for the user; nothing when all fits.
-std::optional<std::string> refusalOfSet(const ControlClient& client);
+// What the running stream of the speakers refuses, and what ends that, for the user; nothing when all fits, or when nobody knows
+// its speakers.
+std::optional<std::string> refusalOfSet(const ControlClient& client, std::optional<std::uint32_t> told);
 
 } // namespace quorel

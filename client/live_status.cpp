@@ -11,6 +11,26 @@
 
 namespace quorel {
 
+namespace {
+
+std::string layoutName(unsigned channels)
+{
+    switch (channels) {
+    case 1:
+        return "mono";
+    case 2:
+        return "stereo";
+    case 6:
+        return "5.1";
+    case 8:
+        return "7.1";
+    default:
+        return std::to_string(channels) + " channels";
+    }
+}
+
+} // namespace
+
 std::string liveFolder()
 {
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -32,6 +52,13 @@ std::optional<nlohmann::json> askLive(const std::string& command)
     return told;
 }
 
+std::optional<unsigned> liveSpeakers(const nlohmann::json& status)
+{
+    if (!status.contains("speaker"))
+        return std::nullopt;
+    return status["speaker"].value("channels", 0U);
+}
+
 std::string readableSides(const nlohmann::json& status)
 {
     std::ostringstream text;
@@ -47,7 +74,7 @@ std::string readableSides(const nlohmann::json& status)
         for (const auto& device : told["devices"])
             devices += (devices.empty() ? "" : ", ") + device.get<std::string>();
         text << side << ": " << (devices.empty() ? "no device linked" : devices) << ", "
-             << (told["running"].get<bool>() ? "running" : "idle") << '\n'
+             << (told["running"].get<bool>() ? "running" : "idle") << ", " << layoutName(told["channels"].get<unsigned>()) << '\n'
              << "  graph at " << told["rate"] << " Hz, drift " << told["drift_ppm"].get<double>() << " ppm, quantum "
              << told["quantum"] << ", blocks of " << told["block"] << '\n'
              << "  latency: " << told["added_frames"] << " frames (" << told["added_ms"].get<double>() << " ms) added, "

@@ -15,6 +15,9 @@ std::string liveFolder();
 // answer.
 std::optional<nlohmann::json> askLive(const std::string& command);
 
+// How many channels its headphone device has; nothing when it has none.
+std::optional<unsigned> liveSpeakers(const nlohmann::json& status);
+
 // Its sides' figures as a person reads them, a few lines a side.
 std::string readableSides(const nlohmann::json& status);
 

@@ -139,6 +139,15 @@ SettingsRecord loadPreset(const std::string& name, const SettingsRecord& record)
     return changed;
 }
 
+void deletePreset(const std::string& name)
+{
+    const fs::path path = fileOf(name);
+    std::error_code error;
+    if (!fs::remove(path, error))
+        throw std::runtime_error("cannot delete the preset " + platform::textOf(path) + ": " +
+                                 (error ? error : std::make_error_code(std::errc::no_such_file_or_directory)).message());
+}
+
 std::vector<std::string> presets()
 {
     std::vector<std::string> names;

@@ -13,12 +13,14 @@
 
 namespace quorel {
 
-// Replaces a preset of that name as a whole, or not at all. Names are letters, digits, '-' and '_'. All three throw
+// Replaces a preset of that name as a whole, or not at all. Names are letters, digits, '-' and '_'. All of these throw
 // std::runtime_error with a text for the user.
 void savePreset(const std::string& name, const SettingsRecord& record);
 
 // The record with the preset's settings in it. A file with anything in it that is not as it should be is refused as a whole.
 SettingsRecord loadPreset(const std::string& name, const SettingsRecord& record);
+
+void deletePreset(const std::string& name);
 
 // The names of the presets, sorted.
 std::vector<std::string> presets();

@@ -1,16 +1,24 @@
 // SPDX-License-Identifier: MIT
-// LevelDisplay shows the nine levels of the capture effect on a terminal, one bar for each, redrawn in place.
+// LevelDisplay shows the nine levels of the capture effect on a terminal, one bar for each, redrawn in place, as wide as the
+// terminal lets them be.
 #pragma once
 
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace quorel {
 
-// The frequencies of each band at 16000 or 48000 frames per second.
+// Where each band begins and ends at 16000 or 48000 frames per second, in Hz; one without frequencies ends where it begins.
+std::array<std::array<double, 2>, 9> levelEdges(std::uint32_t sampleRate);
+
+// The same for a person.
 std::array<std::string, 9> levelCaptions(std::uint32_t sampleRate);
+
+// Whether these levels are what stands in the block while no microphone runs; one that runs has none below -60 dB.
+bool noMicrophone(std::span<const float, 9> levels);
 
 class LevelDisplay {
 public:

@@ -4,11 +4,13 @@
 #include "client/live_status.h"
 #include "client/preset.h"
 #include "microphone/microphone_tables.h"
+#include "platform/programs/terminal.h"
 #include "settings/settings_handler.h"
 #include "tools/hrtf_option.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <iomanip>
@@ -25,21 +27,58 @@ const char* const description =
 the levels of the microphone, gives the speakers' sound other head-related
 responses. Changes are heard at the next block.
 Exit code: 0 done; 2 failed, with one line on standard error that says why; 3 no
-effect is running.)";
+effect is running, or for levels no microphone.)";
+
+using Json = nlohmann::ordered_json;
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 constexpr int noEffectCode = 3;           // exit code
 
 struct Options {
+    bool json = false;
     std::vector<std::string> assignments; // set
-    std::vector<std::string> names;       // get
+    std::vector<std::string> names;       // get, reset
     bool watch = false;                   // levels
     double watchSeconds = 0;              // 0: until interrupted
     std::string hrtfFile;
     Equalize equalize = Equalize::byDiffuseField;
     double gain = 0;        // dB
     unsigned channels = 0;  // 0: as the stream that runs has
-    std::string presetName; // save, load
+    bool yes = false;       // deliver without asking
+    std::string presetName; // save, load, delete
+};
+
+// What a command tells: text on standard output and notices on standard error, or with --json one object for both.
+class Report {
+public:
+    Report(const CLI::App& tool, const bool& asJson) : tool(tool), asJson(asJson) {}
+
+    bool json() const { return asJson; }
+
+    void note(const std::string& text)
+    {
+        if (asJson)
+            notices.push_back(text);
+        else
+            notice(tool, text);
+    }
+
+    // `text` is written as it is.
+    void tell(Json object, const std::string& text)
+    {
+        if (!asJson) {
+            std::cout << text;
+            return;
+        }
+        object["notices"] = notices;
+        std::cout << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl; // names of files may be any bytes
+        notices.clear();
+    }
+
+private:
+    const CLI::App& tool;
+    const bool& asJson; // known when the options have been read
+    std::vector<std::string> notices;
 };
 
 std::string hexadecimal(std::uint32_t number)
@@ -93,83 +132,152 @@ std::map<const SettingsField*, std::int64_t> parseAssignments(const std::vector<
     return values;
 }
 
-void set(const Options& options)
+using Fields = std::vector<const SettingsField*>;
+
+Fields fieldsNamed(const std::vector<std::string>& names)
 {
-    const auto values = parseAssignments(options.assignments);
-    ControlClient().update([&](SettingsRecord& record) {
-        for (const auto& [field, value] : values)
-            setSetting(record, *field, value);
-    });
+    Fields fields(names.size());
+    std::transform(names.begin(), names.end(), fields.begin(), [](const std::string& name) { return &fieldNamed(name); });
+    return fields;
 }
 
-void get(const Options& options)
+Fields keptFields()
 {
-    std::vector<const SettingsField*> fields;
-    for (const std::string& name : options.names)
-        fields.push_back(&fieldNamed(name));
+    Fields fields;
+    for (const SettingsField& field : settingsFields())
+        if (field.kept)
+            fields.push_back(&field);
+    return fields;
+}
+
+Json settingsObject(const SettingsRecord& record, const Fields& fields)
+{
+    Json settings = Json::object();
+    for (const SettingsField* field : fields)
+        settings[field->name] = settingOf(record, *field);
+    return {{"settings", settings}};
+}
+
+void set(Report& report, const Options& options)
+{
+    const auto values = parseAssignments(options.assignments);
+    Fields changed;
+    SettingsRecord now;
+    ControlClient().update([&](SettingsRecord& record) {
+        for (const auto& [field, value] : values) {
+            setSetting(record, *field, value);
+            changed.push_back(field);
+        }
+        now = record;
+    });
+    report.tell(settingsObject(now, changed), "");
+}
+
+void get(Report& report, const Options& options)
+{
+    Fields fields = fieldsNamed(options.names);
     if (fields.empty())
         for (const SettingsField& field : settingsFields())
             fields.push_back(&field);
 
     const SettingsRecord record = ControlClient().settings();
+    std::string text;
     for (const SettingsField* field : fields)
-        std::cout << field->name << '=' << settingOf(record, *field) << '\n';
+        text += std::string(field->name) + '=' + std::to_string(settingOf(record, *field)) + '\n';
+    report.tell(settingsObject(record, fields), text);
+}
+
+// An effect that finds nothing kept begins with 0 everywhere.
+void reset(Report& report, const Options& options)
+{
+    const auto fields = options.names.empty() ? keptFields() : fieldsNamed(options.names);
+    SettingsRecord now;
+    ControlClient().update([&](SettingsRecord& record) {
+        for (const SettingsField* field : fields)
+            setSetting(record, *field, 0);
+        now = record;
+    });
+    report.tell(settingsObject(now, fields), "");
 }
 
 // ---- status ---------------------------------------------------------------------------------------------------------
 
-std::string speakersOf(std::uint32_t mask)
+std::vector<std::string> speakersOf(std::uint32_t mask)
 {
-    std::string text;
+    std::vector<std::string> names;
     std::uint32_t rest = mask;
     for (const std::size_t row : rowsOf(mask)) {
-        text += (text.empty() ? "" : ", ") + std::string(speakerNames.at(row));
+        names.emplace_back(speakerNames.at(row));
         rest &= ~speakerTable.at(row).bit;
     }
     if (rest != 0)
-        text += (text.empty() ? "" : ", ") + std::string("others");
-    return text;
+        names.emplace_back("others");
+    return names;
 }
 
-// What quorel-live tells, if it runs. Without it the status is whole too.
-void liveStatus(const CLI::App& tool)
+// What quorel-live tells, if it runs. Everything else goes on without it.
+std::optional<nlohmann::json> liveStatus(Report& report)
 {
     try {
         if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime == nullptr || *runtime == '\0')
-            return;
-        if (const auto told = askLive("status"))
-            std::cout << readableSides(*told);
+            return std::nullopt;
+        return askLive("status");
     } catch (const std::exception& error) {
-        notice(tool, error.what());
+        report.note(error.what());
+        return std::nullopt;
     }
 }
 
-void status(const CLI::App& tool)
+// The speakers of its headphone device, which runs at 48000 Hz.
+std::optional<std::uint32_t> liveMask(const std::optional<nlohmann::json>& told)
+{
+    const auto channels = told ? liveSpeakers(*told) : std::nullopt;
+    return channels ? std::optional(layoutOf(*channels, 0)) : std::nullopt;
+}
+
+void status(Report& report)
 {
     if (SettingsHandler::keptValuesAreUnreadable())
-        notice(tool, "the kept settings cannot be read, so an effect starts without them and leaves them as they are: " +
-                         lastRefusalText());
+        report.note("the kept settings cannot be read, so an effect starts without them and leaves them as they are: " +
+                    lastRefusalText());
+    const auto live = liveStatus(report);
     const ControlClient client;
     const SettingsRecord record = client.settings();
     const std::uint32_t mask = client.activeChannelMask();
     const float rate = client.activeFramesPerSecond();
 
-    const bool streaming = rate > 0;
-    std::cout << "effect: running\n";
-    if (streaming)
-        std::cout << "stream: " << rate << " Hz, channel mask " << hexadecimal(mask)
-                  << (mask != 0 ? " (" + speakersOf(mask) + ')' : "") << '\n';
-    else
-        std::cout << "stream: none so far\n";
-    if (record.hrtfId == 0)
-        std::cout << "responses: built in\n";
-    else
-        std::cout << "responses: delivered, set " << hexadecimal(record.hrtfId) << " for " << record.hrtfChannels
-                  << " channels\n";
-    liveStatus(tool);
-
-    if (const auto refusal = refusalOfSet(client))
-        notice(tool, *refusal);
+    Json object = {{"effect", "running"}, {"stream", nullptr}};
+    std::ostringstream text;
+    text << "effect: running\n";
+    if (streaming(client)) {
+        const auto speakers = speakersOf(mask);
+        std::string names;
+        for (const std::string& name : speakers)
+            names += (names.empty() ? "" : ", ") + name;
+        text << "stream: " << rate << " Hz, channel mask " << hexadecimal(mask) << (names.empty() ? "" : " (" + names + ')')
+             << (microphoneLockedLast(client) ? ", as a microphone has" : "") << '\n';
+        object["stream"] = {{"rate", rate}, {"mask", mask}, {"speakers", speakers}, {"microphone", microphoneLockedLast(client)}};
+    } else {
+        text << "stream: none so far\n";
+    }
+    if (record.hrtfId == 0) {
+        text << "responses: built in\n";
+        object["responses"] = {{"delivered", false}};
+    } else {
+        const std::string file = rememberedFile(record.hrtfId);
+        text << "responses: delivered, set " << hexadecimal(record.hrtfId) << " for " << record.hrtfChannels << " channels"
+             << (file.empty() ? "" : ", of " + file) << '\n';
+        object["responses"] = {{"delivered", true}, {"identity", record.hrtfId}, {"channels", record.hrtfChannels}};
+        if (!file.empty())
+            object["responses"]["file"] = file;
+    }
+    if (live) {
+        text << readableSides(*live);
+        object["live"] = *live;
+    }
+    if (const auto refusal = refusalOfSet(client, liveMask(live)))
+        report.note(*refusal);
+    report.tell(object, text.str());
 }
 
 // ---- levels ---------------------------------------------------------------------------------------------------------
@@ -212,28 +320,44 @@ std::uint32_t levelRate(const ControlClient& client)
     return client.activeFramesPerSecond() == static_cast<float>(narrow) ? narrow : wide;
 }
 
-void showLevels(const Options& options)
+Json levelsObject(std::uint32_t rate, std::span<const float, 9> levels)
+{
+    Json bands = Json::array();
+    const auto edges = levelEdges(rate);
+    for (std::size_t k = 0; k < levels.size(); ++k)
+        bands.push_back({{"from", edges.at(k)[0]}, {"to", edges.at(k)[1]}, {"db", levels[k]}});
+    return {{"microphone", !noMicrophone(levels)}, {"levels", bands}};
+}
+
+void showLevelsOnce(Report& report)
+{
+    LevelsOn on;
+    {
+        ControlClient client;
+        const bool settled = client.settings().levelsEnabled != 0;
+        on.look(client);
+        if (!settled)
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    const ControlClient client;
+    const auto levels = client.levels();
+    if (noMicrophone(levels))
+        throw OtherExit(noEffectCode,
+                        "no microphone is running: all nine levels are at -120 dB, and one that runs has -60 at least");
+    const auto captions = levelCaptions(levelRate(client));
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(1);
+    for (std::size_t k = 0; k < levels.size(); ++k)
+        text << captions.at(k) << std::setw(8) << levels.at(k) << " dB\n";
+    report.tell(levelsObject(levelRate(client), levels), text.str());
+}
+
+void watchLevels(Report& report, const Options& options)
 {
     using namespace std::chrono_literals;
     LevelsOn on;
-    if (!options.watch) {
-        {
-            ControlClient client;
-            const bool settled = client.settings().levelsEnabled != 0;
-            on.look(client);
-            if (!settled)
-                std::this_thread::sleep_for(500ms);
-        }
-        const ControlClient client;
-        const auto captions = levelCaptions(levelRate(client));
-        const auto levels = client.levels();
-        std::cout << std::fixed << std::setprecision(1);
-        for (std::size_t k = 0; k < levels.size(); ++k)
-            std::cout << captions.at(k) << std::setw(8) << levels.at(k) << " dB\n";
-        return;
-    }
-
     std::uint32_t rate = 0;
+    bool toldOfNone = false;
     std::optional<LevelDisplay> display;
     const auto start = std::chrono::steady_clock::now();
     for (;;) {
@@ -249,79 +373,155 @@ void showLevels(const Options& options)
             if (!display || rate != levelRate(client))
                 display.emplace(rate = levelRate(client));
         }
-        if (display->usable()) {
+        if (display->usable() && !report.json()) {
             display->show(levels.data(), seconds);
             std::this_thread::sleep_for(50ms);
-        } else {
-            std::cout << std::fixed << std::setprecision(1);
-            for (const float level : levels)
-                std::cout << std::setw(7) << level;
-            std::cout << std::endl;
-            std::this_thread::sleep_for(100ms);
+            continue;
         }
+        const bool none = noMicrophone(levels);
+        if (none && !toldOfNone)
+            report.note("no microphone is running so far");
+        toldOfNone = none;
+        std::ostringstream text;
+        text << std::fixed << std::setprecision(1);
+        for (const float level : levels)
+            text << std::setw(7) << level;
+        text << '\n';
+        report.tell(levelsObject(rate, levels), text.str());
+        if (!std::cout.flush()) {
+            stopIfInterrupted(); // nobody reads any more
+            throw std::runtime_error("cannot write the levels");
+        }
+        std::this_thread::sleep_for(100ms);
     }
 }
 
 // ---- hrtf -----------------------------------------------------------------------------------------------------------
 
-void loadHrtf(const CLI::App& tool, const Options& options)
+// Throws unless the user wants this set although the running stream refuses it.
+void askWhetherToStop(const CLI::App& tool, const Options& options, std::size_t streams)
 {
-    const auto [set, notes] = importHrtf(options.hrtfFile, options.equalize, options.gain, stopIfInterrupted);
-
-    ControlClient client;
-    const float rate = client.activeFramesPerSecond();
-    const std::uint32_t active = client.activeChannelMask();
-    if (options.channels == 0) {
-        if (!(rate > 0))
-            throw std::runtime_error("no stream is running that a set could be for; --channels insists");
-        if (rate != static_cast<float>(hrtfRate) || active != fullMask) {
-            std::ostringstream text;
-            text << "the running stream has the channel mask " << hexadecimal(active) << " at " << rate
-                 << " Hz; a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists";
-            throw std::runtime_error(text.str());
-        }
-    }
-    const std::uint32_t mask = options.channels == 0 ? fullMask : layoutOf(options.channels, active);
-    deliverSet(client, set, mask);
-
-    for (const std::string& note : notes)
-        notice(tool, note);
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << "delivered for " << rowsOf(mask).size() << " channels at " << std::showpos
-         << set.gainDb << std::noshowpos << " dB; cut of the energy: at most " << 100 * set.worstCut << " % ("
-         << 10 * std::log10(std::max(set.worstCut, 1e-12)) << " dB), at " << set.worstName;
-    notice(tool, text.str());
+    if (options.yes)
+        return;
+    const std::string text = "the running stream has " + std::to_string(streams) + " channels: with a set for " +
+                             std::to_string(options.channels) + " it refuses every block, and is silent, until hrtf clear";
+    if (!platform::canAsk())
+        throw std::runtime_error(text + "; --yes delivers it all the same");
+    std::cerr << tool.get_name() << ": " << text << ". Deliver it? [y/N] " << std::flush;
+    const std::string answer = platform::answer();
+    stopIfInterrupted();
+    if (!answer.starts_with('y') && !answer.starts_with('Y'))
+        throw std::runtime_error("nothing was delivered");
 }
 
-void clearHrtf(const CLI::App& tool, const Options& options)
+// The speakers that a set goes out for. Throws when it is not to go out.
+std::uint32_t speakersOfDelivery(const CLI::App& tool, Report& report, const Options& options)
 {
+    const auto live = liveMask(liveStatus(report));
+    std::optional<std::uint32_t> running;
+    float rate = hrtfRate;
+    {
+        const ControlClient client; // none is open while the user is asked
+        running = renderMask(client, live);
+        if (!live)
+            rate = client.activeFramesPerSecond();
+    }
+    if (options.channels != 0) {
+        if (running && rowsOf(*running).size() != options.channels)
+            askWhetherToStop(tool, options, rowsOf(*running).size());
+        return layoutOf(options.channels, running.value_or(0));
+    }
+    if (!(rate > 0))
+        throw std::runtime_error("no stream is running that a set could be for; --channels insists");
+    if (!running) {
+        report.note("the stream that was locked last is a microphone's, so the set is for the eight channels of 7.1; a speakers' "
+                    "stream of fewer, as stereo at 96 kHz, would refuse every block until hrtf clear");
+        return fullMask;
+    }
+    if (rate != static_cast<float>(hrtfRate) || *running != fullMask) {
+        std::ostringstream text;
+        text << "the running stream has the channel mask " << hexadecimal(*running) << " at " << rate
+             << " Hz; a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists";
+        throw std::runtime_error(text.str());
+    }
+    return fullMask;
+}
+
+void loadHrtf(const CLI::App& tool, Report& report, const Options& options)
+{
+    const auto [set, notes] = importHrtf(options.hrtfFile, options.equalize, options.gain, stopIfInterrupted);
+    const std::uint32_t mask = speakersOfDelivery(tool, report, options);
     ControlClient client;
-    const auto others = clearSet(client, options.channels);
-    if (!others)
-        notice(tool, "no delivered set is in force");
-    else
-        for (const std::uint32_t channels : *others)
-            notice(tool, "sets for " + std::to_string(channels) + " channels were delivered as well: a stream of so many that " +
-                             "refuses every block is cleared by hrtf clear --channels " + std::to_string(channels));
+    const std::uint32_t identity = deliverSet(client, set, mask);
+
+    for (const std::string& note : notes)
+        report.note(note);
+    try {
+        rememberFile(identity, options.hrtfFile);
+    } catch (const std::exception& error) {
+        report.note(std::string("status will not tell the file's name: ") + error.what());
+    }
+    const std::size_t channels = rowsOf(mask).size();
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << "delivered for " << channels << " channels at " << std::showpos << set.gainDb
+         << std::noshowpos << " dB; cut of the energy: at most " << 100 * set.worstCut << " % ("
+         << 10 * std::log10(std::max(set.worstCut, 1e-12)) << " dB), at " << set.worstName;
+    report.note(text.str());
+    report.tell({{"file", options.hrtfFile},
+                 {"identity", identity},
+                 {"channels", channels},
+                 {"gain_db", set.gainDb},
+                 {"cut", set.worstCut},
+                 {"cut_at", set.worstName}},
+                "");
+}
+
+void clearHrtf(Report& report, const Options& options)
+{
+    const auto live = liveMask(liveStatus(report));
+    ControlClient client;
+    const auto cleared = clearSet(client, options.channels, live);
+    if (!cleared) {
+        report.note("no delivered set is in force");
+        report.tell({{"channels", nullptr}}, "");
+        return;
+    }
+    for (const std::uint32_t channels : cleared->others)
+        report.note("sets for " + std::to_string(channels) + " channels were delivered as well: a stream of so many that " +
+                    "refuses every block is cleared by hrtf clear --channels " + std::to_string(channels));
+    report.tell({{"channels", cleared->channels}, {"others", cleared->others}}, "");
 }
 
 // ---- preset ---------------------------------------------------------------------------------------------------------
 
-void save(const Options& options)
+void save(Report& report, const Options& options)
 {
-    savePreset(options.presetName, ControlClient().settings());
+    const SettingsRecord record = ControlClient().settings();
+    savePreset(options.presetName, record);
+    report.tell(settingsObject(record, keptFields()), "");
 }
 
-void load(const Options& options)
+void load(Report& report, const Options& options)
 {
     loadPreset(options.presetName, {}); // says what is wrong with it even if no effect is running
-    ControlClient().update([&](SettingsRecord& record) { record = loadPreset(options.presetName, record); });
+    SettingsRecord now;
+    ControlClient().update([&](SettingsRecord& record) { now = record = loadPreset(options.presetName, record); });
+    report.tell(settingsObject(now, keptFields()), "");
 }
 
-void list()
+void list(Report& report)
 {
-    for (const std::string& name : presets())
-        std::cout << name << '\n';
+    const auto names = presets();
+    std::string text;
+    for (const std::string& name : names)
+        text += name + '\n';
+    report.tell({{"presets", names}}, text);
+}
+
+void remove(Report& report, const Options& options)
+{
+    deletePreset(options.presetName);
+    report.tell({{"deleted", options.presetName}}, "");
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -340,27 +540,34 @@ std::string settingsHelp()
     return text;
 }
 
-void declare(CLI::App& tool, Options& options, std::function<void()>& action)
+void declare(CLI::App& tool, Options& options, Report& report, std::function<void()>& action)
 {
     const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning,
                              const std::function<void()>& run) {
         CLI::App* added = parent.add_subcommand(name, wrapped(meaning, 80));
-        if (run)
+        if (run) {
             added->callback([&action, run] { action = run; });
+            added->add_flag("--json", options.json, "One JSON object, which holds the notices too");
+        }
         return added;
     };
-    CLI::App* setting = command(tool, "set", "Change settings: set Reverb=170 EQBand5=-40", [&] { set(options); });
+    CLI::App* setting = command(tool, "set", "Change settings: set Reverb=170 EQBand5=-40", [&] { set(report, options); });
     setting->add_option("NAME=VALUE", options.assignments, "Settings and their new values")->required()->type_name("");
     setting->footer(settingsHelp());
 
-    command(tool, "get", "Show settings, all or those named", [&] { get(options); })
+    command(tool, "get", "Show settings, all or those named", [&] { get(report, options); })
         ->add_option("NAME", options.names, "Settings to show")
         ->type_name("");
 
-    command(tool, "status", "Show whether an effect is running, and its stream and set", [&] { status(tool); });
+    command(tool, "reset", "Set settings back to 0, off or flat, as at a first start: all that are kept, or those named",
+            [&] { reset(report, options); })
+        ->add_option("NAME", options.names, "Settings to set back")
+        ->type_name("");
+
+    command(tool, "status", "Show whether an effect is running, and its stream and set", [&] { status(report); });
 
     CLI::App* levels = command(tool, "levels", "Show the levels of nine bands of the microphone, switched on for that",
-                               [&] { showLevels(options); });
+                               [&] { options.watch ? watchLevels(report, options) : showLevelsOnce(report); });
     levels->add_flag("--watch", options.watch, "Go on until interrupted; in a pipe, a line ten times a second");
     levels->add_option("--seconds", options.watchSeconds, "With --watch: end after so many seconds")
         ->type_name("NUMBER")
@@ -370,24 +577,27 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
     CLI::App* loading = command(*hrtf, "load",
                                 "Deliver the responses of a file: " + std::string(readableHrtfFiles) +
                                     ".\n177 frames at 48000 Hz are taken, with the level of the built-in set",
-                                [&] { loadHrtf(tool, options); });
+                                [&] { loadHrtf(tool, report, options); });
     loading->add_option("FILE", options.hrtfFile, "The file")->required()->type_name("");
     addEqualize(*loading, options.equalize);
     addNumber(*loading, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
     addNumber(*loading, "--channels", options.channels, 1, 8,
               "Deliver for so many channels, whatever runs. A speaker's stream of another\n"
               "number refuses every block until hrtf clear")
-        ->default_str("8, if a 7.1 stream at 48000 Hz is running");
-    CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(tool, options); });
+        ->default_str("8, if a 7.1 stream at 48000 Hz is running, or if a microphone's was locked last");
+    loading->add_flag("--yes", options.yes, "Deliver a set that the running stream refuses without asking");
+    CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(report, options); });
     addNumber(*clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
         ->default_str("the stream's if a set for so many was delivered, else the last set's");
 
     CLI::App* preset = command(tool, "preset", "Settings that are kept under a name", {});
-    CLI::App* saving = command(*preset, "save", "Keep the settings as they are now", [&] { save(options); });
+    CLI::App* saving = command(*preset, "save", "Keep the settings as they are now", [&] { save(report, options); });
     saving->add_option("PRESET", options.presetName, "Its name; one that exists is replaced")->required()->type_name("");
-    CLI::App* recalling = command(*preset, "load", "Take the settings of a preset", [&] { load(options); });
+    CLI::App* recalling = command(*preset, "load", "Take the settings of a preset", [&] { load(report, options); });
     recalling->add_option("PRESET", options.presetName, "Its name")->required()->type_name("");
-    command(*preset, "list", "Show the names of the presets", [] { list(); });
+    command(*preset, "list", "Show the names of the presets", [&] { list(report); });
+    CLI::App* deleting = command(*preset, "delete", "Remove a preset", [&] { remove(report, options); });
+    deleting->add_option("PRESET", options.presetName, "Its name")->required()->type_name("");
 }
 
 } // namespace
@@ -397,8 +607,9 @@ int main(int argc, char** argv)
 {
     CLI::App tool(quorel::description, "quorel-control");
     quorel::Options options;
+    quorel::Report report(tool, options.json);
     std::function<void()> action;
-    quorel::declare(tool, options, action);
+    quorel::declare(tool, options, report, action);
     return quorel::runTool(tool, argc, argv, [&] {
         if (!action)
             throw std::runtime_error("a command is required; --help tells them");

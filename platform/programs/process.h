@@ -10,7 +10,7 @@ namespace quorel::platform {
 // The arguments behind the program's name, in UTF-8.
 std::vector<std::string> argumentsOf(int argc, char** argv);
 
-// From now on an interrupt is noted instead of ending the process.
+// From now on an interrupt is noted instead of ending the process; so is that nobody reads the output any more.
 void watchInterrupts();
 
 // Whether the user has asked the process to stop.

@@ -30,7 +30,7 @@ std::vector<std::string> argumentsOf(int argc, char** argv)
 
 void watchInterrupts()
 {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
         struct sigaction old {};
         sigaction(signal, nullptr, &old);
         if (old.sa_handler == SIG_IGN) // started to run on regardless, as by nohup

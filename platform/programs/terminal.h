@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a program writes to standard error's terminal to redraw in place.
+// What a program knows of standard error's terminal: how to redraw in place, how wide it is, and what its user answers.
 #pragma once
 
 #include <string>
@@ -12,5 +12,14 @@ struct TerminalMoves {
     std::string clear;
 };
 TerminalMoves terminalMoves();
+
+// Characters of a line as the terminal is now; 0 where it does not say.
+unsigned terminalColumns() noexcept;
+
+// Whether somebody watches standard error who can answer at standard input.
+bool canAsk() noexcept;
+
+// The line that the user types; empty when the input ends or the user interrupts.
+std::string answer();
 
 } // namespace quorel::platform

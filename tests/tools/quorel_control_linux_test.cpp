@@ -5,7 +5,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <mysofa.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,8 +23,8 @@ const char* const measured = "/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa";
 
 class ControlProcess : public ControlOfAnEffect {
 protected:
-    // Starts the tool with its output and errors on `fd`.
-    static pid_t start(const std::vector<const char*>& arguments, int fd)
+    // Starts the tool with its output on `fd` and its errors there too, or on `errors`, which is its input then.
+    static pid_t start(const std::vector<const char*>& arguments, int fd, int errors = -1)
     {
         std::vector<char*> argv{const_cast<char*>(QUOREL_CONTROL)};
         for (const char* argument : arguments)
@@ -31,7 +34,9 @@ protected:
         if (child == 0) {
             std::signal(SIGINT, SIG_DFL); // a shell's background ignores it
             dup2(fd, STDOUT_FILENO);
-            dup2(fd, STDERR_FILENO);
+            dup2(errors != -1 ? errors : fd, STDERR_FILENO);
+            if (errors != -1)
+                dup2(errors, STDIN_FILENO);
             setenv("TERM", "xterm", 1);
             execv(QUOREL_CONTROL, argv.data());
             _exit(127);
@@ -61,6 +66,83 @@ TEST_F(ControlProcess, AnInterruptSwitchesTheLevelsBack)
     }
 }
 
+// As `levels --watch | head -2` has it.
+TEST_F(ControlProcess, AReaderThatLeavesSwitchesTheLevelsBack)
+{
+    for (const bool ignored : {false, true}) { // by whoever started it, as some programs leave it
+        int pipe[2];
+        ASSERT_EQ(::pipe2(pipe, O_CLOEXEC), 0);
+        const auto before = std::signal(SIGPIPE, ignored ? SIG_IGN : SIG_DFL);
+        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+        const pid_t child = start({"levels", "--watch"}, pipe[1], nowhere);
+        std::signal(SIGPIPE, before);
+        close(nowhere);
+        close(pipe[1]);
+        char first = 0;
+        EXPECT_EQ(read(pipe[0], &first, 1), 1);
+        EXPECT_EQ(settings().levelsEnabled, 1);
+        close(pipe[0]);
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (ignored)
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+        else
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
+        EXPECT_EQ(settings().levelsEnabled, 0);
+    }
+}
+
+// The two ends of a terminal.
+struct Terminal {
+    explicit Terminal(unsigned short columns = 0) : near(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        EXPECT_EQ(grantpt(near), 0);
+        EXPECT_EQ(unlockpt(near), 0);
+        const winsize size{24, columns, 0, 0};
+        EXPECT_EQ(ioctl(near, TIOCSWINSZ, &size), 0);
+        far = open(ptsname(near), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
+    ~Terminal() { close(near); }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    // What a program writes up to `ending`, or to its end.
+    std::string seen(const std::string& ending = {})
+    {
+        std::string text;
+        char part[4096];
+        for (ssize_t got = 0;
+             (ending.empty() || text.find(ending) == std::string::npos) && (got = read(near, part, sizeof part)) > 0;)
+            text.append(part, static_cast<std::size_t>(got));
+        return text;
+    }
+
+    int near;
+    int far = -1; // the program's; to be closed once it has it
+};
+
+TEST_F(ControlProcess, BarsFitTheTerminalsWidth)
+{
+    handler->writeActiveFormat(0, 48000.0F);
+    std::array<float, 9> levels{};
+    levels[1] = -30; // half of the bar
+    handler->writeLevels(levels.data());
+    for (const auto& [columns, bar] : {std::pair{200, 60U}, {86, 60U}, {85, 59U}, {80, 54U}, {0, 54U}, {40, 14U}, {31, 0U}}) {
+        Terminal terminal(static_cast<unsigned short>(columns));
+        const pid_t child = start({"levels", "--watch", "--seconds", "0.05"}, terminal.far);
+        close(terminal.far);
+        std::istringstream lines(terminal.seen());
+        waitpid(child, nullptr, 0);
+        std::string first;
+        std::string second;
+        std::getline(lines, first);
+        std::getline(lines, second);
+        EXPECT_THAT(first, testing::StartsWith("   94 to   141 Hz " + std::string(bar, '#') + "   0 dB")) << columns;
+        EXPECT_EQ(std::count(second.begin(), second.end(), '#'), std::lround(bar / 2.0)) << columns;
+        EXPECT_EQ(second.find(" dB"), 18 + bar + 4) << columns; // so the line has one character less than the terminal
+    }
+}
+
 TEST_F(ControlProcess, ATerminalSeesNineBars)
 {
     handler->writeActiveFormat(0, 48000.0F);
@@ -68,17 +150,10 @@ TEST_F(ControlProcess, ATerminalSeesNineBars)
     const std::array<float, 9> levels = {-20, -30, 0, 7, 1e30F, -60, -120, -INFINITY, NAN};
     handler->writeLevels(levels.data());
 
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_EQ(grantpt(terminal), 0);
-    ASSERT_EQ(unlockpt(terminal), 0);
-    const int far = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const pid_t child = start({"levels", "--watch", "--seconds", "0.3"}, far);
-    close(far);
-    std::string seen;
-    char part[4096];
-    for (ssize_t got = 0; (got = read(terminal, part, sizeof part)) > 0;)
-        seen.append(part, static_cast<std::size_t>(got));
-    close(terminal);
+    Terminal terminal(100);
+    const pid_t child = start({"levels", "--watch", "--seconds", "0.3"}, terminal.far);
+    close(terminal.far);
+    const std::string seen = terminal.seen();
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
@@ -86,6 +161,131 @@ TEST_F(ControlProcess, ATerminalSeesNineBars)
     EXPECT_THAT(seen, HasSubstr(std::string(" ") + std::string(60, '#') + "   7 dB"));
     EXPECT_THAT(seen, HasSubstr(std::string(" ") + std::string(60, '.') + "-120 dB"));
     EXPECT_THAT(seen, HasSubstr("\x1b[A")); // up, for the next picture
+}
+
+TEST_F(ControlProcess, ATerminalSeesThatNoMicrophoneRuns)
+{
+    handler->writeIdleLevels();
+    Terminal terminal(100);
+    const pid_t child = start({"levels", "--watch", "--seconds", "0.05"}, terminal.far);
+    close(terminal.far);
+    EXPECT_THAT(terminal.seen(), HasSubstr(" s, no microphone runs"));
+    waitpid(child, nullptr, 0);
+}
+
+// ---- questions ------------------------------------------------------------------------------------------------------
+
+class AskedResponses : public Responses {
+protected:
+    // Loads a set for two channels under a stream of eight on a terminal and types `answer`.
+    int load(const std::string& answer)
+    {
+        const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
+        Terminal terminal;
+        const pid_t child = fork();
+        if (child == 0) {
+            setsid(); // so that an interrupt that is typed comes to it
+            ioctl(terminal.far, TIOCSCTTY, 0);
+            for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+                dup2(terminal.far, fd);
+            std::signal(SIGINT, SIG_DFL);
+            execl(QUOREL_CONTROL, QUOREL_CONTROL, "hrtf", "load", file.c_str(), "--channels", "2", nullptr);
+            _exit(127);
+        }
+        close(terminal.far);
+        EXPECT_THAT(terminal.seen("[y/N] "), HasSubstr("the running stream has 8 channels: with a set for 2 it refuses every "
+                                                       "block, and is silent, until hrtf clear. Deliver it? [y/N] "));
+        EXPECT_EQ(settings().hrtfId, 0U);
+        EXPECT_EQ(write(terminal.near, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+        terminal.seen();
+        int status = 0;
+        waitpid(child, &status, 0);
+        return status;
+    }
+};
+
+TEST_F(AskedResponses, ASetThatStopsTheSoundGoesOutAfterAYes)
+{
+    for (const char* no : {"\n", "n\n", "\x04"}) {
+        const int status = load(no);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+        EXPECT_EQ(settings().hrtfId, 0U);
+    }
+    const int interrupted = load("\x03");
+    EXPECT_TRUE(WIFSIGNALED(interrupted) && WTERMSIG(interrupted) == SIGINT) << interrupted;
+    EXPECT_EQ(settings().hrtfId, 0U);
+    EXPECT_EQ(load("y\n"), 0);
+    EXPECT_EQ(settings().hrtfChannels, 2U);
+}
+
+// ---- the live host --------------------------------------------------------------------------------------------------
+
+// Answers as quorel-live does, with a headphone device of so many channels; once for each `times`.
+class LiveStandIn {
+public:
+    LiveStandIn(const fs::path& runtime, int channels, int times) : file(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = (runtime / "quorel/live.sock").string();
+        fs::remove(path);
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(file, 4), 0);
+        const std::string side =
+            R"({"devices": ["a card"], "running": true, "rate": 48000, "drift_ppm": 0.0, "quantum": 256, "block": 256,
+            "added_frames": 0, "added_ms": 0.0, "total_ms": 5.0, "load_mean": 1.0, "load_worst": 2.0, "gaps": 0, "gap_frames": 0,
+            "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0, "channels": )";
+        std::string reply = R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "speaker": )" + side +
+                            std::to_string(channels) + R"(}, "microphone": )" + side + "1}}";
+        std::replace(reply.begin(), reply.end(), '\n', ' ');
+        answering = std::thread([this, reply, times] {
+            for (int i = 0; i < times; ++i) {
+                const int asking = accept(file, nullptr, nullptr);
+                char line[64];
+                EXPECT_GT(recv(asking, line, sizeof line, 0), 0);
+                send(asking, (reply + '\n').data(), reply.size() + 1, MSG_NOSIGNAL);
+                close(asking);
+            }
+        });
+    }
+    ~LiveStandIn()
+    {
+        shutdown(file, SHUT_RDWR); // whoever was to ask and has not
+        answering.join();
+        close(file);
+    }
+    LiveStandIn(const LiveStandIn&) = delete;
+    LiveStandIn& operator=(const LiveStandIn&) = delete;
+
+private:
+    int file;
+    std::thread answering;
+};
+
+TEST_F(Responses, TheLiveHostsLayoutCountsWhateverWasLockedLast)
+{
+    const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
+    handler->writeActiveFormat(0x3, 44100.0F);
+    {
+        const LiveStandIn live(home.path() / "run", 8, 3);
+        const Outcome loaded = run({"hrtf", "load", file});
+        EXPECT_EQ(loaded.code, 0) << loaded;
+        EXPECT_THAT(loaded.err, testing::Not(HasSubstr("96 kHz")));
+        const Outcome told = run({"status"});
+        EXPECT_THAT(told.out, HasSubstr("speaker: a card, running, 7.1\n"));
+        EXPECT_THAT(told.out, HasSubstr("microphone: a card, running, mono\n"));
+        EXPECT_EQ(told.err, "");
+        expectUntouched({"hrtf", "load", file, "--channels", "2"}, "the running stream has 8 channels: with a set for 2 ");
+    }
+    {
+        handler->writeActiveFormat(0x63F, 48000.0F);
+        const LiveStandIn live(home.path() / "run", 2, 3);
+        EXPECT_THAT(run({"status"}).err, HasSubstr("the delivered set is for 8 channels, the stream has 2"));
+        expectUntouched({"hrtf", "load", file}, "the running stream has the channel mask 0x3 at 48000 Hz");
+        done({"hrtf", "load", file, "--channels", "2"});
+        EXPECT_EQ(settings().hrtfChannels, 2U);
+    }
 }
 
 // A tool that was killed holds no lock; whatever it had written counts with the next update or not at all.

@@ -4,6 +4,8 @@
 #include "platform/named_lock.h"
 #include "speaker/built_in.h"
 
+#include <nlohmann/json.hpp>
+
 namespace quorel {
 namespace {
 
@@ -20,6 +22,8 @@ TEST_F(Control, WithoutAnEffectEveryCommandEndsWithACodeOfItsOwnAndMakesNoBlock)
                                                       {"status"},
                                                       {"levels"},
                                                       {"levels", "--watch"},
+                                                      {"status", "--json"},
+                                                      {"reset"},
                                                       {"hrtf", "clear"},
                                                       {"preset", "save", "mine"}})
         expectRefusal(arguments, "no effect is running", 3);
@@ -139,6 +143,28 @@ TEST_F(ControlOfAnEffect, GetShowsWhatSetTakes)
     expectRefusal({"get", "Reverb", "Reverbs"}, "there is no setting Reverbs");
 }
 
+TEST_F(ControlOfAnEffect, ResetSetsBackWhatIsKeptOrWhatIsNamed)
+{
+    const std::vector<std::string> changes = {"set",       "Enabled=1", "Settings=2", "Reverb=3",   "EQBand1=-4",
+                                              "EQBand9=5", "MicNR=6",   "micEq=1",    "noiseGate=7"};
+    done(changes);
+    done({"set", "levelsEnabled=8"});
+    const std::uint32_t before = block->sequence;
+    done({"reset", "reverb", "EQBand9"});
+    EXPECT_EQ(block->sequence, before + 1);
+    EXPECT_EQ(done({"get", "Reverb", "EQBand9", "EQBand1", "MicNR"}), "Reverb=0\nEQBand9=0\nEQBand1=-4\nMicNR=6\n");
+    done({"reset"});
+    const SettingsRecord none;
+    SettingsRecord now = settings();
+    EXPECT_EQ(now.levelsEnabled, 8); // no choice to keep: a tool that watches has switched them on
+    now.levelsEnabled = 0;
+    EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(&now) + settingsOffset,
+                          reinterpret_cast<const char*>(&none) + settingsOffset, settingsBytes),
+              0);
+    done(changes);
+    expectUntouched({"reset", "Reverb", "Reverbs"}, "there is no setting Reverbs");
+}
+
 TEST_F(ControlOfAnEffect, ToolsAtTheSameTimeLoseNoUpdateOfEachOther)
 {
     const std::uint32_t before = block->sequence;
@@ -245,6 +271,22 @@ TEST_F(ControlOfAnEffect, LevelsAreShownAndSwitchedOnForThatAlone)
     EXPECT_THAT(done({"levels"}), StartsWith("   63 to    94 Hz    -1.0 dB\n"));
 }
 
+TEST_F(ControlOfAnEffect, LevelsOfNoMicrophoneAreTold)
+{
+    handler->writeIdleLevels();
+    const std::uint32_t before = block->sequence;
+    expectRefusal({"levels"}, "no microphone is running", 3);
+    EXPECT_EQ(block->sequence, before + 2); // on, off
+    EXPECT_EQ(settings().levelsEnabled, 0);
+    EXPECT_THAT(run({"levels", "--watch", "--seconds", "0.1"}).err, HasSubstr("no microphone is running so far\n"));
+
+    std::array<float, 9> silence{}; // what a microphone gives that is muted
+    silence.fill(-60);
+    handler->writeLevels(silence.data());
+    EXPECT_THAT(done({"levels"}), HasSubstr("-60.0 dB\n"));
+    EXPECT_EQ(run({"levels", "--watch", "--seconds", "0.1"}).err, "");
+}
+
 TEST_F(ControlOfAnEffect, WatchingShowsNewLevelsAndKeepsThemOn)
 {
     handler->writeActiveFormat(0, 48000.0F);
@@ -333,6 +375,17 @@ TEST_F(ControlOfAnEffect, SettingsThatNoPresetMayHoldReplaceNone)
     EXPECT_EQ(settings().Reverb, 12U);
 }
 
+TEST_F(ControlOfAnEffect, APresetIsDeletedByItsName)
+{
+    done({"preset", "save", "mine"});
+    done({"preset", "save", "yours"});
+    done({"preset", "delete", "mine"});
+    EXPECT_EQ(done({"preset", "list"}), "yours\n");
+    expectUntouched({"preset", "delete", "mine"}, "cannot delete the preset ");
+    expectUntouched({"preset", "delete", "../yours"}, "is no name for a preset");
+    EXPECT_EQ(done({"preset", "list"}), "yours\n");
+}
+
 TEST_F(ControlOfAnEffect, ABadNameOfAPresetIsRefused)
 {
     for (const std::string& name : {std::string("../x"), std::string("a/b"), std::string("a b"), std::string("a.b"),
@@ -380,6 +433,77 @@ TEST_F(ControlOfAnEffect, ABadFileOfAPresetIsRefusedAsAWhole)
     done({"set", "MicNR=9", "Reverb=0"});
     done({"preset", "load", "good"});
     EXPECT_EQ(done({"get", "Reverb", "MicNR"}), "Reverb=12\nMicNR=9\n");
+}
+
+// ---- JSON -----------------------------------------------------------------------------------------------------------
+
+class JsonOfControl : public Responses {
+protected:
+    // The one line that the command writes, parsed; nothing goes to standard error.
+    nlohmann::json told(std::vector<std::string> arguments)
+    {
+        arguments.emplace_back("--json");
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.code, 0) << outcome;
+        EXPECT_EQ(outcome.err, "");
+        EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome;
+        return nlohmann::json::parse(outcome.out, nullptr, false);
+    }
+
+    static nlohmann::json parsed(const char* text) { return nlohmann::json::parse(text); }
+};
+
+TEST_F(JsonOfControl, SettingsAndPresetsAreTold)
+{
+    EXPECT_EQ(told({"set", "reverb=170", "EQBand5=-40"}),
+              parsed(R"({"settings": {"Reverb": 170, "EQBand5": -40}, "notices": []})"));
+    EXPECT_EQ(told({"get", "EQBand5"}), parsed(R"({"settings": {"EQBand5": -40}, "notices": []})"));
+    EXPECT_EQ(told({"get"})["settings"].size(), 16U);
+    EXPECT_EQ(told({"preset", "save", "mine"})["settings"].size(), 15U);
+    EXPECT_EQ(told({"preset", "list"}), parsed(R"({"presets": ["mine"], "notices": []})"));
+    EXPECT_EQ(told({"reset", "Reverb"}), parsed(R"({"settings": {"Reverb": 0}, "notices": []})"));
+    EXPECT_EQ(told({"preset", "load", "mine"})["settings"]["Reverb"], 170);
+    EXPECT_EQ(told({"preset", "delete", "mine"}), parsed(R"({"deleted": "mine", "notices": []})"));
+    EXPECT_EQ(told({"preset", "list"}), parsed(R"({"presets": [], "notices": []})"));
+    expectRefusal({"get", "Reverbs", "--json"}, "there is no setting Reverbs");
+}
+
+TEST_F(JsonOfControl, StreamResponsesAndNoticesAreTold)
+{
+    const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
+    auto status = told({"status"});
+    EXPECT_EQ(status, parsed(R"({"effect": "running", "responses": {"delivered": false}, "notices": [],
+        "stream": {"rate": 48000.0, "mask": 1599, "microphone": false, "speakers": ["front left", "front right", "front centre",
+        "low frequency", "back left", "back right", "side left", "side right"]}})"));
+    const auto loaded = told({"hrtf", "load", file, "--gain", "0"});
+    EXPECT_EQ(loaded["file"], file);
+    EXPECT_EQ(loaded["channels"], 8);
+    EXPECT_EQ(loaded["identity"], settings().hrtfId);
+    EXPECT_GE(loaded["notices"].size(), 2U); // the colour, and what was delivered
+    handler->writeActiveFormat(0x3, 48000.0F);
+    status = told({"status"});
+    EXPECT_EQ(status["responses"]["file"], file);
+    EXPECT_THAT(status["notices"][0].get<std::string>(), HasSubstr("for 8 channels, the stream has 2"));
+    EXPECT_EQ(told({"hrtf", "clear"}), parsed(R"({"channels": 8, "others": [], "notices": []})"));
+    EXPECT_EQ(told({"hrtf", "clear"}), parsed(R"({"channels": null, "notices": ["no delivered set is in force"]})"));
+    handler->writeActiveFormat(0, 0.0F);
+    EXPECT_EQ(told({"status"})["stream"], nullptr);
+}
+
+TEST_F(JsonOfControl, LevelsAreToldOnceAndLineByLine)
+{
+    handler->writeActiveFormat(0x4, 48000.0F);
+    const std::array<float, 9> levels = {-1, -2.25F, -30, -40, -50, -60, -60, -60, -NAN};
+    handler->writeLevels(levels.data());
+    const auto once = told({"levels"});
+    EXPECT_EQ(once["microphone"], true);
+    EXPECT_EQ(once["levels"][1], parsed(R"({"from": 140.625, "to": 187.5, "db": -2.25})")); // bins of 46.875 Hz
+    EXPECT_EQ(once["levels"][8]["db"], nullptr);
+    std::istringstream lines(done({"levels", "--watch", "--seconds", "0.3", "--json"}));
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_EQ(nlohmann::json::parse(line, nullptr, false), once);
+    EXPECT_GE(count, 1);
 }
 
 // ---- head-related responses -----------------------------------------------------------------------------------------
@@ -535,8 +659,46 @@ TEST_F(Responses, ASetIsForARunningStreamThatCanTakeIt)
     expectUntouched({"hrtf", "load", file}, "the running stream has the channel mask 0x63F at 44100 Hz");
     handler->writeActiveFormat(0x3, 48000.0F);
     expectUntouched({"hrtf", "load", file}, "a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists");
-    done({"hrtf", "load", file, "--channels", "8"});
+    expectUntouched(
+        {"hrtf", "load", file, "--channels", "8"},
+        "the running stream has 2 channels: with a set for 8 it refuses every block, and is silent, until hrtf clear; "
+        "--yes delivers it all the same");
+    done({"hrtf", "load", file, "--channels", "8", "--yes"});
     EXPECT_EQ(settings().hrtfChannels, 8U);
+}
+
+// A headset's microphone is often locked after its speakers.
+TEST_F(Responses, ASetIsForEightChannelsWhileAMicrophoneRuns)
+{
+    const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
+    for (const auto& [mask, rate] : {std::pair{0x4U, 48000.0F}, {0U, 48000.0F}, {0x3U, 16000.0F}, {0x1U, 44100.0F}}) {
+        SignalPath path = path7();
+        handler->writeActiveFormat(mask, rate);
+        const Outcome outcome = run({"hrtf", "load", file});
+        EXPECT_EQ(outcome.code, 0) << outcome;
+        EXPECT_THAT(outcome.err, HasSubstr("stereo at 96 kHz, would refuse every block until hrtf clear\n"));
+        EXPECT_EQ(settings().hrtfChannels, 8U);
+        follow(*path->settings());
+        EXPECT_NO_THROW(heard(path, 0));
+        EXPECT_EQ(run({"status"}).err, "") << mask;
+        EXPECT_THAT(done({"status"}), HasSubstr(", as a microphone has\n"));
+        done({"hrtf", "clear"});
+    }
+    handler->writeActiveFormat(0x3, 44100.0F); // of two speakers, so a player's
+    expectUntouched({"hrtf", "load", file}, "the running stream has the channel mask 0x3 at 44100 Hz");
+}
+
+TEST_F(Responses, StatusNamesTheFileOfTheSetInForce)
+{
+    const std::string file = wav("my ears.wav", 14, interleaved(someSet(100, 10, 200)));
+    done({"hrtf", "load", file});
+    EXPECT_THAT(done({"status"}), HasSubstr(" for 8 channels, of " + file + "\n"));
+    SettingsRecord record = settings();
+    record.hrtfId ^= 0x100; // another application has delivered another set
+    copySettings(record, *block);
+    EXPECT_THAT(done({"status"}), HasSubstr(" for 8 channels\n"));
+    done({"hrtf", "clear"});
+    EXPECT_THAT(done({"status"}), HasSubstr("responses: built in\n"));
 }
 
 TEST_F(Responses, ASetForFewerChannelsHasTheirPairs)
@@ -553,7 +715,7 @@ TEST_F(Responses, ASetForFewerChannelsHasTheirPairs)
                                                {0U, 4U, {0, 1, 4, 5}},
                                                {0U, 7U, {0, 1, 2, 4, 5, 6, 7}}}) {
         handler->writeActiveFormat(mask, 48000.0F);
-        done({"hrtf", "load", file, "--channels", std::to_string(channels)});
+        done({"hrtf", "load", file, "--channels", std::to_string(channels), "--yes"});
         EXPECT_EQ(settings().hrtfChannels, channels);
         for (std::size_t c = 0; c < rows.size(); ++c)
             for (std::size_t ear = 0; ear < 2; ++ear)
@@ -577,7 +739,7 @@ TEST_F(Responses, ClearingEndsARefusalAfterASecondDelivery)
         };
         done({"hrtf", "load", file, "--channels", std::to_string(channels)});
         EXPECT_NO_THROW(runs());
-        done({"hrtf", "load", file, "--channels", other});
+        done({"hrtf", "load", file, "--channels", other, "--yes"});
         EXPECT_THROW(runs(), std::invalid_argument);
         const Outcome cleared = run({"hrtf", "clear"});
         EXPECT_THAT(cleared.err, HasSubstr(std::string("hrtf clear --channels ") + other + '\n'));
