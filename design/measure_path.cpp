@@ -4,6 +4,7 @@
 //   measure_path room        impulse responses of the reverberator: left and right ear for each of the eight speakers, a second
 //   measure_path lines       of each line of the reverberator: length, allpass delay, twelve taps of its two filter sections
 //   measure_path equalizer   impulse responses of the whole path's equaliser, one a column, for the settings of the first line
+//   measure_path bands       the same for each band at 127 by itself
 //   measure_path limiter     level, gain of the curve at it; an empty line; then a 1 kHz sine that rises to +12 dB after 10 ms:
 //                            input and output
 //
@@ -86,14 +87,10 @@ private:
     std::vector<float> out = std::vector<float>(block);
 };
 
-void equalizer()
+using Bands = std::array<std::int32_t, 9>;
+
+void equalizer(const std::vector<Bands>& settings)
 {
-    constexpr std::array<std::array<std::int32_t, 9>, 4> settings = {{
-        {127, 127, 127, 127, 127, 127, 127, 127, 127},
-        {0, 0, 0, 127, 0, 0, 0, 0, 0},
-        {127, 85, 42, 0, -42, 0, 42, 85, 127},
-        {-127, 127, -127, 127, -127, 127, -127, 127, -127},
-    }};
     for (const auto& bands : settings)
         for (std::size_t b = 0; b < bands.size(); ++b)
             std::printf("%d%c", static_cast<int>(bands[b]), b + 1 < bands.size() ? ',' : ' ');
@@ -151,11 +148,19 @@ int main(int argc, char** argv)
     else if (std::strcmp(what, "lines") == 0)
         quorel::lines();
     else if (std::strcmp(what, "equalizer") == 0)
-        quorel::equalizer();
-    else if (std::strcmp(what, "limiter") == 0)
+        quorel::equalizer({{127, 127, 127, 127, 127, 127, 127, 127, 127},
+                           {0, 0, 0, 127, 0, 0, 0, 0, 0},
+                           {127, 85, 42, 0, -42, 0, 42, 85, 127},
+                           {-127, 127, -127, 127, -127, 127, -127, 127, -127}});
+    else if (std::strcmp(what, "bands") == 0) {
+        std::vector<quorel::Bands> alone(9, quorel::Bands{});
+        for (std::size_t band = 0; band < alone.size(); ++band)
+            alone[band][band] = 127;
+        quorel::equalizer(alone);
+    } else if (std::strcmp(what, "limiter") == 0)
         quorel::limiter();
     else {
-        std::fputs("usage: measure_path room|lines|equalizer|limiter\n", stderr);
+        std::fputs("usage: measure_path room|lines|equalizer|bands|limiter\n", stderr);
         return 1;
     }
 }

@@ -277,3 +277,24 @@ def speaker_path(folder, equalizer, curve, sound):
     for axis in (whole, over, shown):
         axis.grid(True, alpha=0.3)
     save(figure, folder, "limiter.png")
+
+
+def microphone_path(folder, responses, gate):
+    """responses: of each rate, its impulse responses of the two curves, one a column. gate: rows of measure_capture gate."""
+    import pages as measure
+
+    figure, (curves, closing) = axes(1, 2, (13, 4.5))
+    for (rate, impulses), style in zip(responses.items(), ("-", "--")):
+        frequency = np.geomspace(20, rate * 0.499, 600)
+        for curve, (gains, colour) in enumerate(zip(measure.response(impulses, frequency, rate).T, EARS.values()), 1):
+            curves.plot(frequency, gains, style, color=colour, label=f"curve {curve} at {rate}")
+    frequency_axis(curves, 20, 24000)
+    curves.set(xlabel="Hz", ylabel="dB", title="the curves")
+    curves.legend(loc="lower right")
+    for column, label in enumerate(("6 dB down", "20 dB", "49 dB"), 2):
+        closing.plot(gate[:, 0], gate[:, column], ".-", label=label)
+    closing.set(xlabel="level of the speech over the one at which the gate is open, dB", ylabel="s after its end",
+                title="how late the gate shuts", ylim=(0, None))
+    closing.grid(True, alpha=0.3)
+    closing.legend()
+    save(figure, folder, "microphone_path.png")
