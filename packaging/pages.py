@@ -93,7 +93,7 @@ def page(program, version):
     for path in program.commands:
         if path:
             out += f"# {path.upper()}\n\n{wrapped(program.commands[path])}\n\n" + options_of(program, path)
-    others = [name for name in ("quorel-clean", "quorel-control", "quorel-hrtf", "quorel-live", "quorel-render") if name != program.name]
+    others = [name for name in ("quorel-clean", "quorel-control", "quorel-hrtf", "quorel-live", "quorel-plot", "quorel-render") if name != program.name]
     out += "# SEE ALSO\n\n" + ", ".join(f"*{name}*(1)" for name in others) + "\n\n"
     rights = ("The QUOREL authors, under the MIT licence. The built-in responses are designed from the HRTF measurement of a "
               "KEMAR dummy head by Bill Gardner and Keith Martin, MIT Media Lab, 1994.")

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // quorel-hrtf shows a file of head-related responses as the effect would take it, without any effect running.
+#include "tools/effect_charts.h"
 #include "tools/hrtf_option.h"
-#include "tools/hrtf_plot.h"
 
 #include <cmath>
 #include <iomanip>
@@ -70,13 +70,15 @@ int main(int argc, char** argv)
     show->add_option("FILE", options.file, quorel::readableHrtfFiles)->required()->type_name("");
     quorel::addEqualize(*show, options.equalize);
     quorel::addNumber(*show, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
-    show->add_option("--plot", options.plot, "Draw spectra and taps as well, into a file .svg or .png")->type_name("FILE");
+    show->add_option("--plot", options.plot,
+                     "Draw spectra and taps as well, into a file .svg or .png,\nor their numbers into a file .csv")
+        ->type_name("FILE");
     tool.require_subcommand(1);
     return quorel::runTool(tool, argc, argv, [&] {
         const quorel::ImportedSet imported =
             quorel::importHrtf(options.file, options.equalize, options.gain, quorel::stopIfInterrupted);
         if (!options.plot.empty())
-            quorel::plotSet(imported.set, options.plot);
+            quorel::writeCharts(quorel::responsesCharts(imported.set), 2, options.plot);
         quorel::print(imported);
         return 0;
     });

@@ -73,7 +73,7 @@ TEST_F(QuorelHrtf, WhatCannotBeShownOrDrawnIsRefused)
     };
     expectError({"show", path("none.wav")}, "cannot read " + path("none.wav") + ": No such file or directory");
     expectError({"show", taps(), "--plot", path("set.gif")},
-                "cannot draw " + path("set.gif") + ": its ending is neither .svg nor .png");
+                "cannot draw " + path("set.gif") + ": its ending is none of .svg, .png and .csv");
     expectError({"show", taps(), "--plot", path("none/set.svg")}, path("none/set.svg"));
 }
 
