@@ -584,7 +584,7 @@ void declare(CLI::App& tool, Options& options, Report& report, std::function<voi
     addNumber(*loading, "--channels", options.channels, 1, 8,
               "Deliver for so many channels, whatever runs. A speaker's stream of another\n"
               "number refuses every block until hrtf clear")
-        ->default_str("8, if a 7.1 stream at 48000 Hz is running, or if a microphone's was locked last");
+        ->default_str("8, if 7.1 at 48000 Hz or a microphone is running");
     loading->add_flag("--yes", options.yes, "Deliver a set that the running stream refuses without asking");
     CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(report, options); });
     addNumber(*clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
