@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// EqualizerCurve is what the nine bands do to the sound, by the effect's own design of its filter:
+//
+//   part of band r at f Hz  =  20 log10 |(b0 + b1 z + b2 z^2) / (a0 + a1 z + a2 z^2)|,  z = e^(-2 pi i f / 48000)
+//
+// The nine parts, of sections one behind the other, add up to the curve.
+#pragma once
+
+#include "speaker/equalizer.h"
+
+#include <cstdint>
+
+namespace quorel {
+
+class EqualizerCurve {
+public:
+    EqualizerCurve(); // flat
+
+    void design(const std::array<std::int64_t, Equalizer::bands>& settings); // -127 to 127 each
+
+    double partDb(std::size_t band, double hz) const;
+    double curveDb(double hz) const;
+
+private:
+    Equalizer equalizer;
+};
+
+} // namespace quorel
