@@ -43,6 +43,8 @@ void saveKeptValues(const Values& values)
 Values loadKeptValues()
 {
     Values values;
+    if (platform::userFolder().empty())
+        return values;
     std::ifstream file(keptFile());
     for (std::string line; std::getline(file, line);) {
         const auto equals = line.find('=');

@@ -30,6 +30,9 @@ public:
     void edit(const Values& values, Step step = Step::own);
     void edit(const SettingsField& field, std::int64_t value, Step step = Step::own) { edit(Values{{&field, value}}, step); }
 
+    // Whether all that the user has changed has been written, or refused.
+    bool settled() const { return unwritten.empty(); }
+
     // What is to be written since the last call; nothing when nothing is.
     std::optional<Changes> take();
 

@@ -90,6 +90,19 @@ TEST_F(EffectLinkTest, SaysThatNoEffectIsThereAndFindsItWhenItCame)
     EXPECT_TRUE(eventually([&] { return link.view().state == EffectView::State::there; }));
 }
 
+// It goes on the link's own thread, between two looks.
+TEST_F(EffectLinkTest, SaysThatAnEffectHasGone)
+{
+    std::atomic<bool> gone = false;
+    const EffectLink link([&] {
+        if (gone)
+            oneEffect().block = nullptr;
+    });
+    ASSERT_TRUE(eventually([&] { return link.view().state == EffectView::State::there; }));
+    gone = true;
+    EXPECT_TRUE(eventually([&] { return link.view().state == EffectView::State::absent; }));
+}
+
 // Somebody who has the turn and does not give it back: the sender goes on at once, and the change arrives when there is a turn.
 TEST_F(EffectLinkTest, NoSenderWaitsForAnothersTurn)
 {

@@ -243,6 +243,26 @@ TEST_F(PanelModelTest, APresetIsLoadedAsOneStep)
     EXPECT_EQ(model.shown(band1), 1);
 }
 
+TEST_F(PanelModelTest, ALoadedPresetIsTheOneInUse)
+{
+    model.edit(reverb, 120);
+    model.savePreset("first");
+    model.edit(reverb, 50);
+    model.savePreset("second");
+    model.loadPreset("first");
+    EXPECT_EQ(model.presetName(), "first");
+    EXPECT_FALSE(model.changed());
+}
+
+TEST_F(PanelModelTest, AllIsSettledWhenItIsWritten)
+{
+    EXPECT_TRUE(model.settled());
+    model.edit(reverb, 120);
+    EXPECT_FALSE(model.settled());
+    write();
+    EXPECT_TRUE(model.settled());
+}
+
 TEST_F(PanelModelTest, APresetThatIsNotThereChangesNothing)
 {
     model.edit(reverb, 120);

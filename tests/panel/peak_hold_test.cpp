@@ -32,6 +32,7 @@ TEST(PeakHold, IsNeverBelowTheLevel)
     PeakHold peak(-120);
     peak.next(-10, 0);
     EXPECT_EQ(peak.next(-55, 60), -55);
+    EXPECT_EQ(peak.next(-54.5, 0.1), -54.5);
     EXPECT_EQ(peak.next(-5, 0.1), -5);
 }
 

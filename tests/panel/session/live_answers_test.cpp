@@ -10,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <filesystem>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -45,6 +46,12 @@ public:
     }
     FakeHost(const FakeHost&) = delete;
     FakeHost& operator=(const FakeHost&) = delete;
+
+    bool called() const
+    {
+        pollfd caller{door, POLLIN, 0};
+        return poll(&caller, 1, 0) == 1;
+    }
 
 private:
     void serve(const Answer& answer)
@@ -110,6 +117,7 @@ TEST(LiveAnswers, AStoppedHostKeepsNobodyFromGoingOn)
 {
     const FakeHost host(nullptr);
     LiveWatch watch([] {});
+    ASSERT_TRUE(eventually([&] { return host.called(); })); // the watch waits for its answer
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 100; ++i) {
         watch.bypass(i % 2 == 0);

@@ -1,0 +1,631 @@
+// SPDX-License-Identifier: MIT
+#include "panel/qt/window.h"
+
+#include "client/preset.h"
+#include "panel/kept_values.h"
+#include "panel/qt/controls.h"
+#include "speaker/equalizer_tables.h"
+#include "tools/level_display.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QInputDialog>
+#include <QLabel>
+#include <QMenu>
+#include <QMimeData>
+#include <QPainter>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QShortcut>
+#include <QSignalBlocker>
+#include <QSystemTrayIcon>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include <utility>
+
+namespace quorel {
+
+namespace {
+
+QString bandName(std::size_t band)
+{
+    const double hz = equalizerCentres.at(band);
+    return hz < 1000 ? QString::number(hz) : QString::number(hz / 1000) + "k";
+}
+
+// What a stream of this effect is: the render effect's by its speakers. The capture effect's has none.
+QString layoutName(const EffectView& view)
+{
+    switch (view.channelMask) {
+    case 0:
+        return PanelWindow::tr("no speakers");
+    case 0x4:
+        return PanelWindow::tr("mono");
+    case 0x3:
+        return PanelWindow::tr("stereo");
+    case 0x3F:
+    case 0x60F:
+        return PanelWindow::tr("5.1");
+    case 0x63F:
+        return PanelWindow::tr("7.1");
+    default:
+        return PanelWindow::tr("speakers 0x%1").arg(view.channelMask, 0, 16);
+    }
+}
+
+} // namespace
+
+QIcon panelIcon()
+{
+    QPixmap picture(64, 64);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(QColor(0x2a, 0x7f, 0xa8), 7, Qt::SolidLine, Qt::RoundCap));
+    painter.drawArc(QRect(10, 8, 44, 52), 0, 180 * 16);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0x2a, 0x7f, 0xa8));
+    painter.drawRoundedRect(4, 32, 14, 26, 6, 6);
+    painter.drawRoundedRect(46, 32, 14, 26, 6, 6);
+    return QIcon(picture);
+}
+
+PanelWindow::PanelWindow(bool withTray)
+    : savedKept(loadKeptValues()),
+      responseImport(announcing(importAnnounced, &PanelWindow::importNews)),
+      live(announcing(liveAnnounced, &PanelWindow::liveNews)),
+      link(announcing(effectAnnounced, &PanelWindow::effectNews))
+{
+    model.keepValues(savedKept);
+    setWindowTitle(tr("QUOREL"));
+    setWindowIcon(QIcon::fromTheme("quorel-panel", panelIcon()));
+    setAcceptDrops(true);
+
+    pages = new QTabWidget;
+    pages->addTab(speakerPage(), tr("&Speaker"));
+    pages->addTab(microphonePage(), tr("&Microphone"));
+    pages->addTab(statePage(), tr("&What runs"));
+    connect(pages, &QTabWidget::currentChanged, this, [this] { watch(); });
+    message = new QLabel;
+    message->setObjectName("message");
+    message->setAccessibleName(tr("Message"));
+    message->setWordWrap(true);
+    message->hide();
+
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(6, 6, 6, 6);
+    column->addWidget(head());
+    column->addWidget(pages, 1);
+    column->addWidget(message);
+    resize(860, 560);
+
+    addShortcut("Ctrl+Z", [this] { model.undo(); });
+    addShortcut("Ctrl+Shift+Z", [this] { model.redo(); });
+    addShortcut("Ctrl+B", [this] { bypass(!bypassButton->isChecked()); });
+    addShortcut("Ctrl+D", [this] { model.compare(); });
+    addShortcut("Ctrl+S", [this] {
+        if (model.presetName().empty())
+            saveAs();
+        else
+            model.savePreset(model.presetName());
+    });
+    if (withTray && QSystemTrayIcon::isSystemTrayAvailable())
+        addTray();
+    sinceLevels.start();
+    refresh();
+    refreshState();
+}
+
+PanelWindow::~PanelWindow() = default;
+
+// ---- What it is made of ---------------------------------------------------------------------------------------------
+
+QWidget* PanelWindow::head()
+{
+    auto* widget = new QWidget;
+    auto* row = new QHBoxLayout(widget);
+    row->setContentsMargins(0, 0, 0, 0);
+    state = new QLabel;
+    state->setObjectName("state");
+    state->setAccessibleName(tr("What runs"));
+    state->setWordWrap(true);
+    row->addWidget(state, 1);
+
+    const auto button = [&](const char* name, const QString& text, const QString& meaning, Edit action) {
+        auto* made = new QPushButton(text);
+        made->setObjectName(name);
+        made->setAccessibleName(meaning);
+        made->setToolTip(meaning);
+        if (action)
+            connect(made, &QPushButton::clicked, this, [this, action = std::move(action)] { attempt(action); });
+        row->addWidget(made);
+        return made;
+    };
+    presetButton = button("preset", {}, tr("Preset"), {});
+    auto* menu = new QMenu(presetButton);
+    connect(menu, &QMenu::aboutToShow, this, [this, menu] { fillPresets(*menu); });
+    presetButton->setMenu(menu);
+    undoButton = button("undo", tr("&Undo"), tr("Undo (Ctrl+Z)"), [this] { model.undo(); });
+    redoButton = button("redo", tr("R&edo"), tr("Redo (Ctrl+Shift+Z)"), [this] { model.redo(); });
+    compareButton = button("compare", {}, tr("Compare two choices (Ctrl+D)"), [this] { model.compare(); });
+    bypassButton = button("bypass", tr("&Bypass"), tr("Bypass: all that settings can turn off (Ctrl+B)"), {});
+    bypassButton->setCheckable(true);
+    QFont large = bypassButton->font();
+    large.setBold(true);
+    bypassButton->setFont(large);
+    connect(bypassButton, &QPushButton::clicked, this, [this](bool on) { attempt([this, on] { bypass(on); }); });
+    return widget;
+}
+
+QWidget* PanelWindow::speakerPage()
+{
+    auto* page = new QWidget;
+    auto* columns = new QHBoxLayout(page);
+    columns->setContentsMargins(4, 4, 4, 4);
+
+    auto* equalizer = new QGroupBox(tr("Equaliser"));
+    auto* left = new QVBoxLayout(equalizer);
+    left->setContentsMargins(4, 4, 4, 4);
+    curve = new CurveView;
+    fields.emplace_back([this] {
+        std::array<std::int64_t, Equalizer::bands> settings{};
+        for (std::size_t band = 0; band < settings.size(); ++band)
+            settings.at(band) = model.shown(*settingsField("EQBand" + std::to_string(band + 1)));
+        curve->show(settings);
+    });
+    left->addWidget(curve, 1);
+    auto* bands = new QHBoxLayout;
+    bands->setSpacing(2);
+    for (std::size_t band = 0; band < Equalizer::bands; ++band)
+        addBand(*bands, band);
+    left->addLayout(bands, 1);
+    columns->addWidget(equalizer, 3);
+
+    auto* right = new QVBoxLayout;
+    right->addWidget(addSwitch("Settings", tr("Su&rround sound")));
+    addLevel(*right, "Reverb", tr("Re&verb"));
+
+    auto* group = new QGroupBox(tr("Head-related responses"));
+    auto* inside = new QVBoxLayout(group);
+    responses = new QLabel;
+    responses->setObjectName("responses");
+    responses->setWordWrap(true);
+    inside->addWidget(responses);
+    auto* buttons = new QHBoxLayout;
+    importButton = new QPushButton(tr("&Import…"));
+    importButton->setObjectName("import");
+    importButton->setToolTip(tr("A SOFA file, or a WAV file of fourteen channels. It can be dropped here as well."));
+    connect(importButton, &QPushButton::clicked, this, [this] { chooseFile(); });
+    buttons->addWidget(importButton);
+    auto* builtIn = new QPushButton(tr("Bu&ilt in"));
+    builtIn->setObjectName("builtIn");
+    builtIn->setToolTip(tr("Bring the built-in responses back"));
+    connect(builtIn, &QPushButton::clicked, this, [this] { importFile({}); });
+    buttons->addWidget(builtIn);
+    inside->addLayout(buttons);
+    report = new QPlainTextEdit;
+    report->setObjectName("report");
+    report->setAccessibleName(tr("Report of the import"));
+    report->setReadOnly(true);
+    report->setTabChangesFocus(true);
+    report->setPlaceholderText(tr("What an import took, cut or refused is told here."));
+    inside->addWidget(report, 1);
+    right->addWidget(group, 1);
+    columns->addLayout(right, 2);
+    return page;
+}
+
+QWidget* PanelWindow::microphonePage()
+{
+    auto* page = new QWidget;
+    auto* columns = new QHBoxLayout(page);
+    auto* left = new QVBoxLayout;
+    left->addWidget(addSwitch("MicNR", tr("&Noise reduction")));
+
+    const SettingsField& field = *settingsField("micEq");
+    auto* curves = new Choice(tr("Curve"), {tr("off"), tr("Warm: lows +13 dB, highs +4 dB"), tr("Clear: nothing below 200 Hz")},
+                              [this, edit = editorOf(field)](std::int64_t value) { edit(value, false); });
+    curves->setObjectName(field.name);
+    auto* label = new QLabel(tr("&Curve"));
+    label->setBuddy(curves);
+    left->addWidget(label);
+    left->addWidget(curves);
+    fields.emplace_back([this, &field, curves] { curves->show(model.shown(field)); });
+
+    addLevel(*left, "noiseGate", tr("Noise &gate, opens at"));
+    auto* late = new QLabel(tr("How late the voice is stands under \"What runs\", where quorel-live runs."));
+    late->setWordWrap(true);
+    left->addWidget(late);
+    left->addStretch(1);
+    columns->addLayout(left, 2);
+
+    auto* group = new QGroupBox(tr("Levels in dB, from so many Hz on"));
+    auto* row = new QHBoxLayout(group);
+    for (std::size_t k = 0; k < meters.size(); ++k) {
+        auto* column = new QVBoxLayout;
+        meters.at(k) = new Meter(tr("Level of band %1").arg(k + 1));
+        meters.at(k)->setObjectName(QString("level%1").arg(k + 1));
+        meterTexts.at(k) = new QLabel;
+        meterTexts.at(k)->setAlignment(Qt::AlignCenter);
+        column->addWidget(meters.at(k), 1);
+        column->addWidget(meterTexts.at(k));
+        row->addLayout(column);
+    }
+    columns->addWidget(group, 3);
+    return page;
+}
+
+QWidget* PanelWindow::statePage()
+{
+    details = new QPlainTextEdit;
+    details->setObjectName("details");
+    details->setAccessibleName(tr("What runs"));
+    details->setReadOnly(true);
+    details->setTabChangesFocus(true);
+    return details;
+}
+
+QCheckBox* PanelWindow::addSwitch(const char* name, const QString& text)
+{
+    const SettingsField& field = *settingsField(name);
+    auto* box = new QCheckBox(text);
+    box->setObjectName(name);
+    connect(box, &QCheckBox::clicked, this, [edit = editorOf(field)](bool on) { edit(on ? 1 : 0, false); });
+    fields.emplace_back([this, &field, box] { box->setChecked(model.shown(field) != 0); });
+    return box;
+}
+
+void PanelWindow::addBand(QHBoxLayout& row, std::size_t band)
+{
+    const SettingsField& field = *settingsField("EQBand" + std::to_string(band + 1));
+    const QString name = tr("Equaliser at %1 Hz").arg(equalizerCentres.at(band));
+    auto* fader = new Fader(field, name, Qt::Vertical, editorOf(field));
+    auto* box = new ValueBox(
+        field, tr("%1, typed").arg(name), [edit = editorOf(field)](std::int64_t value) { edit(value, false); },
+        [this](const QString& text) { tell(text); });
+    auto* caption = new QLabel(bandName(band));
+    caption->setAlignment(Qt::AlignCenter);
+    auto* column = new QVBoxLayout;
+    column->addWidget(box, 0, Qt::AlignHCenter);
+    column->addWidget(fader, 1, Qt::AlignHCenter);
+    column->addWidget(caption);
+    row.addLayout(column);
+    fields.emplace_back([this, &field, fader, box] {
+        fader->show(model.shown(field));
+        box->show(model.shown(field));
+    });
+}
+
+void PanelWindow::addLevel(QVBoxLayout& column, const char* name, const QString& text)
+{
+    const SettingsField& field = *settingsField(name);
+    QString plain = text;
+    plain.remove('&');
+    auto* fader = new Fader(field, plain, Qt::Horizontal, editorOf(field));
+    auto* box = new ValueBox(
+        field, tr("%1, typed").arg(plain), [edit = editorOf(field)](std::int64_t value) { edit(value, false); },
+        [this](const QString& refusal) { tell(refusal); });
+    auto* label = new QLabel(text);
+    label->setBuddy(fader);
+    auto* row = new QHBoxLayout;
+    row->addWidget(fader, 1);
+    row->addWidget(box);
+    column.addWidget(label);
+    column.addLayout(row);
+    fields.emplace_back([this, &field, fader, box] {
+        fader->show(model.shown(field));
+        box->show(model.shown(field));
+    });
+}
+
+void PanelWindow::addTray()
+{
+    tray = new QSystemTrayIcon(windowIcon(), this);
+    auto* menu = new QMenu(this);
+    menu->addAction(tr("&Show the panel"), this, [this] {
+        show();
+        activateWindow();
+    });
+    trayBypass = menu->addAction(tr("&Bypass"));
+    trayBypass->setCheckable(true);
+    connect(trayBypass, &QAction::triggered, this, [this](bool on) { attempt([this, on] { bypass(on); }); });
+    auto* presetMenu = menu->addMenu(tr("&Presets"));
+    connect(presetMenu, &QMenu::aboutToShow, this, [this, presetMenu] { fillPresets(*presetMenu); });
+    menu->addSeparator();
+    menu->addAction(tr("&Quit"), qApp, &QApplication::quit);
+    // A hidden panel does not look, and what its menu does must not rest on an old look.
+    connect(menu, &QMenu::aboutToShow, this, [this] { link.watch(true); });
+    connect(menu, &QMenu::aboutToHide, this, [this] { watch(); });
+    tray->setContextMenu(menu);
+    tray->setToolTip(tr("QUOREL"));
+    connect(tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            setVisible(!isVisible());
+    });
+    tray->show();
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
+void PanelWindow::addShortcut(const char* keys, Edit action)
+{
+    connect(new QShortcut(QKeySequence(keys), this), &QShortcut::activated, this,
+            [this, action = std::move(action)] { attempt(action); });
+}
+
+void PanelWindow::fillPresets(QMenu& menu)
+{
+    menu.clear();
+    std::vector<std::string> names;
+    attempt([&] { names = presets(); });
+    for (const std::string& name : names) {
+        auto* action = menu.addAction(QString::fromStdString(name), this,
+                                      [this, name] { attempt([this, name] { model.loadPreset(name); }); });
+        action->setCheckable(true);
+        action->setChecked(name == model.presetName());
+    }
+    menu.addSeparator();
+    const bool named = !model.presetName().empty();
+    menu.addAction(tr("&Save"), this, [this] { attempt([this] { model.savePreset(model.presetName()); }); })->setEnabled(named);
+    menu.addAction(tr("Save &as…"), this, [this] { saveAs(); });
+    menu.addAction(tr("&Revert"), this, [this] { attempt([this] { model.revert(); }); })->setEnabled(named && model.changed());
+}
+
+// ---- What its user does ---------------------------------------------------------------------------------------------
+
+std::function<void(std::int64_t, bool)> PanelWindow::editorOf(const SettingsField& field)
+{
+    return [this, &field](std::int64_t value, bool joined) {
+        attempt([&] { model.edit(field, value, joined ? PanelModel::Step::joined : PanelModel::Step::own); });
+    };
+}
+
+void PanelWindow::attempt(const Edit& edit)
+{
+    tell({});
+    try {
+        edit();
+        // Kept first, so that no end of this program loses what the bypass is about to turn off.
+        if (model.bypassed())
+            keep();
+    } catch (const std::exception& error) {
+        tell(QString::fromStdString(error.what()));
+    }
+    if (const auto changes = model.take())
+        link.send(*changes);
+    refresh();
+}
+
+void PanelWindow::keep()
+{
+    if (model.keptValues() == savedKept)
+        return;
+    saveKeptValues(model.keptValues());
+    savedKept = model.keptValues();
+}
+
+void PanelWindow::tell(const QString& text)
+{
+    if (message->text() != text)
+        message->setText(text);
+    message->setVisible(!text.isEmpty());
+}
+
+void PanelWindow::saveAs()
+{
+    auto* dialog = new QInputDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle(tr("Save as a preset"));
+    dialog->setLabelText(tr("Name, of letters, digits, - and _"));
+    dialog->setTextValue(QString::fromStdString(model.presetName()));
+    connect(dialog, &QInputDialog::textValueSelected, this,
+            [this](const QString& name) { attempt([&] { model.savePreset(name.toStdString()); }); });
+    dialog->open();
+}
+
+void PanelWindow::chooseFile()
+{
+    auto* dialog = new QFileDialog(this, tr("Import responses"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setNameFilters({tr("Responses (*.sofa *.wav)"), tr("All files (*)")});
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& path) { importFile(path); });
+    dialog->open();
+}
+
+void PanelWindow::showPage(int page)
+{
+    pages->setCurrentIndex(page);
+}
+
+void PanelWindow::importFile(const QString& path)
+{
+    if (!responseImport.start(path.toStdString()))
+        return;
+    importButton->setEnabled(false);
+    report->setPlainText(path.isEmpty() ? tr("Bringing the built-in responses back…") : tr("Reading %1…").arg(path));
+}
+
+void PanelWindow::bypass(bool on)
+{
+    if (live.view().state == LiveView::State::there && !model.bypassed())
+        live.bypass(on);
+    else
+        model.bypass(on);
+}
+
+void PanelWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    const auto urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.first().isLocalFile())
+        event->acceptProposedAction();
+}
+
+void PanelWindow::dropEvent(QDropEvent* event)
+{
+    const auto urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.first().isLocalFile()) {
+        event->acceptProposedAction();
+        pages->setCurrentIndex(0);
+        importFile(urls.first().toLocalFile());
+    }
+}
+
+// ---- What is seen ---------------------------------------------------------------------------------------------------
+
+// A thread's news come through the event loop, and only once however often they are announced until then.
+std::function<void()> PanelWindow::announcing(std::atomic<bool>& announced, void (PanelWindow::*news)())
+{
+    return [this, &announced, news] {
+        if (!announced.exchange(true))
+            QMetaObject::invokeMethod(
+                this,
+                [this, &announced, news] {
+                    announced = false;
+                    (this->*news)();
+                },
+                Qt::QueuedConnection);
+    };
+}
+
+void PanelWindow::effectNews()
+{
+    model.see(link.view());
+    if (model.settled()) {
+        try {
+            keep(); // less, when it has been put back or set by another program
+        } catch (const std::exception& error) {
+            tell(QString::fromStdString(error.what()));
+        }
+    }
+    refresh();
+    refreshState();
+}
+
+void PanelWindow::liveNews()
+{
+    refresh();
+    refreshState();
+}
+
+void PanelWindow::importNews()
+{
+    imported = responseImport.report();
+    importButton->setEnabled(true);
+    report->setPlainText((imported.path.empty() ? QString() : QString::fromStdString(imported.path) + "\n") +
+                         QString::fromStdString(imported.text));
+}
+
+void PanelWindow::refresh()
+{
+    for (const auto& show : fields)
+        show();
+    const bool usable = model.usable();
+    pages->widget(0)->setEnabled(usable);
+    pages->widget(1)->setEnabled(usable);
+    undoButton->setEnabled(usable && model.canUndo());
+    redoButton->setEnabled(usable && model.canRedo());
+    compareButton->setEnabled(usable);
+    compareButton->setText(model.side() == 'A' ? tr("&A | b") : tr("&a | B"));
+    presetButton->setEnabled(usable);
+    presetButton->setText(
+        model.presetName().empty() ? tr("&Preset") : QString::fromStdString(model.presetName()) + (model.changed() ? " *" : ""));
+
+    const LiveView host = live.view();
+    const bool bypassed = model.bypassed() || (host.state == LiveView::State::there && host.bypass);
+    bypassButton->setEnabled(usable);
+    bypassButton->setChecked(bypassed);
+    bypassButton->setText(bypassed ? tr("&Bypassed") : tr("&Bypass"));
+    if (trayBypass != nullptr)
+        trayBypass->setChecked(bypassed);
+}
+
+void PanelWindow::refreshState()
+{
+    const EffectView& view = model.seen();
+    const LiveView host = live.view();
+    const bool streaming = model.usable() && view.framesPerSecond > 0;
+    QString text;
+    if (host.state == LiveView::State::mute)
+        text = tr("quorel-live does not answer. ");
+    switch (view.state) {
+    case EffectView::State::absent:
+        text += tr("No effect is running. Start quorel-live, or choose the headset with the effect as the sound device.");
+        break;
+    case EffectView::State::hidden:
+        text += QString::fromStdString(view.trouble);
+        break;
+    case EffectView::State::there:
+        text += streaming ? tr("Running at %1 Hz, %2").arg(static_cast<double>(view.framesPerSecond)).arg(layoutName(view))
+                          : tr("The effect is there, and no stream so far: play something on its device.");
+        break;
+    }
+    if (model.bypassed())
+        text += tr(". Bypassed by settings: the down-mix to stereo, the limiters and a gain of 0.8 stay.");
+    state->setText(text);
+    const QString told = host.state == LiveView::State::there ? QString::fromStdString(host.text)
+                         : host.state == LiveView::State::mute
+                             ? tr("quorel-live: %1").arg(QString::fromStdString(host.text))
+                             : tr("No quorel-live is running, which would tell load, latency and gaps.");
+    if (details->toPlainText() != told) // a text that is set anew loses its selection
+        details->setPlainText(told);
+    if (model.usable() && !view.trouble.empty())
+        tell(QString::fromStdString(view.trouble));
+
+    const std::uint32_t identity = view.settings.hrtfId;
+    responses->setText(identity == 0 ? tr("In use: the built-in set")
+                       : imported.delivered && imported.identity == identity
+                           ? tr("In use: %1").arg(QFileInfo(QString::fromStdString(imported.path)).fileName())
+                           : tr("In use: a set that another program delivered"));
+    if (!view.refusal.empty())
+        responses->setText(responses->text() + ". " + QString::fromStdString(view.refusal));
+
+    constexpr std::uint32_t narrow = 16000;
+    constexpr std::uint32_t wide = 48000;
+    const std::uint32_t rate = view.framesPerSecond == static_cast<float>(narrow) ? narrow : wide;
+    if (rate != meterRate) {
+        const auto captions = levelCaptions(meterRate = rate);
+        for (std::size_t k = 0; k < meters.size(); ++k) {
+            const QString caption = QString::fromStdString(captions.at(k)).simplified();
+            meters.at(k)->setToolTip(caption);
+            meters.at(k)->setAccessibleName(tr("Level at %1").arg(caption));
+            meterTexts.at(k)->setText(caption.section(' ', 0, 0));
+        }
+    }
+    const double seconds = static_cast<double>(sinceLevels.restart()) / 1000;
+    for (std::size_t k = 0; k < meters.size(); ++k)
+        meters.at(k)->show(model.usable() ? static_cast<double>(view.levels.at(k)) : Meter::lowest, seconds);
+}
+
+// Only what is seen is looked at.
+void PanelWindow::watch()
+{
+    link.watch(isVisible());
+    live.watch(isVisible());
+    link.measureLevels(isVisible() && pages->currentIndex() == 1);
+}
+
+void PanelWindow::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    watch();
+}
+
+void PanelWindow::hideEvent(QHideEvent* event)
+{
+    QWidget::hideEvent(event);
+    watch();
+}
+
+void PanelWindow::closeEvent(QCloseEvent* event)
+{
+    event->accept(); // with a tray the panel stays there, without one it ends with its window
+}
+
+} // namespace quorel

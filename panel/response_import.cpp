@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "panel/response_import.h"
+
+#include "client/hrtf_delivery.h"
+#include "client/hrtf_file.h"
+
+#include <cmath>
+#include <exception>
+#include <iomanip>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace quorel {
+
+namespace {
+
+constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
+
+} // namespace
+
+ResponseImport::~ResponseImport()
+{
+    ending = true;
+    if (thread.joinable())
+        thread.join();
+}
+
+bool ResponseImport::start(const std::string& path)
+{
+    if (working.exchange(true))
+        return false;
+    if (thread.joinable())
+        thread.join(); // it has ended
+    thread = std::thread([this, path] { run(path); });
+    return true;
+}
+
+ImportReport ResponseImport::report() const
+{
+    const std::scoped_lock lock(mutex);
+    return last;
+}
+
+void ResponseImport::run(const std::string& path)
+{
+    ImportReport report;
+    try {
+        report = path.empty() ? restore() : import(path);
+    } catch (const std::exception& error) {
+        report.text = error.what();
+        report.path = path;
+    }
+    {
+        const std::scoped_lock lock(mutex);
+        last = std::move(report);
+    }
+    working = false;
+    news();
+}
+
+// The file is read before anything is asked of the effect: what is wrong with it is told even where no stream runs.
+ImportReport ResponseImport::import(const std::string& path) const
+{
+    ImportReport report;
+    report.path = path;
+    const ImportedSet imported = importHrtf(path, Equalize::byDiffuseField, 0, [this] {
+        if (ending)
+            throw std::runtime_error("the panel ends");
+    });
+    std::ostringstream text;
+    for (const std::string& note : imported.notes)
+        text << note << '\n';
+    text << std::fixed << std::setprecision(2) << "Scaled by " << std::showpos << imported.set.gainDb << std::noshowpos
+         << " dB. Cut of the energy: at most " << 100 * imported.set.worstCut << " %, at " << imported.set.worstName << ".\n";
+    report.set = imported.set;
+
+    try {
+        ControlClient client;
+        if (client.activeChannelMask() != fullMask || client.activeFramesPerSecond() != static_cast<float>(hrtfRate))
+            throw std::runtime_error(
+                "Not delivered: a set is for a stream of all eight speakers (7.1) at 48000 Hz, and none runs.");
+        deliverSet(client, imported.set, fullMask);
+        report.identity = client.settings().hrtfId;
+        report.delivered = true;
+        text << "Delivered to the effect.\n";
+    } catch (const std::exception& error) {
+        text << error.what() << '\n';
+    }
+    report.text = text.str();
+    return report;
+}
+
+ImportReport ResponseImport::restore()
+{
+    ImportReport report;
+    ControlClient client;
+    const auto others = clearSet(client, 0);
+    report.text = others ? "The built-in responses are in force." : "No delivered set is in force.";
+    if (others)
+        for (const std::uint32_t channels : *others)
+            report.text += "\nA set for " + std::to_string(channels) +
+                           " channels was delivered as well: while a stream of so many " +
+                           "refuses every block, restore the built-in responses once more.";
+    return report;
+}
+
+} // namespace quorel

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "panel/response_import.h"
+
+#include "speaker/hrtf_tables.h"
+#include "tests/client/one_effect_platform.h"
+#include "tests/panel/own_folders.h"
+#include "tests/support/control_application.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace quorel {
+namespace {
+
+void put(std::string& bytes, std::uint64_t value, int count)
+{
+    for (int i = 0; i < count; ++i)
+        bytes += static_cast<char>(value >> (8 * i));
+}
+
+// The built-in set in a WAV file: 256 frames of floats at 48000 Hz, pairs of channels with the near ear first.
+std::string builtInWav()
+{
+    struct Row {
+        std::size_t speaker; // row of `speakerTable`
+        std::size_t left;    // channel of the left ear
+        std::size_t right;
+    };
+    constexpr auto rows = std::to_array<Row>({{0, 0, 1}, {6, 2, 3}, {4, 4, 5}, {2, 6, 13}, {1, 8, 7}, {7, 10, 9}, {5, 12, 11}});
+    constexpr std::size_t frames = 256;
+    std::vector<float> samples(14 * frames);
+    for (const Row& row : rows) {
+        const auto& pair = speakerResponses[row.speaker];
+        for (const auto& [ear, channel] : {std::pair{&pair.left, row.left}, std::pair{&pair.right, row.right}})
+            for (std::size_t i = 0; i < ear->taps.size(); ++i)
+                samples.at((ear->onset + i) * 14 + channel) = ear->taps[i];
+    }
+    const std::size_t size = samples.size() * sizeof(float);
+    std::string wav = "RIFF";
+    put(wav, 36 + size, 4);
+    wav += "WAVEfmt ";
+    put(wav, 16, 4);
+    put(wav, 3, 2); // floats
+    put(wav, 14, 2);
+    put(wav, 48000, 4);
+    put(wav, 48000 * 14 * 4, 4);
+    put(wav, 14 * 4, 2);
+    put(wav, 32, 2);
+    wav += "data";
+    put(wav, size, 4);
+    return wav + std::string(reinterpret_cast<const char*>(samples.data()), size);
+}
+
+class ResponseImportTest : public testing::Test {
+protected:
+    ResponseImportTest()
+    {
+        block.activeFramesPerSecond = 48000;
+        block.activeChannelMask = 0x63F;
+        oneEffect() = {&block, share.data(), true, {}};
+    }
+
+    std::string file(const std::string& name, const std::string& contents) const
+    {
+        const auto path = std::filesystem::temp_directory_path() / (std::to_string(std::random_device()()) + name);
+        std::ofstream(path, std::ios::binary) << contents;
+        return path.string();
+    }
+
+    ImportReport imported(const std::string& path)
+    {
+        std::atomic<bool> ended = false;
+        ResponseImport import([&] { ended = true; });
+        EXPECT_TRUE(import.start(path));
+        EXPECT_TRUE(eventually([&] { return ended.load(); }));
+        if (!path.empty())
+            std::filesystem::remove(path);
+        return import.report();
+    }
+
+    SettingsRecord settings() const
+    {
+        SettingsRecord record;
+        copySettings(block, record);
+        return record;
+    }
+
+    ControlBlock block{};
+    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
+};
+
+TEST_F(ResponseImportTest, DeliversASetAndTellsWhatItTook)
+{
+    const ImportReport report = imported(file("set.wav", builtInWav()));
+    EXPECT_TRUE(report.delivered) << report.text;
+    EXPECT_NE(report.identity, 0U);
+    EXPECT_EQ(settings().hrtfId, report.identity);
+    EXPECT_EQ(settings().hrtfChannels, 8U);
+    EXPECT_NE(report.text.find("fourteen channels of 256 frames at 48000 Hz"), std::string::npos) << report.text;
+    EXPECT_NE(report.text.find("Cut of the energy: at most"), std::string::npos);
+    EXPECT_TRUE(report.set.has_value());
+    EXPECT_TRUE(std::ranges::any_of(share, [](std::byte byte) { return byte != std::byte{}; }));
+}
+
+TEST_F(ResponseImportTest, TellsWhyAFileIsRefused)
+{
+    for (const char* name : {"broken.wav", "broken.sofa"}) {
+        const ImportReport report = imported(file(name, "no sound at all"));
+        EXPECT_FALSE(report.delivered);
+        EXPECT_EQ(report.text.rfind("cannot read ", 0), 0U) << report.text;
+        EXPECT_EQ(settings().hrtfId, 0U);
+    }
+}
+
+TEST_F(ResponseImportTest, DeliversOnlyToAStreamOfAllEightSpeakers)
+{
+    block.activeChannelMask = 0x3;
+    const ImportReport report = imported(file("set.wav", builtInWav()));
+    EXPECT_FALSE(report.delivered);
+    EXPECT_TRUE(report.set.has_value());
+    EXPECT_NE(report.text.find("a stream of all eight speakers"), std::string::npos) << report.text;
+    EXPECT_EQ(settings().hrtfId, 0U);
+}
+
+TEST_F(ResponseImportTest, BringsTheBuiltInSetBack)
+{
+    imported(file("set.wav", builtInWav()));
+    ASSERT_NE(settings().hrtfId, 0U);
+    EXPECT_EQ(imported({}).text, "The built-in responses are in force.");
+    EXPECT_EQ(settings().hrtfId, 0U);
+}
+
+} // namespace
+} // namespace quorel
