@@ -28,6 +28,7 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include <cstring>
 #include <utility>
 
 namespace quorel {
@@ -58,6 +59,13 @@ QString layoutName(const EffectView& view)
     default:
         return PanelWindow::tr("speakers 0x%1").arg(view.channelMask, 0, 16);
     }
+}
+
+bool sameBesideLevels(const EffectView& a, const EffectView& b)
+{
+    return a.state == b.state && std::memcmp(&a.settings, &b.settings, sizeof a.settings) == 0 &&
+           a.channelMask == b.channelMask && a.framesPerSecond == b.framesPerSecond && a.trouble == b.trouble &&
+           a.refusal == b.refusal;
 }
 
 } // namespace
@@ -231,7 +239,7 @@ QWidget* PanelWindow::microphonePage()
 
     const SettingsField& field = *settingsField("micEq");
     auto* curves = new Choice(tr("Curve"), {tr("off"), tr("Warm: lows +13 dB, highs +4 dB"), tr("Clear: nothing below 200 Hz")},
-                              [this, edit = editorOf(field)](std::int64_t value) { edit(value, false); });
+                              [edit = editorOf(field)](std::int64_t value) { edit(value, false); });
     curves->setObjectName(field.name);
     auto* label = new QLabel(tr("&Curve"));
     label->setBuddy(curves);
@@ -496,7 +504,12 @@ std::function<void()> PanelWindow::announcing(std::atomic<bool>& announced, void
 
 void PanelWindow::effectNews()
 {
-    model.see(link.view());
+    const EffectView view = link.view();
+    const bool changed = !model.settled() || !sameBesideLevels(view, model.seen());
+    model.see(view);
+    showLevels();
+    if (!changed)
+        return;
     if (model.settled()) {
         try {
             keep(); // less, when it has been put back or set by another program
@@ -585,7 +598,14 @@ void PanelWindow::refreshState()
                            : tr("In use: a set that another program delivered"));
     if (!view.refusal.empty())
         responses->setText(responses->text() + ". " + QString::fromStdString(view.refusal));
+}
 
+void PanelWindow::showLevels()
+{
+    constexpr qint64 interval = 90; // ms; a look comes every 40, and an eye needs ten pictures a second
+    if (pages->currentIndex() != 1 || sinceLevels.elapsed() < interval)
+        return;
+    const EffectView& view = model.seen();
     constexpr std::uint32_t narrow = 16000;
     constexpr std::uint32_t wide = 48000;
     const std::uint32_t rate = view.framesPerSecond == static_cast<float>(narrow) ? narrow : wide;

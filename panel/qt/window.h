@@ -82,6 +82,7 @@ private:
     void importNews();
     void refresh(); // all that shows the model
     void refreshState();
+    void showLevels();
     void watch();
 
     PanelModel model;
