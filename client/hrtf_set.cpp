@@ -186,6 +186,17 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb)
     return set;
 }
 
+double arrivalMs(std::span<const float> taps)
+{
+    float most = 0;
+    for (const float tap : taps)
+        most = std::max(most, std::abs(tap));
+    std::size_t first = 0;
+    while (first + 1 < taps.size() && std::abs(taps[first]) <= most / 10)
+        ++first;
+    return 1000.0 * static_cast<double>(first) / hrtfRate;
+}
+
 std::array<double, 9> octavePowers(std::span<const float> taps)
 {
     constexpr std::uint64_t order = 15; // 1.5 Hz between the bins

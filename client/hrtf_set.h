@@ -51,6 +51,9 @@ struct FittedSet {
 // more than `mostCut` of its energy. gainDb: on top of the built-in set's level.
 FittedSet fitSet(const MeasuredSet& measured, double gainDb);
 
+// When a response begins: frames to its first tap above a tenth of the largest, in milliseconds.
+double arrivalMs(std::span<const float> taps);
+
 // Mean power in the third octaves at 63, 125 Hz and so on to 16 kHz.
 std::array<double, 9> octavePowers(std::span<const float> taps);
 

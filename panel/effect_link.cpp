@@ -106,7 +106,8 @@ void EffectLink::write(const Changes& changes)
 
 void EffectLink::turnLevels(bool on)
 {
-    if (!on && !levelsTurnedOn)
+    const bool seen = next.state == EffectView::State::there && next.settings.levelsEnabled != 0; // at the last look
+    if (on ? seen : !levelsTurnedOn)
         return;
     try {
         ControlClient client;

@@ -23,18 +23,6 @@ struct Options {
     std::string plot; // file, or empty
 };
 
-// Frames to the first tap above a tenth of the largest one, in milliseconds.
-double arrivalOf(const std::array<float, fittedTaps>& taps)
-{
-    float most = 0;
-    for (const float tap : taps)
-        most = std::max(most, std::abs(tap));
-    std::size_t first = 0;
-    while (first + 1 < taps.size() && std::abs(taps.at(first)) <= most / 10)
-        ++first;
-    return 1000.0 * static_cast<double>(first) / hrtfRate;
-}
-
 void print(const ImportedSet& imported)
 {
     for (const std::string& note : imported.notes)
@@ -52,7 +40,7 @@ void print(const ImportedSet& imported)
                 energy += static_cast<double>(tap) * static_cast<double>(tap);
             std::cout << std::left << std::setw(15) << speakerNames.at(row) << std::setw(6) << (ear == 0 ? "left" : "right")
                       << std::right << std::setw(6) << 10 * std::log10(energy) << std::setw(8) << std::setprecision(2)
-                      << arrivalOf(taps) << std::setprecision(1);
+                      << arrivalMs(taps) << std::setprecision(1);
             for (const double power : octavePowers(taps))
                 std::cout << std::setw(6) << 10 * std::log10(power);
             std::cout << std::setw(6) << std::setprecision(2) << 100 * set.cut.at(row).at(ear) << std::setprecision(1) << '\n';

@@ -265,4 +265,53 @@ void CurveView::paintEvent(QPaintEvent*)
     draw(QPen(palette().highlight().color(), 2), [&](double hz) { return equalizer.curveDb(hz); });
 }
 
+// ---- ResponseView ---------------------------------------------------------------------------------------------------
+
+ResponseView::ResponseView()
+{
+    setObjectName("responseView");
+    setAccessibleName(tr("Levels at the ears over frequency"));
+    setMinimumSize(160, 70);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+}
+
+void ResponseView::show(const std::array<std::array<float, fittedTaps>, 2>& newest)
+{
+    ears = newest;
+    arrivals = {tr("left ear: %1 ms").arg(arrivalMs(ears[0]), 0, 'f', 2),
+                tr("right ear: %1 ms").arg(arrivalMs(ears[1]), 0, 'f', 2)};
+    setAccessibleDescription(arrivals[0] + ", " + arrivals[1]);
+    update();
+}
+
+void ResponseView::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    painter.fillRect(rect(), palette().base());
+    const auto yOf = [this](double db) { return (height() - 1) * (top - db) / (top - bottom); };
+    QColor grid = palette().text().color();
+    grid.setAlpha(40);
+    painter.setPen(grid);
+    for (double db = bottom + 5; db < top; db += 10)
+        painter.drawLine(QPointF(0, yOf(db)), QPointF(width(), yOf(db)));
+    for (const double hz : {1000.0, 10000.0}) {
+        const double x = (width() - 1) * std::log(hz / lowest) / std::log(highest / lowest);
+        painter.drawLine(QPointF(x, 0), QPointF(x, height()));
+    }
+
+    painter.setRenderHint(QPainter::Antialiasing);
+    const std::array<QColor, 2> colours = {palette().highlight().color(), palette().text().color()};
+    for (std::size_t ear = 0; ear < 2; ++ear) {
+        QPolygonF line;
+        for (int x = 0; x < width(); ++x) {
+            const double hz = lowest * std::pow(highest / lowest, static_cast<double>(x) / (width() - 1));
+            line += QPointF(x, yOf(std::max(levelDb(ears.at(ear), hz), 2 * bottom)));
+        }
+        painter.setPen(QPen(colours.at(ear), 1.5));
+        painter.drawPolyline(line.translated(0.5, 0.5));
+        const int height = fontMetrics().height();
+        painter.drawText(4, this->height() - 4 - (ear == 0 ? height : 0), arrivals.at(ear));
+    }
+}
+
 } // namespace quorel

@@ -5,6 +5,7 @@
 
 #include "panel/equalizer_curve.h"
 #include "panel/peak_hold.h"
+#include "panel/response_curve.h"
 #include "panel/values.h"
 
 #include <QComboBox>
@@ -119,6 +120,28 @@ protected:
 private:
     std::array<std::int64_t, Equalizer::bands> settings{};
     EqualizerCurve equalizer;
+};
+
+// The levels of a speaker's sound at both ears over frequency, and when it arrives there.
+class ResponseView : public QWidget {
+    Q_DECLARE_TR_FUNCTIONS(quorel::ResponseView)
+
+public:
+    static constexpr double lowest = 100; // Hz
+    static constexpr double highest = 20000;
+    static constexpr double top = 15; // dB
+    static constexpr double bottom = -35;
+
+    ResponseView();
+
+    void show(const std::array<std::array<float, fittedTaps>, 2>& ears); // left ear first
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    std::array<std::array<float, fittedTaps>, 2> ears{};
+    std::array<QString, 2> arrivals;
 };
 
 } // namespace quorel

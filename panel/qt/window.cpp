@@ -129,6 +129,7 @@ PanelWindow::PanelWindow(bool withTray)
     sinceLevels.start();
     refresh();
     refreshState();
+    showResponses();
 }
 
 PanelWindow::~PanelWindow() = default;
@@ -218,6 +219,14 @@ QWidget* PanelWindow::speakerPage()
     connect(builtIn, &QPushButton::clicked, this, [this] { importFile({}); });
     buttons->addWidget(builtIn);
     inside->addLayout(buttons);
+    QStringList names;
+    for (const char* name : speakerNames)
+        names += name;
+    speaker = new Choice(tr("Speaker whose responses are shown"), names, [this](std::int64_t) { showResponses(); });
+    speaker->setObjectName("shownSpeaker");
+    inside->addWidget(speaker);
+    responseView = new ResponseView;
+    inside->addWidget(responseView, 1);
     report = new QPlainTextEdit;
     report->setObjectName("report");
     report->setAccessibleName(tr("Report of the import"));
@@ -533,6 +542,8 @@ void PanelWindow::importNews()
     importButton->setEnabled(true);
     report->setPlainText((imported.path.empty() ? QString() : QString::fromStdString(imported.path) + "\n") +
                          QString::fromStdString(imported.text));
+    refreshState();
+    showResponses();
 }
 
 void PanelWindow::refresh()
@@ -596,8 +607,21 @@ void PanelWindow::refreshState()
                        : imported.delivered && imported.identity == identity
                            ? tr("In use: %1").arg(QFileInfo(QString::fromStdString(imported.path)).fileName())
                            : tr("In use: a set that another program delivered"));
+    if (identity != shownIdentity)
+        showResponses();
     if (!view.refusal.empty())
         responses->setText(responses->text() + ". " + QString::fromStdString(view.refusal));
+}
+
+// What another program delivered the panel has never seen.
+void PanelWindow::showResponses()
+{
+    shownIdentity = model.seen().settings.hrtfId;
+    const bool own = imported.delivered && imported.identity == shownIdentity && imported.set;
+    const auto row = static_cast<std::size_t>(std::max(speaker->currentIndex(), 0));
+    responseView->setVisible(shownIdentity == 0 || own);
+    speaker->setVisible(shownIdentity == 0 || own);
+    responseView->show((own ? imported.set->taps : builtInTaps()).at(row));
 }
 
 void PanelWindow::showLevels()

@@ -31,7 +31,9 @@ class QVBoxLayout;
 namespace quorel {
 
 class CurveView;
+class Choice;
 class Meter;
+class ResponseView;
 
 class PanelWindow : public QWidget {
     Q_DECLARE_TR_FUNCTIONS(quorel::PanelWindow)
@@ -83,12 +85,14 @@ private:
     void refresh(); // all that shows the model
     void refreshState();
     void showLevels();
+    void showResponses();
     void watch();
 
     PanelModel model;
     Values savedKept;                          // as the file has them
     std::vector<std::function<void()>> fields; // each shows one field anew
     ImportReport imported;
+    std::uint32_t shownIdentity = 0; // of the responses that are shown
     QElapsedTimer sinceLevels;
 
     QLabel* state = nullptr;
@@ -101,6 +105,8 @@ private:
     CurveView* curve = nullptr;
     QLabel* responses = nullptr;
     QPushButton* importButton = nullptr;
+    Choice* speaker = nullptr; // whose responses are shown
+    ResponseView* responseView = nullptr;
     QPlainTextEdit* report = nullptr;
     std::array<Meter*, 9> meters{};
     std::array<QLabel*, 9> meterTexts{};

@@ -13,6 +13,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDropEvent>
 #include <QLabel>
 #include <QMimeData>
@@ -241,7 +242,8 @@ TEST_F(Window, ThePaintedCurveIsTheComputedOneWithinAPixel)
         double top = 1e9;
         double bottom = -1e9;
         for (double at = x - 1; at <= x + 1; at += 0.125) {
-            const double y = curve.yOf(computed.curveDb(curve.hzAt(at))) + 0.5;
+            const double hz = 20 * std::pow(1000.0, at / (picture.width() - 1));              // 20 Hz to 20 kHz
+            const double y = (picture.height() - 1) * (15 - computed.curveDb(hz)) / 30 + 0.5; // 15 to -15 dB; a pixel's middle
             top = std::min(top, y);
             bottom = std::max(bottom, y);
         }
@@ -259,6 +261,11 @@ TEST_F(Window, ThePaintedCurveIsTheComputedOneWithinAPixel)
 
 TEST_F(Window, ABypassTurnsOffPutsBackAndIsKeptInAFile)
 {
+    Values atTheWriting; // what a panel that is killed now would leave
+    oneEffect().signalled = [&] {
+        if (settings().Reverb == 0)
+            atTheWriting = loadKeptValues();
+    };
     open();
     fader("Reverb").setValue(120);
     fader("EQBand9").setValue(-40);
@@ -266,8 +273,10 @@ TEST_F(Window, ABypassTurnsOffPutsBackAndIsKeptInAFile)
     auto* button = find<QPushButton>("bypass");
     QTest::mouseClick(button, Qt::LeftButton);
     EXPECT_TRUE(becomes([&] { return settings().Reverb == 0 && settings().EQBand.at(8) == 0; }));
-    EXPECT_EQ(loadKeptValues(), (Values{{settingsField("Reverb"), 120}, {settingsField("EQBand9"), -40}}));
+    const Values kept = {{settingsField("Reverb"), 120}, {settingsField("EQBand9"), -40}};
+    EXPECT_EQ(loadKeptValues(), kept);
     panel.reset(); // the next panel puts back what this one has turned off
+    EXPECT_EQ(atTheWriting, kept);
     open();
     EXPECT_TRUE(find<QPushButton>("bypass")->isChecked());
     QTest::mouseClick(find<QPushButton>("bypass"), Qt::LeftButton);
@@ -284,6 +293,27 @@ TEST_F(Window, ADroppedFileIsImportedAndARefusalIsTold)
     EXPECT_TRUE(becomes([&] { return find<QPlainTextEdit>("report")->toPlainText().contains("cannot read"); }));
     EXPECT_EQ(settings().hrtfId, 0U);
     std::filesystem::remove(path);
+}
+
+// The built-in set's front left is nearer to the left ear, and the front right to the right one.
+TEST_F(Window, TheResponsesInUseAreDrawnWithTheirArrivalTimes)
+{
+    open();
+    auto* view = find<QWidget>("responseView");
+    const auto expected = [](std::size_t row) {
+        const ResponseTaps taps = builtInTaps();
+        return QString("left ear: %1 ms, right ear: %2 ms")
+            .arg(arrivalMs(taps.at(row)[0]), 0, 'f', 2)
+            .arg(arrivalMs(taps.at(row)[1]), 0, 'f', 2);
+    };
+    EXPECT_EQ(view->accessibleDescription(), expected(0));
+    const QImage left = view->grab().toImage();
+    find<QComboBox>("shownSpeaker")->setCurrentIndex(1);
+    EXPECT_EQ(view->accessibleDescription(), expected(1));
+    EXPECT_NE(view->accessibleDescription(), expected(0));
+    EXPECT_NE(view->grab().toImage(), left);
+    ControlClient().update([](SettingsRecord& record) { record.hrtfId = 0x1200; });
+    EXPECT_TRUE(becomes([&] { return !view->isVisible(); })); // another program's, which nobody here has seen
 }
 
 TEST_F(Window, SaysThatNoEffectRunsAndTakesUpTheOneThatCame)
