@@ -173,10 +173,11 @@ void Meter::show(double levelDb, double seconds)
     const int levelNow = static_cast<int>(std::lround(measured));
     if (levelNow == level && peakNow == top)
         return;
+    const auto [highest, deepest] = std::minmax({yOf(level), yOf(levelNow), yOf(top), yOf(peakNow)});
     level = levelNow;
     top = peakNow;
     setAccessibleDescription(tr("%1 dB, peak %2 dB").arg(level).arg(top));
-    update();
+    update(0, highest - 2, width(), deepest - highest + 4); // with the peak's line
 }
 
 int Meter::yOf(int db) const
