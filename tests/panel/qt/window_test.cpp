@@ -282,6 +282,7 @@ TEST_F(Window, ABypassTurnsOffPutsBackAndIsKeptInAFile)
     QTest::mouseClick(find<QPushButton>("bypass"), Qt::LeftButton);
     EXPECT_TRUE(becomes([&] { return settings().Reverb == 120 && settings().EQBand.at(8) == -40; }));
     EXPECT_TRUE(becomes([&] { return loadKeptValues().empty(); }));
+    panel.reset(); // before what its writing calls
 }
 
 TEST_F(Window, ADroppedFileIsImportedAndARefusalIsTold)
