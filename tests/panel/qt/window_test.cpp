@@ -308,7 +308,19 @@ TEST_F(Window, TheResponsesInUseAreDrawnWithTheirArrivalTimes)
             .arg(arrivalMs(taps.at(row)[1]), 0, 'f', 2);
     };
     EXPECT_EQ(view->accessibleDescription(), expected(0));
+    // The left ear's line over frequency; the right ear's may cover some of it.
     const QImage left = view->grab().toImage();
+    const QColor colour = view->palette().highlight().color();
+    int met = 0;
+    for (int x = 0; x < left.width(); ++x) {
+        const double hz = 100 * std::pow(200.0, static_cast<double>(x) / (left.width() - 1)); // 100 Hz to 20 kHz
+        const int y =
+            static_cast<int>((left.height() - 1) * (15 - levelDb(builtInTaps().at(0)[0], hz)) / 50 + 0.5); // 15 to -35 dB
+        const QColor pixel = left.pixelColor(x, std::clamp(y, 0, left.height() - 1));
+        met += std::abs(pixel.red() - colour.red()) + std::abs(pixel.green() - colour.green()) < 120 ? 1 : 0;
+    }
+    EXPECT_GE(met, left.width() * 9 / 10);
+
     find<QComboBox>("shownSpeaker")->setCurrentIndex(1);
     EXPECT_EQ(view->accessibleDescription(), expected(1));
     EXPECT_NE(view->accessibleDescription(), expected(0));
