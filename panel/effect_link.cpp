@@ -130,7 +130,7 @@ void EffectLink::look()
         next.channelMask = client.activeChannelMask();
         next.framesPerSecond = client.activeFramesPerSecond();
         next.levels = client.levels();
-        next.refusal = refusalOfSet(client).value_or("");
+        next.refusal = refusalOfSet(client, std::nullopt).value_or("");
     } catch (const NoEffect&) {
         next.state = EffectView::State::absent;
     } catch (const std::exception& error) {

@@ -95,10 +95,10 @@ ImportReport ResponseImport::restore()
 {
     ImportReport report;
     ControlClient client;
-    const auto others = clearSet(client, 0);
-    report.text = others ? "The built-in responses are in force." : "No delivered set is in force.";
-    if (others)
-        for (const std::uint32_t channels : *others)
+    const auto cleared = clearSet(client, 0, std::nullopt);
+    report.text = cleared ? "The built-in responses are in force." : "No delivered set is in force.";
+    if (cleared)
+        for (const std::uint32_t channels : cleared->others)
             report.text += "\nA set for " + std::to_string(channels) +
                            " channels was delivered as well: while a stream of so many " +
                            "refuses every block, restore the built-in responses once more.";
