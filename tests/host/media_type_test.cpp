@@ -190,6 +190,18 @@ TEST(MediaType, EqualityIsToldInParts)
     integer.guidFormatType = KSDATAFORMAT_SUBTYPE_PCM;
     EXPECT_EQ(compare(integer, S_FALSE), 8U);
 
+    // Extensible formats whose masks alone differ: those stand behind the plain format.
+    auto* surround = make(floatFormat(8, 48000.0F, 0x63F));
+    auto* same = make(floatFormat(8, 48000.0F, 0x63F));
+    auto* wide = make(floatFormat(8, 48000.0F, 0xFF));
+    DWORD parts = 99;
+    EXPECT_EQ(surround->IsEqual(same, &parts), S_OK);
+    EXPECT_EQ(parts, 2U | 4U | 8U);
+    EXPECT_EQ(surround->IsEqual(wide, &parts), S_FALSE);
+    EXPECT_EQ(parts, 2U | 4U);
+    for (auto* type : {surround, same, wide})
+        EXPECT_EQ(type->Release(), 0U);
+
     Format formless(voiceFormat());
     DWORD flags = 0;
     EXPECT_EQ(mono->IsEqual(&formless, &flags), E_INVALIDARG);
