@@ -197,6 +197,8 @@ void StreamPair::run() noexcept
         if (whole && n != 0) {
             follow(*clock);
             effect.process(in.data(), out.data(), n, clock->clock.rate.denom != effectRate);
+            status.firstTick.store(clock->clock.position + n - status.frames.load(std::memory_order_relaxed),
+                                   std::memory_order_relaxed);
             float peak = 0.0F;
             for (float* row : out)
                 peak = std::max(peak, largest(row, n));
@@ -232,8 +234,6 @@ void StreamPair::follow(const spa_io_position& graph) noexcept
         status.gaps.fetch_add(1, std::memory_order_relaxed);
         status.gapFrames.fetch_add(clock.position - nextTick, std::memory_order_relaxed);
     }
-    if (status.frames.load(std::memory_order_relaxed) == 0)
-        status.firstTick.store(clock.position, std::memory_order_relaxed);
     clockId = clock.id;
     nextTick = clock.position + clock.duration;
     status.rate.store(clock.rate.denom, std::memory_order_relaxed);

@@ -34,7 +34,7 @@ struct StreamStatus {
     std::atomic<double> drift = 1;          // the device's clock against the system's, as the server follows it
 
     std::atomic<std::uint64_t> frames = 0;     // through the path in force
-    std::atomic<std::uint64_t> firstTick = 0;  // the graph's clock at the first of these
+    std::atomic<std::uint64_t> firstTick = 0;  // the graph's clock at the first of these, had it not jumped since
     std::atomic<std::uint64_t> calls = 0;      // of the process callback
     std::atomic<std::uint64_t> changes = 0;    // of the path while the stream ran
     std::atomic<std::uint64_t> lostFrames = 0; // that came in while a new path was built

@@ -33,6 +33,7 @@ struct GraphClient::Pacemaker {
     std::atomic<spa_io_position*> position = nullptr;
     std::atomic<bool> driving = false;
     std::atomic<std::uint64_t> done = 0;
+    std::atomic<std::uint64_t> tick = 0; // the clock of the last cycle that was begun
     std::atomic<bool> stopped = false;
     std::thread thread;
 };
@@ -120,6 +121,7 @@ void GraphClient::Pacemaker::beat()
             awaited = done + 1;
             clock->clock.position += clock->clock.duration;
             clock->clock.duration = quantum;
+            tick = clock->clock.position;
             pw_stream_trigger_process(stream);
         }
     }
@@ -199,6 +201,11 @@ bool GraphClient::play(const Channels& what, std::size_t frames)
     armed = false;
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the audio thread has seen it
     return taken >= frames;
+}
+
+std::uint64_t GraphClient::now() const
+{
+    return pacemaker->tick;
 }
 
 void GraphClient::onPlay(void* data, spa_io_position* position)

@@ -37,6 +37,9 @@ public:
     // Frames of the cycles from now on.
     void setQuantum(std::uint32_t frames) { quantum = frames; }
 
+    // The graph's clock at the last cycle that was begun.
+    std::uint64_t now() const;
+
     const Channels& recorded() const { return recording; }
     std::uint64_t playedAt() const { return playTick; } // the graph's clock at the first frame that was played
     std::uint64_t recordedAt() const { return recordTick; }

@@ -142,17 +142,21 @@ TEST_F(LiveSound, IsTheRenderToolsAtEveryQuantum)
     EXPECT_EQ(live->ended(10s), 0) << live->written();
 }
 
-TEST_F(LiveSound, IsTheCleaningToolsAtEveryQuantum)
-{
-    const Channels sound = noise(1, 2 * second);
-    for (const std::uint32_t quantum : {32U, 48U, 64U, 128U, 256U, 480U, 512U, 1024U, 2048U}) {
-        const auto live = session.live({"--microphone"});
+// The microphone side as it begins, with frames going through it.
+class LiveMicrophone : public LiveSound {
+protected:
+    void begin(GraphClient& client, std::uint32_t quantum)
+    {
         control("set MicNR=1 micEq=1 noiseGate=60");
-        GraphClient client({"MONO"}, {"MONO"});
         client.setQuantum(quantum);
         client.link({"testmic:input_MONO"}, {"quorel.microphone:capture_MONO"});
         ASSERT_TRUE(within(20s, [&] { return session.status()["microphone"]["frames"] > 4096; })) << quantum;
+    }
 
+    // What is played now comes out as the cleaning tool makes it.
+    void expectCleaned(GraphClient& client, std::uint32_t quantum)
+    {
+        const Channels sound = noise(1, 2 * second);
         const std::size_t frames = 2 * second + 2048;
         const auto before = session.status()["microphone"]["gaps"];
         ASSERT_TRUE(client.play(sound, frames)) << quantum;
@@ -170,9 +174,39 @@ TEST_F(LiveSound, IsTheCleaningToolsAtEveryQuantum)
         for (std::size_t i = 0; i < frames; ++i)
             ASSERT_EQ(client.recorded()[0][i], expected[0][from + i]) << "quantum " << quantum << ", frame " << i;
         std::cout << "quantum " << quantum << ": " << frames << " frames equal, " << late << " frames late as told\n";
+    }
+};
+
+TEST_F(LiveMicrophone, IsTheCleaningToolsAtEveryQuantum)
+{
+    for (const std::uint32_t quantum : {32U, 48U, 64U, 128U, 256U, 480U, 512U, 1024U, 2048U}) {
+        const auto live = session.live({"--microphone"});
+        GraphClient client({"MONO"}, {"MONO"});
+        ASSERT_NO_FATAL_FAILURE(begin(client, quantum));
+        ASSERT_NO_FATAL_FAILURE(expectCleaned(client, quantum));
         live->signal(SIGTERM);
         EXPECT_EQ(live->ended(10s), 0) << live->written();
     }
+}
+
+// The clock has gone on meanwhile by what is no whole number of the effect's blocks.
+TEST_F(LiveMicrophone, IsTheCleaningToolsBehindLostCyclesToo)
+{
+    constexpr std::uint32_t quantum = 128;
+    const auto live = session.live({"--microphone"});
+    GraphClient client({"MONO"}, {"MONO"});
+    ASSERT_NO_FATAL_FAILURE(begin(client, quantum));
+    live->signal(SIGSTOP);
+    const std::uint64_t stopped = client.now();
+    EXPECT_TRUE(within(20s, [&] { return client.now() >= stopped + 2 * quantum; }));
+    live->signal(SIGCONT);
+    nlohmann::json told;
+    ASSERT_TRUE(within(20s, [&] {
+        told = session.status()["microphone"];
+        return told["gap_frames"] > 0;
+    })) << told;
+    ASSERT_NE(told["gap_frames"].get<std::uint64_t>() % 240, 0U);
+    expectCleaned(client, quantum);
 }
 
 } // namespace
