@@ -47,6 +47,12 @@ void EffectLink::measureLevels(bool on)
     wake.notify_one();
 }
 
+void EffectLink::hostTells(std::optional<std::uint32_t> speakers)
+{
+    const std::scoped_lock lock(mutex);
+    told = speakers;
+}
+
 EffectView EffectLink::view() const
 {
     const std::scoped_lock lock(mutex);
@@ -72,13 +78,14 @@ void EffectLink::run()
         const auto now = last ? Clock::time_point::max() - ChangeQueue::pause : Clock::now();
         const auto changes = queue.take(now);
         const bool levels = levelsWanted && watching && !last;
+        const auto speakers = told;
         lock.unlock();
 
         next.trouble.clear();
         if (changes)
             write(*changes);
         turnLevels(levels);
-        look();
+        look(speakers);
         nextLook = Clock::now() + interval;
 
         lock.lock();
@@ -121,7 +128,7 @@ void EffectLink::turnLevels(bool on)
 }
 
 // A client only for this look, so that it keeps no block alive that its effect has left.
-void EffectLink::look()
+void EffectLink::look(std::optional<std::uint32_t> speakers)
 {
     try {
         const ControlClient client;
@@ -130,7 +137,8 @@ void EffectLink::look()
         next.channelMask = client.activeChannelMask();
         next.framesPerSecond = client.activeFramesPerSecond();
         next.levels = client.levels();
-        next.refusal = refusalOfSet(client, std::nullopt).value_or("");
+        next.refusal = refusalOfSet(client, speakers).value_or("");
+        next.responsesFile = next.settings.hrtfId == 0 ? "" : rememberedFile(next.settings.hrtfId);
     } catch (const NoEffect&) {
         next.state = EffectView::State::absent;
     } catch (const std::exception& error) {

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 namespace quorel {
@@ -30,12 +31,13 @@ public:
     void send(const Changes& changes);
     void watch(bool looking); // false: no look until there is something to write; at first true
     void measureLevels(bool on);
+    void hostTells(std::optional<std::uint32_t> speakers); // mask of its speakers' stream, where a host tells of one
     EffectView view() const;
 
 private:
     void run();
     void write(const Changes& changes);
-    void look();
+    void look(std::optional<std::uint32_t> speakers);
     void turnLevels(bool on);
 
     std::function<void()> news;
@@ -44,6 +46,7 @@ private:
     bool ending = false;
     bool watching = true;
     bool levelsWanted = false;
+    std::optional<std::uint32_t> told;
     ChangeQueue queue;
     EffectView newest;
 

@@ -21,6 +21,7 @@ struct EffectView {
     std::uint64_t written = 0;     // number of the newest changes that were tried before this look
     std::string trouble;           // why the newest could not be written, or nobody can look; empty: all is well
     std::string refusal;           // why the stream may refuse its blocks; empty: it does not
+    std::string responsesFile;     // that the delivered responses came from; empty: none are, or nobody knows
 };
 
 } // namespace quorel

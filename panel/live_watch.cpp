@@ -88,6 +88,7 @@ LiveView LiveWatch::ask(std::optional<bool> bypassing)
         view.state = told ? LiveView::State::there : LiveView::State::absent;
         if (told) {
             view.bypass = told->at("bypass").get<bool>();
+            view.speakers = liveMask(told);
             view.text = readableSides(*told);
         }
     } catch (const std::exception& error) {

@@ -18,7 +18,8 @@ struct LiveView {
 
     State state = State::unknown;
     bool bypass = false;
-    std::string text; // there: what its sides do, in lines; mute: why
+    std::optional<std::uint32_t> speakers; // mask of its headphone device, where it has one
+    std::string text;                      // there: what its sides do, in lines; mute: why
 };
 
 class LiveWatch {

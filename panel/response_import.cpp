@@ -17,6 +17,16 @@ namespace {
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 
+// Throws unless a set of all eight speakers is for the stream that runs. Where a microphone's was locked last nobody knows that of
+// the speakers, and the set goes out for the usual one.
+void checkStream(const ControlClient& client, std::optional<std::uint32_t> told)
+{
+    const auto running = renderMask(client, told);
+    const float rate = told ? static_cast<float>(hrtfRate) : client.activeFramesPerSecond();
+    if (!(rate > 0) || (running && (*running != fullMask || rate != static_cast<float>(hrtfRate))))
+        throw std::runtime_error("Not delivered: a set is for a stream of all eight speakers (7.1) at 48000 Hz, and none runs.");
+}
+
 } // namespace
 
 ResponseImport::~ResponseImport()
@@ -26,13 +36,13 @@ ResponseImport::~ResponseImport()
         thread.join();
 }
 
-bool ResponseImport::start(const std::string& path)
+bool ResponseImport::start(const std::string& path, std::optional<std::uint32_t> told)
 {
     if (working.exchange(true))
         return false;
     if (thread.joinable())
         thread.join(); // it has ended
-    thread = std::thread([this, path] { run(path); });
+    thread = std::thread([this, path, told] { run(path, told); });
     return true;
 }
 
@@ -42,11 +52,11 @@ ImportReport ResponseImport::report() const
     return last;
 }
 
-void ResponseImport::run(const std::string& path)
+void ResponseImport::run(const std::string& path, std::optional<std::uint32_t> told)
 {
     ImportReport report;
     try {
-        report = path.empty() ? restore() : import(path);
+        report = path.empty() ? restore(told) : import(path, told);
     } catch (const std::exception& error) {
         report.text = error.what();
         report.path = path;
@@ -60,7 +70,7 @@ void ResponseImport::run(const std::string& path)
 }
 
 // The file is read before anything is asked of the effect: what is wrong with it is told even where no stream runs.
-ImportReport ResponseImport::import(const std::string& path) const
+ImportReport ResponseImport::import(const std::string& path, std::optional<std::uint32_t> told) const
 {
     ImportReport report;
     report.path = path;
@@ -77,13 +87,14 @@ ImportReport ResponseImport::import(const std::string& path) const
 
     try {
         ControlClient client;
-        if (client.activeChannelMask() != fullMask || client.activeFramesPerSecond() != static_cast<float>(hrtfRate))
-            throw std::runtime_error(
-                "Not delivered: a set is for a stream of all eight speakers (7.1) at 48000 Hz, and none runs.");
-        deliverSet(client, imported.set, fullMask);
-        report.identity = client.settings().hrtfId;
+        checkStream(client, told);
+        report.identity = deliverSet(client, imported.set, fullMask);
         report.delivered = true;
         text << "Delivered to the effect.\n";
+        if (!told && microphoneLockedLast(client))
+            text << "A microphone's stream began last: a speakers' stream of fewer than eight channels would refuse every "
+                    "block.\n";
+        rememberFile(report.identity, path);
     } catch (const std::exception& error) {
         text << error.what() << '\n';
     }
@@ -91,11 +102,11 @@ ImportReport ResponseImport::import(const std::string& path) const
     return report;
 }
 
-ImportReport ResponseImport::restore()
+ImportReport ResponseImport::restore(std::optional<std::uint32_t> told)
 {
     ImportReport report;
     ControlClient client;
-    const auto cleared = clearSet(client, 0, std::nullopt);
+    const auto cleared = clearSet(client, 0, told);
     report.text = cleared ? "The built-in responses are in force." : "No delivered set is in force.";
     if (cleared)
         for (const std::uint32_t channels : cleared->others)

@@ -32,15 +32,16 @@ public:
     ResponseImport(const ResponseImport&) = delete;
     ResponseImport& operator=(const ResponseImport&) = delete;
 
-    // False while another import is under way, and then nothing has happened. Without a path the built-in set comes back.
-    bool start(const std::string& path);
+    // False while another import is under way, and then nothing has happened. Without a path the built-in set comes back. told:
+    // the mask of the speakers' stream, where a host tells of one.
+    bool start(const std::string& path, std::optional<std::uint32_t> told);
     bool running() const { return working; }
     ImportReport report() const; // of the last that has ended
 
 private:
-    void run(const std::string& path);
-    ImportReport import(const std::string& path) const;
-    static ImportReport restore();
+    void run(const std::string& path, std::optional<std::uint32_t> told);
+    ImportReport import(const std::string& path, std::optional<std::uint32_t> told) const;
+    static ImportReport restore(std::optional<std::uint32_t> told);
 
     std::function<void()> news;
     std::atomic<bool> working = false;

@@ -228,13 +228,6 @@ std::optional<nlohmann::json> liveStatus(Report& report)
     }
 }
 
-// The speakers of its headphone device, which runs at 48000 Hz.
-std::optional<std::uint32_t> liveMask(const std::optional<nlohmann::json>& told)
-{
-    const auto channels = told ? liveSpeakers(*told) : std::nullopt;
-    return channels ? std::optional(layoutOf(*channels, 0)) : std::nullopt;
-}
-
 void status(Report& report)
 {
     if (SettingsHandler::keptValuesAreUnreadable())

@@ -65,7 +65,7 @@ bool sameBesideLevels(const EffectView& a, const EffectView& b)
 {
     return a.state == b.state && std::memcmp(&a.settings, &b.settings, sizeof a.settings) == 0 &&
            a.channelMask == b.channelMask && a.framesPerSecond == b.framesPerSecond && a.trouble == b.trouble &&
-           a.refusal == b.refusal;
+           a.refusal == b.refusal && a.responsesFile == b.responsesFile;
 }
 
 } // namespace
@@ -463,7 +463,7 @@ void PanelWindow::showPage(int page)
 
 void PanelWindow::importFile(const QString& path)
 {
-    if (!responseImport.start(path.toStdString()))
+    if (!responseImport.start(path.toStdString(), live.view().speakers))
         return;
     importButton->setEnabled(false);
     report->setPlainText(path.isEmpty() ? tr("Bringing the built-in responses back…") : tr("Reading %1…").arg(path));
@@ -532,6 +532,7 @@ void PanelWindow::effectNews()
 
 void PanelWindow::liveNews()
 {
+    link.hostTells(live.view().speakers);
     refresh();
     refreshState();
 }
@@ -604,8 +605,8 @@ void PanelWindow::refreshState()
 
     const std::uint32_t identity = view.settings.hrtfId;
     responses->setText(identity == 0 ? tr("In use: the built-in set")
-                       : imported.delivered && imported.identity == identity
-                           ? tr("In use: %1").arg(QFileInfo(QString::fromStdString(imported.path)).fileName())
+                       : !view.responsesFile.empty()
+                           ? tr("In use: %1").arg(QFileInfo(QString::fromStdString(view.responsesFile)).fileName())
                            : tr("In use: a set that another program delivered"));
     if (identity != shownIdentity)
         showResponses();

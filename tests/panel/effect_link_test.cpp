@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "panel/effect_link.h"
 
+#include "client/hrtf_delivery.h"
 #include "platform/named_lock.h"
 #include "tests/client/one_effect_platform.h"
+#include "tests/panel/own_folders.h"
 #include "tests/support/control_application.h"
-#include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
 
@@ -48,6 +49,39 @@ TEST_F(EffectLinkTest, ShowsTheEffectAndAnotherProgramsChange)
     EXPECT_EQ(link.view().levels.at(8), -33);
     ControlClient().update([](SettingsRecord& record) { record.Reverb = 99; });
     EXPECT_TRUE(eventually([&] { return link.view().settings.Reverb == 99; }));
+}
+
+// A set for eight channels, and the stream that was locked last has two speakers: refused, unless the host tells of eight. Of a
+// microphone's one channel nothing is known of the speakers.
+TEST_F(EffectLinkTest, TellsARefusalByWhatTheHostTellsOfItsSpeakers)
+{
+    ControlClient().update([](SettingsRecord& record) {
+        record.hrtfId = 0x180;
+        record.hrtfLength = 1024;
+        record.hrtfChannels = 8;
+    });
+    block.activeChannelMask = 0x3;
+    EffectLink link([this] { ++looks; });
+    EXPECT_TRUE(eventually([&] { return link.view().refusal.find("the stream has 2") != std::string::npos; }));
+    link.hostTells(0x63F);
+    EXPECT_TRUE(eventually([&] { return link.view().refusal.empty(); }));
+    link.hostTells(0x3);
+    EXPECT_TRUE(eventually([&] { return !link.view().refusal.empty(); }));
+    link.hostTells(std::nullopt);
+    block.activeChannelMask = 0;
+    EXPECT_TRUE(eventually([&] { return link.view().refusal.empty(); }));
+}
+
+TEST_F(EffectLinkTest, TellsTheFileThatTheResponsesCameFrom)
+{
+    rememberFile(0x180, "head.sofa");
+    EffectLink link([this] { ++looks; });
+    ASSERT_TRUE(eventually([&] { return link.view().state == EffectView::State::there; }));
+    EXPECT_EQ(link.view().responsesFile, "");
+    ControlClient().update([](SettingsRecord& record) { record.hrtfId = 0x180; });
+    EXPECT_TRUE(eventually([&] { return link.view().responsesFile.ends_with("head.sofa"); }));
+    ControlClient().update([](SettingsRecord& record) { record.hrtfId = 0x280; }); // delivered by who remembers no file
+    EXPECT_TRUE(eventually([&] { return link.view().responsesFile.empty(); }));
 }
 
 TEST_F(EffectLinkTest, WritesWhatIsSentAndTellsItsNumber)

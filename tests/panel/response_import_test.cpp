@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "panel/response_import.h"
 
+#include "client/hrtf_delivery.h"
 #include "speaker/hrtf_tables.h"
 #include "tests/client/one_effect_platform.h"
 #include "tests/panel/own_folders.h"
@@ -72,11 +73,11 @@ protected:
         return path.string();
     }
 
-    ImportReport imported(const std::string& path)
+    ImportReport imported(const std::string& path, std::optional<std::uint32_t> told = std::nullopt)
     {
         std::atomic<bool> ended = false;
         ResponseImport import([&] { ended = true; });
-        EXPECT_TRUE(import.start(path));
+        EXPECT_TRUE(import.start(path, told));
         EXPECT_TRUE(eventually([&] { return ended.load(); }));
         if (!path.empty())
             std::filesystem::remove(path);
@@ -125,6 +126,42 @@ TEST_F(ResponseImportTest, DeliversOnlyToAStreamOfAllEightSpeakers)
     EXPECT_TRUE(report.set.has_value());
     EXPECT_NE(report.text.find("a stream of all eight speakers"), std::string::npos) << report.text;
     EXPECT_EQ(settings().hrtfId, 0U);
+}
+
+// The stream that was locked last says nothing then: it may be the microphone's, or another process's.
+TEST_F(ResponseImportTest, GoesByWhatTheHostTellsOfItsSpeakers)
+{
+    block.activeChannelMask = 0x3;
+    EXPECT_TRUE(imported(file("set.wav", builtInWav()), 0x63F).delivered);
+    block.activeChannelMask = 0x63F;
+    EXPECT_FALSE(imported(file("set.wav", builtInWav()), 0x3).delivered);
+}
+
+TEST_F(ResponseImportTest, DeliversWhereAMicrophoneWasLockedLast)
+{
+    block.activeChannelMask = 0;
+    block.activeFramesPerSecond = 16000;
+    const ImportReport report = imported(file("set.wav", builtInWav()));
+    EXPECT_TRUE(report.delivered);
+    EXPECT_NE(report.text.find("A microphone's stream began last"), std::string::npos) << report.text;
+    EXPECT_EQ(settings().hrtfChannels, 8U);
+}
+
+TEST_F(ResponseImportTest, RemembersTheFileForEveryProgram)
+{
+    const std::string path = file("set.wav", builtInWav());
+    const ImportReport report = imported(path);
+    EXPECT_EQ(std::filesystem::path(rememberedFile(report.identity)).filename(), std::filesystem::path(path).filename());
+}
+
+// A set for eight, and a host that tells of eight speakers, while the stream that was locked last has two.
+TEST_F(ResponseImportTest, BringsTheBuiltInSetBackWhereTheHostTells)
+{
+    ASSERT_TRUE(imported(file("set.wav", builtInWav())).delivered);
+    block.activeChannelMask = 0x3;
+    ControlClient().update([](SettingsRecord& record) { record.hrtfId |= 2; }); // and one for two channels before
+    EXPECT_NE(imported({}, 0x63F).text.find("A set for 2 channels"), std::string::npos);
+    EXPECT_EQ(settings().hrtfChannels, 8U);
 }
 
 TEST_F(ResponseImportTest, BringsTheBuiltInSetBack)

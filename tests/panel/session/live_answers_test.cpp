@@ -89,6 +89,18 @@ TEST(LiveAnswers, TellWhatTheHostDoes)
     EXPECT_NE(watch.view().text.find("scheduling FIFO"), std::string::npos);
 }
 
+TEST(LiveAnswers, TellTheSpeakersOfTheHeadphoneDevice)
+{
+    const FakeHost host([](const std::string&) {
+        return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "speaker": )") +
+               R"({"devices": [], "running": true, "channels": 6, "rate": 48000, "drift_ppm": 0, "quantum": 256, "block": 256, )" +
+               R"("added_frames": 0, "added_ms": 0, "total_ms": 5, "load_mean": 1, "load_worst": 2, "gaps": 0, "gap_frames": 0, )" +
+               R"("refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0}})";
+    });
+    const LiveWatch watch([] {});
+    EXPECT_TRUE(eventually([&] { return watch.view().speakers == 0x3FU; })) << watch.view().text; // 5.1
+}
+
 TEST(LiveAnswers, FollowABypassAlsoWhileNobodyWatches)
 {
     std::atomic<bool> bypass = false;
