@@ -6,16 +6,21 @@
 //                            turns by less than 1 dB once speech has begun; s until it turns by 6, 20 and 49 dB once it has ended
 //   measure_capture clicks   for each change of a setting: the largest step between two samples of a tone about the change, over
 //                            the tone's own largest; then the frames that noise reduction is late at 16000 and 48000
+//   measure_capture settling for each rate, each noise and each level in dB of full scale: s from the stream's start, and from a
+//                            rise of the noise by 10 dB, until noise reduction stays within 1 dB of what it takes off in the end;
+//                            last what that is, in dB
 //
 // Blocks are 10 ms long.
 #include "core/signal_path.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <numbers>
+#include <random>
 #include <vector>
 
 namespace quorel {
@@ -165,6 +170,129 @@ void clicks()
     }
 }
 
+// White noise of a mean square of 1: minimal standard generator, so that every machine has the same.
+class White {
+public:
+    double next()
+    {
+        double sum = 0.0;
+        for (int i = 0; i < 12; ++i) // twelve of a variance of 1/12 each
+            sum += static_cast<double>(random()) / 2147483647.0 - 0.5;
+        return sum;
+    }
+
+private:
+    std::minstd_rand random;
+};
+
+using Noise = std::function<double()>; // its next sample, of any mean square
+
+Noise white(std::uint32_t)
+{
+    return [source = White()]() mutable { return source.next(); };
+}
+
+// Poles an octave and two thirds apart: 3 dB per octave from 40 Hz up.
+Noise pink(std::uint32_t rate)
+{
+    return [source = White(), state = std::array<double, 6>(), rate]() mutable {
+        const double x = source.next();
+        double sum = 0.0;
+        double corner = 40.0; // Hz
+        for (double& y : state) {
+            const double pole = std::exp(-2.0 * std::numbers::pi * corner / rate);
+            y = pole * y + (1.0 - pole) * x;
+            sum += y / std::sqrt(corner);
+            corner *= 3.2;
+        }
+        return sum;
+    };
+}
+
+// A fan: 6 dB per octave from 100 Hz up.
+Noise fan(std::uint32_t rate)
+{
+    return [source = White(), pole = std::exp(-2.0 * std::numbers::pi * 100.0 / rate), y = 0.0]() mutable {
+        y = pole * y + (1.0 - pole) * source.next();
+        return y;
+    };
+}
+
+// The mains and its multiples to 1 kHz, 6 dB per octave.
+Noise hum(std::uint32_t rate)
+{
+    return [rate, i = std::uint64_t{0}]() mutable {
+        double sum = 0.0;
+        for (int k = 1; k <= 20; ++k)
+            sum += std::sin(2.0 * std::numbers::pi * 50.0 * k * static_cast<double>(i % (rate / 50)) / rate + k * k) / k;
+        ++i;
+        return sum;
+    };
+}
+
+// For each tenth of a second from the fifth on: the gain in dB over the half second that ends there.
+std::vector<double> gains(const std::vector<double>& in, const std::vector<double>& out)
+{
+    std::vector<double> found;
+    for (std::size_t end = 5; end <= in.size(); ++end) {
+        double before = 0.0;
+        double after = 0.0;
+        for (std::size_t i = end - 5; i < end; ++i) {
+            before += in[i];
+            after += out[i];
+        }
+        found.push_back(10.0 * std::log10(after / before));
+    }
+    return found;
+}
+
+void settling()
+{
+    constexpr int tenths = 200; // s / 10 of each level
+    constexpr int settled = 50; // the last of them, over which the gain that is held is measured
+    for (const std::uint32_t rate : {16000U, 48000U}) {
+        for (const auto& make : {white, pink, fan, hum}) {
+            double power = 0.0;
+            Noise trial = make(rate);
+            for (std::uint32_t i = 0; i < 20 * rate; ++i)
+                power += std::pow(trial(), 2.0) / (20.0 * rate);
+            for (const double level : {-60.0, -50.0, -40.0, -30.0}) {
+                Microphone microphone(rate);
+                microphone.change([](SettingsRecord& record) { record.MicNR = 1; });
+                Noise noise = make(rate);
+                double held = 0.0;
+                std::printf("%u %g", rate, level);
+                for (const double louder : {0.0, 10.0}) {
+                    const double gain = std::sqrt(std::pow(10.0, (level + louder) / 10.0) / power);
+                    std::vector<double> before;
+                    std::vector<double> after;
+                    for (int tenth = 0; tenth < tenths; ++tenth) {
+                        double in = 0.0;
+                        double out = 0.0;
+                        for (int b = 0; b < 10; ++b)
+                            for (const float sample : microphone.run([&](std::uint64_t) {
+                                     const double x = gain * noise();
+                                     in += x * x;
+                                     return x;
+                                 }))
+                                out += std::pow(static_cast<double>(sample), 2.0);
+                        before.push_back(in);
+                        after.push_back(out);
+                    }
+                    const auto all = gains(before, after);
+                    held = 0.0;
+                    for (auto late = all.end() - settled; late != all.end(); ++late)
+                        held += *late / settled;
+                    const auto last = std::find_if(all.rbegin(), all.rend(), [&](double each) { return each > held + 1.0; });
+                    // The half second that ends with tenth k + 4 begins with tenth k.
+                    std::printf(" %.1f", last == all.rend() ? 0.0 : static_cast<double>(all.rend() - last + 4) / 10.0);
+                }
+                std::printf(" %.9g\n", held);
+            }
+        }
+    }
+}
+
 } // namespace
 } // namespace quorel
 
@@ -177,8 +305,10 @@ int main(int argc, char** argv)
         quorel::gate();
     else if (std::strcmp(what, "clicks") == 0)
         quorel::clicks();
+    else if (std::strcmp(what, "settling") == 0)
+        quorel::settling();
     else {
-        std::fputs("usage: measure_capture curves|gate|clicks\n", stderr);
+        std::fputs("usage: measure_capture curves|gate|clicks|settling\n", stderr);
         return 1;
     }
 }

@@ -6,8 +6,8 @@ A part stands between the lines <!-- measured: NAME --> and <!-- end --> of a pa
 
   design/pages.py --programs FOLDER                    the programs measure_path and measure_capture lie there
   design/pages.py --programs FOLDER --check            changes nothing, and fails where a page tells another figure
-  design/pages.py --programs FOLDER --plots FOLDER     draws the figure of docs/microphone_path.md as well
-  design/pages.py --programs FOLDER --quality PROGRAM  the comparison with other noise suppressors as well (bench/quality)
+  design/pages.py --programs FOLDER --plot PROGRAM     draws the figures of the docs that quorel-plot draws as well
+  design/pages.py --programs FOLDER --quality PROGRAM  the comparison with other noise suppressors as well (bench/quality); ten minutes
 
 Another compiler rounds in another way, so for --check a figure may differ by one in its last place.
 """
@@ -17,6 +17,8 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
+import wave
 
 import numpy as np
 
@@ -69,18 +71,29 @@ def equalizer():
     ]
 
 
+def limiter():
+    (level, gain), (_, out) = [np.loadtxt(part.splitlines()).T
+                               for part in run(arguments.programs / "measure_path", "limiter").split("\n\n")]
+    limited = np.where(level < 50, level * gain, 0)  # below the last entry
+    out = 0.8 * out
+    peaks = [np.max(np.abs(out[480 + 48 * ms:480 + 48 * (ms + 1)])) for ms in range(400)]
+    return [
+        f"Between two entries the gain is a straight line, which lies above the inverse: the limited level rises to {np.max(limited):.4f},",
+        f"{20 * np.log10(np.max(limited)):.3f} dB above full scale, and that is accepted. "
+        "From +34 dB on the gain stays at -34 dB, and the level rises again.", "",
+        f"There is no look-ahead. A sine of 1 kHz that rises to +12 dB at once leaves with a peak of {peaks[0]:.2f}, its first crest whole but",
+        f"for the output gain of 0.8; the second millisecond's peak is {peaks[1]:.2f}, the third's {peaks[2]:.2f}. The crest holds both envelopes",
+        f"up, so the output dips to {min(peaks):.2f} and is back at {peaks[-1]:.2f} after 0.4 s.",
+    ]
+
+
 # --- docs/microphone_path.md -----------------------------------------------------------------------------------------
-
-
-def curve_responses():
-    """Of each rate, the impulse responses of both curves; a second long."""
-    both = measured("measure_capture", "curves")
-    return {16000: both[:16000], 48000: both[16000:]}
 
 
 def curves():
     frequencies = [30, 50, 75, 100, 150, 200, 300, 500, 1200, 3200, 6000]
-    gains = np.hstack([response(both, frequencies, rate) for rate, both in curve_responses().items()])[:, [0, 2, 1, 3]]
+    both = measured("measure_capture", "curves")  # a second at each rate, both curves
+    gains = np.hstack([response(both[:16000], frequencies, 16000), response(both[16000:], frequencies, 48000)])[:, [0, 2, 1, 3]]
     head = ["Hz", "Curve 1 at 16000", "at 48000", "Curve 2 at 16000", "at 48000"]
     return table(head, [[str(f), *decibels(row, 1)] for f, row in zip(frequencies, gains)])
 
@@ -100,6 +113,29 @@ def clicks():
         *table(["Change", "Largest step"], [[name, f"{step:.1f}"] for name, step in zip(what, steps)]), "",
         f"Noise reduction comes {narrow:.0f} samples late at 16000 and {wide:.0f} at 48000, and nothing else does: so the signal jumps by so much.",
     ]
+
+
+def settling():
+    rows = measured("measure_capture", "settling")
+    levels = sorted(set(rows[:, 1]))
+    noises = ["white", "pink, 3 dB per octave", "fan, 6 dB per octave", "hum of 50 Hz"]
+    lines = []
+    for rate in (16000, 48000):
+        cells = rows[rows[:, 0] == rate, 2:].reshape(len(noises), len(levels), 3)
+        times = [[f"{start:.1f}, {louder:.1f}" for start, louder, _ in row] for row in cells]
+        held = [[f"{np.mean(row[:, 2]):.1f}"] for row in cells]
+        lines += ["", *table([f"{rate}: noise", *[f"{level:.0f} dB" for level in levels], "held, dB"],
+                             [[noise, *time, *gain] for noise, time, gain in zip(noises, times, held)])]
+    return lines[1:]
+
+
+def words():
+    """What a recogniser hears; as the comparison, not for every machine."""
+    if arguments.quality is None:
+        return None
+    sys.path.insert(0, str(DOCS.parent / "bench" / "quality"))
+    import words as recogniser
+    return table(*recogniser.cells(recogniser.table(arguments.quality)))
 
 
 def quality():
@@ -122,6 +158,35 @@ def quality():
 
 # ---------------------------------------------------------------------------------------------------------------------
 
+def noisy_voice(path):
+    """Twelve seconds: a voice that comes and goes in a steady noise."""
+    with wave.open("/usr/share/sounds/alsa/Front_Center.wav") as file:
+        rate, voice = file.getframerate(), np.frombuffer(file.readframes(file.getnframes()), "<i2") / 32768
+    sound = np.random.RandomState(1).normal(0, 0.01, 12 * rate)
+    for start in range(rate // 2, len(sound) - len(voice), 2 * rate):
+        sound[start:start + len(voice)] += voice
+    with wave.open(str(path), "wb") as file:
+        file.setparams((1, 2, rate, 0, "NONE", ""))
+        file.writeframes(np.round(np.clip(sound, -1, 1) * 32767).astype("<i2").tobytes())
+
+
+def figures(plot):
+    with tempfile.TemporaryDirectory() as folder:
+        voice = pathlib.Path(folder, "voice.wav")
+        noisy_voice(voice)
+        for name, *what in [
+            ("equalizer_alone", "equalizer", "--eq", "5:+6dB"),
+            ("equalizer_turns", "equalizer", "--eq", ",".join(f"{band}:{'-+'[band % 2 == 0]}6dB" for band in range(1, 10))),
+            ("limiter", "limiter"),
+            ("room", "room", "--reverb", "0dB"),
+            ("curves", "curves"),
+            ("gate", "gate", "--noiseGate", "-44dB"),
+            ("noise", "noise", voice),
+            ("responses", "responses"),
+        ]:
+            run(plot, *what, DOCS / "figures" / f"{name}.png")
+
+
 PART = re.compile(r"(<!-- measured: (\w+) -->\n)(.*?)(<!-- end -->)", re.DOTALL)
 NUMBER = re.compile(r"[-+]?\d+(?:\.\d+)?")
 
@@ -141,7 +206,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--programs", type=pathlib.Path, required=True)
     parser.add_argument("--quality", type=pathlib.Path)
-    parser.add_argument("--plots", type=pathlib.Path)
+    parser.add_argument("--plot", type=pathlib.Path)
     parser.add_argument("--check", action="store_true")
     arguments = parser.parse_args()
 
@@ -162,10 +227,9 @@ def main():
         filled = PART.sub(fill, page.read_text())
         if not arguments.check:
             page.write_text(filled)
-    if arguments.plots:
-        import plots
-        plots.microphone_path(arguments.plots, curve_responses(), measured("measure_capture", "gate"))
-    if arguments.check and (wrong or parts != 5):
+    if arguments.plot:
+        figures(arguments.plot)
+    if arguments.check and (wrong or parts != 8):
         sys.exit("other figures than measured: " + ", ".join(wrong or ["parts are missing"]))
 
 

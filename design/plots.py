@@ -38,23 +38,6 @@ def hrtf(folder, results):
     frequency = design.FREQUENCY
     pairs = [results[i : i + 2] for i in range(0, len(results), 2)]
 
-    figure, grid = axes(2, 4, (15, 6.5), sharey=True)
-    for axis, pair in zip(grid, pairs):
-        for row, measured, taps, _ in pair:
-            axis.plot(frequency, measured / design.NEPER, ":", color=EARS[row.ear], lw=1)
-            axis.plot(frequency, design.in_db(taps), color=EARS[row.ear], label=f"{row.ear} ear")
-        axis.set_title(f"{pair[0][0].speaker}, measured at {pair[0][0].azimuth}°")
-        axis.set_ylim(-42, 12)
-    grid[7].plot(frequency, np.full(len(frequency), 20 * np.log10(0.707)), color="tab:gray")
-    grid[7].set_title("low frequency, both ears")
-    for axis in grid:
-        frequency_axis(axis)
-    grid[0].legend()
-    grid[0].set_ylabel("dB")
-    grid[4].set_ylabel("dB")
-    figure.supxlabel("Hz (dotted: the measurement)")
-    save(figure, folder, "hrtf_magnitude.png")
-
     figure, grid = axes(2, 4, (15, 6), sharey=True)
     for axis, pair in zip(grid, pairs):
         for row, measured, taps, _ in pair:
@@ -90,20 +73,6 @@ def hrtf(folder, results):
         axis.set_xlabel("Hz")
         axis.legend()
     save(figure, folder, "hrtf_interaural.png")
-
-    figure, grid = axes(2, 4, (15, 6))
-    for axis, pair in zip(grid, pairs):
-        for row, _, taps, _ in pair:
-            axis.plot(row.onset + np.arange(len(taps)), taps, color=EARS[row.ear], label=f"{row.ear} ear", lw=1)
-        axis.set_title(pair[0][0].speaker)
-    grid[7].vlines([11], 0, 0.707, color="tab:gray")
-    grid[7].set_title("low frequency, both ears")
-    for axis in grid:
-        axis.set_xlim(-2, 172)
-        axis.grid(True, alpha=0.3)
-    grid[0].legend()
-    figure.supxlabel("frames")
-    save(figure, folder, "hrtf_impulse.png")
 
 
 def xcorr(folder, h1, h2, spectrum, frequency, points):
@@ -195,7 +164,7 @@ def windows(folder, tables):
     save(figure, folder, "window_identity.png")
 
 
-def room(folder, response, lines, curves):
+def room(folder, response):
     import room as measure
 
     time = np.arange(len(response)) / RATE
@@ -213,23 +182,6 @@ def room(folder, response, lines, curves):
         axis.grid(True, alpha=0.3)
     save(figure, folder, "room_impulse.png")
 
-    figure, (left, right) = axes(1, 2, (13, 5))
-    for centre, curve, shade in zip(measure.OCTAVES, curves, np.linspace(0.0, 0.9, len(curves))):
-        left.plot(time[: 30000], curve[:30000], color=plt.cm.viridis(shade), label=f"{centre} Hz")
-    left.set(ylim=(-70, 1), xlim=(0, 0.6), xlabel="s", ylabel="energy to come, dB")
-    left.legend(ncols=2)
-    left.grid(True, alpha=0.3)
-    frequency = np.geomspace(30, 22000, 400)
-    right.plot(frequency, measure.designed(lines, frequency), color="0.6", label="the line filters alone")
-    right.plot(measure.OCTAVES, [measure.time_of_60db(measure.designed_decay(lines, c), -5, -25) for c in measure.OCTAVES], "_",
-               color="0.3", ms=14, label="the same over an octave")
-    right.plot(measure.OCTAVES, [measure.time_of_60db(curve, -5, -25) for curve in curves], "o", label="measured, -5 to -25 dB")
-    right.plot(measure.OCTAVES, [measure.time_of_60db(curve, -5, -35) for curve in curves], "x", label="measured, -5 to -35 dB")
-    frequency_axis(right, 40, 22000)
-    right.set(ylim=(0, 0.5), xlabel="Hz", ylabel="reverberation time, s")
-    right.legend()
-    save(figure, folder, "room_decay.png")
-
     figure, (left, right) = axes(1, 2, (13, 4.5))
     at, density = measure.echo_density(response)
     left.plot(1000 * at, density)
@@ -243,58 +195,3 @@ def room(folder, response, lines, curves):
     right.set(ylim=(-1, 1), xlabel="Hz", ylabel="correlation between the ears")
     right.legend()
     save(figure, folder, "room_ears.png")
-
-
-def speaker_path(folder, equalizer, curve, sound):
-    import speaker_path as measure
-
-    figure, grid = axes(2, 2, (13, 6.5), sharey=True)
-    for axis, (gains, impulse) in zip(grid, equalizer):
-        axis.plot(measure.FREQUENCY, measure.response(impulse, measure.FREQUENCY), color=EARS["left"], label="measured")
-        axis.plot(measure.CENTRES, gains, "o", color=EARS["right"], label="the nine gains asked for")
-        frequency_axis(axis, 20, 24000)
-        axis.set(ylim=(-13, 13))
-    grid[0].legend(loc="lower center")
-    for axis in (grid[0], grid[2]):
-        axis.set_ylabel("dB")
-    figure.supxlabel("Hz")
-    save(figure, folder, "equalizer_response.png")
-
-    level, gain = curve
-    figure, (whole, over, shown) = axes(1, 3, (15, 4.5))
-    db = 20 * np.log10(level)
-    whole.plot([-12, 0, 40], [-12, 0, 0], "--", color="0.6", lw=0.8)
-    whole.plot(db, 20 * np.log10(level * gain))
-    whole.set(xlabel="envelope, dB", ylabel="envelope times gain, dB", title="the curve")
-    over.axhline(1, color="0.6", lw=0.8, ls="--")
-    over.plot(db, level * gain)
-    over.set(xlabel="envelope, dB", ylabel="envelope times gain", ylim=(0.995, 1.02), xlim=(-1, 35), title="its overshoot")
-    time = 1000 * np.arange(sound.shape[1]) / RATE
-    shown.plot(time, sound[0], color="0.7", lw=0.7, label="in: +12 dB from 10 ms on")
-    shown.plot(time, sound[1] * measure.OUTPUT_GAIN, color=EARS["left"], lw=0.8, label="out")
-    shown.set(xlabel="ms", xlim=(5, 35), title="a sine of 1 kHz through both limiters")
-    shown.legend(loc="upper right")
-    for axis in (whole, over, shown):
-        axis.grid(True, alpha=0.3)
-    save(figure, folder, "limiter.png")
-
-
-def microphone_path(folder, responses, gate):
-    """responses: of each rate, its impulse responses of the two curves, one a column. gate: rows of measure_capture gate."""
-    import pages as measure
-
-    figure, (curves, closing) = axes(1, 2, (13, 4.5))
-    for (rate, impulses), style in zip(responses.items(), ("-", "--")):
-        frequency = np.geomspace(20, rate * 0.499, 600)
-        for curve, (gains, colour) in enumerate(zip(measure.response(impulses, frequency, rate).T, EARS.values()), 1):
-            curves.plot(frequency, gains, style, color=colour, label=f"curve {curve} at {rate}")
-    frequency_axis(curves, 20, 24000)
-    curves.set(xlabel="Hz", ylabel="dB", title="the curves")
-    curves.legend(loc="lower right")
-    for column, label in enumerate(("6 dB down", "20 dB", "49 dB"), 2):
-        closing.plot(gate[:, 0], gate[:, column], ".-", label=label)
-    closing.set(xlabel="level of the speech over the one at which the gate is open, dB", ylabel="s after its end",
-                title="how late the gate shuts", ylim=(0, None))
-    closing.grid(True, alpha=0.3)
-    closing.legend()
-    save(figure, folder, "microphone_path.png")

@@ -126,7 +126,7 @@ def main():
 
     if arguments.plots:
         import plots
-        plots.room(arguments.plots, response, lines, curves)
+        plots.room(arguments.plots, response)
 
 
 if __name__ == "__main__":

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <complex>
 #include <functional>
+#include <limits>
 #include <numbers>
 #include <stdexcept>
 
@@ -221,7 +222,7 @@ Chart equalizerChart(const SettingsRecord& settings)
     return chart;
 }
 
-Chart limiterChart()
+std::vector<Chart> limiterCharts()
 {
     Chart chart{"Level behind the limiters",
                 {"dB in", -20, 40, false, range(-20, 40, 10)},
@@ -244,7 +245,26 @@ Chart limiterChart()
         }
         chart.series[0].values.push_back(db(most * most));
     }
-    return chart;
+
+    Chart rising{"A sine of 1 kHz that rises to +12 dB at 10 ms",
+                 {"ms", 0, 30, false, range(0, 30, 5)},
+                 {"", -4, 4, false, range(-4, 4, 1)},
+                 range(0, 30 - 1.0 / 48, 1.0 / 48),
+                 {{"in", {}}, {"out", {}}},
+                 {},
+                 0,
+                 1};
+    Renderer path(2, 0x3, {});
+    for (std::size_t b = 0; b < rising.places.size() / renderBlock; ++b) {
+        const double peak = amplitude(b == 0 ? -12 : 12);
+        const auto sine = [peak](std::size_t i) { return peak * std::sin(2 * std::numbers::pi * static_cast<double>(i) / 48); };
+        const auto& out = path.run(0, [&](std::size_t i) { return static_cast<float>(sine(i)); });
+        for (std::size_t i = 0; i < renderBlock; ++i) {
+            rising.series[0].values.push_back(sine(i));
+            rising.series[1].values.push_back(static_cast<double>(out[8 * i]));
+        }
+    }
+    return {chart, rising};
 }
 
 Chart roomChart(const SettingsRecord& settings)
@@ -298,6 +318,39 @@ Chart roomChart(const SettingsRecord& settings)
     chart.up.to = 10 * std::ceil(most / 10);
     chart.up.from = chart.up.to - 80;
     chart.up.marks = range(chart.up.from, chart.up.to, 10);
+    return chart;
+}
+
+Chart curvesChart()
+{
+    Chart chart{"The microphone's curves",
+                frequencyAxis(20, 20000),
+                {"dB", -25, 20, false, range(-20, 20, 10)},
+                frequencies(20, 20000, 241),
+                {},
+                {},
+                0,
+                1};
+    for (const std::uint32_t rate : {48000U, 16000U})
+        for (const std::uint32_t curve : {1U, 2U}) {
+            const std::size_t block = rate / 100;
+            SignalPath path(SignalPath::Microphone{}, 1, 0, static_cast<std::uint32_t>(block), rate);
+            path->settings()->micEq = curve;
+            std::vector<float> in(block);
+            std::vector<float> out(block);
+            std::vector<double> response;
+            for (int b = -1; b < 100; ++b) { // a second, behind the block in which the curve is selected
+                in[0] = b == 0 ? 1.0F : 0.0F;
+                path->process(in.data(), block, out.data(), block);
+                if (b >= 0)
+                    response.insert(response.end(), out.begin(), out.end());
+            }
+            Series series{"curve " + std::to_string(curve) + " at " + std::to_string(rate), {}};
+            for (const double frequency : chart.places)
+                series.values.push_back(frequency < 0.49 * rate ? db(powerAt(response, frequency, rate))
+                                                                : std::numeric_limits<double>::quiet_NaN());
+            chart.series.push_back(series);
+        }
     return chart;
 }
 

@@ -15,12 +15,15 @@ namespace quorel {
 // The response of the equaliser's bands.
 Chart equalizerChart(const SettingsRecord& settings);
 
-// The level of a sine of 1 kHz behind the render effect's limiters and its output gain.
-Chart limiterChart();
+// The level of a sine of 1 kHz behind the render effect's limiters and its output gain, and what becomes of one that rises.
+std::vector<Chart> limiterCharts();
 
 // The energy of the room that is still to come, in octaves, over all speakers and both ears. Throws std::runtime_error when the
 // reverb is off.
 Chart roomChart(const SettingsRecord& settings);
+
+// The responses of the microphone's two curves at both rates.
+Chart curvesChart();
 
 // The gate's levels, and how it shuts behind speech. Throws std::runtime_error when it is off.
 std::vector<Chart> gateCharts(const SettingsRecord& settings);

@@ -10,8 +10,8 @@ namespace {
 
 const char* const description =
     R"(Draws what a setting does: the equaliser's curve, the limiter, the room's decay,
-the gate, the noise reduction over a file, the responses. The effects are
-measured as they are compiled; none has to run.
+the microphone's curves, the gate, the noise reduction over a file, the
+responses. The effects are measured as they are compiled; none has to run.
 A file .svg or .png is a picture, a file .csv holds the numbers.
 Exit code: 0 done; 2 failed, with one line on standard error that says why.)";
 
@@ -76,11 +76,11 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
     CLI::App* equalizer = output(subject("equalizer", "The equaliser's response: --eq 3:+2.5dB", 1,
                                          [settings] { return std::vector{equalizerChart(settings())}; }));
     addSettings(*equalizer, options.choice, options.defaults, Effect::speaker);
-    output(
-        subject("limiter", "The level behind the limiters, over that of a sine", 1, [] { return std::vector{limiterChart()}; }));
+    output(subject("limiter", "The level behind the limiters, over that of a sine", 2, limiterCharts));
     CLI::App* room = output(subject("room", "The room's decay in octaves: --reverb -5dB", 1,
                                     [settings] { return std::vector{roomChart(settings())}; }));
     addSettings(*room, options.choice, options.defaults, Effect::speaker);
+    output(subject("curves", "The microphone's two curves", 1, [] { return std::vector{curvesChart()}; }));
     CLI::App* gate = output(subject("gate", "The gate's levels, and how it shuts: --noiseGate -40dB", 2,
                                     [settings] { return gateCharts(settings()); }));
     addSettings(*gate, options.choice, options.defaults, Effect::microphone);

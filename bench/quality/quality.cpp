@@ -7,6 +7,11 @@
 //   speech   gain of the voice: projection of the output on the clean voice where there is voice, dB
 //   segSNR   mean over 20 ms frames with voice of the signal-to-noise ratio, each kept within -10 and 35 dB: after less before
 // Outputs are shifted back by the latency, which is measured on the clean voices: the lag of the largest correlation.
+//
+//   quality                                     the table
+//   quality recordings FOLDER NOISE SNR TAKE... writes into FOLDER what a recogniser can listen to: the takes, files of mono, in
+//                                               one noise at 16000 Hz as before.N.wav, and as <suppressor>.N.wav; N counts from 0.
+//                                               NOISE none leaves the takes clean
 #include "client/audio_file.h"
 #include "core/signal_path.h"
 #include "tools/resampler.h"
@@ -17,6 +22,7 @@
 #include <cstdio>
 #include <exception>
 #include <random>
+#include <span>
 #include <speex/speex_preprocess.h>
 #include <string>
 #include <vector>
@@ -27,14 +33,11 @@ namespace {
 
 using Samples = std::vector<float>;
 
-const std::array<const char*, 8> voices = {"Front_Center", "Front_Left", "Front_Right", "Rear_Center",
-                                           "Rear_Left",    "Rear_Right", "Side_Left",   "Side_Right"};
-
-Samples load(const std::string& name, std::uint32_t rate)
+Samples load(const std::string& path, std::uint32_t rate)
 {
-    AudioReader reader("/usr/share/sounds/alsa/" + name + ".wav", [] {});
+    AudioReader reader(path, [] {});
     if (reader.channels() != 1)
-        throw std::runtime_error(name + " is not mono");
+        throw std::runtime_error(path + " is not mono");
     Resampler resampler([&reader](float* x, std::uint64_t n) { return reader.read(x, n); }, 1, reader.rate(), rate);
     Samples samples;
     Samples part(4096);
@@ -45,15 +48,23 @@ Samples load(const std::string& name, std::uint32_t rate)
     return samples;
 }
 
-// The voices with 0.8 s of silence before each, twice, in whole blocks of 20 ms.
-Samples dialogue(std::uint32_t rate)
+std::vector<Samples> voices(std::uint32_t rate)
+{
+    std::vector<Samples> all;
+    for (const char* name :
+         {"Front_Center", "Front_Left", "Front_Right", "Rear_Center", "Rear_Left", "Rear_Right", "Side_Left", "Side_Right"})
+        all.push_back(load(std::string("/usr/share/sounds/alsa/") + name + ".wav", rate));
+    return all;
+}
+
+// The takes with 0.8 s of silence before each, twice, in whole blocks of 20 ms.
+Samples dialogue(const std::vector<Samples>& takes, std::uint32_t rate)
 {
     Samples all;
     for (int round = 0; round < 2; ++round) {
-        for (const char* name : voices) {
+        for (const Samples& take : takes) {
             all.resize(all.size() + rate * 4 / 5);
-            const Samples voice = load(name, rate);
-            all.insert(all.end(), voice.begin(), voice.end());
+            all.insert(all.end(), take.begin(), take.end());
         }
         all.resize((all.size() + rate / 50 - 1) / (rate / 50) * (rate / 50));
     }
@@ -105,10 +116,8 @@ Samples pinkNoise(std::size_t length, std::uint32_t rate)
 Samples babble(std::size_t length, std::uint32_t rate)
 {
     Samples talk;
-    for (const char* name : voices) {
-        const Samples voice = load(name, rate);
+    for (const Samples& voice : voices(rate))
         talk.insert(talk.end(), voice.begin(), voice.end());
-    }
     std::mt19937 random(2);
     Samples noise(length);
     for (int talker = 0; talker < 16; ++talker) {
@@ -119,6 +128,17 @@ Samples babble(std::size_t length, std::uint32_t rate)
         }
     }
     return noise;
+}
+
+Samples noiseNamed(const std::string& name, std::size_t length, std::uint32_t rate)
+{
+    if (name == "white")
+        return whiteNoise(length);
+    if (name == "pink")
+        return pinkNoise(length, rate);
+    if (name == "babble")
+        return babble(length, rate);
+    throw std::runtime_error("there is no noise " + name);
 }
 
 // --- The suppressors -------------------------------------------------------------------------------------------------
@@ -254,14 +274,29 @@ Figures figuresOf(const Samples& voice, const Samples& noisy, Samples clean, std
             segmentalSnr(voice, clean, lag, frames, length) - segmentalSnr(voice, noisy, 0, frames, length)};
 }
 
+double speechPower(const Samples& voice, const Frames& frames, std::uint32_t rate)
+{
+    double speech = 0.0;
+    for (const std::size_t from : frames.speech)
+        speech += power(voice, from, from + rate / 50) / static_cast<double>(frames.speech.size());
+    return speech;
+}
+
+// The voice, whose power is `speech`, with the noise so many dB below.
+Samples mix(const Samples& voice, double speech, const Samples& noise, double snr)
+{
+    const double gain = std::sqrt(speech / power(noise, 0, noise.size()) / std::pow(10.0, snr / 10.0));
+    Samples noisy = voice;
+    for (std::size_t i = 0; i < noisy.size(); ++i)
+        noisy[i] += static_cast<float>(gain) * noise[i];
+    return noisy;
+}
+
 void table()
 {
     for (const std::uint32_t rate : {16000U, 48000U}) {
-        const Samples voice = dialogue(rate);
-        const Frames frames = framesOf(voice, rate);
-        double speech = 0.0;
-        for (const std::size_t from : frames.speech)
-            speech += power(voice, from, from + rate / 50) / static_cast<double>(frames.speech.size());
+        const Samples voice = dialogue(voices(rate), rate);
+        const double speech = speechPower(voice, framesOf(voice, rate), rate);
 
         std::array<std::size_t, suppressors.size()> lags{};
         std::printf("\n%u Hz                ", rate);
@@ -277,15 +312,10 @@ void table()
             std::printf("  pauses  speech  segSNR  ");
         std::printf("\n");
 
-        const std::array<std::pair<const char*, Samples>, 3> noises = {{{"white", whiteNoise(voice.size())},
-                                                                        {"pink", pinkNoise(voice.size(), rate)},
-                                                                        {"babble", babble(voice.size(), rate)}}};
-        for (const auto& [name, noise] : noises) {
+        for (const char* name : {"white", "pink", "babble"}) {
+            const Samples noise = noiseNamed(name, voice.size(), rate);
             for (const int snr : {0, 5, 10}) {
-                const double gain = std::sqrt(speech / power(noise, 0, noise.size()) / std::pow(10.0, snr / 10.0));
-                Samples noisy = voice;
-                for (std::size_t i = 0; i < noisy.size(); ++i)
-                    noisy[i] += static_cast<float>(gain) * noise[i];
+                const Samples noisy = mix(voice, speech, noise, snr);
                 std::printf("%-7s %2d dB  ", name, snr);
                 for (std::size_t s = 0; s < suppressors.size(); ++s) {
                     const Figures f = figuresOf(voice, noisy, suppressors[s].run(noisy, rate), lags[s], rate);
@@ -297,13 +327,51 @@ void table()
     }
 }
 
+// The second round of `heard`, take by take with 0.3 s about each, in which the latency is lost.
+void writeTakes(Samples heard, const std::vector<Samples>& takes, std::uint32_t rate, const std::string& name)
+{
+    const std::size_t about = rate * 3 / 10;
+    std::size_t at = heard.size() / 2;
+    heard.resize(heard.size() + about);
+    for (std::size_t n = 0; n < takes.size(); ++n) {
+        at += rate * 4 / 5;
+        AudioWriter writer(name + "." + std::to_string(n) + ".wav", {1, rate, 0, SampleFormat::pcm16}, std::nullopt);
+        writer.write(heard.data() + at - about, takes[n].size() + 2 * about);
+        writer.commit();
+        at += takes[n].size();
+    }
+}
+
+void recordings(const std::string& folder, const std::string& noise, double snr, std::span<char*> paths)
+{
+    constexpr std::uint32_t rate = 16000;
+    std::vector<Samples> takes;
+    for (const char* path : paths)
+        takes.push_back(load(path, rate));
+    const Samples voice = dialogue(takes, rate);
+    Samples noisy = voice;
+    if (noise != "none")
+        noisy = mix(voice, speechPower(voice, framesOf(voice, rate), rate), noiseNamed(noise, voice.size(), rate), snr);
+    writeTakes(noisy, takes, rate, folder + "/before");
+    for (const Suppressor& suppressor : suppressors)
+        writeTakes(suppressor.run(noisy, rate), takes, rate, folder + "/" + suppressor.name);
+}
+
 } // namespace
 } // namespace quorel
 
-int main()
+int main(int argc, char** argv)
 {
     try {
-        quorel::table();
+        const std::span<char*> arguments(argv + 1, argv + argc);
+        if (arguments.empty())
+            quorel::table();
+        else if (arguments.size() >= 5 && std::string(arguments[0]) == "recordings")
+            quorel::recordings(arguments[1], arguments[2], std::stod(arguments[3]), arguments.subspan(4));
+        else {
+            std::fputs("usage: quality [recordings FOLDER NOISE SNR TAKE...]\n", stderr);
+            return 2;
+        }
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quality: %s\n", error.what());

@@ -69,6 +69,7 @@ TEST_F(QuorelPlot, DrawsEachSubjectAsPictureOrNumbers)
     for (const std::vector<std::string>& subject : {std::vector<std::string>{"equalizer", "--eq", "3:+2.5dB"},
                                                     {"limiter"},
                                                     {"room", "--reverb", "0dB"},
+                                                    {"curves"},
                                                     {"gate", "--noiseGate", "-40dB"},
                                                     {"noise", sound},
                                                     {"responses"}})
@@ -108,6 +109,41 @@ TEST_F(QuorelPlot, TheLimiterHoldsWhatIsLoud)
         EXPECT_GT(at(level, "level", in), gain - 0.2) << in;
         EXPECT_LT(at(level, "level", in), gain + 0.3) << in;
     }
+}
+
+// There is no look-ahead: what is below full scale, and the first crest above it, pass with the output gain alone. Both envelopes
+// then hold the level below full scale for their release of 400 ms.
+TEST_F(QuorelPlot, TheFirstCrestOfALoudSinePassesTheLimiter)
+{
+    const Table sine = tables({"limiter"})[1];
+    const auto& in = sine.at("in");
+    const auto& out = sine.at("out");
+    const auto& time = sine.at("at");
+    ASSERT_EQ(time.size(), 1440U);
+    for (std::size_t i = 0; i < 480; ++i)
+        EXPECT_NEAR(out[i], 0.8 * in[i], 1e-5); // six digits
+    EXPECT_NEAR(at(sine, "in", 10.25), std::pow(10, 12 / 20.0), 1e-4);
+    EXPECT_NEAR(at(sine, "out", 10.25), 0.8 * at(sine, "in", 10.25), 0.01);
+    for (std::size_t i = 0; i < time.size(); ++i) {
+        if (time[i] > 15) {
+            EXPECT_LT(std::abs(out[i]), 0.8) << time[i];
+        }
+    }
+}
+
+// As they are designed: 13 dB at 100 Hz, -3 dB around 1.2 kHz and 3.7 dB at 6 kHz; a cut below 200 Hz and 3 dB at 3.2 kHz.
+TEST_F(QuorelPlot, TheMicrophonesCurvesAreThoseOfTheDesign)
+{
+    const Table curves = tables({"curves"})[0];
+    for (const std::string rate : {"16000", "48000"}) {
+        EXPECT_NEAR(at(curves, "curve 1 at " + rate, 100), 13.0, 0.2); // the nearest place is within 1.5 %
+        EXPECT_NEAR(at(curves, "curve 1 at " + rate, 1200), -3.0, 0.2);
+        EXPECT_NEAR(at(curves, "curve 1 at " + rate, 6000), 3.7, 0.2);
+        EXPECT_LT(at(curves, "curve 2 at " + rate, 75), -14.0);
+        EXPECT_NEAR(at(curves, "curve 2 at " + rate, 3200), 3.0, 0.2);
+    }
+    EXPECT_TRUE(std::isnan(at(curves, "curve 1 at 16000", 9000))); // there is nothing
+    EXPECT_FALSE(std::isnan(at(curves, "curve 1 at 48000", 9000)));
 }
 
 // The room is designed for 60 dB in 0.39 s at 500 and 1000 Hz.
