@@ -18,6 +18,7 @@ namespace {
 
 constexpr long retryPeriod = 250'000'000; // ns
 constexpr auto answerPatience = std::chrono::seconds(5);
+constexpr long managerStart = 500'000'000; // ns that a new session manager is given before anything is asked of it
 
 const char* keyOf(bool sink)
 {
@@ -66,6 +67,8 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->lose(); }, this);
     orphaned = pw_loop_add_event(
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->leaveManager(); }, this);
+    started = pw_loop_add_timer(
+        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->bindDefaults(); }, this);
     coreEvents.version = PW_VERSION_CORE_EVENTS;
     coreEvents.info = [](void* data, const pw_core_info*) { static_cast<AudioServer*>(data)->welcome(); };
     coreEvents.done = [](void* data, std::uint32_t id, int answer) {
@@ -105,6 +108,7 @@ AudioServer::~AudioServer()
     pw_loop_destroy_source(loop, again);
     pw_loop_destroy_source(loop, ended);
     pw_loop_destroy_source(loop, orphaned);
+    pw_loop_destroy_source(loop, started);
     pw_context_destroy(context);
 }
 
@@ -155,7 +159,7 @@ void AudioServer::lose()
 
 void AudioServer::drop()
 {
-    unbindDefaults();
+    forgetManager();
     if (registry != nullptr) {
         spa_hook_remove(&registryHook);
         pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
@@ -215,9 +219,12 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
         links[id] = {numberOf(properties, PW_KEY_LINK_OUTPUT_NODE), numberOf(properties, PW_KEY_LINK_INPUT_NODE)};
         events.relinked();
     } else if (kind == PW_TYPE_INTERFACE_Metadata && textOf(properties, PW_KEY_METADATA_NAME) == "default" &&
-               defaults == nullptr) {
-        bindDefaults(id);
-        claiming = pw_core_sync(connection, PW_ID_CORE, 0); // what is configured arrives before the answer
+               defaultsId == SPA_ID_INVALID) {
+        defaultsId = id;
+        if (claims()) {
+            timespec once{0, managerStart};
+            pw_loop_update_timer(loop, started, &once, nullptr, false);
+        }
     }
 }
 
@@ -227,14 +234,14 @@ void AudioServer::removeGlobal(std::uint32_t id)
     if (links.erase(id) != 0)
         events.relinked();
     if (id == defaultsId) { // the session manager went; another one brings its own
-        unbindDefaults();
+        forgetManager();
         pw_loop_signal_event(loop, orphaned); // not from within the connection
     }
 }
 
 void AudioServer::leaveManager()
 {
-    if (answered && defaults == nullptr)
+    if (answered && defaultsId == SPA_ID_INVALID)
         events.unmanaged();
 }
 
@@ -255,24 +262,40 @@ std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
 
 // ---- default devices ------------------------------------------------------------------------------------------------
 
-// The session manager keeps them. To a new binding it tells all it has, ahead of the answer to the next `pw_core_sync`.
-void AudioServer::bindDefaults(std::uint32_t id)
+// The session manager keeps them. To a new binding it tells all it has, ahead of the answer to the next `pw_core_sync`. One that
+// is bound as it starts may wait for the server for good, and the server for it; so it is bound where there is something to
+// claim alone, and a little later.
+void AudioServer::bindDefaults()
 {
+    unbindDefaults();
     sinkDefault.now.clear();
     sourceDefault.now.clear();
-    defaults = static_cast<pw_metadata*>(pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-    defaultsId = id;
+    defaults =
+        static_cast<pw_metadata*>(pw_registry_bind(registry, defaultsId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
     pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
+    claiming = pw_core_sync(connection, PW_ID_CORE, 0);
 }
 
 void AudioServer::unbindDefaults()
 {
+    timespec never{};
+    pw_loop_update_timer(loop, started, &never, nullptr, false);
     if (defaults != nullptr) {
         spa_hook_remove(&defaultsHook);
         pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
     }
     defaults = nullptr;
+}
+
+void AudioServer::forgetManager()
+{
+    unbindDefaults();
     defaultsId = SPA_ID_INVALID;
+}
+
+bool AudioServer::claims() const
+{
+    return !sinkDefault.ours.empty() || !sourceDefault.ours.empty();
 }
 
 void AudioServer::takeDefault(bool sink, const std::string& value)
@@ -299,14 +322,12 @@ void AudioServer::claim(bool sink)
 // What was told so far may be older than what the user has chosen, and than our own claim: it is asked for anew.
 bool AudioServer::restoreDefaults()
 {
-    if (sinkDefault.ours.empty() && sourceDefault.ours.empty())
+    if (!claims())
         return true;
-    if (!settle() || defaults == nullptr)
+    if (!settle() || defaultsId == SPA_ID_INVALID)
         return false;
+    bindDefaults();
     claiming = -1; // too late for that
-    const std::uint32_t id = defaultsId;
-    unbindDefaults();
-    bindDefaults(id);
     if (!settle() || defaults == nullptr)
         return false;
     for (const bool sink : {true, false}) {

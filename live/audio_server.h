@@ -91,8 +91,10 @@ private:
     void takeDefault(bool sink, const std::string& value);
     void claim(bool sink);
     void write(bool sink, const std::string& value);
-    void bindDefaults(std::uint32_t id);
+    void bindDefaults();
     void unbindDefaults();
+    void forgetManager();
+    bool claims() const;
 
     pw_loop* loop;
     Events events;
@@ -100,13 +102,14 @@ private:
     pw_core* connection = nullptr;
     pw_registry* registry = nullptr;
     pw_metadata* defaults = nullptr;
-    std::uint32_t defaultsId = SPA_ID_INVALID;
-    spa_source* again = nullptr;    // a look for the server, after a while
-    spa_source* appeared = nullptr; // something has appeared in the folder of its socket
-    spa_source* ended = nullptr;    // the connection is gone
-    spa_source* orphaned = nullptr; // the session manager is
-    bool answered = false;          // by the server, on this connection
-    bool broken = false;            // and `ended` has been told so
+    std::uint32_t defaultsId = SPA_ID_INVALID; // at the server; invalid while there is no session manager
+    spa_source* again = nullptr;               // a look for the server, after a while
+    spa_source* appeared = nullptr;            // something has appeared in the folder of its socket
+    spa_source* ended = nullptr;               // the connection is gone
+    spa_source* orphaned = nullptr;            // the session manager is
+    spa_source* started = nullptr;             // one has been there for a while
+    bool answered = false;                     // by the server, on this connection
+    bool broken = false;                       // and `ended` has been told so
     bool trying = false;
     std::uint64_t reconnects_ = 0;
     std::map<std::uint32_t, Node> nodes_;

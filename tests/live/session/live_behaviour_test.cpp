@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <iostream>
 #include <sys/stat.h>
 #include <thread>
@@ -56,16 +57,16 @@ protected:
     // A tone on front left reaches the null sink. It begins when the graph goes through both.
     bool sounds()
     {
-        if (!within(20s, [this] { return linked(); }))
+        if (!within(patience, [this] { return linked(); }))
             return false;
         GraphClient client({"FL"}, {"FL"});
         client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL"});
         const auto frames = [this] { return told().value("/speaker/frames"_json_pointer, std::uint64_t{0}); };
         const std::uint64_t before = frames();
-        if (!within(20s, [&] { return frames() > before; }))
+        if (!within(patience, [&] { return frames() > before; }))
             return false;
         const Channels tone(1, std::vector<float>(9600, 0.25F));
-        return within(20s, [&] {
+        return within(patience, [&] {
             client.play(tone, 9600);
             return std::any_of(client.recorded()[0].begin(), client.recorded()[0].end(), [](float x) { return x > 0.01F; });
         });
@@ -74,7 +75,7 @@ protected:
     // Whether what the recorder hears settles to these values, one a channel. The client plays `sound` meanwhile.
     static bool hears(GraphClient& client, const Channels& sound, const std::vector<float>& values)
     {
-        return within(20s, [&] {
+        return within(patience, [&] {
             client.play(sound, 9600);
             for (std::size_t c = 0; c < values.size(); ++c)
                 if (!(std::abs(client.recorded()[c].back() - values[c]) < 1e-4F)) // no volume comes nearer than this to another
@@ -156,7 +157,7 @@ TEST_F(LiveBehaviour, RunsOnceForAUser)
     EXPECT_EQ(socket.st_mode & 0777, 0600U);
 
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_EQ(live->written(), "");
     EXPECT_FALSE(std::filesystem::exists(session.folder / "quorel/live.sock"));
     EXPECT_EQ(session.command(QUOREL_LIVE " --status"), "quorel-live: no quorel-live is running\n");
@@ -168,7 +169,7 @@ TEST_F(LiveBehaviour, LeavesNothingThatStopsTheNextStartWhenKilled)
     {
         const auto live = session.live();
         live->signal(SIGKILL);
-        EXPECT_EQ(live->ended(10s), -SIGKILL);
+        EXPECT_EQ(live->ended(patience), -SIGKILL);
     }
     const auto live = session.live();
     EXPECT_TRUE(sounds());
@@ -196,7 +197,7 @@ TEST_F(LiveBehaviour, LetsItsBypassBeHeard)
     session.command(QUOREL_LIVE " --bypass on");
     EXPECT_TRUE(hears(client, click, {0.1414F, 0}));
     session.command(QUOREL_LIVE " --bypass off");
-    EXPECT_TRUE(within(20s, [&] {
+    EXPECT_TRUE(within(patience, [&] {
         client.play(click, 9600);
         const auto& right = client.recorded()[1];
         return std::any_of(right.begin(), right.end(), [](float x) { return std::abs(x) > 0.01F; });
@@ -226,7 +227,7 @@ TEST_F(LiveBehaviour, HasTheVolumeOfASinkAndNoneBehindTheEffect)
     }
     std::this_thread::sleep_for(2s); // the session manager stores volumes after a second
     live->signal(SIGTERM);
-    ASSERT_EQ(live->ended(10s), 0);
+    ASSERT_EQ(live->ended(patience), 0);
     live = session.live({"--speaker"});
     session.command(QUOREL_LIVE " --bypass on");
     GraphClient client({"FL"}, {"FL", "FR"});
@@ -262,7 +263,7 @@ TEST_F(LiveBehaviour, HasThePlacesOfItsOption)
         EXPECT_TRUE(sounds());
         EXPECT_EQ(session.status()["speaker"]["refused_blocks"], 0);
         live->signal(SIGTERM);
-        EXPECT_EQ(live->ended(10s), 0);
+        EXPECT_EQ(live->ended(patience), 0);
     }
 }
 
@@ -271,9 +272,9 @@ TEST_F(LiveBehaviour, PlaysWhatPulseAudioApplicationsPlay)
     const auto live = session.live({"--speaker"});
     session.command(QUOREL_LIVE " --bypass on");
     const Service pulse({"pipewire-pulse"}, session.folder / "pulse.txt");
-    ASSERT_TRUE(within(20s, [&] { return session.command("pactl info").find("PipeWire") != std::string::npos; }));
+    ASSERT_TRUE(within(patience, [&] { return session.command("pactl info").find("PipeWire") != std::string::npos; }));
     const Service player({"paplay", "--device=quorel.speaker", steps(6, 48000 * 60)}, session.folder / "paplay.txt");
-    ASSERT_TRUE(within(20s, [&] { return !told()["speaker"]["players"].empty(); }));
+    ASSERT_TRUE(within(patience, [&] { return !told()["speaker"]["players"].empty(); }));
     GraphClient client({}, {"FL", "FR"});
     client.link({}, {"quorel.speaker:monitor_FL", "quorel.speaker:monitor_FR"});
     EXPECT_TRUE(hears(client, {}, {0.05F, 0.1F}));
@@ -284,12 +285,12 @@ TEST_F(LiveBehaviour, PlaysWhatJackApplicationsPlay)
     const auto live = session.live({"--speaker"});
     const Service player({"pw-jack", "jack_metro", "--bpm", "240", "--amplitude", "0.9"}, session.folder / "jack.txt");
     GraphClient client({}, {"FL"});
-    ASSERT_TRUE(within(20s, [&] {
+    ASSERT_TRUE(within(patience, [&] {
         session.command("pw-link metro:240_bpm quorel.speaker:playback_FL");
         return session.command("pw-link -l").find("|<- metro:240_bpm") != std::string::npos;
     })) << player.written();
     client.link({}, {"speakers:monitor_FL"});
-    EXPECT_TRUE(within(20s, [&] {
+    EXPECT_TRUE(within(patience, [&] {
         client.play({}, 9600);
         return std::any_of(client.recorded()[0].begin(), client.recorded()[0].end(), [](float x) { return x > 0.01F; });
     }));
@@ -321,7 +322,7 @@ context.modules = [
     Channels steps(1, std::vector<float>(9600));
     for (std::size_t i = 0; i < steps[0].size(); ++i)
         steps[0][i] = i % 64 < 32 ? 0.25F : -0.25F;
-    EXPECT_TRUE(within(20s, [&] {
+    EXPECT_TRUE(within(patience, [&] {
         client.play(steps, 9600);
         const auto& right = client.recorded()[1];
         return std::any_of(right.begin(), right.end(), [](float x) { return x > 0.01F; });
@@ -332,10 +333,10 @@ TEST_F(LiveBehaviour, IsTheDefaultAsLongAsItRuns)
 {
     session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
     const auto live = session.live({"--default"});
-    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
-    EXPECT_TRUE(within(10s, [this] { return linked(); })); // its own output stays on the hardware
+    EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; }));
+    EXPECT_TRUE(within(patience, [this] { return linked(); })); // its own output stays on the hardware
     live->signal(SIGINT);
-    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_EQ(configuredSink(), "speakers");
 }
 
@@ -343,33 +344,34 @@ TEST_F(LiveBehaviour, DoesNotTakeItselfForWhatWasTheDefault)
 {
     {
         const auto killed = session.live({"--default"});
-        EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+        EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; }));
         killed->signal(SIGKILL);
     }
     const auto live = session.live({"--default"});
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_EQ(configuredSink(), "");
 }
 
 TEST_F(LiveBehaviour, SaysThatTheDefaultStaysWhenNoSessionManagerAnswers)
 {
     const auto live = session.live({"--default"});
-    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+    EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; }));
     session.killManager();
-    ASSERT_TRUE(within(10s, [this] { return session.command("pw-cli ls Metadata").find("\"default\"") == std::string::npos; }));
+    ASSERT_TRUE(
+        within(patience, [this] { return session.command("pw-cli ls Metadata").find("\"default\"") == std::string::npos; }));
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(20s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_EQ(live->written(), "quorel-live: no session manager answers: the default devices stay as they are\n");
 }
 
 TEST_F(LiveBehaviour, LeavesADefaultAloneThatItsUserChoseMeanwhile)
 {
     const auto live = session.live({"--default"});
-    EXPECT_TRUE(within(10s, [&] { return configuredSink() == "quorel.speaker"; }));
+    EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; }));
     session.command("pw-metadata 0 default.configured.audio.sink '{\"name\":\"speakers\"}'");
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_EQ(configuredSink(), "speakers");
 }
 
@@ -385,7 +387,7 @@ TEST_F(LiveBehaviour, KeepsItsSettings)
         const auto live = session.live();
         control("set Reverb=77");
         live->signal(SIGTERM);
-        EXPECT_EQ(live->ended(10s), 0);
+        EXPECT_EQ(live->ended(patience), 0);
     }
     const auto live = session.live();
     EXPECT_EQ(session.status()["settings"]["Reverb"], 77);
@@ -401,7 +403,7 @@ TEST_F(LiveBehaviour, WorksWithinTheRestrictionsOfItsUnit)
         const auto free = session.live();
         scheduling = session.status()["scheduling"];
         free->signal(SIGTERM);
-        ASSERT_EQ(free->ended(10s), 0);
+        ASSERT_EQ(free->ended(patience), 0);
     }
     const std::string folder = session.folder.string();
     const std::vector<std::string> box{"bwrap",         "--ro-bind",     "/",       "/",    "--dev",  "/dev", "--bind",
@@ -414,7 +416,7 @@ TEST_F(LiveBehaviour, WorksWithinTheRestrictionsOfItsUnit)
     EXPECT_EQ(session.status()["settings"]["Reverb"], 78);
     const std::string own = std::to_string(live->id());
     session.command("kill -TERM $(cat /proc/" + own + "/task/" + own + "/children)");
-    EXPECT_EQ(live->ended(10s), 0) << live->written();
+    EXPECT_EQ(live->ended(patience), 0) << live->written();
     const auto again = session.live();
     EXPECT_EQ(session.status()["settings"]["Reverb"], 78);
 }
@@ -428,7 +430,7 @@ TEST_F(LiveBehaviour, TellsTheRenderStreamToControlApplications)
     for (const char* figure : {"speaker: Test speakers", "microphone: Test microphone", "blocks of 240", "latency: ", "gaps: 0"})
         EXPECT_THAT(status, HasSubstr(figure));
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(10s), 0);
+    EXPECT_EQ(live->ended(patience), 0);
     EXPECT_THAT(session.command(std::string(QUOREL_CONTROL) + " status"), testing::Not(HasSubstr("speaker:")));
 }
 
@@ -440,7 +442,7 @@ TEST_F(LiveBehaviour, SurvivesTheAudioServer)
         session.startServer();
         session.startManager();
         const auto begin = std::chrono::steady_clock::now();
-        ASSERT_TRUE(within(20s, [&] { return told().value("reconnects", 0) == round; })) << told();
+        ASSERT_TRUE(within(patience, [&] { return told().value("reconnects", 0) == round; })) << told();
         EXPECT_TRUE(sounds()) << "round " << round;
         std::cout << "sound is back within " << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count()
                   << " s of the server, its session manager and a playing client\n";
@@ -467,9 +469,9 @@ TEST_F(LiveBehaviour, SurvivesItsOutputBeingUnplugged)
 {
     const auto live = session.live();
     session.command("pw-cli destroy speakers");
-    EXPECT_TRUE(within(20s, [this] { return !linked(); }));
+    EXPECT_TRUE(within(patience, [this] { return !linked(); }));
     session.replugSpeakers();
-    EXPECT_TRUE(within(20s, [this] { return linked(); }));
+    EXPECT_TRUE(within(patience, [this] { return linked(); }));
     EXPECT_TRUE(sounds());
 }
 
@@ -492,17 +494,14 @@ TEST_F(LiveBehaviour, LosesNoFrameOverAThousandChangesOfSettings)
     const Channels tone(2, std::vector<float>(48000, 0.1F));
     ASSERT_TRUE(client.play(tone, 48000));
     const auto before = session.status()["speaker"];
-    int failed = -1;
-    std::jthread changes([&failed] {
-        failed = std::system("for i in $(seq 1000); do timeout 20 " QUOREL_CONTROL
-                             " set EQBand5=$((i % 100)) >/dev/null || exit 1; done");
+    auto changes = std::async(std::launch::async, [] {
+        return std::system("for i in $(seq 1000); do timeout 60 " QUOREL_CONTROL
+                           " set EQBand5=$((i % 100)) >/dev/null || exit 1; done");
     });
     const auto begin = client.recordedAt();
-    int rounds = 0;
-    for (; rounds < 5 || session.status()["settings"]["EQBand5"] != 0 || rounds < 10; ++rounds)
+    for (int rounds = 0; rounds < 6 || changes.wait_for(0s) != std::future_status::ready; ++rounds)
         ASSERT_TRUE(client.play(tone, 48000));
-    changes.join();
-    EXPECT_EQ(failed, 0);
+    EXPECT_EQ(changes.get(), 0);
     const auto after = session.status()["speaker"];
     EXPECT_EQ(after["gaps"], before["gaps"]);
     EXPECT_EQ(after["refused_blocks"], 0);
@@ -548,7 +547,7 @@ TEST_F(LiveBehaviour, HoldsTheGraphForTheWholeTailAndCostsNothingThen)
 
     session.command("pw-cat -p --target quorel.speaker " + in); // this clock runs in real time
     EXPECT_EQ(session.code, 0);
-    EXPECT_TRUE(within(20s, [&] { return session.status()["speaker"]["running"] == false; }));
+    EXPECT_TRUE(within(patience, [&] { return session.status()["speaker"]["running"] == false; }));
     const auto told = session.status()["speaker"];
     EXPECT_GE(told["frames"], tail) << told;
     std::cout << "the tail lasts " << tail << " frames, the graph ran for " << told["frames"] << '\n';

@@ -76,7 +76,7 @@ protected:
     {
         client.setQuantum(quantum);
         nlohmann::json told;
-        ASSERT_TRUE(within(20s, [&] {
+        ASSERT_TRUE(within(patience, [&] {
             told = session.status()["speaker"];
             return told["quantum"] == quantum && told["block"] == block && told["frames"] > 4096;
         })) << told;
@@ -139,7 +139,7 @@ TEST_F(LiveSound, IsTheRenderToolsAtEveryQuantum)
         EXPECT_LE(delay, 2 * quantum);
     }
     live->signal(SIGTERM);
-    EXPECT_EQ(live->ended(10s), 0) << live->written();
+    EXPECT_EQ(live->ended(patience), 0) << live->written();
 }
 
 // The microphone side as it begins, with frames going through it.
@@ -150,7 +150,7 @@ protected:
         control("set MicNR=1 micEq=1 noiseGate=60");
         client.setQuantum(quantum);
         client.link({"testmic:input_MONO"}, {"quorel.microphone:capture_MONO"});
-        ASSERT_TRUE(within(20s, [&] { return session.status()["microphone"]["frames"] > 4096; })) << quantum;
+        ASSERT_TRUE(within(patience, [&] { return session.status()["microphone"]["frames"] > 4096; })) << quantum;
     }
 
     // What is played now comes out as the cleaning tool makes it.
@@ -185,7 +185,7 @@ TEST_F(LiveMicrophone, IsTheCleaningToolsAtEveryQuantum)
         ASSERT_NO_FATAL_FAILURE(begin(client, quantum));
         ASSERT_NO_FATAL_FAILURE(expectCleaned(client, quantum));
         live->signal(SIGTERM);
-        EXPECT_EQ(live->ended(10s), 0) << live->written();
+        EXPECT_EQ(live->ended(patience), 0) << live->written();
     }
 }
 
@@ -198,10 +198,10 @@ TEST_F(LiveMicrophone, IsTheCleaningToolsBehindLostCyclesToo)
     ASSERT_NO_FATAL_FAILURE(begin(client, quantum));
     live->signal(SIGSTOP);
     const std::uint64_t stopped = client.now();
-    EXPECT_TRUE(within(20s, [&] { return client.now() >= stopped + 2 * quantum; }));
+    EXPECT_TRUE(within(patience, [&] { return client.now() >= stopped + 2 * quantum; }));
     live->signal(SIGCONT);
     nlohmann::json told;
-    ASSERT_TRUE(within(20s, [&] {
+    ASSERT_TRUE(within(patience, [&] {
         told = session.status()["microphone"];
         return told["gap_frames"] > 0;
     })) << told;

@@ -15,6 +15,9 @@
 
 namespace quorel {
 
+// For what takes less than a second on an idle machine.
+constexpr std::chrono::seconds patience{60};
+
 // A process that ends with the test at the latest. What it writes goes into a file.
 class Service {
 public:
@@ -26,7 +29,7 @@ public:
     void signal(int number) const;
 
     // The exit code, negative after a signal; none while it runs after this time.
-    std::optional<int> ended(std::chrono::milliseconds patience);
+    std::optional<int> ended(std::chrono::milliseconds time);
 
     std::string written() const;
     pid_t id() const { return process; }
@@ -68,6 +71,6 @@ private:
 };
 
 // True as soon as `reached` is; false when it is not in this time.
-bool within(std::chrono::milliseconds patience, const std::function<bool()>& reached);
+bool within(std::chrono::milliseconds time, const std::function<bool()>& reached);
 
 } // namespace quorel
