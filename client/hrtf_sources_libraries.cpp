@@ -290,6 +290,11 @@ DiffuseField fieldOf(const MYSOFA_HRTF& file, double rate, std::size_t& skipped)
     return field;
 }
 
+std::string counted(std::size_t directions)
+{
+    return std::to_string(directions) + (directions == 1 ? " direction" : " directions");
+}
+
 } // namespace
 
 Recording readRecording(const std::string& path, std::size_t frames)
@@ -343,7 +348,7 @@ MeasuredSet readSofa(const std::string& path, Equalize equalize)
     MeasuredSet set;
     std::vector<std::size_t> between; // measured directions
     std::ostringstream notes;
-    notes << std::fixed << file->M << " directions at " << std::setprecision(0) << rate << " Hz; taken " << std::setprecision(1)
+    notes << std::fixed << counted(file->M) << " at " << std::setprecision(0) << rate << " Hz; taken " << std::setprecision(1)
           << "(degrees from the speaker):";
     const char* separator = " ";
     for (std::size_t row = 0; row < speakerTable.size(); ++row) {
@@ -387,7 +392,7 @@ MeasuredSet readSofa(const std::string& path, Equalize equalize)
               << ", from " << std::showpos << range.least << " to " << range.most << std::noshowpos << " dB; as measured at most "
               << 100 * measured.worstCut << " % would be cut, at " << measured.worstName;
         if (skipped > 0)
-            notes << "\nleft out, as they hold a value that is no number: " << skipped << " directions";
+            notes << "\nleft out, as they hold a value that is no number: " << counted(skipped);
         field->equalize(set);
     }
     set.origin = notes.str();

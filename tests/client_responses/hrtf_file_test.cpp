@@ -18,6 +18,7 @@ const char* const measured = "/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa";
 // The head from whose measurement the built-in set is designed. That is equalised by the same diffuse field, so what is left
 // between the two are the corrections that its design made (up to 2.3 dB above 5 kHz, where a figure of the row asks for it),
 // one rule of weights against another, and what each does with the ends of the band. The bounds are what was asked for.
+// Single responses have one to 8 kHz alone: above that the design itself changed them, by up to 5.6 dB.
 class BuiltInHead : public testing::Test {
 protected:
     const ImportedSet imported = importHrtf(measured, Equalize::byDiffuseField, 0, [] {});
@@ -77,6 +78,7 @@ TEST_F(BuiltInHead, ReachesTheEarsAtTheBuiltInTimes)
         EXPECT_NEAR((interauralTime(own, left) - interauralTime(own, right)) / 2,
                     (interauralTime(builtIn, left) - interauralTime(builtIn, right)) / 2, 2)
             << left;
+        EXPECT_NEAR(interauralTime(own, right), interauralTime(builtIn, right), 2 + 0.125) << right; // an onset's step
     }
 }
 
@@ -198,7 +200,7 @@ TEST_F(ChangedFile, WhatTheLibraryCannotReadIsToldFromAnotherConvention)
 TEST_F(ChangedFile, ADirectionThatIsNoNumberIsLeftOutAndTold)
 {
     const ImportedSet hole = importHrtf(changed("hole"), Equalize::byDiffuseField, 0, [] {});
-    EXPECT_THAT(hole.notes, testing::Contains("left out, as they hold a value that is no number: 1 directions"));
+    EXPECT_THAT(hole.notes, testing::Contains("left out, as they hold a value that is no number: 1 direction"));
     const ImportedSet whole = importHrtf(measured, Equalize::byDiffuseField, 0, [] {});
     // One of 56 directions in the lowest ring, which stands for an eighth of the sphere.
     EXPECT_LE(

@@ -216,6 +216,9 @@ TEST_F(QuorelPlot, WhatCannotBeDrawnIsRefusedAndWritesNothing)
     expectError({"room", path("out.svg")}, "there is no room while Reverb is 0");
     expectError({"noise", path("none.wav"), path("out.svg")}, "none.wav");
     expectError({"noise", save("short.wav", 1, std::vector<float>(100)), path("out.svg")}, "the sound is too short to be drawn");
+    const std::string slow = save("long.wav", 1, std::vector<float>(601 * 1000), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 1000);
+    expectError({"noise", slow, path("out.svg")}, "long.wav is longer than ten minutes");
+    expectError({"equalizer", path("out.svg"), "--eq", "10:+1dB"}, "10:+1dB is no BAND:VALUE of a band from 1 to 9");
     expectError({"responses", path("out.svg"), "--hrtf", path("none.sofa")}, "none.sofa: No such file or directory");
 }
 

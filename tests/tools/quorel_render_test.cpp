@@ -267,8 +267,22 @@ TEST_F(QuorelRender, MissingFileNamesAreRefused)
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{}, {path("in.wav")}}) {
         const Outcome outcome = run(arguments);
         EXPECT_TRUE(outcome.exited(2)) << outcome;
-        expectOneLine(outcome.err, arguments.empty() ? "INPUT is required" : "OUTPUT is required");
+        expectOneLine(outcome.err, arguments.empty() ? "INPUT is required" : "OUTPUT is required, or --output-dir");
     }
+}
+
+TEST_F(QuorelRender, AnInputWithoutAPlaceForItsOutputIsRefused)
+{
+    const auto refused = [&](const std::vector<std::string>& arguments, const std::string& reason) {
+        const Outcome outcome = run(arguments);
+        EXPECT_TRUE(outcome.exited(2)) << outcome;
+        expectOneLine(outcome.err, reason);
+    };
+    refused({path("a.wav"), path("b.wav"), path("c.wav")},
+            "only one INPUT has an OUTPUT, so " + path("c.wav") + " has no place; --output-dir takes several inputs");
+    refused({"-", "--output-dir", path("out")}, "standard input has no name for a file in a folder: it goes to an OUTPUT");
+    fs::create_directory(path("empty"));
+    refused({path("empty"), "--output-dir", path("out")}, "there is no audio file in the folder " + path("empty"));
 }
 
 // ---- the output as a file -------------------------------------------------------------------------------------------
