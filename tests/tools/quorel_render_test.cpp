@@ -181,6 +181,46 @@ TEST_F(QuorelRender, AFolderOrADeviceAsOutputIsRefused)
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
+// What goes through a pipe is kept in a file without a name meanwhile.
+TEST_F(QuorelRender, APipeWithoutAPlaceForItsSoundIsRefused)
+{
+    const auto withoutPlace = [&] { setenv("TMPDIR", path("none").c_str(), 1); };
+    const Outcome in = run({"-", path("out.wav")}, [&] {
+        int ends[2];
+        if (pipe(ends) == 0)
+            dup2(ends[0], STDIN_FILENO);
+        withoutPlace();
+    });
+    EXPECT_TRUE(in.exited(2)) << in;
+    expectOneLine(in.err, "cannot read -: there is no place for what the pipe holds: ");
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    const Outcome out = run({input, "-", "--format", "wav"}, withoutPlace);
+    EXPECT_TRUE(out.exited(2)) << out;
+    expectOneLine(out.err, "cannot write to standard output: there is no place for what goes there: ");
+}
+
+TEST_F(QuorelRender, AStandardOutputThatTakesNothingIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100));
+    const auto refused = [&](const std::string& device, const std::string& reason) {
+        const Outcome outcome =
+            run({input, "-", "--format", "wav"}, [&] { dup2(open(device.c_str(), O_RDWR | O_NOCTTY), STDOUT_FILENO); });
+        EXPECT_TRUE(outcome.exited(2)) << outcome;
+        expectOneLine(outcome.err, "cannot write to standard output: " + reason);
+    };
+    refused("/dev/full", "No space left on device");
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    refused(ptsname(terminal), "it is a terminal");
+    close(terminal);
+}
+
+TEST_F(QuorelRender, ADeviceAsInputIsRefused)
+{
+    expectRefusal("/dev/null", "cannot read /dev/null: not a regular file or a pipe");
+}
+
 TEST_F(QuorelRender, AnOutputThatDoesNotFitIsRefused)
 {
     const std::string input = save("in.wav", 2, noise(2, 100000));
