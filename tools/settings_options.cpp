@@ -61,7 +61,11 @@ void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& d
             },
             "A band of the equaliser, 1 to 9, and its value, also in decibels: --eq 3:+2.5dB. More of them behind commas, or by "
             "more options");
-        bands->type_name("BAND:VALUE")->delimiter(',')->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        bands->type_name("BAND:VALUE")
+            ->delimiter(',')
+            ->expected(1)
+            ->allow_extra_args(false)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
         bands->check(
             [](const std::string& text) {
                 try {

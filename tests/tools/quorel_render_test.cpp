@@ -870,6 +870,9 @@ TEST_F(QuorelRender, SettingsAreTakenInAnyCaseInDecibelsAndInHexadecimal)
     const std::string expected = bytes("out.wav");
     render(input, {"--reverb", "-5dB", "--eq", "3:+2.5dB,9:-6dB", "--eq", "1:0x1A"});
     EXPECT_TRUE(bytes("out.wav") == expected);
+    fs::remove(path("out.wav"));
+    EXPECT_TRUE(run({"--reverb", "-5dB", "--eq", "1:0x1A", "--eq", "3:+2.5dB,9:-6dB", input, path("out.wav")}).exited(0));
+    EXPECT_TRUE(bytes("out.wav") == expected); // options may stand in front of the files
     render(input, {"--REVERB=1.23e2", "--eqband3", "2.5 dB", "--eq", "9:-127", "--eqBand1", "26"});
     EXPECT_TRUE(bytes("out.wav") == expected);
     expectRefusal(input, "--Reverb: 9.1dB is not a number from 0 to 255, nor one of -17.9 to +9.0 dB", {"--reverb", "9.1dB"});
