@@ -86,7 +86,8 @@ MeasuredSet readPairs(const std::string& path)
     const std::size_t channels = recording.channels;
     const std::size_t frames = recording.frames;
     if (channels != pairChannels)
-        fail(path, "it has " + std::to_string(channels) + " channels; a set of responses has 14, a pair for each speaker");
+        fail(path, "it has " + std::to_string(channels) + (channels == 1 ? " channel" : " channels") +
+                       "; a set of responses has 14, a pair for each speaker");
 
     if (frames > longestResponse)
         fail(path, "its responses are longer than " + std::to_string(longestResponse) + " frames");

@@ -72,6 +72,8 @@ TEST_F(QuorelHrtf, WhatCannotBeShownOrDrawnIsRefused)
         EXPECT_EQ(outcome.out, "");
     };
     expectError({"show", path("none.wav")}, "cannot read " + path("none.wav") + ": No such file or directory");
+    expectError({"show", save("mono.wav", 1, std::vector<float>(200))},
+                "mono.wav: it has 1 channel; a set of responses has 14, a pair for each speaker");
     expectError({"show", taps(), "--plot", path("set.gif")},
                 "cannot draw " + path("set.gif") + ": its ending is none of .svg, .png and .csv");
     expectError({"show", taps(), "--plot", path("none/set.svg")}, path("none/set.svg"));
