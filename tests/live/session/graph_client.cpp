@@ -33,7 +33,7 @@ struct GraphClient::Pacemaker {
     std::atomic<spa_io_position*> position = nullptr;
     std::atomic<bool> driving = false;
     std::atomic<std::uint64_t> done = 0;
-    std::atomic<std::uint64_t> tick = 0; // the clock of the last cycle that was begun
+    std::atomic<std::uint64_t> lost = 0; // cycles that did not end
     std::atomic<bool> stopped = false;
     std::thread thread;
 };
@@ -120,16 +120,17 @@ void GraphClient::Pacemaker::beat()
             awaited = 0;
         } else if (done >= awaited || Clock::now() - begun > (hurry ? lostCycleOfASound : lostCycle)) {
             begun = Clock::now();
+            if (done < awaited)
+                ++lost;
             awaited = done + 1;
             clock->clock.position += clock->clock.duration;
             clock->clock.duration = quantum;
-            tick = clock->clock.position;
             pw_stream_trigger_process(stream);
         }
     }
 }
 
-GraphClient::GraphClient(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs)
+GraphClient::GraphClient(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs, Clock clock)
     : loop((pw_init(nullptr, nullptr), pw_thread_loop_new("test", nullptr))),
       player(std::make_unique<Node>()),
       recorder(std::make_unique<Node>()),
@@ -158,7 +159,8 @@ GraphClient::GraphClient(const std::vector<std::string>& outputs, const std::vec
     };
     make(*player, playerName, PW_DIRECTION_OUTPUT, outputs, onPlay);
     make(*recorder, recorderName, PW_DIRECTION_INPUT, inputs, onRecord);
-    pacemaker = std::make_unique<Pacemaker>(loop, armed, quantum);
+    if (clock == Clock::own)
+        pacemaker = std::make_unique<Pacemaker>(loop, armed, quantum);
     pw_thread_loop_start(loop);
 }
 
@@ -191,28 +193,32 @@ void GraphClient::link(const std::vector<std::string>& to, const std::vector<std
 
 bool GraphClient::play(const Channels& what, std::size_t frames)
 {
-    sound = &what;
-    for (auto& row : recording)
-        row.assign(frames, 0.0F);
-    played = 0;
-    taken = 0;
-    armed = true;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (taken < frames && std::chrono::steady_clock::now() < end)
+    {
+        const std::lock_guard begin(playing);
+        sound = &what;
+        for (auto& row : recording)
+            row.assign(frames, 0.0F);
+        played = 0;
+        taken = 0;
+        armed = true;
+    }
+    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (taken < frames && std::chrono::steady_clock::now() < latest)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const std::lock_guard end(playing); // no audio thread is at it
     armed = false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the audio thread has seen it
     return taken >= frames;
 }
 
-std::uint64_t GraphClient::now() const
+std::uint64_t GraphClient::lostCycles() const
 {
-    return pacemaker->tick;
+    return pacemaker->lost;
 }
 
 void GraphClient::onPlay(void* data, spa_io_position* position)
 {
     auto& client = *static_cast<GraphClient*>(data);
+    const std::lock_guard busy(client.playing);
     const auto n = static_cast<std::uint32_t>(position->clock.duration);
     const bool sounding = client.armed;
     const std::size_t at = client.played;
@@ -236,6 +242,7 @@ void GraphClient::onPlay(void* data, spa_io_position* position)
 void GraphClient::onRecord(void* data, spa_io_position* position)
 {
     auto& client = *static_cast<GraphClient*>(data);
+    const std::lock_guard busy(client.playing);
     const auto n = static_cast<std::uint32_t>(position->clock.duration);
     std::vector<const float*> rows(client.recorder->ports.size());
     for (std::size_t c = 0; c < rows.size(); ++c)

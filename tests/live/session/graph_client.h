@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// GraphClient plays into ports of the audio graph and records from others, sample by sample, and is the graph's clock: a cycle
-// begins when all nodes have done the one before. So no frame is lost however busy the machine is, and sound takes less time
-// than it lasts.
+// GraphClient plays into ports of the audio graph and records from others, sample by sample. It is the graph's clock as well,
+// unless the device shall be: a cycle begins when all nodes have done the one before. So no frame is lost however busy the
+// machine is, and sound takes less time than it lasts.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,7 +23,8 @@ using Channels = std::vector<std::vector<float>>; // one row a channel
 class GraphClient {
 public:
     // One node that plays, with a port for each name, and one that records.
-    GraphClient(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
+    enum class Clock { own, ofTheDevice };
+    GraphClient(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs, Clock clock = Clock::own);
     ~GraphClient();
     GraphClient(const GraphClient&) = delete;
     GraphClient& operator=(const GraphClient&) = delete;
@@ -34,11 +36,11 @@ public:
     // False when the graph did not get there in time.
     bool play(const Channels& sound, std::size_t frames);
 
-    // Frames of the cycles from now on.
+    // Frames of the cycles from now on, by its own clock.
     void setQuantum(std::uint32_t frames) { quantum = frames; }
 
-    // The graph's clock at the last cycle that was begun.
-    std::uint64_t now() const;
+    // Cycles of its own clock that did not end.
+    std::uint64_t lostCycles() const;
 
     const Channels& recorded() const { return recording; }
     std::uint64_t playedAt() const { return playTick; } // the graph's clock at the first frame that was played
@@ -56,6 +58,7 @@ private:
     std::unique_ptr<Pacemaker> pacemaker;
     std::vector<std::string> outputNames;
     std::vector<std::string> inputNames;
+    std::mutex playing; // the two audio threads and the one that plays
     const Channels* sound = nullptr;
     Channels recording;
     std::atomic<bool> armed = false;

@@ -196,16 +196,15 @@ TEST_F(LiveMicrophone, IsTheCleaningToolsBehindLostCyclesToo)
     const auto live = session.live({"--microphone"});
     GraphClient client({"MONO"}, {"MONO"});
     ASSERT_NO_FATAL_FAILURE(begin(client, quantum));
-    live->signal(SIGSTOP);
-    const std::uint64_t stopped = client.now();
-    EXPECT_TRUE(within(patience, [&] { return client.now() >= stopped + 2 * quantum; }));
-    live->signal(SIGCONT);
-    nlohmann::json told;
-    ASSERT_TRUE(within(patience, [&] {
-        told = session.status()["microphone"];
-        return told["gap_frames"] > 0;
-    })) << told;
-    ASSERT_NE(told["gap_frames"].get<std::uint64_t>() % 240, 0U);
+    std::uint64_t jumped = 0; // frames; it may be that none is lost, or whole blocks
+    for (int attempt = 0; attempt < 20 && jumped % 240 == 0; ++attempt) {
+        live->signal(SIGSTOP);
+        const std::uint64_t before = client.lostCycles();
+        EXPECT_TRUE(within(patience, [&] { return client.lostCycles() > before; }));
+        live->signal(SIGCONT);
+        jumped = session.status()["microphone"]["gap_frames"];
+    }
+    ASSERT_NE(jumped % 240, 0U);
     expectCleaned(client, quantum);
 }
 

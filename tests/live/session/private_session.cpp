@@ -61,6 +61,7 @@ Service::Service(const std::vector<std::string>& words, fs::path output) : proce
     process = fork();
     if (process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        setpgid(0, 0);
         dup2(file, STDOUT_FILENO);
         dup2(file, STDERR_FILENO);
         execvp(argv[0], argv.data());
@@ -72,9 +73,7 @@ Service::Service(const std::vector<std::string>& words, fs::path output) : proce
 
 Service::~Service()
 {
-    if (ended(0ms))
-        return;
-    signal(SIGKILL);
+    kill(-process, SIGKILL); // what it has started too
     static_cast<void>(ended(patience));
 }
 

@@ -18,7 +18,7 @@ namespace quorel {
 // For what takes less than a second on an idle machine.
 constexpr std::chrono::seconds patience{60};
 
-// A process that ends with the test at the latest. What it writes goes into a file.
+// A process that ends with the test at the latest, with what it has started. What it writes goes into a file.
 class Service {
 public:
     Service(const std::vector<std::string>& words, std::filesystem::path output);
