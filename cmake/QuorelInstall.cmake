@@ -80,5 +80,10 @@ Cflags: -I\${includedir}
     string(REPLACE /usr/bin/ ${CMAKE_INSTALL_FULL_BINDIR}/ unit "${unit}")
     file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/quorel-live.service CONTENT "${unit}" @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/quorel-live.service DESTINATION lib/systemd/user COMPONENT tools)
+    # Not where every user's desktop would start it: whoever has no systemd copies it there.
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/quorel-live.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/quorel/autostart
+      COMPONENT tools)
+    # Hosts of plug-ins look into lib/lv2 alone.
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/live/lv2/ DESTINATION lib/lv2 USE_SOURCE_PERMISSIONS COMPONENT tools)
   endif()
 endif()
