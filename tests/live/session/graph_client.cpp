@@ -44,10 +44,8 @@ constexpr const char* playerName = "test-player";
 constexpr const char* recorderName = "test-recorder";
 constexpr const char* group = "test"; // nodes of one group have one driver
 
-// With links that come and go a cycle's end may be lost. No cycle takes so long on the busiest machine; while a sound is played
-// nothing comes or goes, and a cycle has all the time there is.
+// With links that come and go a cycle's end may be lost. No cycle takes so long on the busiest machine.
 constexpr auto lostCycle = std::chrono::seconds(2);
-constexpr auto lostCycleOfASound = std::chrono::seconds(30);
 
 } // namespace
 
@@ -118,7 +116,7 @@ void GraphClient::Pacemaker::beat()
         spa_io_position* clock = position;
         if (!driving || clock == nullptr) {
             awaited = 0;
-        } else if (done >= awaited || Clock::now() - begun > (hurry ? lostCycleOfASound : lostCycle)) {
+        } else if (done >= awaited || Clock::now() - begun > lostCycle) {
             begun = Clock::now();
             if (done < awaited)
                 ++lost;
