@@ -92,8 +92,8 @@ protected:
         EXPECT_GT(blocks, 100);
     }
 
-    const EndpointEntry render{"Render"};
-    const EndpointEntry capture{"Capture", captureEndpoint};
+    const EndpointEntry renderEntry{"Render"};
+    const EndpointEntry captureEntry{"Capture", captureEndpoint};
     LoadedModule module;
     std::chrono::steady_clock::time_point end;
     std::atomic<int> blocks = 0;

@@ -193,7 +193,7 @@ void Orders::takeTurn(Thread& thread, const std::string& call, const std::functi
         close(memory);
     thread.ready = ready;
     if (call == "pause") // of use only when somebody else goes on
-        thread.ready = [this, before = made.size()] { return made.size() > before; };
+        thread.ready = [this, steps = made.size()] { return made.size() > steps; };
     thread.hasTurn = false;
     giveTurn(&thread);
     std::unique_lock guard(mutex, std::adopt_lock);

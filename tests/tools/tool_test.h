@@ -59,8 +59,8 @@ struct Sound {
 // A folder for files that are made here, and the tool that is tested.
 class ToolTest : public testing::Test {
 protected:
-    // tool: its program. name: how it calls itself.
-    ToolTest(const char* tool, const char* name) : tool(tool), name(name)
+    // tool: its program. calledAs: how it names itself.
+    ToolTest(const char* tool, const char* calledAs) : tool(tool), calledAs(calledAs)
     {
         std::string pattern = (fs::temp_directory_path() / "quorel_tool_XXXXXX").string();
         folder = mkdtemp(pattern.data());
@@ -218,7 +218,7 @@ protected:
 
     void expectOneLine(const std::string& text, const std::string& reason) const
     {
-        EXPECT_THAT(text, testing::StartsWith(std::string(name) + ": "));
+        EXPECT_THAT(text, testing::StartsWith(std::string(calledAs) + ": "));
         EXPECT_THAT(text, testing::HasSubstr(reason));
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
         EXPECT_TRUE(text.ends_with('\n')) << text;
@@ -317,7 +317,7 @@ protected:
     }
 
     const char* tool;
-    const char* name;
+    const char* calledAs;
     fs::path folder;
 };
 
