@@ -1,28 +1,49 @@
 # SPDX-License-Identifier: MIT
 include(GoogleTest)
 
-# What nearly every test includes, parsed once. Programs take it compiled for programs, which a library would not be.
-add_library(quorel_test_headers STATIC ${PROJECT_SOURCE_DIR}/tests/support/headers.cpp)
-quorel_target(quorel_test_headers)
-if(NOT WIN32)
-  set_target_properties(quorel_test_headers PROPERTIES POSITION_INDEPENDENT_CODE OFF)
-  target_compile_options(quorel_test_headers PRIVATE -fPIE)
+# Compiling most tests costs more than running them, so they are optimised lightly; `heavy_tests` of a folder names the programs
+# that are not.
+set(light_optimisation $<$<CONFIG:Release>:-O1>)
+if(sanitized)
+  set(light_optimisation -O0)
 endif()
-target_link_libraries(quorel_test_headers PUBLIC GTest::gmock)
-target_precompile_headers(quorel_test_headers PRIVATE
-  <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <chrono> <cmath> <filesystem> <memory> <random> <string> <thread> <vector>)
+
+# What nearly every test includes, parsed once. Programs take it compiled for programs, which a library would not be. Without any
+# optimisation it is another than with some.
+function(quorel_test_headers name)
+  add_library(${name} STATIC ${PROJECT_SOURCE_DIR}/tests/support/headers.cpp)
+  quorel_target(${name})
+  if(NOT WIN32)
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    target_compile_options(${name} PRIVATE -fPIE)
+  endif()
+  target_compile_options(${name} PRIVATE ${ARGN})
+  target_link_libraries(${name} PUBLIC GTest::gmock)
+  target_precompile_headers(${name} PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <chrono> <cmath> <filesystem> <memory> <random> <string> <thread> <vector>)
+endfunction()
+quorel_test_headers(quorel_test_headers)
+set(light_headers quorel_test_headers)
+if(sanitized)
+  quorel_test_headers(quorel_light_headers ${light_optimisation})
+  set(light_headers quorel_light_headers)
+endif()
 
 # quorel_test(<source> <libraries>...): one test program. Each of its tests is a CTest test, except where each start of a program
 # is slow (under Wine) and with QUOREL_WHOLE_PROGRAMS: there the program is one. Tests that are named in `long_tests`, as
-# program.Suite.Name with * for any text, bear the label `long`, and QUOREL_WHOLE_PROGRAMS leaves them out. Programs without
-# such tests are optimised lightly in a release build, since compiling them costs more than running them.
+# program.Suite.Name with * for any text, bear the label `long`, and QUOREL_WHOLE_PROGRAMS leaves them out.
 function(quorel_test source)
   get_filename_component(name ${source} NAME_WE)
   get_filename_component(room ${CMAKE_CURRENT_SOURCE_DIR} NAME)
   add_executable(${name} ${source})
   quorel_target(${name})
   target_link_libraries(${name} PRIVATE ${ARGN} GTest::gmock GTest::gtest_main)
-  target_precompile_headers(${name} REUSE_FROM quorel_test_headers)
+  if(name IN_LIST heavy_tests)
+    target_precompile_headers(${name} REUSE_FROM quorel_test_headers)
+  else()
+    target_precompile_headers(${name} REUSE_FROM ${light_headers})
+    target_compile_options(${name} PRIVATE ${light_optimisation})
+  endif()
 
   set(label)
   set(long_label LABELS long)
@@ -41,8 +62,6 @@ function(quorel_test source)
   set(quick *)
   if(long)
     set(quick *-${long})
-  else()
-    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
   endif()
   # At -O1, which the sanitizers' presets have as well, gcc 12 takes the appending of strings for writing beyond their ends.
   target_compile_options(${name} PRIVATE "$<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds;-Wno-stringop-overflow>")
