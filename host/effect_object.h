@@ -64,14 +64,18 @@ public:
     // IAudioSystemEffects2
     HRESULT GetEffectsList(GUID** effects, UINT* count, HANDLE event) override;
 
+    static const InterfaceEntry<QUOREL> interfaces[7];
+
+    // What the object holds, for whoever has the object itself; empty until Initialize, the last until the first lock.
+    const std::string& endpoint() const { return endpointGuid; }
+    const SettingsHandler* settings() const { return settingsHandler.get(); }
+    const SignalPath& signalPath() const { return path; }
+
 private:
     friend class ComObject<QUOREL>;
-    friend struct EffectObjectState; // a test's view
 
     explicit QUOREL(IUnknown* outer) noexcept;
     ~QUOREL() = default;
-
-    static const InterfaceEntry<QUOREL> interfaces[7];
 
     HRESULT join(const APOInitSystemEffects2& record, bool hasMode);
     HRESULT judge(HRESULT generalAnswer, IAudioMediaType* opposite, IAudioMediaType* requested,

@@ -20,7 +20,7 @@ public:
         const auto sequence = application.update(settings);
         for (int i = 0; i < 60000; ++i) {
             effect.process(nullptr, nullptr, 0, BUFFER_SILENT);
-            if (EffectObjectState::record(*effect.self).blockSequence == sequence)
+            if (effect.record().blockSequence == sequence)
                 return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }

@@ -86,7 +86,7 @@ TEST_F(Failures, SettingsThatCannotStartLeaveTheObjectUninitialised)
         system.fail(call);
         Effect effect;
         EXPECT_EQ(effect.initialize(), E_UNEXPECTED) << call;
-        EXPECT_EQ(EffectObjectState::handler(*effect.self), nullptr);
+        EXPECT_EQ(effect.self->settings(), nullptr);
         EXPECT_EQ(effect.initialize(), E_UNEXPECTED) << call; // and not "already initialised"
         EXPECT_EQ(effect.lock(voiceFormat()), APOERR_NOT_INITIALIZED);
         SetUp();
@@ -108,7 +108,7 @@ TEST_F(Failures, ABlockGoesOnWithItsOldSettingsWhileTheirLockIsTaken)
     system.locksAreTaken = true; // of the poll alone: the lock of a configuration is not taken by trying
     ASSERT_EQ(effect.lock(voiceFormat()), S_OK);
     std::vector<float> block(480);
-    const auto& record = EffectObjectState::record(*effect.self);
+    const auto& record = effect.record();
     EXPECT_EQ(effect.process(block.data(), block.data(), 480), BUFFER_VALID);
     EXPECT_EQ(record.generation, 0U);
     EXPECT_EQ(record.applied, 1);

@@ -38,7 +38,7 @@ const std::vector<IID> offered = {IID_IQUORELSFX,
 
 TEST(Interfaces, TheyAreLookedUpInTheirOrder)
 {
-    const auto& table = EffectObjectState::interfaces();
+    const auto& table = QUOREL::interfaces;
     ASSERT_EQ(std::size(table), offered.size());
     for (std::size_t i = 0; i < offered.size(); ++i)
         EXPECT_TRUE(table[i].id == offered[i]) << i;

@@ -137,8 +137,8 @@ TEST_F(Latency, ItCanBeMeasuredWhileUnlocked)
 TEST_F(Latency, APathThatFailsLeavesTheValueOfNoMeasurement)
 {
     EXPECT_EQ(effect.lock(surroundFormat(), 1000), S_OK);
-    EffectObjectState::record(*effect.self).Settings = 1;
-    EffectObjectState::record(*effect.self).applied = 0;
+    effect.record().Settings = 1;
+    effect.record().applied = 0;
     expectUnmeasured(E_UNEXPECTED);
     EXPECT_EQ(readings, 0);
 }
@@ -198,7 +198,7 @@ TEST_F(Latency, AMeasurementAdvancesThePathByTwoBlocks)
 {
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
     EXPECT_EQ(effect.lock(surroundFormat()), S_OK);
-    for (SettingsRecord* record : {reference->settings(), &EffectObjectState::record(*effect.self)}) {
+    for (SettingsRecord* record : {reference->settings(), &effect.record()}) {
         const auto generation = record->generation; // no poll has news
         *record = {};                               // whatever settings were kept
         record->generation = generation;

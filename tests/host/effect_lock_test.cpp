@@ -89,7 +89,7 @@ TEST_F(Render, TheFirstRecordOfAPathIsTheSnapshot)
     ASSERT_TRUE(control.deliver(settings, effect));
     EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
     EXPECT_EQ(effect.lock(surroundFormat()), S_OK); // a new path, with a record of its own
-    const auto& record = EffectObjectState::record(*effect.self);
+    const auto& record = effect.record();
     EXPECT_EQ(record.Reverb, 77U);
     EXPECT_EQ(record.applied, 0);
     EXPECT_GT(record.generation, 0U);
@@ -120,10 +120,10 @@ TEST_F(Render, ThePathIsBuiltForTheInputsFrames)
 TEST_F(Render, AFailedLockLeavesThePreviousPath)
 {
     EXPECT_EQ(effect.lock(surroundFormat()), S_OK);
-    const auto* record = &EffectObjectState::record(*effect.self);
+    const auto* record = &effect.record();
     EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
     EXPECT_EQ(effect.lock(surroundFormat(6)), E_UNEXPECTED);
-    EXPECT_EQ(&EffectObjectState::record(*effect.self), record);
+    EXPECT_EQ(&effect.record(), record);
     EXPECT_EQ(channelCount(effect), 6U); // Required: taken before the path is built
 }
 

@@ -34,14 +34,14 @@ TEST(Initialize, ASecondTimeIsRefusedAndChangesNothing)
     const EndpointEntry entry("Render");
     Effect effect;
     ASSERT_EQ(effect.initialize(), S_OK);
-    const auto* handler = EffectObjectState::handler(*effect.self);
+    const auto* handler = effect.self->settings();
     Properties properties(testEndpoint);
     auto record = initRecord(properties);
     record.AudioProcessingMode = AUDIO_SIGNALPROCESSINGMODE_RAW;
     record.pAPOEndpointProperties = nullptr; // seen later
     EXPECT_EQ(initialize(*effect.object, record), APOERR_ALREADY_INITIALIZED);
     EXPECT_EQ(initialize(*effect.object, record, 57), E_INVALIDARG); // seen earlier
-    EXPECT_EQ(EffectObjectState::handler(*effect.self), handler);
+    EXPECT_EQ(effect.self->settings(), handler);
     UINT count = 0;
     GUID* list = nullptr;
     EXPECT_EQ(effect.effects->GetEffectsList(&list, &count, nullptr), S_OK);
@@ -69,7 +69,7 @@ TEST(Initialize, TheEndpointsIdentifierIsAskedForOnce)
     ASSERT_EQ(properties.asked.size(), 1U);
     EXPECT_EQ(std::memcmp(&properties.asked[0], &PKEY_AudioEndpoint_GUID, sizeof(PROPERTYKEY)), 0);
     EXPECT_EQ(properties.references, 1U);
-    EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), testEndpoint);
+    EXPECT_EQ(effect.self->endpoint(), testEndpoint);
 }
 
 TEST(Initialize, AFailureOfThePropertyStoreIsReturned)
@@ -95,7 +95,7 @@ TEST(Initialize, ANullTextIsAnEmptyIdentifier)
         auto record = initRecord(properties);
         record.InitializeForDiscoveryOnly = TRUE;
         initialize(*effect.object, record); // what the lists say to an empty name is the registry's matter
-        EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), "");
+        EXPECT_EQ(effect.self->endpoint(), "");
     }
 }
 
@@ -103,16 +103,16 @@ TEST(Initialize, ANullTextReplacesAnEarlierIdentifier)
 {
     Effect effect;
     EXPECT_EQ(effect.initialize(), E_UNEXPECTED); // in neither list
-    EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), testEndpoint);
+    EXPECT_EQ(effect.self->endpoint(), testEndpoint);
     effect.initialize(AUDIO_SIGNALPROCESSINGMODE_DEFAULT, TRUE, "");
-    EXPECT_EQ(EffectObjectState::endpointGuid(*effect.self), "");
+    EXPECT_EQ(effect.self->endpoint(), "");
 }
 
 TEST(Initialize, AnEndpointInNeitherListIsRefused)
 {
     Effect effect;
     EXPECT_EQ(effect.initialize(), E_UNEXPECTED);
-    EXPECT_EQ(EffectObjectState::handler(*effect.self), nullptr);
+    EXPECT_EQ(effect.self->settings(), nullptr);
     const EndpointEntry entry("Render");
     EXPECT_EQ(effect.initialize(), S_OK); // it was not initialised before
 }
@@ -154,7 +154,7 @@ TEST(Initialize, DiscoveryAloneNeedsNoSettings)
     for (const BOOL discovery : {TRUE, BOOL{-5}}) {
         Effect effect;
         EXPECT_EQ(effect.initialize(AUDIO_SIGNALPROCESSINGMODE_DEFAULT, discovery), S_OK);
-        EXPECT_EQ(EffectObjectState::handler(*effect.self), nullptr);
+        EXPECT_EQ(effect.self->settings(), nullptr);
         EXPECT_EQ(effect.initialize(), APOERR_ALREADY_INITIALIZED);
         EXPECT_FALSE(isCapture(effect)); // format questions are answered
         APO_REG_PROPERTIES* properties = nullptr;
@@ -170,8 +170,8 @@ TEST(Initialize, AllObjectsOfAProcessShareOneHandler)
     Effect second;
     ASSERT_EQ(first.initialize(), S_OK);
     ASSERT_EQ(second.initialize(), S_OK);
-    EXPECT_EQ(EffectObjectState::handler(*first.self), EffectObjectState::handler(*second.self));
-    EXPECT_NE(EffectObjectState::handler(*first.self), nullptr);
+    EXPECT_EQ(first.self->settings(), second.self->settings());
+    EXPECT_NE(first.self->settings(), nullptr);
 }
 
 // ---- The list of effects ----------------------------------------------------------------------------------------------
@@ -220,7 +220,7 @@ TEST(EffectsList, TheShorterRecordKeepsTheDefaultMode)
     record.InitializeForDiscoveryOnly = TRUE;
     ASSERT_EQ(initialize(*effect.object, record, 56), S_OK);
     expectEffects(effect, 1);
-    EXPECT_NE(EffectObjectState::handler(*effect.self), nullptr);
+    EXPECT_NE(effect.self->settings(), nullptr);
 }
 
 TEST(EffectsList, TheModeIsTakenBeforeTheEndpointIsJudged)

@@ -72,7 +72,7 @@ TEST_F(RenderStream, EveryBlockIsThePathsOwn)
 {
     Control control;
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, frames, 48000);
-    copyRecord(EffectObjectState::record(*effect.self), *reference->settings()); // kept settings, if there are any
+    copyRecord(effect.record(), *reference->settings()); // kept settings, if there are any
     std::vector<float> expected(frames * 8);
     for (std::uint32_t block = 0; block < 12; ++block) {
         if (block % 4 == 1) {
@@ -80,7 +80,7 @@ TEST_F(RenderStream, EveryBlockIsThePathsOwn)
             settings.Reverb = 20 * block;
             settings.Settings = block != 5;
             ASSERT_TRUE(control.deliver(settings, effect));
-            copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
+            copyRecord(effect.record(), *reference->settings());
         }
         const auto in = noise(frames * 8, block, 0.5F);
         EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
@@ -96,7 +96,7 @@ TEST_F(CaptureStream, EveryBlockAndItsLevelsAreThePathsOwn)
     SignalPath reference(SignalPath::Microphone{}, 1, 0, frames, 48000);
     std::vector<float> expected(frames);
     ASSERT_TRUE(control.deliver(voiceSettings(), effect));
-    copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
+    copyRecord(effect.record(), *reference->settings());
     for (std::uint32_t block = 0; block < 12; ++block) {
         auto in = noise(frames, block, 0.5F);
         EXPECT_EQ(effect.process(in.data(), out.data(), frames), BUFFER_VALID);
@@ -190,7 +190,7 @@ TEST_F(RenderStream, ASilentBlockDoesNotFeedTheRoom)
     Control control;
     ASSERT_TRUE(control.deliver(surroundSettings(), effect));
     SignalPath reference(SignalPath::Speaker{}, 8, 0x63F, frames, 48000);
-    copyRecord(EffectObjectState::record(*effect.self), *reference->settings());
+    copyRecord(effect.record(), *reference->settings());
     std::vector<float> expected(frames * 8);
     for (std::uint32_t block = 0; block < 6; ++block) {
         auto in = noise(frames * 8, block, 0.5F);
@@ -205,7 +205,7 @@ TEST_F(RenderStream, ASilentBlockDoesNotFeedTheRoom)
 TEST_F(RenderStream, ANewRecordArrivesWithASilentBlockAndWaitsForAValidOne)
 {
     Control control;
-    const auto& record = EffectObjectState::record(*effect.self);
+    const auto& record = effect.record();
     const auto in = noise(frames * 8, 1, 0.5F);
     effect.process(in.data(), out.data(), frames);
     EXPECT_EQ(record.applied, 1);

@@ -194,14 +194,6 @@ inline HRESULT initialize(IAudioProcessingObject& effect, APOInitSystemEffects2&
     return effect.Initialize(size, reinterpret_cast<BYTE*>(&record));
 }
 
-// A view into an effect object.
-struct EffectObjectState {
-    static SettingsRecord& record(QUOREL& effect) { return *effect.path->settings(); }
-    static const SettingsHandler* handler(const QUOREL& effect) { return effect.settingsHandler.get(); }
-    static const std::string& endpointGuid(const QUOREL& effect) { return effect.endpointGuid; }
-    static const auto& interfaces() { return QUOREL::interfaces; }
-};
-
 // An effect object, met through its interfaces.
 class Effect {
 public:
@@ -221,6 +213,9 @@ public:
 
     Effect(const Effect&) = delete;
     Effect& operator=(const Effect&) = delete;
+
+    // The record of the path of the last lock.
+    SettingsRecord& record() const { return *self->signalPath()->settings(); }
 
     HRESULT initialize(const GUID& mode = AUDIO_SIGNALPROCESSINGMODE_DEFAULT, BOOL discovery = FALSE,
                        const std::string& endpoint = testEndpoint)

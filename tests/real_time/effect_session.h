@@ -69,7 +69,7 @@ public:
             const auto flags = block % 7 == 3 ? BUFFER_SILENT : block % 11 == 5 ? BUFFER_INVALID : BUFFER_VALID;
             if (effect.process(in.data(), out.data(), n, flags) != flags)
                 throw std::runtime_error("a block failed");
-            const auto sequence = EffectObjectState::record(*effect.self).blockSequence;
+            const auto sequence = effect.record().blockSequence;
             updates += sequence != last ? 1 : 0;
             last = sequence;
         }
