@@ -21,8 +21,31 @@
 #include <lv2/state/state.h>
 #include <lv2/urid/urid.h>
 #include <lv2/worker/worker.h>
+#include <new>
 #include <random>
 #include <unistd.h>
+
+// Memory that this thread has released, in the plug-ins too: they take these operations from the program.
+static thread_local int releases = 0;
+
+[[gnu::noinline]] void* operator new(std::size_t bytes)
+{
+    if (void* memory = std::malloc(bytes != 0 ? bytes : 1); memory != nullptr)
+        return memory;
+    throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept
+{
+    ++releases;
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
+{
+    ++releases;
+    std::free(memory);
+}
 
 namespace quorel {
 namespace {
@@ -126,6 +149,8 @@ public:
         descriptor = descriptors(microphone ? 1 : 0);
         map = {this, [](LV2_URID_Map_Handle host, const char* uri) { return static_cast<Host*>(host)->id(uri); }};
         schedule = {this, [](LV2_Worker_Schedule_Handle host, std::uint32_t size, const void* data) {
+                        if (static_cast<Host*>(host)->full)
+                            return LV2_WORKER_ERR_NO_SPACE;
                         const auto* bytes = static_cast<const char*>(data);
                         static_cast<Host*>(host)->orders.emplace_back(bytes, bytes + size);
                         return LV2_WORKER_SUCCESS;
@@ -218,8 +243,11 @@ public:
                     return LV2_WORKER_SUCCESS;
                 },
                 &answers, static_cast<std::uint32_t>(order.size()), order.data());
-            for (const auto& answer : answers)
+            for (const auto& answer : answers) {
+                const int before = releases;
                 worker->work_response(handle, static_cast<std::uint32_t>(answer.size()), answer.data());
+                releasedInAnswers += releases - before;
+            }
         }
     }
 
@@ -238,6 +266,8 @@ public:
     std::array<std::array<float, 256>, 2> made{};
     alignas(8) std::array<char, 8192> in{};
     alignas(8) std::array<char, 8192> out{};
+    bool full = false;         // its worker takes no work
+    int releasedInAnswers = 0; // pieces of memory, on the audio thread
 
 private:
     void* library = nullptr;
@@ -341,6 +371,26 @@ TEST(Lv2Plugin, ReadsTheFileOfResponsesThatAMessageNames)
     expectOneTap(host);
     host.run((folder / "none.wav").c_str()); // what cannot be read changes nothing
     host.settle();
+    expectOneTap(host);
+}
+
+TEST(Lv2Plugin, ReleasesNoResponsesOnTheAudioThread)
+{
+    const Folder folder;
+    const std::string path = writeResponses(folder);
+    Host host(false);
+    host.set("Settings", 1);
+    const auto change = [&](bool full) {
+        host.run(path.c_str());
+        host.full = full;
+        host.settle();
+        host.full = false;
+    };
+    change(false);
+    change(true); // the first set waits in the second
+    change(false);
+    change(true);
+    EXPECT_EQ(host.releasedInAnswers, 0);
     expectOneTap(host);
 }
 
