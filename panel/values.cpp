@@ -2,6 +2,9 @@
 #include "panel/values.h"
 
 #include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
 
 namespace quorel {
 
@@ -10,6 +13,17 @@ std::optional<double> decibelsAt(const SettingsField& field, std::int64_t value)
     if (field.dbPerStep == 0 || (field.low == 0 && value == 0))
         return std::nullopt;
     return field.dbAtZero + field.dbPerStep * static_cast<double>(value);
+}
+
+std::string shownText(const SettingsField& field, std::int64_t value)
+{
+    if (const auto db = decibelsAt(field, value)) {
+        const double rounded = std::round(*db * 10) / 10;
+        std::ostringstream text;
+        text << (rounded > 0 ? "+" : "") << std::fixed << std::setprecision(1) << rounded + 0.0 << " dB"; // + 0.0: no -0.0
+        return text.str();
+    }
+    return value == 0 ? "off" : std::to_string(value);
 }
 
 std::int64_t typedValue(const SettingsField& field, std::string_view text)

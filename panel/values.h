@@ -27,6 +27,9 @@ std::optional<double> decibelsAt(const SettingsField& field, std::int64_t value)
 // whole number; with a point or a comma. "off" is 0 where 0 means off. Throws std::runtime_error with a text that says the range.
 std::int64_t typedValue(const SettingsField& field, std::string_view text);
 
+// "+3.0 dB", "off", "2": a value as a person reads it.
+std::string shownText(const SettingsField& field, std::int64_t value);
+
 // The value at which a field does nothing: its default, and what a bypass sets.
 constexpr std::int64_t neutralValue = 0;
 

@@ -18,11 +18,8 @@ namespace quorel {
 
 QString shownValue(const SettingsField& field, std::int64_t value)
 {
-    if (const auto db = decibelsAt(field, value)) {
-        const double rounded = std::round(*db * 10) / 10;
-        return (rounded > 0 ? "+" : "") + QString::number(rounded + 0.0, 'f', 1) + " dB"; // + 0.0: no -0.0
-    }
-    return value == 0 ? QCoreApplication::translate("quorel::Fader", "off") : QString::number(value);
+    const std::string text = shownText(field, value);
+    return text == "off" ? QCoreApplication::translate("quorel::Fader", "off") : QString::fromStdString(text);
 }
 
 // ---- Fader ----------------------------------------------------------------------------------------------------------
@@ -168,30 +165,27 @@ Meter::Meter(const QString& name)
 
 void Meter::show(double levelDb, double seconds)
 {
-    const double measured = levelDb > lowest ? std::min(levelDb, 0.0) : lowest; // also what is no number
-    const int peakNow = static_cast<int>(std::lround(peak.next(measured, seconds)));
-    const int levelNow = static_cast<int>(std::lround(measured));
-    if (levelNow == level && peakNow == top)
+    const int levelBefore = level.level();
+    const int peakBefore = level.peak();
+    if (!level.next(levelDb, seconds))
         return;
-    const auto [highest, deepest] = std::minmax({yOf(level), yOf(levelNow), yOf(top), yOf(peakNow)});
-    level = levelNow;
-    top = peakNow;
-    setAccessibleDescription(tr("%1 dB, peak %2 dB").arg(level).arg(top));
+    const auto [highest, deepest] = std::minmax({yOf(levelBefore), yOf(level.level()), yOf(peakBefore), yOf(level.peak())});
+    setAccessibleDescription(tr("%1 dB, peak %2 dB").arg(level.level()).arg(level.peak()));
     update(0, highest - 2, width(), deepest - highest + 4); // with the peak's line
 }
 
 int Meter::yOf(int db) const
 {
-    return height() * -db / -lowest;
+    return height() * -db / -MeterLevel::lowest;
 }
 
 void Meter::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
     painter.fillRect(rect(), palette().base());
-    painter.fillRect(QRect(QPoint(0, yOf(level)), QPoint(width(), height())), palette().highlight());
-    if (top > lowest)
-        painter.fillRect(0, std::max(yOf(top) - 1, 0), width(), 2, palette().text());
+    painter.fillRect(QRect(QPoint(0, yOf(level.level())), QPoint(width(), height())), palette().highlight());
+    if (level.peak() > MeterLevel::lowest)
+        painter.fillRect(0, std::max(yOf(level.peak()) - 1, 0), width(), 2, palette().text());
     painter.setPen(palette().mid().color());
     painter.drawRect(rect().adjusted(0, 0, -1, -1));
 }
@@ -221,17 +215,17 @@ void CurveView::show(const std::array<std::int64_t, Equalizer::bands>& newest)
 
 double CurveView::hzAt(double x) const
 {
-    return lowest * std::pow(highest / lowest, x / (width() - 1));
+    return equalizerScale.hzAt(x, width());
 }
 
 double CurveView::xOf(double hz) const
 {
-    return (width() - 1) * std::log(hz / lowest) / std::log(highest / lowest);
+    return equalizerScale.xOf(hz, width());
 }
 
 double CurveView::yOf(double db) const
 {
-    return (height() - 1) * (range - db) / (2 * range);
+    return equalizerScale.yOf(db, height());
 }
 
 void CurveView::paintEvent(QPaintEvent*)
@@ -289,14 +283,14 @@ void ResponseView::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
     painter.fillRect(rect(), palette().base());
-    const auto yOf = [this](double db) { return (height() - 1) * (top - db) / (top - bottom); };
+    const auto yOf = [this](double db) { return responseScale.yOf(db, height()); };
     QColor grid = palette().text().color();
     grid.setAlpha(40);
     painter.setPen(grid);
-    for (double db = bottom + 5; db < top; db += 10)
+    for (double db = responseScale.bottomDb + 5; db < responseScale.topDb; db += 10)
         painter.drawLine(QPointF(0, yOf(db)), QPointF(width(), yOf(db)));
     for (const double hz : {1000.0, 10000.0}) {
-        const double x = (width() - 1) * std::log(hz / lowest) / std::log(highest / lowest);
+        const double x = responseScale.xOf(hz, width());
         painter.drawLine(QPointF(x, 0), QPointF(x, height()));
     }
 
@@ -305,8 +299,8 @@ void ResponseView::paintEvent(QPaintEvent*)
     for (std::size_t ear = 0; ear < 2; ++ear) {
         QPolygonF line;
         for (int x = 0; x < width(); ++x) {
-            const double hz = lowest * std::pow(highest / lowest, static_cast<double>(x) / (width() - 1));
-            line += QPointF(x, yOf(std::max(levelDb(ears.at(ear), hz), 2 * bottom)));
+            const double hz = responseScale.hzAt(x, width());
+            line += QPointF(x, yOf(std::max(levelDb(ears.at(ear), hz), 2 * responseScale.bottomDb)));
         }
         painter.setPen(QPen(colours.at(ear), 1.5));
         painter.drawPolyline(line.translated(0.5, 0.5));

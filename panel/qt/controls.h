@@ -3,8 +3,9 @@
 // has the focus.
 #pragma once
 
+#include "panel/chart_scale.h"
 #include "panel/equalizer_curve.h"
-#include "panel/peak_hold.h"
+#include "panel/meter_level.h"
 #include "panel/response_curve.h"
 #include "panel/values.h"
 
@@ -77,13 +78,11 @@ class Meter : public QWidget {
     Q_DECLARE_TR_FUNCTIONS(quorel::Meter)
 
 public:
-    static constexpr int lowest = -60; // dB
-
     explicit Meter(const QString& name);
 
     void show(double level, double seconds); // since the last time
-    int shownLevel() const { return level; }
-    int shownPeak() const { return top; }
+    int shownLevel() const { return level.level(); }
+    int shownPeak() const { return level.peak(); }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -91,9 +90,7 @@ protected:
 private:
     int yOf(int db) const;
 
-    PeakHold peak{lowest};
-    int level = lowest; // dB, as painted
-    int top = lowest;
+    MeterLevel level; // as painted
 };
 
 // What the nine bands do to the sound over frequency: the curve, and thin the part of each band.
@@ -101,10 +98,6 @@ class CurveView : public QWidget {
     Q_DECLARE_TR_FUNCTIONS(quorel::CurveView)
 
 public:
-    static constexpr double lowest = 20; // Hz
-    static constexpr double highest = 20000;
-    static constexpr double range = 15; // dB up and down
-
     CurveView();
 
     void show(const std::array<std::int64_t, Equalizer::bands>& settings);
@@ -127,11 +120,6 @@ class ResponseView : public QWidget {
     Q_DECLARE_TR_FUNCTIONS(quorel::ResponseView)
 
 public:
-    static constexpr double lowest = 100; // Hz
-    static constexpr double highest = 20000;
-    static constexpr double top = 15; // dB
-    static constexpr double bottom = -35;
-
     ResponseView();
 
     void show(const std::array<std::array<float, fittedTaps>, 2>& ears); // left ear first

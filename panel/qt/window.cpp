@@ -2,7 +2,6 @@
 #include "panel/qt/window.h"
 
 #include "client/preset.h"
-#include "panel/kept_values.h"
 #include "panel/qt/controls.h"
 #include "speaker/equalizer_tables.h"
 #include "tools/level_display.h"
@@ -28,7 +27,6 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
-#include <cstring>
 #include <utility>
 
 namespace quorel {
@@ -61,13 +59,6 @@ QString layoutName(const EffectView& view)
     }
 }
 
-bool sameBesideLevels(const EffectView& a, const EffectView& b)
-{
-    return a.state == b.state && std::memcmp(&a.settings, &b.settings, sizeof a.settings) == 0 &&
-           a.channelMask == b.channelMask && a.framesPerSecond == b.framesPerSecond && a.trouble == b.trouble &&
-           a.refusal == b.refusal && a.responsesFile == b.responsesFile;
-}
-
 } // namespace
 
 QIcon panelIcon()
@@ -86,12 +77,11 @@ QIcon panelIcon()
 }
 
 PanelWindow::PanelWindow(bool withTray)
-    : savedKept(loadKeptValues()),
-      responseImport(announcing(importAnnounced, &PanelWindow::importNews)),
-      live(announcing(liveAnnounced, &PanelWindow::liveNews)),
-      link(announcing(effectAnnounced, &PanelWindow::effectNews))
+    : session([this](PanelSession::News news) {
+          QMetaObject::invokeMethod(
+              this, [this, news] { take(news); }, Qt::QueuedConnection); // through the event loop
+      })
 {
-    model.keepValues(savedKept);
     setWindowTitle(tr("QUOREL"));
     setWindowIcon(QIcon::fromTheme("quorel-panel", panelIcon()));
     setAcceptDrops(true);
@@ -114,19 +104,18 @@ PanelWindow::PanelWindow(bool withTray)
     column->addWidget(message);
     resize(860, 560);
 
-    addShortcut("Ctrl+Z", [this] { model.undo(); });
-    addShortcut("Ctrl+Shift+Z", [this] { model.redo(); });
+    addShortcut("Ctrl+Z", [this] { attempt(&PanelModel::undo); });
+    addShortcut("Ctrl+Shift+Z", [this] { attempt(&PanelModel::redo); });
     addShortcut("Ctrl+B", [this] { bypass(!bypassButton->isChecked()); });
-    addShortcut("Ctrl+D", [this] { model.compare(); });
+    addShortcut("Ctrl+D", [this] { attempt(&PanelModel::compare); });
     addShortcut("Ctrl+S", [this] {
-        if (model.presetName().empty())
+        if (session.model().presetName().empty())
             saveAs();
         else
-            model.savePreset(model.presetName());
+            attempt([](PanelModel& model) { model.savePreset(model.presetName()); });
     });
     if (withTray && QSystemTrayIcon::isSystemTrayAvailable())
         addTray();
-    sinceLevels.start();
     refresh();
     refreshState();
     showResponses();
@@ -147,13 +136,13 @@ QWidget* PanelWindow::head()
     state->setWordWrap(true);
     row->addWidget(state, 1);
 
-    const auto button = [&](const char* name, const QString& text, const QString& meaning, Edit action) {
+    const auto button = [&](const char* name, const QString& text, const QString& meaning, const Edit& action) {
         auto* made = new QPushButton(text);
         made->setObjectName(name);
         made->setAccessibleName(meaning);
         made->setToolTip(meaning);
         if (action)
-            connect(made, &QPushButton::clicked, this, [this, action = std::move(action)] { attempt(action); });
+            connect(made, &QPushButton::clicked, this, [this, action] { attempt(action); });
         row->addWidget(made);
         return made;
     };
@@ -161,15 +150,15 @@ QWidget* PanelWindow::head()
     auto* menu = new QMenu(presetButton);
     connect(menu, &QMenu::aboutToShow, this, [this, menu] { fillPresets(*menu); });
     presetButton->setMenu(menu);
-    undoButton = button("undo", tr("&Undo"), tr("Undo (Ctrl+Z)"), [this] { model.undo(); });
-    redoButton = button("redo", tr("R&edo"), tr("Redo (Ctrl+Shift+Z)"), [this] { model.redo(); });
-    compareButton = button("compare", {}, tr("Compare two choices (Ctrl+D)"), [this] { model.compare(); });
+    undoButton = button("undo", tr("&Undo"), tr("Undo (Ctrl+Z)"), &PanelModel::undo);
+    redoButton = button("redo", tr("R&edo"), tr("Redo (Ctrl+Shift+Z)"), &PanelModel::redo);
+    compareButton = button("compare", {}, tr("Compare two choices (Ctrl+D)"), &PanelModel::compare);
     bypassButton = button("bypass", tr("&Bypass"), tr("Bypass: all that settings can turn off (Ctrl+B)"), {});
     bypassButton->setCheckable(true);
     QFont large = bypassButton->font();
     large.setBold(true);
     bypassButton->setFont(large);
-    connect(bypassButton, &QPushButton::clicked, this, [this](bool on) { attempt([this, on] { bypass(on); }); });
+    connect(bypassButton, &QPushButton::clicked, this, [this](bool on) { bypass(on); });
     return widget;
 }
 
@@ -186,7 +175,7 @@ QWidget* PanelWindow::speakerPage()
     fields.emplace_back([this] {
         std::array<std::int64_t, Equalizer::bands> settings{};
         for (std::size_t band = 0; band < settings.size(); ++band)
-            settings.at(band) = model.shown(*settingsField("EQBand" + std::to_string(band + 1)));
+            settings.at(band) = session.model().shown(*settingsField("EQBand" + std::to_string(band + 1)));
         curve->show(settings);
     });
     left->addWidget(curve, 1);
@@ -254,7 +243,7 @@ QWidget* PanelWindow::microphonePage()
     label->setBuddy(curves);
     left->addWidget(label);
     left->addWidget(curves);
-    fields.emplace_back([this, &field, curves] { curves->show(model.shown(field)); });
+    fields.emplace_back([this, &field, curves] { curves->show(session.model().shown(field)); });
 
     addLevel(*left, "noiseGate", tr("Noise &gate, opens at"));
     auto* late = new QLabel(tr("How late the voice is stands under \"What runs\", where quorel-live runs."));
@@ -295,7 +284,7 @@ QCheckBox* PanelWindow::addSwitch(const char* name, const QString& text)
     auto* box = new QCheckBox(text);
     box->setObjectName(name);
     connect(box, &QCheckBox::clicked, this, [edit = editorOf(field)](bool on) { edit(on ? 1 : 0, false); });
-    fields.emplace_back([this, &field, box] { box->setChecked(model.shown(field) != 0); });
+    fields.emplace_back([this, &field, box] { box->setChecked(session.model().shown(field) != 0); });
     return box;
 }
 
@@ -315,8 +304,8 @@ void PanelWindow::addBand(QHBoxLayout& row, std::size_t band)
     column->addWidget(caption);
     row.addLayout(column);
     fields.emplace_back([this, &field, fader, box] {
-        fader->show(model.shown(field));
-        box->show(model.shown(field));
+        fader->show(session.model().shown(field));
+        box->show(session.model().shown(field));
     });
 }
 
@@ -337,8 +326,8 @@ void PanelWindow::addLevel(QVBoxLayout& column, const char* name, const QString&
     column.addWidget(label);
     column.addLayout(row);
     fields.emplace_back([this, &field, fader, box] {
-        fader->show(model.shown(field));
-        box->show(model.shown(field));
+        fader->show(session.model().shown(field));
+        box->show(session.model().shown(field));
     });
 }
 
@@ -352,13 +341,13 @@ void PanelWindow::addTray()
     });
     trayBypass = menu->addAction(tr("&Bypass"));
     trayBypass->setCheckable(true);
-    connect(trayBypass, &QAction::triggered, this, [this](bool on) { attempt([this, on] { bypass(on); }); });
+    connect(trayBypass, &QAction::triggered, this, [this](bool on) { bypass(on); });
     auto* presetMenu = menu->addMenu(tr("&Presets"));
     connect(presetMenu, &QMenu::aboutToShow, this, [this, presetMenu] { fillPresets(*presetMenu); });
     menu->addSeparator();
     menu->addAction(tr("&Quit"), qApp, &QApplication::quit);
     // A hidden panel does not look, and what its menu does must not rest on an old look.
-    connect(menu, &QMenu::aboutToShow, this, [this] { link.watch(true); });
+    connect(menu, &QMenu::aboutToShow, this, [this] { session.watch(true, false); });
     connect(menu, &QMenu::aboutToHide, this, [this] { watch(); });
     tray->setContextMenu(menu);
     tray->setToolTip(tr("QUOREL"));
@@ -370,28 +359,29 @@ void PanelWindow::addTray()
     QApplication::setQuitOnLastWindowClosed(false);
 }
 
-void PanelWindow::addShortcut(const char* keys, Edit action)
+void PanelWindow::addShortcut(const char* keys, std::function<void()> action)
 {
-    connect(new QShortcut(QKeySequence(keys), this), &QShortcut::activated, this,
-            [this, action = std::move(action)] { attempt(action); });
+    connect(new QShortcut(QKeySequence(keys), this), &QShortcut::activated, this, std::move(action));
 }
 
 void PanelWindow::fillPresets(QMenu& menu)
 {
     menu.clear();
     std::vector<std::string> names;
-    attempt([&] { names = presets(); });
+    attempt([&](PanelModel&) { names = presets(); });
+    const PanelModel& model = session.model();
     for (const std::string& name : names) {
         auto* action = menu.addAction(QString::fromStdString(name), this,
-                                      [this, name] { attempt([this, name] { model.loadPreset(name); }); });
+                                      [this, name] { attempt([&](PanelModel& changed) { changed.loadPreset(name); }); });
         action->setCheckable(true);
         action->setChecked(name == model.presetName());
     }
     menu.addSeparator();
     const bool named = !model.presetName().empty();
-    menu.addAction(tr("&Save"), this, [this] { attempt([this] { model.savePreset(model.presetName()); }); })->setEnabled(named);
+    const auto save = [this] { attempt([](PanelModel& saved) { saved.savePreset(saved.presetName()); }); };
+    menu.addAction(tr("&Save"), this, save)->setEnabled(named);
     menu.addAction(tr("Save &as…"), this, [this] { saveAs(); });
-    menu.addAction(tr("&Revert"), this, [this] { attempt([this] { model.revert(); }); })->setEnabled(named && model.changed());
+    menu.addAction(tr("&Revert"), this, [this] { attempt(&PanelModel::revert); })->setEnabled(named && model.changed());
 }
 
 // ---- What its user does ---------------------------------------------------------------------------------------------
@@ -399,36 +389,31 @@ void PanelWindow::fillPresets(QMenu& menu)
 std::function<void(std::int64_t, bool)> PanelWindow::editorOf(const SettingsField& field)
 {
     return [this, &field](std::int64_t value, bool joined) {
-        attempt([&] { model.edit(field, value, joined ? PanelModel::Step::joined : PanelModel::Step::own); });
+        attempt([&](PanelModel& model) { model.edit(field, value, joined ? PanelModel::Step::joined : PanelModel::Step::own); });
     };
 }
 
 void PanelWindow::attempt(const Edit& edit)
 {
-    tell({});
-    try {
-        edit();
-        // Kept first, so that no end of this program loses what the bypass is about to turn off.
-        if (model.bypassed())
-            keep();
-    } catch (const std::exception& error) {
-        tell(QString::fromStdString(error.what()));
-    }
-    if (const auto changes = model.take())
-        link.send(*changes);
+    session.attempt(edit);
     refresh();
 }
 
-void PanelWindow::keep()
+void PanelWindow::bypass(bool on)
 {
-    if (model.keptValues() == savedKept)
-        return;
-    saveKeptValues(model.keptValues());
-    savedKept = model.keptValues();
+    session.bypass(on);
+    refresh();
 }
 
 void PanelWindow::tell(const QString& text)
 {
+    session.tell(text.toStdString());
+    showMessage();
+}
+
+void PanelWindow::showMessage()
+{
+    const QString text = QString::fromStdString(session.message());
     if (message->text() != text)
         message->setText(text);
     message->setVisible(!text.isEmpty());
@@ -440,9 +425,9 @@ void PanelWindow::saveAs()
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setWindowTitle(tr("Save as a preset"));
     dialog->setLabelText(tr("Name, of letters, digits, - and _"));
-    dialog->setTextValue(QString::fromStdString(model.presetName()));
+    dialog->setTextValue(QString::fromStdString(session.model().presetName()));
     connect(dialog, &QInputDialog::textValueSelected, this,
-            [this](const QString& name) { attempt([&] { model.savePreset(name.toStdString()); }); });
+            [this](const QString& name) { attempt([&](PanelModel& model) { model.savePreset(name.toStdString()); }); });
     dialog->open();
 }
 
@@ -463,18 +448,10 @@ void PanelWindow::showPage(int page)
 
 void PanelWindow::importFile(const QString& path)
 {
-    if (!responseImport.start(path.toStdString(), live.view().speakers))
+    if (!session.import(path.toStdString()))
         return;
     importButton->setEnabled(false);
     report->setPlainText(path.isEmpty() ? tr("Bringing the built-in responses back…") : tr("Reading %1…").arg(path));
-}
-
-void PanelWindow::bypass(bool on)
-{
-    if (live.view().state == LiveView::State::there && !model.bypassed())
-        live.bypass(on);
-    else
-        model.bypass(on);
 }
 
 void PanelWindow::dragEnterEvent(QDragEnterEvent* event)
@@ -496,61 +473,30 @@ void PanelWindow::dropEvent(QDropEvent* event)
 
 // ---- What is seen ---------------------------------------------------------------------------------------------------
 
-// A thread's news come through the event loop, and only once however often they are announced until then.
-std::function<void()> PanelWindow::announcing(std::atomic<bool>& announced, void (PanelWindow::*news)())
+void PanelWindow::take(PanelSession::News news)
 {
-    return [this, &announced, news] {
-        if (!announced.exchange(true))
-            QMetaObject::invokeMethod(
-                this,
-                [this, &announced, news] {
-                    announced = false;
-                    (this->*news)();
-                },
-                Qt::QueuedConnection);
-    };
-}
-
-void PanelWindow::effectNews()
-{
-    const EffectView view = link.view();
-    const bool changed = !model.settled() || !sameBesideLevels(view, model.seen());
-    model.see(view);
-    showLevels();
-    if (!changed)
-        return;
-    if (model.settled()) {
-        try {
-            keep(); // less, when it has been put back or set by another program
-        } catch (const std::exception& error) {
-            tell(QString::fromStdString(error.what()));
-        }
+    const bool changed = session.take(news);
+    if (news == PanelSession::News::effect)
+        showLevels();
+    if (news == PanelSession::News::import) {
+        const ImportReport& imported = session.imported();
+        importButton->setEnabled(true);
+        report->setPlainText((imported.path.empty() ? QString() : QString::fromStdString(imported.path) + "\n") +
+                             QString::fromStdString(imported.text));
+        showResponses();
     }
-    refresh();
-    refreshState();
-}
-
-void PanelWindow::liveNews()
-{
-    link.hostTells(live.view().speakers);
-    refresh();
-    refreshState();
-}
-
-void PanelWindow::importNews()
-{
-    imported = responseImport.report();
-    importButton->setEnabled(true);
-    report->setPlainText((imported.path.empty() ? QString() : QString::fromStdString(imported.path) + "\n") +
-                         QString::fromStdString(imported.text));
-    refreshState();
-    showResponses();
+    if (changed) {
+        refresh();
+        refreshState();
+    }
 }
 
 void PanelWindow::refresh()
 {
     for (const auto& show : fields)
         show();
+    showMessage();
+    const PanelModel& model = session.model();
     const bool usable = model.usable();
     pages->widget(0)->setEnabled(usable);
     pages->widget(1)->setEnabled(usable);
@@ -562,8 +508,7 @@ void PanelWindow::refresh()
     presetButton->setText(
         model.presetName().empty() ? tr("&Preset") : QString::fromStdString(model.presetName()) + (model.changed() ? " *" : ""));
 
-    const LiveView host = live.view();
-    const bool bypassed = model.bypassed() || (host.state == LiveView::State::there && host.bypass);
+    const bool bypassed = session.bypassed();
     bypassButton->setEnabled(usable);
     bypassButton->setChecked(bypassed);
     bypassButton->setText(bypassed ? tr("&Bypassed") : tr("&Bypass"));
@@ -573,8 +518,9 @@ void PanelWindow::refresh()
 
 void PanelWindow::refreshState()
 {
+    const PanelModel& model = session.model();
     const EffectView& view = model.seen();
-    const LiveView host = live.view();
+    const LiveView host = session.live();
     const bool streaming = model.usable() && view.framesPerSecond > 0;
     QString text;
     if (host.state == LiveView::State::mute)
@@ -600,8 +546,6 @@ void PanelWindow::refreshState()
                              : tr("No quorel-live is running, which would tell load, latency and gaps.");
     if (details->toPlainText() != told) // a text that is set anew loses its selection
         details->setPlainText(told);
-    if (model.usable() && !view.trouble.empty())
-        tell(QString::fromStdString(view.trouble));
 
     const std::uint32_t identity = view.settings.hrtfId;
     responses->setText(identity == 0 ? tr("In use: the built-in set")
@@ -614,26 +558,25 @@ void PanelWindow::refreshState()
         responses->setText(responses->text() + ". " + QString::fromStdString(view.refusal));
 }
 
-// What another program delivered the panel has never seen.
 void PanelWindow::showResponses()
 {
-    shownIdentity = model.seen().settings.hrtfId;
-    const bool own = imported.delivered && imported.identity == shownIdentity && imported.set;
-    const auto row = static_cast<std::size_t>(std::max(speaker->currentIndex(), 0));
-    responseView->setVisible(shownIdentity == 0 || own);
-    speaker->setVisible(shownIdentity == 0 || own);
-    responseView->show((own ? imported.set->taps : builtInTaps()).at(row));
+    shownIdentity = session.model().seen().settings.hrtfId;
+    const auto taps = session.responses();
+    responseView->setVisible(taps.has_value());
+    speaker->setVisible(taps.has_value());
+    if (taps)
+        responseView->show(taps->at(static_cast<std::size_t>(std::max(speaker->currentIndex(), 0))));
 }
 
 void PanelWindow::showLevels()
 {
-    constexpr qint64 interval = 90; // ms; a look comes every 40, and an eye needs ten pictures a second
-    if (pages->currentIndex() != 1 || sinceLevels.elapsed() < interval)
+    if (pages->currentIndex() != 1)
         return;
-    const EffectView& view = model.seen();
-    constexpr std::uint32_t narrow = 16000;
-    constexpr std::uint32_t wide = 48000;
-    const std::uint32_t rate = view.framesPerSecond == static_cast<float>(narrow) ? narrow : wide;
+    const auto seconds = session.levelsDue();
+    if (!seconds)
+        return;
+    const PanelModel& model = session.model();
+    const std::uint32_t rate = session.levelRate();
     if (rate != meterRate) {
         const auto captions = levelCaptions(meterRate = rate);
         for (std::size_t k = 0; k < meters.size(); ++k) {
@@ -643,17 +586,13 @@ void PanelWindow::showLevels()
             meterTexts.at(k)->setText(caption.section(' ', 0, 0));
         }
     }
-    const double seconds = static_cast<double>(sinceLevels.restart()) / 1000;
     for (std::size_t k = 0; k < meters.size(); ++k)
-        meters.at(k)->show(model.usable() ? static_cast<double>(view.levels.at(k)) : Meter::lowest, seconds);
+        meters.at(k)->show(model.usable() ? static_cast<double>(model.seen().levels.at(k)) : MeterLevel::lowest, *seconds);
 }
 
-// Only what is seen is looked at.
 void PanelWindow::watch()
 {
-    link.watch(isVisible());
-    live.watch(isVisible());
-    link.measureLevels(isVisible() && pages->currentIndex() == 1);
+    session.watch(isVisible(), pages->currentIndex() == 1);
 }
 
 void PanelWindow::showEvent(QShowEvent* event)

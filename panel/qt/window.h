@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: MIT
-// PanelWindow shows the panel's model and hands it what its user does. It waits for nobody: what may take long has threads of its
-// own, whose news come through the event loop.
+// PanelWindow shows the panel's model and hands it what its user does. It waits for nobody: what may take long is
+// the session's, whose news come through the event loop.
 #pragma once
 
-#include "panel/effect_link.h"
-#include "panel/live_watch.h"
-#include "panel/panel_model.h"
-#include "panel/response_import.h"
+#include "panel/panel_session.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QWidget>
 
 #include <array>
-#include <atomic>
 #include <functional>
 #include <vector>
 
@@ -56,14 +51,14 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
-    using Edit = std::function<void()>;
+    using Edit = std::function<void(PanelModel&)>;
 
     QWidget* head();
     QWidget* speakerPage();
     QWidget* microphonePage();
     QWidget* statePage();
     void addTray();
-    void addShortcut(const char* keys, Edit action);
+    void addShortcut(const char* keys, std::function<void()> action);
     void fillPresets(QMenu& menu);
 
     QCheckBox* addSwitch(const char* name, const QString& text);
@@ -71,29 +66,22 @@ private:
     void addLevel(QVBoxLayout& column, const char* name, const QString& text);
     std::function<void(std::int64_t, bool)> editorOf(const SettingsField& field);
 
-    void attempt(const Edit& edit); // what it throws is told; what it changed is sent
-    void keep();                    // the file that a bypass leaves, as the model has it
+    void attempt(const Edit& edit); // and shows what came of it
+    void bypass(bool on);
     void tell(const QString& text);
+    void showMessage();
     void saveAs();
     void chooseFile();
-    void bypass(bool on);
 
-    std::function<void()> announcing(std::atomic<bool>& announced, void (PanelWindow::*news)());
-    void effectNews();
-    void liveNews();
-    void importNews();
+    void take(PanelSession::News news);
     void refresh(); // all that shows the model
     void refreshState();
     void showLevels();
     void showResponses();
     void watch();
 
-    PanelModel model;
-    Values savedKept;                          // as the file has them
     std::vector<std::function<void()>> fields; // each shows one field anew
-    ImportReport imported;
-    std::uint32_t shownIdentity = 0; // of the responses that are shown
-    QElapsedTimer sinceLevels;
+    std::uint32_t shownIdentity = 0;           // of the responses that are shown
 
     QLabel* state = nullptr;
     QPushButton* presetButton = nullptr;
@@ -116,12 +104,7 @@ private:
     QSystemTrayIcon* tray = nullptr;
     QAction* trayBypass = nullptr;
 
-    std::atomic<bool> effectAnnounced = false; // news that the window has not yet looked at
-    std::atomic<bool> liveAnnounced = false;
-    std::atomic<bool> importAnnounced = false;
-    ResponseImport responseImport;
-    LiveWatch live;
-    EffectLink link;
+    PanelSession session; // last: its threads end before what they announce to
 };
 
 // The panel's icon, for the tray and the window.

@@ -20,6 +20,17 @@ TEST(TypedValue, IsDecibelsWhereTheFieldStandsForSome)
     EXPECT_EQ(typedValue(field("EQBand3"), "-3.04dB"), -64);
 }
 
+TEST(ShownText, IsInDecibelsWithASignOrTheWordOff)
+{
+    EXPECT_EQ(shownText(field("EQBand3"), 127), "+6.0 dB");
+    EXPECT_EQ(shownText(field("EQBand3"), -64), "-3.0 dB");
+    EXPECT_EQ(shownText(field("EQBand3"), 0), "0.0 dB");
+    EXPECT_EQ(shownText(field("EQBand3"), -1), "0.0 dB"); // -0.05 dB, and no -0.0
+    EXPECT_EQ(shownText(field("Reverb"), 170), "0.0 dB");
+    EXPECT_EQ(shownText(field("Reverb"), 0), "off");
+    EXPECT_EQ(shownText(field("micEq"), 2), "2");
+}
+
 TEST(TypedValue, TakesAPointAndACommaAndSpacesAround)
 {
     EXPECT_EQ(typedValue(field("EQBand1"), "-3,04"), -64);

@@ -388,7 +388,7 @@ TEST_F(Window, LevelsAreMeasuredAndShownOnTheirPageAlone)
     find<QTabWidget>()->setCurrentIndex(1);
     auto& meter = dynamic_cast<Meter&>(*find<QWidget>("level3"));
     EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 1 && meter.shownLevel() == -30 && meter.shownPeak() == -30; }));
-    EXPECT_EQ(dynamic_cast<Meter&>(*find<QWidget>("level4")).shownLevel(), Meter::lowest);
+    EXPECT_EQ(dynamic_cast<Meter&>(*find<QWidget>("level4")).shownLevel(), MeterLevel::lowest);
     find<QTabWidget>()->setCurrentIndex(0);
     EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 0; }));
 }

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+// PanelSession is the panel at work, whatever its window is made of: the model, the threads that look and write for it, and what
+// follows from their news. It waits for nobody.
+#pragma once
+
+#include "panel/effect_link.h"
+#include "panel/live_watch.h"
+#include "panel/panel_model.h"
+#include "panel/response_curve.h"
+#include "panel/response_import.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace quorel {
+
+class PanelSession {
+public:
+    enum class News : std::uint8_t { effect, live, import };
+
+    // announce: called on the session's threads; the window then calls `take` on its own, once for each announcement.
+    explicit PanelSession(std::function<void(News)> announce);
+
+    // What follows is for the window's thread alone.
+
+    // True when anything but the levels may show something else now.
+    bool take(News news);
+
+    const PanelModel& model() const { return panel; }
+    LiveView live() const { return host.view(); }
+    const ImportReport& imported() const { return report; }
+
+    // Lets `edit` change the model and sends what it changed; what it throws is the message.
+    void attempt(const std::function<void(PanelModel&)>& edit);
+
+    // What the user is to be told; empty: nothing.
+    const std::string& message() const { return text; }
+    void tell(std::string message) { text = std::move(message); }
+
+    // By quorel-live's own bypass where that runs, else by the settings.
+    void bypass(bool on);
+    bool bypassed() const;
+
+    // Delivers the responses of a file, without one the built-in set. False while another import is under way.
+    bool import(const std::string& path);
+    bool importing() const { return responseImport.running(); }
+
+    // The responses in use; nothing when another program delivered them, which this one has never seen.
+    std::optional<ResponseTaps> responses() const;
+
+    // Only what is seen is looked at, and levels are measured only while they are shown.
+    void watch(bool seen, bool levelsShown);
+
+    // Seconds since the meters were shown last; nothing while that is too short for another picture.
+    std::optional<double> levelsDue();
+
+    // Frames per second, 16000 or 48000: the bands for which the levels stand.
+    std::uint32_t levelRate() const;
+
+private:
+    std::function<void()> announcing(News news);
+    void keep();
+    bool takeEffect();
+
+    std::function<void(News)> announce;
+    std::array<std::atomic<bool>, 3> announced{}; // and not taken yet
+    Values savedKept;                             // what the bypass keeps, as its file has it
+    PanelModel panel;
+    ImportReport report;
+    std::string text;
+    std::chrono::steady_clock::time_point levelsShown = std::chrono::steady_clock::now();
+
+    ResponseImport responseImport;
+    LiveWatch host;
+    EffectLink link;
+};
+
+} // namespace quorel
