@@ -1,0 +1,341 @@
+// SPDX-License-Identifier: MIT
+// The window on Windows as its user's messages meet it, on a screen that nobody sees, with the settings of a real effect.
+#include "panel/win32/window.h"
+
+#include "client/control_client.h"
+#include "panel/chart_scale.h"
+#include "panel/kept_values.h"
+#include "settings/settings_handler.h"
+
+#include <gtest/gtest.h>
+
+#include <commctrl.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace quorel {
+namespace {
+
+// A window may then be larger than the screen.
+LRESULT CALLBACK letGrow(HWND window, UINT message, WPARAM w, LPARAM l, UINT_PTR, DWORD_PTR)
+{
+    const LRESULT result = DefSubclassProc(window, message, w, l);
+    if (message == WM_GETMINMAXINFO)
+        reinterpret_cast<MINMAXINFO*>(l)->ptMaxTrackSize = {4000, 4000};
+    return result;
+}
+
+// A desktop of its own has the screen of this process, whatever processes without one share the system. Presets and what a bypass
+// keeps have a folder of their own.
+class Surroundings : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        std::filesystem::create_directories(folder);
+        _wputenv_s(L"APPDATA", folder.c_str());
+        // Its first window starts what paints it, which on a machine that is busy may come too late for that window.
+        for (int i = 0; i < 30 && !canMakeWindows(); ++i)
+            Sleep(1000);
+    }
+    void TearDown() override { std::filesystem::remove_all(folder); }
+
+private:
+    static bool canMakeWindows()
+    {
+        const std::wstring name = L"quorel" + std::to_wstring(std::random_device()());
+        const HDESK desktop = CreateDesktopW(name.c_str(), nullptr, nullptr, 0, GENERIC_ALL, nullptr); // to the process's end
+        if (desktop == nullptr || SetThreadDesktop(desktop) == FALSE)
+            return false;
+        const HWND window = CreateWindowExW(0, WC_STATICW, L"", WS_OVERLAPPED, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
+        return window != nullptr && DestroyWindow(window) != FALSE;
+    }
+
+    std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("quorel_panel_" + std::to_string(std::random_device()()));
+};
+
+const auto* const surroundings = testing::AddGlobalTestEnvironment(new Surroundings);
+
+class Win32Window : public testing::Test {
+protected:
+    Win32Window()
+    {
+        ControlClient().update([](SettingsRecord& record) {
+            for (const SettingsField& field : settingsFields())
+                if (field.kept)
+                    setSetting(record, field, 0);
+            record.hrtfId = 0;
+        });
+        effect->writeActiveFormat(0x63F, 48000);
+        saveKeptValues({}); // of a panel that ended before it saw its bypass put back
+        panel.emplace();
+        ShowWindow(panel->handle(), SW_SHOW);
+        EXPECT_TRUE(becomes([this] { return IsWindowEnabled(fader("Reverb")) != FALSE; }));
+    }
+
+    // Whether it comes to that within a minute, while the window goes on.
+    bool becomes(const std::function<bool()>& reached)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (!reached()) {
+            if (std::chrono::steady_clock::now() > end)
+                return false;
+            MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+            pump();
+        }
+        return true;
+    }
+
+    void pump()
+    {
+        for (MSG message{}; PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != FALSE;)
+            if (!panel->translate(message)) {
+                TranslateMessage(&message);
+                DispatchMessageW(&message);
+            }
+    }
+
+    // What the effect's streams take over.
+    const SettingsRecord& settings()
+    {
+        effect->poll(record);
+        return record;
+    }
+
+    HWND child(const wchar_t* kind, const std::string& text) const
+    {
+        const HWND found = FindWindowExW(panel->handle(), nullptr, kind, std::wstring(text.begin(), text.end()).c_str());
+        EXPECT_NE(found, nullptr) << text;
+        return found;
+    }
+    HWND fader(const std::string& name) const { return child(TRACKBAR_CLASSW, name); }
+    static HWND boxOf(HWND slider) { return GetWindow(slider, GW_HWNDNEXT); } // by the order of the Tab key
+
+    static std::string text(HWND control)
+    {
+        std::array<wchar_t, 2000> wide{};
+        const int length = GetWindowTextW(control, wide.data(), static_cast<int>(wide.size()));
+        std::string narrow;
+        for (int i = 0; i < length; ++i)
+            narrow += static_cast<char>(wide.at(static_cast<std::size_t>(i)));
+        return narrow;
+    }
+
+    void drag(HWND slider, int to)
+    {
+        SendMessageW(slider, TBM_SETPOS, TRUE, to);
+        SendMessageW(panel->handle(), WM_VSCROLL, TB_THUMBTRACK, reinterpret_cast<LPARAM>(slider));
+        SendMessageW(panel->handle(), WM_VSCROLL, TB_ENDTRACK, reinterpret_cast<LPARAM>(slider));
+    }
+
+    void press(HWND control, WPARAM key)
+    {
+        PostMessageW(control, WM_KEYDOWN, key, 0);
+        pump();
+    }
+
+    void turnTo(int page)
+    {
+        const HWND tabs = child(WC_TABCONTROLW, "Pages");
+        SendMessageW(tabs, TCM_SETCURSEL, static_cast<WPARAM>(page), 0);
+        NMHDR change{};
+        change.hwndFrom = tabs;
+        change.code = static_cast<UINT>(TCN_SELCHANGE);
+        SendMessageW(panel->handle(), WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&change));
+    }
+
+    // Nothing of a page lies outside of the window or upon another.
+    void expectRoomForAll() const
+    {
+        RECT inside{};
+        GetClientRect(panel->handle(), &inside);
+        std::vector<std::pair<HWND, RECT>> places;
+        for (HWND each = GetWindow(panel->handle(), GW_CHILD); each != nullptr; each = GetWindow(each, GW_HWNDNEXT)) {
+            if (IsWindowVisible(each) == FALSE)
+                continue;
+            RECT place{};
+            GetWindowRect(each, &place);
+            MapWindowPoints(nullptr, panel->handle(), reinterpret_cast<POINT*>(&place), 2);
+            EXPECT_GT(place.right, place.left) << text(each);
+            EXPECT_GT(place.bottom, place.top) << text(each);
+            EXPECT_TRUE(place.left >= 0 && place.top >= 0 && place.right <= inside.right && place.bottom <= inside.bottom)
+                << text(each) << ' ' << place.right << ' ' << place.bottom;
+            for (const auto& [other, taken] : places) {
+                RECT common{};
+                EXPECT_FALSE(IntersectRect(&common, &place, &taken)) << text(each) << " on " << text(other);
+            }
+            places.emplace_back(each, place);
+        }
+        EXPECT_GT(places.size(), 5U);
+    }
+
+    std::shared_ptr<SettingsHandler> effect = SettingsHandler::instance(SettingsHandler::layoutVersion);
+    SettingsRecord record;
+    std::optional<PanelWindow> panel;
+};
+
+TEST_F(Win32Window, ASliderMovedByMessagesArrivesInTheEffect)
+{
+    const HWND slider = fader("Equaliser at 1000 Hz");
+    drag(slider, -40); // upwards
+    EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 40; }));
+    EXPECT_EQ(SendMessageW(slider, TBM_GETPOS, 0, 0), -40);
+    press(slider, VK_UP);
+    EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 41; }));
+    press(slider, VK_PRIOR);
+    EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 51; }));
+}
+
+TEST_F(Win32Window, DeleteAndADoubleClickBringTheDefault)
+{
+    const HWND slider = fader("Reverb");
+    for (const auto& [message, key] : {std::pair{WM_KEYDOWN, VK_DELETE}, std::pair{WM_LBUTTONDBLCLK, MK_LBUTTON}}) {
+        drag(slider, 120);
+        ASSERT_TRUE(becomes([&] { return settings().Reverb == 120; }));
+        SendMessageW(slider, static_cast<UINT>(message), static_cast<WPARAM>(key), 0);
+        EXPECT_TRUE(becomes([&] { return settings().Reverb == 0; }));
+    }
+}
+
+// -3.04 dB is nearest to -64 of 127 steps for 6 dB.
+TEST_F(Win32Window, ATypedNumberIsTakenAndARefusedOneIsTold)
+{
+    const HWND box = boxOf(fader("Equaliser at 250 Hz"));
+    for (const wchar_t* typed : {L"-3,04", L"-3.04 dB"}) {
+        drag(fader("Equaliser at 250 Hz"), 5);
+        SetWindowTextW(box, typed);
+        SendMessageW(box, EM_SETMODIFY, TRUE, 0);
+        press(box, VK_RETURN);
+        EXPECT_TRUE(becomes([&] { return settings().EQBand.at(2) == -64; }));
+        EXPECT_EQ(text(box), "-3.0 dB");
+    }
+    SetWindowTextW(box, L"99");
+    SendMessageW(box, EM_SETMODIFY, TRUE, 0);
+    press(box, VK_RETURN);
+    EXPECT_EQ(text(box), "-3.0 dB");
+    bool told = false;
+    for (HWND each = nullptr; (each = FindWindowExW(panel->handle(), each, WC_STATICW, nullptr)) != nullptr;)
+        told = told || text(each).find("-6.0 to +6.0 dB") != std::string::npos;
+    EXPECT_TRUE(told);
+}
+
+TEST_F(Win32Window, AnotherProgramsChangeIsShown)
+{
+    ControlClient().update([](SettingsRecord& changed) { changed.Reverb = 170; });
+    EXPECT_TRUE(becomes([&] { return SendMessageW(fader("Reverb"), TBM_GETPOS, 0, 0) == 170; }));
+    EXPECT_EQ(text(boxOf(fader("Reverb"))), "0.0 dB");
+}
+
+TEST_F(Win32Window, ButtonsBypassAndUndo)
+{
+    drag(fader("Reverb"), 120);
+    ASSERT_TRUE(becomes([&] { return settings().Reverb == 120; }));
+    SendMessageW(child(WC_BUTTONW, "&Bypass"), BM_CLICK, 0, 0);
+    EXPECT_TRUE(becomes([&] { return settings().Reverb == 0; }));
+    SendMessageW(child(WC_BUTTONW, "&Bypassed"), BM_CLICK, 0, 0);
+    EXPECT_TRUE(becomes([&] { return settings().Reverb == 120; }));
+    SendMessageW(child(WC_BUTTONW, "&Undo"), BM_CLICK, 0, 0);
+    EXPECT_TRUE(becomes([&] { return settings().Reverb == 0; }));
+}
+
+TEST_F(Win32Window, LevelsAreMeasuredOnTheirPageAlone)
+{
+    EXPECT_EQ(settings().levelsEnabled, 0);
+    turnTo(1);
+    EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 1; }));
+    turnTo(0);
+    EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 0; }));
+}
+
+TEST_F(Win32Window, AFileThatIsNoneIsRefusedInWords)
+{
+    const auto path = std::filesystem::temp_directory_path() / ("none" + std::to_string(std::random_device()()) + ".wav");
+    std::ofstream(path) << "nothing of a head";
+    panel->importFile(path.string());
+    const auto reported = [&] {
+        for (HWND each = nullptr; (each = FindWindowExW(panel->handle(), each, WC_EDITW, nullptr)) != nullptr;)
+            if (text(each).find("cannot read") != std::string::npos)
+                return true;
+        return false;
+    };
+    EXPECT_TRUE(becomes(reported));
+    std::filesystem::remove(path);
+}
+
+TEST_F(Win32Window, HasRoomForAllInASmallWindowAndAtTwiceTheScale)
+{
+    SetWindowSubclass(panel->handle(), letGrow, 0, 0);
+    SetWindowPos(panel->handle(), nullptr, 0, 0, 800, 500, SWP_NOMOVE | SWP_NOZORDER);
+    for (int page = 0; page < 3; ++page) {
+        turnTo(page);
+        expectRoomForAll();
+    }
+    const RECT wanted{0, 0, 1600, 1000};
+    SendMessageW(panel->handle(), WM_DPICHANGED, MAKEWPARAM(192, 192), reinterpret_cast<LPARAM>(&wanted));
+    RECT got{};
+    GetWindowRect(panel->handle(), &got);
+    ASSERT_EQ(got.right - got.left, 1600);
+    for (int page = 0; page < 3; ++page) {
+        turnTo(page);
+        expectRoomForAll();
+    }
+    RECT button{};
+    GetWindowRect(child(WC_BUTTONW, "&Bypass"), &button);
+    EXPECT_EQ(button.bottom - button.top, 60); // 30 at 96 dots an inch
+}
+
+// As far as a pen of two pixels and the rounding to whole ones let it be: the curve's course over the neighbouring columns, two
+// pixels up and down.
+TEST_F(Win32Window, ThePaintedCurveIsTheComputedOne)
+{
+    std::array<std::int64_t, 9> bands{};
+    for (std::size_t band = 0; band < bands.size(); ++band) {
+        bands.at(band) = band % 2 == 0 ? 100 : -80;
+        const double hz = 62.5 * std::pow(2.0, static_cast<double>(band));
+        drag(fader("Equaliser at " + std::to_string(static_cast<int>(std::ceil(hz))) + " Hz"), static_cast<int>(-bands.at(band)));
+    }
+    ASSERT_TRUE(becomes([&] { return settings().EQBand.at(8) == 100; }));
+    EqualizerCurve computed;
+    computed.design(bands);
+    const HWND canvas = child(L"QuorelCanvas", "Equaliser curve");
+    RECT size{};
+    GetClientRect(canvas, &size);
+    const HDC screen = GetDC(canvas);
+    const HDC dc = CreateCompatibleDC(screen);
+    const HBITMAP picture = CreateCompatibleBitmap(screen, size.right, size.bottom);
+    const HGDIOBJ before = SelectObject(dc, picture);
+    SendMessageW(canvas, WM_PRINTCLIENT, reinterpret_cast<WPARAM>(dc), PRF_CLIENT);
+    int met = 0;
+    for (int x = 1; x + 1 < size.right; ++x) {
+        double top = 1e9;
+        double bottom = -1e9;
+        for (double at = x - 1; at <= x + 1; at += 0.125) {
+            const double y = equalizerScale.yOf(computed.curveDb(equalizerScale.hzAt(at, size.right)), size.bottom);
+            top = std::min(top, y);
+            bottom = std::max(bottom, y);
+        }
+        bool here = false;
+        for (int y = 0; y < size.bottom; ++y)
+            if (GetPixel(dc, x, y) == GetSysColor(COLOR_HIGHLIGHT)) {
+                EXPECT_GE(y, top - 2) << x;
+                EXPECT_LE(y, bottom + 2) << x;
+                here = true;
+            }
+        met += here ? 1 : 0;
+    }
+    EXPECT_EQ(met, size.right - 2);
+    SelectObject(dc, before);
+    DeleteObject(picture);
+    DeleteDC(dc);
+    ReleaseDC(canvas, screen);
+}
+
+} // namespace
+} // namespace quorel
