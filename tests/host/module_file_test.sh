@@ -35,6 +35,7 @@ case $module in
     expect date 'Thu Jan  1 00:00:00 1970' "$(echo "$headers" | sed -n 's/^Time\/Date[[:space:]]*\([A-Z].*\)/\1/p')"
     expect 'section RT_CODE' CONTENTS,ALLOC,LOAD,READONLY,CODE "$(flags RT_CODE)"
     expect 'section RT_CONST' CONTENTS,ALLOC,LOAD,READONLY,DATA "$(flags RT_CONST)"
+    expect 'section .rsrc' CONTENTS,ALLOC,LOAD,READONLY,DATA "$(flags .rsrc)"
     ;;
 *)
     expect imports 'libc.so.6 libgcc_s.so.1 libm.so.6 libstdc++.so.6 ' \
