@@ -82,7 +82,7 @@ cp "$zipped/ZELTA.dll" "$work/module"
 signed() {
     osslsigncode verify -CAfile "$work/certificate.pem" -in "$1" >"$work/verified" 2>&1
 }
-for file in "$zipped/ZELTA.dll" "$zipped/quorel-control.exe" "$work/out/quorel-$version-setup.exe"; do
+for file in "$zipped/ZELTA.dll" "$zipped/quorel-control.exe" "$zipped/quorel-panel.exe" "$work/out/quorel-$version-setup.exe"; do
     signed "$file" || fail "$(cat "$work/verified")"
 done
 signed "$zipped/ZELTA.dll"
