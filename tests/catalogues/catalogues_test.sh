@@ -3,6 +3,7 @@
 # catalogues_test.sh parallel|slurm RENDER SBATCH WORK: a catalogue is rendered by two workers, one of whose programs is killed in
 # the middle. In the end every file is there, the same as when one program renders them in turn, and a second run changes nothing.
 set -eu
+. "$(dirname "$0")/../support/waiting.sh"
 way=$1 render=$2 sbatch=$3 work=$4
 rm -rf "$work"
 mkdir -p "$work/source/songs" "$work/source/talks/long"
@@ -13,17 +14,6 @@ trap 'for process in $started; do kill "$process" 2>/dev/null || :; done; wait' 
 fail() {
     echo "$1"
     exit 1
-}
-
-# waits_for SECONDS COMMAND...: until the command succeeds.
-waits_for() {
-    left=$(($1 * 20))
-    shift
-    until "$@"; do
-        left=$((left - 1))
-        [ $left -gt 0 ] || fail "waited in vain for: $*"
-        sleep 0.05
-    done
 }
 
 /usr/bin/python3 - <<'PYTHON'

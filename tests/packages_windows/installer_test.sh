@@ -5,6 +5,7 @@
 # where an INF has left its two keys without a file, and of one where an earlier module is registered; and an upgrade over a
 # module in use leaves the new one in place and restarts nothing.
 set -eu
+. "$(dirname "$0")/../support/waiting.sh"
 source=$1 build=$2 holder=$3 version=$4 work=$5
 rm -rf "$work"
 mkdir -p "$work"
@@ -29,16 +30,6 @@ windows() {
     timeout 300 "$wine" "$@" </dev/null >"$work/said" 2>&1
 }
 
-# until SECONDS COMMAND...: waits until the command is true.
-until_true() {
-    left=$(($1 * 10))
-    shift
-    until "$@"; do
-        left=$((left - 1))
-        [ $left -gt 0 ] || fail "waited in vain for: $*"
-        sleep 0.1
-    done
-}
 gone() {
     [ ! -e "$1" ]
 }
@@ -66,7 +57,7 @@ install() {
 # The uninstaller runs from a copy of itself, so its end is seen by what it leaves.
 remove() {
     windows "$folder/uninstall.exe" /S || fail "the uninstaller failed: $(cat "$work/said")"
-    until_true 120 gone "$folder"
+    waits_for 120 gone "$folder"
 }
 
 class='{5B0E3C92-7D14-4F6A-A2C8-19D3E60B7F44}'
@@ -116,7 +107,7 @@ grep -q '^@="C:\\\\Program Files\\\\ZELTA\\\\ZELTA.dll"' "$work/installed" || fa
 
 # ---- An upgrade over a module in use ----
 "$wine" "$holder" 'C:\Program Files\ZELTA\ZELTA.dll' </dev/null >"$work/holder" 2>&1 &
-until_true 120 grep -q held "$work/holder"
+waits_for 120 grep -q held "$work/holder"
 install 194 # 3010, of which a Unix process's result keeps the low byte
 registry "$work/upgraded"
 cmp "$work/installed" "$work/upgraded"

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "panel/effect_link.h"
 
-#include "client/hrtf_delivery.h"
 #include "platform/named_lock.h"
-#include "tests/client/one_effect_platform.h"
 #include "tests/panel/own_folders.h"
-#include "tests/support/control_application.h"
+#include "tests/panel/running_effect.h"
 
 #include <gtest/gtest.h>
 
@@ -17,26 +15,15 @@ namespace {
 using namespace std::chrono_literals;
 const SettingsField& reverb = *settingsField("Reverb");
 
-class EffectLinkTest : public testing::Test {
+class EffectLinkTest : public RunningEffect {
 protected:
     EffectLinkTest()
     {
-        block.activeFramesPerSecond = 48000;
-        block.activeChannelMask = 0x63F;
-        oneEffect() = {&block, share.data(), true, [this] { ++updates; }};
-    }
-
-    SettingsRecord settings() const
-    {
-        SettingsRecord record;
-        copySettings(block, record);
-        return record;
+        oneEffect().signalled = [this] { ++updates; };
     }
 
     std::atomic<int> updates = 0;
     std::atomic<int> looks = 0;
-    ControlBlock block{};
-    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
 };
 
 TEST_F(EffectLinkTest, ShowsTheEffectAndAnotherProgramsChange)

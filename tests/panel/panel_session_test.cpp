@@ -2,9 +2,8 @@
 #include "panel/panel_session.h"
 
 #include "panel/kept_values.h"
-#include "tests/client/one_effect_platform.h"
 #include "tests/panel/own_folders.h"
-#include "tests/support/control_application.h"
+#include "tests/panel/running_effect.h"
 
 #include <gtest/gtest.h>
 
@@ -18,14 +17,8 @@ namespace {
 using News = PanelSession::News;
 const SettingsField& reverb = *settingsField("Reverb");
 
-class PanelSessionTest : public testing::Test {
+class PanelSessionTest : public RunningEffect {
 protected:
-    PanelSessionTest()
-    {
-        block.activeFramesPerSecond = 48000;
-        block.activeChannelMask = 0x63F;
-        oneEffect() = {&block, share.data(), true, {}};
-    }
     ~PanelSessionTest() override
     {
         session.reset();
@@ -49,16 +42,7 @@ protected:
         });
     }
 
-    SettingsRecord settings() const
-    {
-        SettingsRecord record;
-        copySettings(block, record);
-        return record;
-    }
-
     std::array<std::atomic<int>, 3> announced{};
-    ControlBlock block{};
-    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
     std::unique_ptr<PanelSession> session;
 };
 

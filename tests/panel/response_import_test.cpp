@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "panel/response_import.h"
 
-#include "client/hrtf_delivery.h"
 #include "speaker/hrtf_tables.h"
-#include "tests/client/one_effect_platform.h"
 #include "tests/panel/own_folders.h"
-#include "tests/support/control_application.h"
+#include "tests/panel/running_effect.h"
 
 #include <gtest/gtest.h>
 
@@ -57,15 +55,8 @@ std::string builtInWav()
     return wav + std::string(reinterpret_cast<const char*>(samples.data()), size);
 }
 
-class ResponseImportTest : public testing::Test {
+class ResponseImportTest : public RunningEffect {
 protected:
-    ResponseImportTest()
-    {
-        block.activeFramesPerSecond = 48000;
-        block.activeChannelMask = 0x63F;
-        oneEffect() = {&block, share.data(), true, {}};
-    }
-
     std::string file(const std::string& name, const std::string& contents) const
     {
         const auto path = std::filesystem::temp_directory_path() / (std::to_string(std::random_device()()) + name);
@@ -83,16 +74,6 @@ protected:
             std::filesystem::remove(path);
         return import.report();
     }
-
-    SettingsRecord settings() const
-    {
-        SettingsRecord record;
-        copySettings(block, record);
-        return record;
-    }
-
-    ControlBlock block{};
-    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
 };
 
 TEST_F(ResponseImportTest, DeliversASetAndTellsWhatItTook)
