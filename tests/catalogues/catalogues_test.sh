@@ -65,6 +65,7 @@ parallel)
     # Both hosts are this one: a login that runs the command at once.
     printf '#!/bin/sh\nwhile [ "${1#-}" != "$1" ]; do shift; done\nshift\n[ "$1" != -- ] || shift\nexec sh -c "$*"\n' >ssh
     chmod +x ssh
+    export SHELL=/bin/sh # without one, as under a service, parallel tells no error and starts nothing
     run=in_parallel
     ;;
 slurm)
