@@ -282,17 +282,15 @@ void StreamPair::tellLatency()
     if (delay == toldDelay)
         return;
     toldDelay = delay;
-    if (behindTake)
-        tell(give.get(), *behindTake);
-    if (behindGive)
-        tell(take.get(), *behindGive);
+    tell(give.get(), behindTake);
+    tell(take.get(), behindGive);
 }
 
 void StreamPair::onTakeParam(void* data, std::uint32_t id, const spa_pod* param)
 {
     auto& pair = *static_cast<StreamPair*>(data);
     if (const auto info = latencyIn(id, param)) {
-        pair.behindTake = info;
+        pair.behindTake = *info;
         pair.tell(pair.give.get(), *info);
     }
 }
@@ -301,7 +299,7 @@ void StreamPair::onGiveParam(void* data, std::uint32_t id, const spa_pod* param)
 {
     auto& pair = *static_cast<StreamPair*>(data);
     if (const auto info = latencyIn(id, param)) {
-        pair.behindGive = info;
+        pair.behindGive = *info;
         pair.tell(pair.take.get(), *info);
     }
 }

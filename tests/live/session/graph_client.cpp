@@ -21,7 +21,8 @@ struct GraphClient::Node {
 
 // A silent stream to the null sink that drives the graph. Between sounds it lets a cycle begin every millisecond.
 struct GraphClient::Pacemaker {
-    Pacemaker(pw_thread_loop* loop, const std::atomic<bool>& hurry, const std::atomic<std::uint32_t>& quantum);
+    Pacemaker(pw_thread_loop* loop, const std::atomic<bool>& hurry, const std::atomic<std::uint32_t>& quantum,
+              const std::atomic<double>& drift);
     ~Pacemaker();
 
     void beat();
@@ -30,6 +31,7 @@ struct GraphClient::Pacemaker {
     pw_stream_events events{};
     const std::atomic<bool>& hurry;
     const std::atomic<std::uint32_t>& quantum;
+    const std::atomic<double>& drift;
     std::atomic<spa_io_position*> position = nullptr;
     std::atomic<bool> driving = false;
     std::atomic<std::uint64_t> done = 0;
@@ -49,8 +51,9 @@ constexpr auto lostCycle = std::chrono::seconds(2);
 
 } // namespace
 
-GraphClient::Pacemaker::Pacemaker(pw_thread_loop* loop, const std::atomic<bool>& hurry, const std::atomic<std::uint32_t>& quantum)
-    : hurry(hurry), quantum(quantum)
+GraphClient::Pacemaker::Pacemaker(pw_thread_loop* loop, const std::atomic<bool>& hurry, const std::atomic<std::uint32_t>& quantum,
+                                  const std::atomic<double>& drift)
+    : hurry(hurry), quantum(quantum), drift(drift)
 {
     events.version = PW_VERSION_STREAM_EVENTS;
     events.io_changed = [](void* data, std::uint32_t id, void* area, std::uint32_t) {
@@ -123,6 +126,7 @@ void GraphClient::Pacemaker::beat()
             awaited = done + 1;
             clock->clock.position += clock->clock.duration;
             clock->clock.duration = quantum;
+            clock->clock.rate_diff = drift;
             pw_stream_trigger_process(stream);
         }
     }
@@ -158,7 +162,7 @@ GraphClient::GraphClient(const std::vector<std::string>& outputs, const std::vec
     make(*player, playerName, PW_DIRECTION_OUTPUT, outputs, onPlay);
     make(*recorder, recorderName, PW_DIRECTION_INPUT, inputs, onRecord);
     if (clock == Clock::own)
-        pacemaker = std::make_unique<Pacemaker>(loop, armed, quantum);
+        pacemaker = std::make_unique<Pacemaker>(loop, armed, quantum, drift);
     pw_thread_loop_start(loop);
 }
 

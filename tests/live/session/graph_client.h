@@ -39,6 +39,9 @@ public:
     // Frames of the cycles from now on, by its own clock.
     void setQuantum(std::uint32_t frames) { quantum = frames; }
 
+    // What its own clock tells of the device's: 1 where that goes as the system's does.
+    void setDrift(double ratio) { drift = ratio; }
+
     // Cycles of its own clock that did not end.
     std::uint64_t lostCycles() const;
 
@@ -63,6 +66,7 @@ private:
     Channels recording;
     std::atomic<bool> armed = false;
     std::atomic<std::uint32_t> quantum = 1024;
+    std::atomic<double> drift = 1;
     std::atomic<std::size_t> played = 0;
     std::atomic<std::size_t> taken = 0;
     std::atomic<std::uint64_t> playTick = 0;
