@@ -186,8 +186,6 @@ void Plugin::start()
 void Plugin::run(std::uint32_t n)
 {
     const FlushToZero flush;
-    if (auto* latency = at<float>(ports.latency()))
-        *latency = static_cast<float>(adapter->delay());
     readMessages();
     steer();
     tellPath();
@@ -198,6 +196,8 @@ void Plugin::run(std::uint32_t n)
         out[c] = at<float>(ports.kind.channels + c);
     adapter->process(in.data(), out.data(), n, [this](float* x, float* y) { runBlock(x, y); });
 
+    if (auto* latency = at<float>(ports.latency())) // a call of another length may have added some
+        *latency = static_cast<float>(adapter->delay());
     if (const float* levels = path->levels(); levels != nullptr)
         for (std::uint32_t band = 0; band < levelCount; ++band)
             if (auto* level = at<float>(ports.firstLevel() + band))

@@ -3,26 +3,20 @@
 // not hold is read by a worker and kept in the state.
 #include "client/audio_file.h"
 #include "client/hrtf_set.h"
-#include "live/lv2_ports.h"
+#include "tests/live/plugin/plugin_host.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
-#include <lv2/atom/forge.h>
-#include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
-#include <lv2/options/options.h>
-#include <lv2/patch/patch.h>
 #include <lv2/state/state.h>
-#include <lv2/urid/urid.h>
-#include <lv2/worker/worker.h>
 #include <new>
 #include <random>
+#include <stdexcept>
 #include <unistd.h>
 
 // Memory that this thread has released, in the plug-ins too: they take these operations from the program.
@@ -134,148 +128,35 @@ TEST(Lv2Plugin, IsTheOfflineToolLessItsLatency)
     }
 }
 
-// A host with a worker and messages, and with a promised length if that is not 0. Work is done when `settle` is called.
-class Host {
+// The plug-in as it is installed. What it releases on the audio thread is counted.
+class Host : public PluginHost {
 public:
-    explicit Host(bool microphone, std::int32_t promised = 0) : ports(microphone), values(ports.count()), sound(8 * 256)
+    explicit Host(bool microphone, std::int32_t promised = 0) : PluginHost(described(microphone), microphone, promised)
     {
-        library = dlopen(microphone ? QUOREL_LV2_FOLDER "/quorel-microphone.lv2/quorel-microphone.so"
-                                    : QUOREL_LV2_FOLDER "/quorel-speaker.lv2/quorel-speaker.so",
-                         RTLD_NOW | RTLD_LOCAL);
-        const auto descriptors =
-            reinterpret_cast<LV2_Descriptor_Function>(library != nullptr ? dlsym(library, "lv2_descriptor") : nullptr);
-        if (descriptors == nullptr)
-            throw std::runtime_error("no plug-in");
-        descriptor = descriptors(microphone ? 1 : 0);
-        map = {this, [](LV2_URID_Map_Handle host, const char* uri) { return static_cast<Host*>(host)->id(uri); }};
-        schedule = {this, [](LV2_Worker_Schedule_Handle host, std::uint32_t size, const void* data) {
-                        if (static_cast<Host*>(host)->full)
-                            return LV2_WORKER_ERR_NO_SPACE;
-                        const auto* bytes = static_cast<const char*>(data);
-                        static_cast<Host*>(host)->orders.emplace_back(bytes, bytes + size);
-                        return LV2_WORKER_SUCCESS;
-                    }};
-        const std::int32_t length = promised;
-        const LV2_Options_Option options[] = {
-            {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__minBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
-            {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__maxBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
-            {LV2_OPTIONS_INSTANCE, 0, 0, 0, 0, nullptr}};
-        const LV2_Feature mapping{LV2_URID__map, &map};
-        const LV2_Feature working{LV2_WORKER__schedule, &schedule};
-        const LV2_Feature lengths{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
-        const LV2_Feature* features[] = {&mapping, &working, promised != 0 ? &lengths : nullptr, nullptr};
-        handle = descriptor->instantiate(descriptor, 48000, "", features);
-        if (handle == nullptr)
-            throw std::runtime_error("no instance");
-        for (std::uint32_t port = ports.latency(); port < ports.count(); ++port)
-            descriptor->connect_port(handle, port, &values[port]);
-        for (std::uint32_t c = 0; c < ports.kind.channels; ++c)
-            descriptor->connect_port(handle, c, sound.data() + std::size_t{c} * 256);
-        for (std::uint32_t c = 0; c < ports.kind.outputs(); ++c)
-            descriptor->connect_port(handle, ports.kind.channels + c, made[c].data());
-        if (!microphone) {
-            descriptor->connect_port(handle, ports.messagesIn(), in.data());
-            descriptor->connect_port(handle, ports.messagesOut(), out.data());
-        }
-        lv2_atom_forge_init(&forge, &map);
-        descriptor->activate(handle);
+        enter = [] { before = releases; };
+        leave = [] { released += releases - before; };
+        released = 0;
     }
 
-    ~Host()
-    {
-        descriptor->cleanup(handle);
-        dlclose(library);
-    }
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
-
-    LV2_URID id(const std::string& uri)
-    {
-        for (std::size_t k = 0; k < uris.size(); ++k)
-            if (uris[k] == uri)
-                return static_cast<LV2_URID>(k + 1);
-        uris.push_back(uri);
-        return static_cast<LV2_URID>(uris.size());
-    }
-
-    void set(const std::string& name, float value)
-    {
-        for (std::size_t k = 0; k < ports.settings.size(); ++k)
-            if (name == ports.settings[k]->name)
-                values[ports.firstSetting() + k] = value;
-    }
-
-    // One call of 256 frames; the message is given with it if there is a path.
-    void run(const char* responses = nullptr)
-    {
-        LV2_Atom_Forge_Frame sequence;
-        lv2_atom_forge_set_buffer(&forge, reinterpret_cast<std::uint8_t*>(in.data()), sizeof in);
-        lv2_atom_forge_sequence_head(&forge, &sequence, 0);
-        if (responses != nullptr) {
-            LV2_Atom_Forge_Frame message;
-            lv2_atom_forge_frame_time(&forge, 0);
-            lv2_atom_forge_object(&forge, &message, 0, id(LV2_PATCH__Set));
-            lv2_atom_forge_key(&forge, id(LV2_PATCH__property));
-            lv2_atom_forge_urid(&forge, id(responsesUri));
-            lv2_atom_forge_key(&forge, id(LV2_PATCH__value));
-            lv2_atom_forge_path(&forge, responses, static_cast<std::uint32_t>(std::strlen(responses)));
-            lv2_atom_forge_pop(&forge, &message);
-        }
-        lv2_atom_forge_pop(&forge, &sequence);
-        auto* told = reinterpret_cast<LV2_Atom*>(out.data());
-        told->size = sizeof out - sizeof(LV2_Atom);
-        descriptor->run(handle, 256);
-    }
-
-    // Does what was scheduled, and what comes of it.
-    void settle()
-    {
-        const auto* worker = static_cast<const LV2_Worker_Interface*>(descriptor->extension_data(LV2_WORKER__interface));
-        while (!orders.empty()) {
-            const std::vector<char> order = orders.front();
-            orders.erase(orders.begin());
-            std::vector<std::vector<char>> answers;
-            worker->work(
-                handle,
-                [](LV2_Worker_Respond_Handle list, std::uint32_t size, const void* data) {
-                    const auto* bytes = static_cast<const char*>(data);
-                    static_cast<std::vector<std::vector<char>>*>(list)->emplace_back(bytes, bytes + size);
-                    return LV2_WORKER_SUCCESS;
-                },
-                &answers, static_cast<std::uint32_t>(order.size()), order.data());
-            for (const auto& answer : answers) {
-                const int before = releases;
-                worker->work_response(handle, static_cast<std::uint32_t>(answer.size()), answer.data());
-                releasedInAnswers += releases - before;
-            }
-        }
-    }
-
-    const LV2_State_Interface& state() const
-    {
-        return *static_cast<const LV2_State_Interface*>(descriptor->extension_data(LV2_STATE__interface));
-    }
-
-    float latency() const { return values[ports.latency()]; }
-
-    PluginPorts ports;
-    const LV2_Descriptor* descriptor = nullptr;
-    LV2_Handle handle = nullptr;
-    std::vector<float> values;
-    std::vector<float> sound; // of each channel, 256 frames
-    std::array<std::array<float, 256>, 2> made{};
-    alignas(8) std::array<char, 8192> in{};
-    alignas(8) std::array<char, 8192> out{};
-    bool full = false;         // its worker takes no work
-    int releasedInAnswers = 0; // pieces of memory, on the audio thread
+    static int releasedOnTheAudioThread() { return released; }
 
 private:
-    void* library = nullptr;
-    LV2_URID_Map map{};
-    LV2_Worker_Schedule schedule{};
-    LV2_Atom_Forge forge{};
-    std::vector<std::string> uris;
-    std::vector<std::vector<char>> orders;
+    // The library stays: another host of the same program has it as well.
+    static const LV2_Descriptor& described(bool microphone)
+    {
+        void* library = dlopen(microphone ? QUOREL_LV2_FOLDER "/quorel-microphone.lv2/quorel-microphone.so"
+                                          : QUOREL_LV2_FOLDER "/quorel-speaker.lv2/quorel-speaker.so",
+                               RTLD_NOW | RTLD_LOCAL);
+        const auto descriptors =
+            reinterpret_cast<LV2_Descriptor_Function>(library != nullptr ? dlsym(library, "lv2_descriptor") : nullptr);
+        const LV2_Descriptor* descriptor = descriptors != nullptr ? descriptors(microphone ? 1 : 0) : nullptr;
+        if (descriptor == nullptr)
+            throw std::runtime_error("no plug-in");
+        return *descriptor;
+    }
+
+    inline static int before = 0;
+    inline static int released = 0;
 };
 
 // By the rule: a slice of 480 adds nothing; 241 is prime, so 256 - gcd(241, 256); 240 - gcd(128, 240).
@@ -283,7 +164,7 @@ TEST(Lv2Plugin, TakesALengthThatItsHostPromises)
 {
     const auto latencyOf = [](bool microphone, std::int32_t promised) {
         Host host(microphone, promised);
-        host.run();
+        host.run(nullptr, 0); // which breaks no promise
         return host.latency();
     };
     EXPECT_EQ(latencyOf(false, 0), 255);
@@ -291,6 +172,18 @@ TEST(Lv2Plugin, TakesALengthThatItsHostPromises)
     EXPECT_EQ(latencyOf(false, 857), 255); // a prime above the largest slice
     EXPECT_EQ(latencyOf(true, 0), 239);
     EXPECT_EQ(latencyOf(true, 128), 224);
+}
+
+// A promise of 128 frames that is broken by 100: 128 - gcd(100, 128) = 124 frames that were told by nobody before.
+TEST(Lv2Plugin, TellsTheLatencyThatACallAddsAtOnce)
+{
+    Host host(false, 128);
+    host.run(nullptr, 128);
+    EXPECT_EQ(host.latency(), 0);
+    host.run(nullptr, 100);
+    EXPECT_EQ(host.latency(), 124);
+    host.run(nullptr, 128);
+    EXPECT_EQ(host.latency(), 124);
 }
 
 // Surround off, side left is heard at the left ear alone.
@@ -390,7 +283,7 @@ TEST(Lv2Plugin, ReleasesNoResponsesOnTheAudioThread)
     change(true); // the first set waits in the second
     change(false);
     change(true);
-    EXPECT_EQ(host.releasedInAnswers, 0);
+    EXPECT_EQ(Host::releasedOnTheAudioThread(), 0);
     expectOneTap(host);
 }
 
