@@ -18,7 +18,13 @@ namespace {
 
 constexpr long retryPeriod = 250'000'000; // ns
 constexpr auto answerPatience = std::chrono::seconds(5);
-constexpr long managerStart = 500'000'000; // ns that a new session manager is given before anything is asked of it
+constexpr std::int64_t managerStart = 500'000'000;    // ns that a new session manager is given before anything is asked of it
+constexpr std::int64_t longestStart = 32'000'000'000; // and at most that one is given which has not answered
+
+timespec timeOf(std::int64_t ns)
+{
+    return {ns / 1'000'000'000, ns % 1'000'000'000};
+}
 
 const char* keyOf(bool sink)
 {
@@ -54,7 +60,7 @@ std::string nodeIn(const std::string& value)
 
 } // namespace
 
-AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std::move(events))
+AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std::move(events)), askingAfter(managerStart)
 {
     // This configuration gives the audio thread real-time scheduling, by the user's limits, the portal or the system's helper.
     context = pw_context_new(loop, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
@@ -69,6 +75,8 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->leaveManager(); }, this);
     started = pw_loop_add_timer(
         loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->bindDefaults(); }, this);
+    unheard = pw_loop_add_timer(
+        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->giveUp(); }, this);
     coreEvents.version = PW_VERSION_CORE_EVENTS;
     coreEvents.info = [](void* data, const pw_core_info*) { static_cast<AudioServer*>(data)->welcome(); };
     coreEvents.done = [](void* data, std::uint32_t id, int answer) {
@@ -77,6 +85,7 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
             return;
         server.settled = server.settled || answer == server.settling;
         if (answer == server.claiming) {
+            server.heard();
             server.claim(true);
             server.claim(false);
         }
@@ -109,6 +118,7 @@ AudioServer::~AudioServer()
     pw_loop_destroy_source(loop, ended);
     pw_loop_destroy_source(loop, orphaned);
     pw_loop_destroy_source(loop, started);
+    pw_loop_destroy_source(loop, unheard);
     pw_context_destroy(context);
 }
 
@@ -222,7 +232,7 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
                defaultsId == SPA_ID_INVALID) {
         defaultsId = id;
         if (claims()) {
-            timespec once{0, managerStart};
+            timespec once = timeOf(askingAfter);
             pw_loop_update_timer(loop, started, &once, nullptr, false);
         }
     }
@@ -235,6 +245,7 @@ void AudioServer::removeGlobal(std::uint32_t id)
         events.relinked();
     if (id == defaultsId) { // the session manager went; another one brings its own
         forgetManager();
+        askingAfter = managerStart;
         pw_loop_signal_event(loop, orphaned); // not from within the connection
     }
 }
@@ -262,9 +273,10 @@ std::vector<std::string> AudioServer::peersOf(std::uint32_t node) const
 
 // ---- default devices ------------------------------------------------------------------------------------------------
 
-// The session manager keeps them. To a new binding it tells all it has, ahead of the answer to the next `pw_core_sync`. One that
-// is bound as it starts may wait for the server for good, and the server for it; so it is bound where there is something to
-// claim alone, and a little later.
+// The session manager keeps them. To a new binding it tells all it has, ahead of the answer to the next `pw_core_sync`. Until it
+// has, the server holds back whatever else it would tell this client. One that is bound as it starts may wait for the server for
+// good, and the server for it; so it is bound where there is something to claim alone, and a little later. Behind one that does
+// not answer, a new connection is heard again.
 void AudioServer::bindDefaults()
 {
     unbindDefaults();
@@ -274,12 +286,30 @@ void AudioServer::bindDefaults()
         static_cast<pw_metadata*>(pw_registry_bind(registry, defaultsId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
     pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
     claiming = pw_core_sync(connection, PW_ID_CORE, 0);
+    timespec once = timeOf(std::chrono::nanoseconds(answerPatience).count());
+    pw_loop_update_timer(loop, unheard, &once, nullptr, false);
+}
+
+void AudioServer::heard()
+{
+    timespec never{};
+    pw_loop_update_timer(loop, unheard, &never, nullptr, false);
+    askingAfter = managerStart;
+}
+
+void AudioServer::giveUp()
+{
+    askingAfter = std::min(4 * askingAfter, longestStart);
+    events.unheard();
+    drop();
+    keepTrying();
 }
 
 void AudioServer::unbindDefaults()
 {
     timespec never{};
     pw_loop_update_timer(loop, started, &never, nullptr, false);
+    pw_loop_update_timer(loop, unheard, &never, nullptr, false);
     if (defaults != nullptr) {
         spa_hook_remove(&defaultsHook);
         pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));

@@ -30,6 +30,7 @@ public:
         std::function<void()> lost;      // they must go
         std::function<void()> relinked;  // links have come or gone
         std::function<void()> unmanaged; // the session manager has gone
+        std::function<void()> unheard;   // it does not answer: the streams must go, and come with the next connection
     };
 
     AudioServer(pw_loop* loop, Events events);
@@ -84,6 +85,8 @@ private:
     void drop();
     void lose();
     void leaveManager();
+    void heard();
+    void giveUp();
     void watchForServer();
     void stopWatching();
     void addGlobal(std::uint32_t id, const char* type, const spa_dict* properties);
@@ -108,6 +111,8 @@ private:
     spa_source* ended = nullptr;               // the connection is gone
     spa_source* orphaned = nullptr;            // the session manager is
     spa_source* started = nullptr;             // one has been there for a while
+    spa_source* unheard = nullptr;             // one that was asked has not answered
+    std::int64_t askingAfter;                  // ns until one is asked, longer after each that did not answer
     bool answered = false;                     // by the server, on this connection
     bool broken = false;                       // and `ended` has been told so
     bool trying = false;

@@ -8,6 +8,7 @@
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <utility>
 
 namespace quorel {
 
@@ -203,8 +204,9 @@ LiveHost::LiveHost(const LiveOptions& options, std::function<void(const std::str
     if (options.speaker)
         speaker = std::make_unique<Side>(*this, StreamKind{false, options.channels, maskOf(options.channels)}, options.output);
 
-    server = std::make_unique<AudioServer>(
-        events, AudioServer::Events{[this] { open(); }, [this] { close(); }, [this] { relinked(); }, [this] { reopen(); }});
+    server =
+        std::make_unique<AudioServer>(events, AudioServer::Events{[this] { open(); }, [this] { close(); }, [this] { relinked(); },
+                                                                  [this] { reopen(); }, [this] { wait(); }});
     if (options.makeDefault) {
         if (speaker)
             server->makeDefault(true, "quorel.speaker");
@@ -253,7 +255,7 @@ void LiveHost::run()
 
 void LiveHost::open()
 {
-    if (openSides() && server->reconnects() != 0)
+    if (openSides() && std::exchange(gone, false))
         notice("the audio server is back");
 }
 
@@ -274,15 +276,28 @@ bool LiveHost::openSides()
 // A session manager that was killed leaves nodes that have played in a state in which its successor does not link them.
 void LiveHost::reopen()
 {
-    for (Side* side : {speaker.get(), microphone.get()})
-        if (side != nullptr)
-            side->close();
+    hanging = false;
+    closeSides();
     openSides();
 }
 
 void LiveHost::close()
 {
+    gone = true;
     notice("the audio server is gone; waiting for it");
+    closeSides();
+}
+
+// Told once, though it is asked again and again.
+void LiveHost::wait()
+{
+    if (!std::exchange(hanging, true))
+        notice("the session manager does not answer; asking it again from time to time");
+    closeSides();
+}
+
+void LiveHost::closeSides()
+{
     for (Side* side : {speaker.get(), microphone.get()})
         if (side != nullptr)
             side->close();
@@ -344,7 +359,7 @@ std::string listDevices()
 {
     pw_init(nullptr, nullptr);
     const std::unique_ptr<pw_main_loop, void (*)(pw_main_loop*)> loop(pw_main_loop_new(nullptr), pw_main_loop_destroy);
-    AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}, [] {}, [] {}});
+    AudioServer server(pw_main_loop_get_loop(loop.get()), {[] {}, [] {}, [] {}, [] {}, [] {}});
     if (!server.connect())
         throw std::runtime_error("no PipeWire server is running");
     if (!server.settle())

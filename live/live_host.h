@@ -47,7 +47,9 @@ private:
     void open();
     bool openSides();
     void close();
+    void closeSides();
     void reopen();
+    void wait();
     void relinked();
     void tick();
     std::string answer(const std::string& command);
@@ -64,6 +66,8 @@ private:
     std::unique_ptr<Side> microphone;
     std::unique_ptr<CommandSocket> commands;
     spa_source* everySecond = nullptr; // with --verbose
+    bool gone = false;                 // the server, as its user was told
+    bool hanging = false;              // the session manager, likewise
 };
 
 // What the server has, for a user to choose from: a line a device.

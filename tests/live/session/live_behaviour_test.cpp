@@ -268,6 +268,21 @@ TEST_F(LiveBehaviour, SaysThatTheDefaultStaysWhenNoSessionManagerAnswers)
     EXPECT_EQ(live->written(), "quorel-live: no session manager answers: the default devices stay as they are\n");
 }
 
+// The server tells a client nothing more that has asked for the defaults, until the session manager has answered it.
+TEST_F(LiveBehaviour, AsksAgainWhereTheSessionManagerDoesNotAnswer)
+{
+    session.signalManager(SIGSTOP);
+    const auto live = session.startLive({"--speaker", "--default"});
+    EXPECT_TRUE(within(patience, [&] { return told().value("reconnects", 0) >= 1; })) << live->written();
+    session.signalManager(SIGCONT);
+    EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; })) << live->written();
+    EXPECT_TRUE(sounds());
+    EXPECT_EQ(live->written(), "quorel-live: the session manager does not answer; asking it again from time to time\n");
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(patience), 0);
+    EXPECT_EQ(configuredSink(), "");
+}
+
 TEST_F(LiveBehaviour, LeavesADefaultAloneThatItsUserChoseMeanwhile)
 {
     const auto live = session.live({"--default"});

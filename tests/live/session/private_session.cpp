@@ -204,12 +204,22 @@ void PrivateSession::killManager()
     manager.reset();
 }
 
-std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& options, const std::vector<std::string>& under)
+void PrivateSession::signalManager(int number)
+{
+    manager->signal(number);
+}
+
+std::unique_ptr<Service> PrivateSession::startLive(const std::vector<std::string>& options, const std::vector<std::string>& under)
 {
     std::vector<std::string> words = under;
     words.emplace_back(QUOREL_LIVE);
     words.insert(words.end(), options.begin(), options.end());
-    auto service = std::make_unique<Service>(words, folder / ("live" + std::to_string(++started)));
+    return std::make_unique<Service>(words, folder / ("live" + std::to_string(++started)));
+}
+
+std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& options, const std::vector<std::string>& under)
+{
+    auto service = startLive(options, under);
     const bool there = within(patience, [&] {
         const nlohmann::json told = status();
         bool linked = told.is_object() && (told.contains("speaker") || told.contains("microphone"));

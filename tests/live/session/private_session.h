@@ -53,10 +53,14 @@ public:
     void killServer();
     void startManager();
     void killManager();
+    void signalManager(int number);
     void replugSpeakers(); // takes the null sink away and brings it back
 
     // quorel-live with these options, once its devices are there. under: a command that runs it.
     std::unique_ptr<Service> live(const std::vector<std::string>& options = {}, const std::vector<std::string>& under = {});
+
+    // The same without waiting for anything.
+    std::unique_ptr<Service> startLive(const std::vector<std::string>& options = {}, const std::vector<std::string>& under = {});
 
     // What the running quorel-live tells of itself.
     nlohmann::json status();
