@@ -33,10 +33,17 @@ public:
     {
         for (int i = 0; i < 8; ++i) {
             bypass = i == 3;
-            change.process(from.data(), to.data(), quantum, false);
-            microphone->process(from.data(), to.data(), quantum);
+            render(from.data(), to.data(), quantum, false);
+            capture(from.data(), to.data(), quantum);
         }
     }
+
+    void render(const float* const* rows, float* const* made, std::uint32_t n, bool varying)
+    {
+        change.process(rows, made, n, varying);
+    }
+
+    void capture(const float* const* rows, float* const* made, std::uint32_t n) { microphone->process(rows, made, n); }
 
     void serve()
     {
