@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // quorel-live among an audio server, a session manager and its user: what it survives, what it restores, what it tells.
 #include "tests/live/session/live_behaviour.h"
+#include "tests/support/control_application.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
@@ -65,6 +67,35 @@ TEST_F(LiveBehaviour, RunsOnceForAUser)
     EXPECT_FALSE(std::filesystem::exists(session.folder / "quorel/live.sock"));
     EXPECT_EQ(session.command(QUOREL_LIVE " --status"), "quorel-live: no quorel-live is running\n");
     EXPECT_EQ(session.code, 3);
+}
+
+TEST_F(LiveBehaviour, SaysWhyWhereItsSettingsAreNotToBeHad)
+{
+    const auto folder = session.folder / "quorel"; // of the objects that it shares with control applications
+    std::filesystem::create_directory(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms::all); // anybody could write them
+    EXPECT_EQ(session.command(QUOREL_LIVE), "quorel-live: CreateFileMapping for SHARED_MEM failed\n");
+    EXPECT_EQ(session.code, 2);
+}
+
+TEST_F(LiveBehaviour, LeavesIdleLevelsAtItsEnd)
+{
+    const auto live = session.live({"--microphone"});
+    const ControlApplication control; // which keeps the levels when it has gone
+    const auto& levels = control.block->levels;
+    ASSERT_NO_FATAL_FAILURE(this->control("set levelsEnabled=1"));
+    GraphClient client({"MONO"}, {"MONO"});
+    client.link({"testmic:input_MONO"}, {"quorel.microphone:capture_MONO"});
+    Channels buzz(1, std::vector<float>(9600));
+    for (std::size_t i = 0; i < buzz[0].size(); ++i)
+        buzz[0][i] = i % 480 < 240 ? 0.25F : -0.25F;
+    EXPECT_TRUE(within(patience, [&] {
+        client.play(buzz, 9600);
+        return std::all_of(levels.begin(), levels.end(), [](float level) { return level > -120.0F; });
+    }));
+    live->signal(SIGTERM);
+    EXPECT_EQ(live->ended(patience), 0);
+    EXPECT_THAT(levels, testing::Each(-120.0F));
 }
 
 TEST_F(LiveBehaviour, LeavesNothingThatStopsTheNextStartWhenKilled)
@@ -352,9 +383,18 @@ TEST_F(LiveBehaviour, TellsTheRenderStreamToControlApplications)
     EXPECT_THAT(session.command(std::string(QUOREL_CONTROL) + " status"), testing::Not(HasSubstr("speaker:")));
 }
 
+// What is in a process' folder of the system's, such as its files or its threads.
+std::size_t entriesOf(const char* kind, pid_t process)
+{
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(process) + '/' + kind);
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
 TEST_F(LiveBehaviour, SurvivesTheAudioServer)
 {
     const auto live = session.live();
+    std::size_t files = 0; // open behind the first round
+    std::size_t threads = 0;
     for (int round = 1; round <= 5; ++round) {
         session.killServer();
         session.startServer();
@@ -364,7 +404,14 @@ TEST_F(LiveBehaviour, SurvivesTheAudioServer)
         EXPECT_TRUE(sounds()) << "round " << round;
         std::cout << "sound is back within " << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count()
                   << " s of the server, its session manager and a playing client\n";
+        ASSERT_TRUE(within(patience, [&] { return told()["speaker"].value("running", true) == false; }));
+        if (round == 1) {
+            files = entriesOf("fd", live->id());
+            threads = entriesOf("task", live->id());
+        }
     }
+    EXPECT_TRUE(within(patience, [&] { return entriesOf("fd", live->id()) <= files; })) << files;
+    EXPECT_EQ(entriesOf("task", live->id()), threads);
     EXPECT_EQ(linesOf(live->written(), "the audio server is gone; waiting for it\n"), 5);
     EXPECT_EQ(linesOf(live->written(), "the audio server is back\n"), 5);
     EXPECT_FALSE(live->ended(0ms));

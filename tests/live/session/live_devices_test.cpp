@@ -173,6 +173,23 @@ TEST_F(LiveDevices, TellTheDriftOfTheirClock)
     }
 }
 
+// The server resamples, so that calls differ in length: 256 - 1 and 240 - 1 frames late. The down-mix's gain is 0.8.
+TEST_F(LiveDevices, WorkInAGraphAtAnotherRate)
+{
+    const auto live = session.live();
+    session.command("pw-metadata -n settings 0 clock.force-rate 44100");
+    GraphClient client({"FL", "MONO"}, {"FL", "MONO"}, GraphClient::Clock::ofTheDevice);
+    client.link({"quorel.speaker:playback_FL", "testmic:input_MONO"}, {"speakers:monitor_FL", "quorel.microphone:capture_MONO"});
+    EXPECT_TRUE(hears(client, Channels(2, std::vector<float>(9600, 0.25F)), {0.2F, 0.25F}));
+    const nlohmann::json status = told();
+    for (const auto& [side, block] : {std::pair{"speaker", 256}, std::pair{"microphone", 240}}) {
+        EXPECT_EQ(status[side]["rate"], 44100) << status;
+        EXPECT_EQ(status[side]["block"], block) << status;
+        EXPECT_EQ(status[side]["added_frames"], block - 1) << status;
+        EXPECT_EQ(status[side]["refused_blocks"], 0) << status;
+    }
+}
+
 // Every input frame leaves once, in order, behind silence where the delay grows. The effect copies: its settings are all zero.
 TEST_F(LiveDevices, GiveEveryFrameOfTheMicrophoneOnce)
 {
