@@ -196,6 +196,33 @@ TEST_F(PathChanges, GiveTheNewPathTheSettingsInForce)
     EXPECT_GT(*std::max_element(out.rows[1].begin(), out.rows[1].end()), 0.01F);
 }
 
+// A delivered set that lets nothing through shows that it is in force.
+TEST_F(PathChanges, GiveTheNewPathTheDeliveredResponses)
+{
+    const auto loudest = [this](std::uint32_t quantum) {
+        call(quantum);
+        serve();
+        for (int i = 0; i < 4; ++i)
+            call(quantum);
+        const auto sound = call(quantum);
+        return *std::max_element(sound.begin(), sound.end());
+    };
+    set([](SettingsRecord& record) { record.Settings = 1; });
+    EXPECT_GT(loudest(512), 0.01F);
+    std::fill_n(control.share, 2 * 8 * 1024, 0.0F); // two responses of 512 bins for each of eight channels
+    set([](SettingsRecord& record) {
+        record.Settings = 1;
+        record.hrtfId = 1;
+        record.hrtfChannels = 8;
+        record.hrtfLength = 1024;
+    });
+    EXPECT_EQ(loudest(512), 0.0F);
+    EXPECT_EQ(loudest(480), 0.0F);
+    EXPECT_EQ(loudest(857), 0.0F);
+    EXPECT_EQ(status.changes, 3U);
+    EXPECT_EQ(status.refused, 0U);
+}
+
 TEST_F(PathChanges, KeepTheRequestWhereBuildingFails)
 {
     call(480);
