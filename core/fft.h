@@ -78,6 +78,10 @@ public:
     template <std::size_t C>
     void Inv(const Buffer<float, C>& in, Buffer<float, C>& out);
 
+    // The same for a single row of `length` floats. The caller has seen to the sizes.
+    void Fwd(const float* in, float* out) { check(ippsFFTFwd_RToPack_32f(in, out, spec, work())); }
+    void Inv(const float* in, float* out) { check(ippsFFTInv_PackToR_32f(in, out, spec, work())); }
+
 private:
     template <std::size_t C, typename Kernel>
     void run(Kernel kernel, const Buffer<float, C>& in, Buffer<float, C>& out);

@@ -23,6 +23,9 @@ public:
     // `in` holds whole frames of one value per band, `out` whole spectra. No frame at all is accepted.
     void process(const SpectrumBuffer<N>& in, SpectrumBuffer<N>& out);
 
+    // What the product with such a spectrum makes of bins 0 to binCount of another one, the values of one frame being real.
+    void scaleLowerHalf(const Complex* values, Complex* bins) const;
+
 private:
     std::vector<std::uint64_t> widths; // bins of each band
     std::uint64_t binCount;            // half a spectrum
@@ -56,6 +59,19 @@ void BandDist<N>::process(const SpectrumBuffer<N>& in, SpectrumBuffer<N>& out)
         }
     }
     out.setSize(frames * binCount * 2);
+}
+
+template <std::size_t N>
+void BandDist<N>::scaleLowerHalf(const Complex* values, Complex* bins) const
+{
+    auto* parts = reinterpret_cast<float*>(bins);
+    for (const std::uint64_t width : widths) {
+        if (width != 0)
+            check(ippsMulC_32f_I(values->real(), parts, length32(2 * width)));
+        parts += 2 * width;
+        ++values;
+    }
+    bins[binCount] = 0.0F; // Required: see above
 }
 
 } // namespace quorel

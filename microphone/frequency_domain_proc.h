@@ -63,7 +63,6 @@ private:
     SpectrumBuffer<N> bandGains;
     Buffer<float, N> noiseFloor;
     Buffer<float, N> signalLevel;
-    SpectrumBuffer<N> binGains;
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -98,8 +97,7 @@ FrequencyDomainProc<N>::FrequencyDomainProc(const MicrophoneRateRow& row, float*
       levelSum(levelBandCount - 1),
       bandGains(bandCount),
       noiseFloor(bandCount),
-      signalLevel(bandCount),
-      binGains(fftLength)
+      signalLevel(bandCount)
 {
     std::fill_n(levels, levelBandCount - 1, -60.0F);
 }
@@ -129,7 +127,6 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
     bandSpectrum.setSize(bandCount);
     noiseFloor.setSize(bandCount);
     signalLevel.setSize(bandCount);
-    binGains.setSize(fftLength);
     for (std::uint64_t f = 0; f < frameCount; ++f) {
         for (std::size_t c = 0; c < N; ++c)
             check(ippsCopy_32f(in.channel(c) + f * hop, frame.channel(c), length32(hop)));
@@ -148,16 +145,18 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
 template <std::size_t N>
 void FrequencyDomainProc<N>::clean()
 {
-    analysis.process(frame, spectrum);
+    for (std::size_t c = 0; c < N; ++c)
+        analysis.lowerHalf(c, frame.channel(c), spectrum.channel(c));
+    spectrum.setSize(fftLength); // of which the bands read the lower half alone
     levelBandSum.process(spectrum, levelSpectrum);
     bandSum.process(spectrum, bandSpectrum);
     noiseTracker.process(bandSpectrum, noiseFloor);
     signalTracker.process(bandSpectrum, signalLevel);
     suppressor.process(noiseFloor, signalLevel, bandGains);
-    bandDist.process(bandGains, binGains);
-    for (std::size_t c = 0; c < N; ++c)
-        check(ippsMul_32fc_I(binGains.channel(c), spectrum.channel(c), length32(fftLength)));
-    synthesis.process(spectrum, frame);
+    for (std::size_t c = 0; c < N; ++c) {
+        bandDist.scaleLowerHalf(bandGains.channel(c), spectrum.channel(c));
+        synthesis.fromLowerHalf(c, spectrum.channel(c), frame.channel(c));
+    }
 }
 
 // Required: the meter follows the block's last frame alone, whatever the number of its frames; level band 0 is not reported.

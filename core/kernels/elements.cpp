@@ -52,6 +52,11 @@ Status ippsMul_32fc_I(const Complex* src, Complex* srcDst, std::int32_t len) noe
     return run<&KernelTable::mulComplex>(srcDst, src, srcDst, Length{len});
 }
 
+Status ippsAddProduct_32f(const float* a, const float* b, float* srcDst, std::int32_t len) noexcept
+{
+    return run<&KernelTable::addProduct>(a, b, srcDst, Length{len});
+}
+
 Status ippsAddProductC_32f(const float* src, float val, float* srcDst, std::int32_t len) noexcept
 {
     return run<&KernelTable::addProductC>(src, val, srcDst, Length{len});

@@ -38,6 +38,12 @@ void mulComplex(const float* __restrict a, const float* __restrict b, float* __r
     }
 }
 
+void addProduct(const float* __restrict a, const float* __restrict b, float* __restrict srcDst, size_t n)
+{
+    for (size_t i = 0; i < n; ++i)
+        srcDst[i] += a[i] * b[i];
+}
+
 void addProductC(const float* __restrict src, float val, float* __restrict srcDst, size_t n)
 {
     for (size_t i = 0; i < n; ++i)

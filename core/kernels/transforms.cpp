@@ -49,20 +49,26 @@ struct Kind;
 template <>
 struct Kind<FFTSpec_R_32f> {
     static constexpr std::int32_t highestOrder = 29;
-    static constexpr bool hasKernels(std::int32_t order) { return order == 10; }
-    static constexpr std::size_t firstLength(std::int32_t /*order*/) { return 8; } // 1024 samples are 512 complex values
-    static constexpr std::size_t unpackFactors = 256; // twiddle factors of the way from and to real samples
-    static constexpr std::size_t workFloats(std::int32_t /*order*/) { return 2048; }
+    static constexpr std::size_t firstLength(std::int32_t order) { return order == 9 ? 4 : 8; } // half as many complex values
+    static constexpr std::size_t unpackFactors(std::int32_t order) { return order == 9 ? 128 : 256; } // from and to real samples
 };
 
 template <>
 struct Kind<FFTSpec_C_32fc> {
     static constexpr std::int32_t highestOrder = 28;
-    static constexpr bool hasKernels(std::int32_t order) { return order == 9 || order == 10; }
     static constexpr std::size_t firstLength(std::int32_t order) { return order == 9 ? 8 : 16; }
-    static constexpr std::size_t unpackFactors = 0;
-    static constexpr std::size_t workFloats(std::int32_t order) { return order == 9 ? 1024 : 2048; }
+    static constexpr std::size_t unpackFactors(std::int32_t /*order*/) { return 0; }
 };
+
+// 512 and 1024, in complex values or real samples. Each kind works on twice as many floats.
+constexpr bool hasKernels(std::int32_t order)
+{
+    return order == 9 || order == 10;
+}
+constexpr std::size_t workLength(std::int32_t order)
+{
+    return std::size_t{2} << order;
+}
 
 // A table's factor takes four floats.
 constexpr std::size_t tableBytes(std::size_t factors)
@@ -112,6 +118,7 @@ TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::si
     TransformTables tables{};
     EntryWriter write(storage, valuesPerVector);
     const double n = 64 * static_cast<double>(firstLength);
+    const double samples = 2 * n;
 
     tables.first = write.position();
     for (std::size_t i = 0; i < 64; i += valuesPerVector)
@@ -124,10 +131,10 @@ TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::si
 
     tables.forward = write.position();
     for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
-        write.entry([&](double place) { return Factor{forwardFactor / 2, -0.25 - (static_cast<double>(k) + place) / 1024}; });
+        write.entry([&](double place) { return Factor{forwardFactor / 2, -0.25 - (static_cast<double>(k) + place) / samples}; });
     tables.inverse = write.position();
     for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
-        write.entry([&](double place) { return Factor{inverseFactor, 0.25 + (static_cast<double>(k) + place) / 1024}; });
+        write.entry([&](double place) { return Factor{inverseFactor, 0.25 + (static_cast<double>(k) + place) / samples}; });
     tables.forwardHalf = static_cast<float>(forwardFactor / 2);
     tables.inverseHalf = static_cast<float>(inverseFactor);
     return tables;
@@ -151,12 +158,13 @@ Status getSize(std::int32_t order, std::int32_t flag, std::int32_t* specSize, st
         return ippStsNullPtrErr;
     if (const Status bad = checkChoice(K::highestOrder, order, flag); bad != ippStsNoErr)
         return bad;
-    const bool kernels = K::hasKernels(order);
-    const std::size_t tables = kernels ? tableBytes(firstFactors(K::firstLength(order)) + middleFactors + 2 * K::unpackFactors)
-                                       : PlainTransform::tableBytes(order);
+    const bool kernels = hasKernels(order);
+    const std::size_t tables = kernels
+                                   ? tableBytes(firstFactors(K::firstLength(order)) + middleFactors + 2 * K::unpackFactors(order))
+                                   : PlainTransform::tableBytes(order);
     *specSize = static_cast<std::int32_t>(cacheLine + wholeLines(sizeof(Spec)) + tables);
     *initSize = 0;
-    *workSize = kernels ? static_cast<std::int32_t>(cacheLine + K::workFloats(order) * sizeof(float)) : 0;
+    *workSize = kernels ? static_cast<std::int32_t>(cacheLine + workLength(order) * sizeof(float)) : 0;
     return ippStsNoErr;
 }
 
@@ -177,9 +185,9 @@ Status init(Spec** spec, std::int32_t order, std::int32_t flag, void* storage) n
     std::byte* const start = firstLine(storage);
     std::byte* const tables = start + wholeLines(sizeof(Spec));
     *spec = new (start) Spec{{&active(), order, static_cast<float>(forward), static_cast<float>(inverse), std::nullopt, {}}};
-    if (K::hasKernels(order))
+    if (hasKernels(order))
         (*spec)->tables = buildTables(reinterpret_cast<float*>(tables), active().valuesPerVector, K::firstLength(order),
-                                      K::unpackFactors, forward, inverse);
+                                      K::unpackFactors(order), forward, inverse);
     else
         (*spec)->plain.emplace(order, reinterpret_cast<double*>(tables));
     return ippStsNoErr;
@@ -233,10 +241,12 @@ Status ippsFFTFwd_RToPack_32f(const float* src, float* dst, const FFTSpec_R_32f*
 {
     if (const Status bad = checkRun(src, dst, spec, work); bad != ippStsNoErr)
         return bad;
-    if (spec->plain)
+    if (spec->plain) {
         spec->plain->realForward(src, dst, spec->forwardFactor);
-    else
-        spec->variant->realForward1024(spec->tables, src, dst, workFloats(work));
+        return ippStsNoErr;
+    }
+    const auto forward = spec->order == 9 ? spec->variant->realForward512 : spec->variant->realForward1024;
+    forward(spec->tables, src, dst, workFloats(work));
     return ippStsNoErr;
 }
 
@@ -244,10 +254,12 @@ Status ippsFFTInv_PackToR_32f(const float* src, float* dst, const FFTSpec_R_32f*
 {
     if (const Status bad = checkRun(src, dst, spec, work); bad != ippStsNoErr)
         return bad;
-    if (spec->plain)
+    if (spec->plain) {
         spec->plain->realInverse(src, dst, spec->inverseFactor);
-    else
-        spec->variant->realInverse1024(spec->tables, src, dst, workFloats(work));
+        return ippStsNoErr;
+    }
+    const auto inverse = spec->order == 9 ? spec->variant->realInverse512 : spec->variant->realInverse1024;
+    inverse(spec->tables, src, dst, workFloats(work));
     return ippStsNoErr;
 }
 

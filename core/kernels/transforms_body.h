@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The transforms of the lengths in use, 512 and 1024 complex values and 1024 real samples, and the packed product. Other
-// lengths: plain_transform.h.
+// The transforms of the lengths in use, 512 and 1024 complex values or real samples, and the packed product. Other lengths:
+// plain_transform.h.
 //
 // A mixed-radix FFT with decimation in frequency: butterflies first, then the twiddle factors (W. M. Gentleman and G. Sande,
 // "Fast Fourier transforms: for fun and profit", AFIPS 29, 1966; C. Van Loan, "Computational Frameworks for the Fast Fourier
-// Transform", 1992, whose terms these are). Three passes over N = 8*8*R values, of radix R = 8 or 16, 8 and 8. With input index
+// Transform", 1992, whose terms these are). Three passes over N = 8*8*R values, of radix R = 4, 8 or 16, 8 and 8. With input index
 // n = 64a + 8b + c and output index k = a' + R*b' + 8R*c' (a, a' below R, the others below 8) the kernel of the sum falls
 // apart, W_m standing for exp(-2*pi*i/m):
 //
@@ -169,8 +169,10 @@ void firstPass(const float* src, const float* table, float* dst)
             x[a] = inRegister(load<V>(src + 128 * a + bc));
         if constexpr (R == 16)
             fft16<inverse>(x);
-        else
+        else if constexpr (R == 8)
             fft8<inverse>(x);
+        else
+            fft4<inverse>(x[0], x[1], x[2], x[3]);
         store(x[0], dst + bc);
         for (size_t a = 1; a < R; ++a, table += 2 * lanes)
             store(mulTwiddle<inverse>(x[a], table), dst + 128 * a + bc);
@@ -192,12 +194,15 @@ void middlePass(const float* table, float* work)
         }
 }
 
-// Eight columns of a vector's height: column[c] holds value c of each row. Rows are 128 floats apart.
-QUOREL_INLINE void loadColumns(const float* rows, V (&column)[8])
+// Eight columns of a vector's height: column[c] holds value c of each row. Rows are 128 floats apart, the fifth to the eighth
+// behind another first one.
+QUOREL_INLINE void loadColumns(const float* rows, [[maybe_unused]] const float* fifth, V (&column)[8])
 {
     if constexpr (lanes == 16) {
-        for (size_t r = 0; r < 8; ++r)
+        for (size_t r = 0; r < 4; ++r) {
             column[r] = load<V>(rows + 128 * r);
+            column[r + 4] = load<V>(fifth + 128 * r);
+        }
         transpose8x8(column);
     } else {
         for (size_t c = 0; c < 8; c += 2) {
@@ -219,14 +224,14 @@ QUOREL_INLINE void loadColumns(const float* rows, V (&column)[8])
 template <size_t R, bool inverse>
 void lastPass(const float* work, float* dst)
 {
-    for (size_t b = 0; b < 8; ++b)
-        for (size_t a = 0; a < R; a += valuesPerVector, dst += lanes) {
-            V x[8];
-            loadColumns(work + 128 * a + 16 * b, x);
-            fft8<inverse>(x);
-            for (size_t c = 0; c < 8; ++c)
-                store(x[c], dst + 16 * R * c);
-        }
+    const auto row = [work](size_t ab) { return work + 128 * (ab % R) + 16 * (ab / R); }; // of a' + R*b'
+    for (size_t ab = 0; ab < 8 * R; ab += valuesPerVector, dst += lanes) {
+        V x[8];
+        loadColumns(row(ab), row(ab + 4), x);
+        fft8<inverse>(x);
+        for (size_t c = 0; c < 8; ++c)
+            store(x[c], dst + 16 * R * c);
+    }
 }
 
 template <size_t R>
@@ -249,18 +254,19 @@ void complexInverse1024(const TransformTables& tables, const float* src, float* 
 
 // The spectrum of real samples from a complex transform of half the length (Van Loan, chapter 4).
 //
-// 1024 real samples x are 512 complex values z[n] = x[2n] + i*x[2n+1]. With Z their spectrum, and E and D the sum and the
-// difference of Z[k] and conj(Z[512-k]), the spectra of the even and odd samples are E/2 and -i*D/2, so that
+// N real samples x are M = N/2 complex values z[n] = x[2n] + i*x[2n+1]. With Z their spectrum, and E and D the sum and the
+// difference of Z[k] and conj(Z[M-k]), the spectra of the even and odd samples are E/2 and -i*D/2, so that
 //
-//   X[k] = E/2 - i/2 * W_1024^k * D      and, exchanging k and 512-k,      X[512-k] = conj(E/2 + i/2 * W_1024^k * D)
+//   X[k] = E/2 - i/2 * W_N^k * D      and, exchanging k and M-k,      X[M-k] = conj(E/2 + i/2 * W_N^k * D)
 //
-// The way back is of the same form, with E and D taken of X:   Z[k] = E/2 + i/2 * conj(W_1024^k) * D
-// so one function serves both. The table holds the factor of D for k = 1, 2, ..., 256, the scaling within; `half` is the
+// The way back is of the same form, with E and D taken of X:   Z[k] = E/2 + i/2 * conj(W_N^k) * D
+// so one function serves both. The table holds the factor of D for k = 1, 2, ..., N/4, the scaling within; `half` is the
 // factor of E with the scaling. `from` and `to` point at bin 1: the bins lie one float lower in Pack form than in a spectrum.
+template <size_t N>
 QUOREL_INLINE void unpackReal(const float* from, float* to, const float* table, float half)
 {
-    for (size_t k = 0; k < 512; k += lanes, table += 2 * lanes) { // floats behind bin 1
-        const size_t mirrored = 1022 - lanes - k;
+    for (size_t k = 0; k < N / 2; k += lanes, table += 2 * lanes) { // floats behind bin 1
+        const size_t mirrored = N - 2 - lanes - k;
         const V low = inRegister(load<V>(from + k));
         const V high = conjugate(reversePairs(load<V>(from + mirrored)));
         const V e = (low + high) * half;
@@ -270,25 +276,49 @@ QUOREL_INLINE void unpackReal(const float* from, float* to, const float* table, 
     }
 }
 
+template <size_t R>
+void realForward(const TransformTables& tables, const float* src, float* dst, float* work)
+{
+    constexpr size_t n = 128 * R;
+    float* spectrum = work + n;
+    firstPass<R, false>(src, tables.first, work);
+    middlePass<R, false>(tables.middle, work);
+    lastPass<R, false>(work, spectrum);
+    unpackReal<n>(spectrum + 2, dst + 1, tables.forward, tables.forwardHalf);
+    dst[0] = 2 * tables.forwardHalf * (spectrum[0] + spectrum[1]);
+    dst[n - 1] = 2 * tables.forwardHalf * (spectrum[0] - spectrum[1]);
+}
+
+template <size_t R>
+void realInverse(const TransformTables& tables, const float* src, float* dst, float* work)
+{
+    constexpr size_t n = 128 * R;
+    unpackReal<n>(src + 1, work + 2, tables.inverse, tables.inverseHalf);
+    work[0] = tables.inverseHalf * (src[0] + src[n - 1]);
+    work[1] = tables.inverseHalf * (src[0] - src[n - 1]);
+    firstPass<R, true>(work, tables.first, work);
+    middlePass<R, true>(tables.middle, work);
+    lastPass<R, true>(work, dst);
+}
+
+void realForward512(const TransformTables& tables, const float* src, float* dst, float* work)
+{
+    realForward<4>(tables, src, dst, work);
+}
+
 void realForward1024(const TransformTables& tables, const float* src, float* dst, float* work)
 {
-    float* spectrum = work + 1024;
-    firstPass<8, false>(src, tables.first, work);
-    middlePass<8, false>(tables.middle, work);
-    lastPass<8, false>(work, spectrum);
-    unpackReal(spectrum + 2, dst + 1, tables.forward, tables.forwardHalf);
-    dst[0] = 2 * tables.forwardHalf * (spectrum[0] + spectrum[1]);
-    dst[1023] = 2 * tables.forwardHalf * (spectrum[0] - spectrum[1]);
+    realForward<8>(tables, src, dst, work);
+}
+
+void realInverse512(const TransformTables& tables, const float* src, float* dst, float* work)
+{
+    realInverse<4>(tables, src, dst, work);
 }
 
 void realInverse1024(const TransformTables& tables, const float* src, float* dst, float* work)
 {
-    unpackReal(src + 1, work + 2, tables.inverse, tables.inverseHalf);
-    work[0] = tables.inverseHalf * (src[0] + src[1023]);
-    work[1] = tables.inverseHalf * (src[0] - src[1023]);
-    firstPass<8, true>(work, tables.first, work);
-    middlePass<8, true>(tables.middle, work);
-    lastPass<8, true>(work, dst);
+    realInverse<8>(tables, src, dst, work);
 }
 
 // `dst` may be `a` or `b`: each pair is read before it is written.

@@ -24,6 +24,34 @@ TEST(BandDist, OnesInEveryBandAreOnesInEveryBinButTheOneAtHalfTheRate)
     });
 }
 
+TEST(BandDist, RealValuesScaleTheLowerHalfAsTheWholeProductDoes)
+{
+    // Multiplied by a real value a part is rounded once, whichever way.
+    for (const std::uint32_t rate : bothRates) {
+        const MicrophoneRateRow& row = *microphoneRate(rate);
+        SpectrumBuffer<1> values(gainBandCount);
+        SpectrumBuffer<1> whole(row.fftLength);
+        std::vector<Complex> bins(row.fftLength);
+        std::mt19937 random(9);
+        std::normal_distribution<float> normal;
+        for (std::uint64_t j = 0; j < gainBandCount; ++j)
+            values.channel(0)[j] = normal(random);
+        for (Complex& bin : bins)
+            bin = {normal(random), normal(random)};
+        values.setSize(gainBandCount);
+        const std::vector<Complex> before = bins;
+        BandDist<1> dist(row.gainWidths);
+        dist.process(values, whole);
+        dist.scaleLowerHalf(values.channel(0), bins.data());
+        for (std::uint64_t k = 0; k <= row.fftLength / 2; ++k) {
+            EXPECT_EQ(bins[k].real(), before[k].real() * whole.channel(0)[k].real()) << "bin " << k;
+            EXPECT_EQ(bins[k].imag(), before[k].imag() * whole.channel(0)[k].real()) << "bin " << k;
+        }
+        for (std::uint64_t k = row.fftLength / 2 + 1; k < row.fftLength; ++k)
+            EXPECT_EQ(bins[k], before[k]) << "bin " << k;
+    }
+}
+
 TEST(BandDist, EachBinHoldsItsBandsValueAndItsMirrorImageTheConjugate)
 {
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {

@@ -262,6 +262,38 @@ TEST(FilterBank, TwoHopsForOneSpectrumsRoomFail)
     });
 }
 
+TEST(FilterBank, TheLowerHalfIsThatOfTheWholeSpectrum)
+{
+    // Bit for bit both ways: what is left out is the other half of the same spectrum.
+    forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
+        const Shape shape = shapeOf(rate);
+        Pair<N> whole(shape);
+        Pair<N> half(shape);
+        std::vector<Complex> bins(shape.fftLength / 2 + 1);
+        std::vector<float> out(shape.hop);
+        whole.frame.setSize(shape.hop);
+        for (unsigned f = 0; f < 8; ++f) {
+            std::vector<std::vector<float>> in;
+            for (std::size_t c = 0; c < N; ++c) {
+                in.push_back(normalNoise(shape.hop, 0.1F, f * 8 + static_cast<unsigned>(c)));
+                std::copy(in[c].begin(), in[c].end(), whole.frame.channel(c));
+            }
+            whole.analysis.process(whole.frame, whole.spectrum);
+            whole.synthesis.process(whole.spectrum, whole.frame);
+            for (std::size_t c = 0; c < N; ++c) {
+                half.analysis.lowerHalf(c, in[c].data(), bins.data());
+                for (std::size_t k = 0; k < bins.size(); ++k)
+                    ASSERT_EQ(bins[k], whole.spectrum.channel(c)[k]) << "bin " << k;
+                bins.front().imag(5.0F); // unread
+                bins.back().imag(5.0F);
+                half.synthesis.fromLowerHalf(c, bins.data(), out.data());
+                for (std::uint64_t i = 0; i < shape.hop; ++i)
+                    ASSERT_EQ(out[i], whole.frame.channel(c)[i]) << "sample " << i;
+            }
+        }
+    });
+}
+
 TEST(FilterBank, ALengthThatIsNoPowerOfTwoFailsWithTheFirstFrame)
 {
     const std::vector<float> window(401, 0.01F);
