@@ -96,6 +96,18 @@ QUOREL_INLINE V select(Mask mask, V a, V b)
     return mask ? a : b;
 }
 
+// Whether the mask is true anywhere.
+template <class Mask>
+QUOREL_INLINE bool any(Mask mask)
+{
+    long long part[sizeof(Mask) / sizeof(long long)];
+    __builtin_memcpy(part, &mask, sizeof mask);
+    long long all = 0;
+    for (const long long p : part)
+        all |= p;
+    return all != 0;
+}
+
 // --- Shuffles --------------------------------------------------------------------------------------------------------
 
 // The places 0 to N-1, for a shuffle to name its sources by.
