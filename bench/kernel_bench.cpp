@@ -66,7 +66,7 @@ const bool registered = [] {
         {"SubC_I", [](Rows& r, std::int32_t n) { return ippsSubC_32f_I(1e-3F, r.floats(2), n); }},
         {"MulC_I", [](Rows& r, std::int32_t n) { return ippsMulC_32f_I(-1.0F, r.floats(2), n); }},
         {"SubCRev", [](Rows& r, std::int32_t n) { return ippsSubCRev_32f(r.floats(0), 1.0F, r.floats(2), n); }},
-        {"AddProduct", [](Rows& r, std::int32_t n) { return ippsAddProduct_32f(r.floats(0), r.floats(1), r.floats(2), n); }},
+        {"AddProduct", [](Rows& r, std::int32_t n) { return addProduct(r.floats(0), r.floats(1), r.floats(2), n); }},
         {"AddProductC", [](Rows& r, std::int32_t n) { return ippsAddProductC_32f(r.floats(0), 0.5F, r.floats(2), n); }},
         {"Copy", [](Rows& r, std::int32_t n) { return ippsCopy_32f(r.floats(0), r.floats(2), n); }},
         {"Copy_32fc", [](Rows& r, std::int32_t n) { return ippsCopy_32fc(r.complex(0), r.complex(2), n); }},

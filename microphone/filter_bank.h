@@ -126,7 +126,7 @@ void FilterBank<N>::lowerHalf(std::size_t c, const float* in, Complex* bins)
     float* frame = folded.channel(0);
     check(ippsMul_32f(factor + centre, past + centre, frame, length32(centre + 1)));
     check(ippsZero_32f(frame + centre + 1, length32(fftLength - centre - 1)));
-    check(ippsAddProduct_32f(factor, past, frame + (fftLength - centre), length32(centre)));
+    check(addProduct(factor, past, frame + (fftLength - centre), length32(centre)));
 
     // Pack form one float further on has every bin in its place but bin 0, whose imaginary part it leaves out.
     auto* parts = reinterpret_cast<float*>(bins);
@@ -181,8 +181,8 @@ void InverseFilterBank<N>::fromLowerHalf(std::size_t c, Complex* bins, float* ou
     const auto kept = windowLength - hop;
     const float* factor = window.channel(0);
     float* tail = overlap.channel(c);
-    check(ippsAddProduct_32f(factor, real + (fftLength - centre), tail, length32(centre)));
-    check(ippsAddProduct_32f(factor + centre, real, tail + centre, length32(windowLength - centre)));
+    check(addProduct(factor, real + (fftLength - centre), tail, length32(centre)));
+    check(addProduct(factor + centre, real, tail + centre, length32(windowLength - centre)));
     check(ippsCopy_32f(tail, out, length32(hop)));
     check(ippsMove_32f(tail + hop, tail, length32(kept)));
     check(ippsZero_32f(tail + kept, length32(hop)));

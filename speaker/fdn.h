@@ -87,10 +87,7 @@ void FDN<N>::process(const PaddedBuffer<N>& in, Buffer<float, 2>& out)
 
     delay.process(in, delayed);
     delayLine.read(lineA, n);
-    for (std::size_t c = 0; c < N; ++c)
-        check(ippsAdd_32f_I(delayed.channel(c), lineA.channel(c), length32(n)));
-    lineA *= feedbackScale;
-    feedbackMatrix.process(lineA, lineB);
+    feedbackMatrix.process(lineA, delayed, feedbackScale, lineB);
     lineFilters.process(lineB, lineA);
     diffuser.process(lineA, lineB);
     delayLine.write(lineB, out);

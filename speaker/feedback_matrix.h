@@ -30,7 +30,15 @@ public:
     // The rows before one with an illegal entry are written before it is reported.
     void process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out) const;
 
+    // The same of (in + added) * gain, where the lines behind the N first have nothing added.
+    template <std::size_t N>
+    void process(const Buffer<float, lineCount>& in, const Buffer<float, N>& added, float gain,
+                 Buffer<float, lineCount>& out) const;
+
 private:
+    using AddedRows = std::array<const float*, lineCount>; // null where nothing is added
+    void mixLines(const Buffer<float, lineCount>& in, const AddedRows& added, float gain, Buffer<float, lineCount>& out) const;
+
     std::array<PairMix, lineCount> mix{}; // the table's rows as the kernel takes them
     std::size_t legal = 0;                // rows ahead of the first that has an illegal entry
 };
@@ -54,11 +62,28 @@ inline FeedbackMatrix::FeedbackMatrix(const Table& mixingMatrix, [[maybe_unused]
 
 inline void FeedbackMatrix::process(const Buffer<float, lineCount>& in, Buffer<float, lineCount>& out) const
 {
+    mixLines(in, {}, 1.0F, out);
+}
+
+template <std::size_t N>
+void FeedbackMatrix::process(const Buffer<float, lineCount>& in, const Buffer<float, N>& added, float gain,
+                             Buffer<float, lineCount>& out) const
+{
+    static_assert(N <= lineCount);
+    AddedRows addedRows{};
+    for (std::size_t c = 0; c < N; ++c)
+        addedRows[c] = added.channel(c);
+    mixLines(in, addedRows, gain, out);
+}
+
+inline void FeedbackMatrix::mixLines(const Buffer<float, lineCount>& in, const AddedRows& added, float gain,
+                                     Buffer<float, lineCount>& out) const
+{
     const auto n = in.size();
     if (n > out.capacity())
         throw std::invalid_argument("FeedbackMatrix: out buffer too small");
 
-    check(mixPairs(rows(in).data(), rows(out).data(), mix.data(), legal, length32(n)));
+    check(mixPairs(rows(in).data(), added.data(), gain, rows(out).data(), mix.data(), legal, length32(n)));
     if (legal < lineCount)
         throw IllegalMixingMatrix();
     out.setSize(n);

@@ -32,20 +32,8 @@ void ScaleMixer<N>::process(const InterleavedView& in, Buffer<float, 2>& out) co
     if (n > out.capacity())
         throw std::invalid_argument("ScaleMixer: out buffer too small");
 
-    const Gains g = gains; // in registers, as no store can change them there
-    float* left = out.channel(0);
-    float* right = out.channel(1);
-    for (std::uint64_t i = 0; i < n; ++i) {
-        const float* frame = in.data + i * N;
-        float sumLeft = 0.0F;
-        float sumRight = 0.0F;
-        for (std::size_t k = 0; k < N; ++k) {
-            sumLeft += frame[k] * g[0][k];
-            sumRight += frame[k] * g[1][k];
-        }
-        left[i] = sumLeft;
-        right[i] = sumRight;
-    }
+    if (n != 0)
+        check(foldToStereo(in.data, gains[0].data(), N, out.channel(0), out.channel(1), length32(n)));
     out.setSize(n);
 }
 

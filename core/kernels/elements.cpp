@@ -52,7 +52,7 @@ Status ippsMul_32fc_I(const Complex* src, Complex* srcDst, std::int32_t len) noe
     return run<&KernelTable::mulComplex>(srcDst, src, srcDst, Length{len});
 }
 
-Status ippsAddProduct_32f(const float* a, const float* b, float* srcDst, std::int32_t len) noexcept
+Status addProduct(const float* a, const float* b, float* srcDst, std::int32_t len) noexcept
 {
     return run<&KernelTable::addProduct>(a, b, srcDst, Length{len});
 }

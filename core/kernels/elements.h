@@ -9,17 +9,16 @@ namespace quorel {
 
 // --- Arithmetic ------------------------------------------------------------------------------------------------------
 
-Status ippsAdd_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;           // a[i] + b[i]
-Status ippsSub_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;           // b[i] - a[i]
-Status ippsMul_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;           // a[i] * b[i]
-Status ippsMul_32fc(const Complex* a, const Complex* b, Complex* dst, std::int32_t len) noexcept;    // a[i] * b[i]
-Status ippsAdd_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                    // srcDst[i] += src[i]
-Status ippsSub_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                    // srcDst[i] -= src[i]
-Status ippsMul_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                    // srcDst[i] *= src[i]
-Status ippsMul_32fc_I(const Complex* src, Complex* srcDst, std::int32_t len) noexcept;               // srcDst[i] *= src[i]
-Status ippsAddProduct_32f(const float* a, const float* b, float* srcDst, std::int32_t len) noexcept; // srcDst[i] += a[i] * b[i]
-Status ippsAddProductC_32f(const float* src, float val, float* srcDst, std::int32_t len) noexcept;   // srcDst[i] += src[i] * val
-Status ippsSubCRev_32f(const float* src, float val, float* dst, std::int32_t len) noexcept;          // val - src[i]
+Status ippsAdd_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;         // a[i] + b[i]
+Status ippsSub_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;         // b[i] - a[i]
+Status ippsMul_32f(const float* a, const float* b, float* dst, std::int32_t len) noexcept;         // a[i] * b[i]
+Status ippsMul_32fc(const Complex* a, const Complex* b, Complex* dst, std::int32_t len) noexcept;  // a[i] * b[i]
+Status ippsAdd_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                  // srcDst[i] += src[i]
+Status ippsSub_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                  // srcDst[i] -= src[i]
+Status ippsMul_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;                  // srcDst[i] *= src[i]
+Status ippsMul_32fc_I(const Complex* src, Complex* srcDst, std::int32_t len) noexcept;             // srcDst[i] *= src[i]
+Status ippsAddProductC_32f(const float* src, float val, float* srcDst, std::int32_t len) noexcept; // srcDst[i] += src[i] * val
+Status ippsSubCRev_32f(const float* src, float val, float* dst, std::int32_t len) noexcept;        // val - src[i]
 
 // src[i] * val. A `val` of 1 copies and a `val` of 0 clears, so that no infinity survives a zero gain.
 Status ippsMulC_32f(const float* src, float val, float* dst, std::int32_t len) noexcept;
@@ -30,6 +29,9 @@ Status ippsSubC_32f_I(float val, float* srcDst, std::int32_t len) noexcept;
 
 // srcDst[i] /= src[i]. A zero divisor does not stop the pass; the status is then ippStsDivByZero.
 Status ippsDiv_32f_I(const float* src, float* srcDst, std::int32_t len) noexcept;
+
+// srcDst[i] += a[i] * b[i]
+Status addProduct(const float* a, const float* b, float* srcDst, std::int32_t len) noexcept;
 
 // --- Movement and conversion -----------------------------------------------------------------------------------------
 

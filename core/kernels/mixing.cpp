@@ -5,11 +5,18 @@
 
 namespace quorel {
 
-Status mixPairs(const float* const* in, float* const* out, const PairMix* mix, std::size_t rows, std::int32_t len) noexcept
+Status mixPairs(const float* const* in, const float* const* added, float gain, float* const* out, const PairMix* mix,
+                std::size_t rows, std::int32_t len) noexcept
 {
     if (kernels::anyNull(in, lineCount) || kernels::anyNull(out, rows))
         return ippStsNullPtrErr;
-    return kernels::run<&kernels::KernelTable::mixPairs>(in, out, mix, rows, kernels::Length{len});
+    return kernels::run<&kernels::KernelTable::mixPairs>(in, added, gain, out, mix, rows, kernels::Length{len});
+}
+
+Status foldToStereo(const float* frames, const float* gains, std::size_t channels, float* left, float* right,
+                    std::int32_t len) noexcept
+{
+    return kernels::run<&kernels::KernelTable::foldToStereo>(frames, gains, channels, left, right, kernels::Length{len});
 }
 
 } // namespace quorel

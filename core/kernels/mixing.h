@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// mixPairs mixes the reverberator's lines by a matrix of plus and minus ones, in one pass over the block.
+// Mixtures of many rows in one pass over the block: of the reverberator's lines by a matrix of plus and minus ones, and of the
+// channels of frames to stereo.
 #pragma once
 
 #include "core/kernels/signature.h"
@@ -7,8 +8,14 @@
 
 namespace quorel {
 
-// out[r][i] = term 0, then +- term 1 to +- term 5 of mix[r], for as many rows as `mix` has. The argument rules are those of
-// core/kernels.h, for the rows too; no row of `out` may be a row of `in`.
-Status mixPairs(const float* const* in, float* const* out, const PairMix* mix, std::size_t rows, std::int32_t len) noexcept;
+// out[r][i] = term 0, then +- term 1 to +- term 5 of mix[r], for as many rows as `mix` has. The terms are those of
+// (in[c][i] + added[c][i]) * gain, where a null row of `added` adds nothing. The argument rules are those of core/kernels.h, for
+// the rows of `in` and `out` too; no row of `out` may be one that is read.
+Status mixPairs(const float* const* in, const float* const* added, float gain, float* const* out, const PairMix* mix,
+                std::size_t rows, std::int32_t len) noexcept;
+
+// left[i] = sum over k of frames[i * channels + k] * gains[k], right[i] the same with gains[channels + k]. One to eight channels.
+Status foldToStereo(const float* frames, const float* gains, std::size_t channels, float* left, float* right,
+                    std::int32_t len) noexcept;
 
 } // namespace quorel

@@ -288,7 +288,7 @@ TEST_P(Kernels, AddProductAddsTheProduct)
 {
     // One rounding of the product and one of the sum, both below 2; or one alone, where the two are fused.
     sweep(
-        1, [](Row& a, Row& b, Row& dst, std::int32_t len) { return ippsAddProduct_32f(a.data(), b.data(), dst.data(), len); },
+        1, [](Row& a, Row& b, Row& dst, std::int32_t len) { return addProduct(a.data(), b.data(), dst.data(), len); },
         [](const Row& a, const Row& b, const Row& dst, std::size_t i) { return dst.before(i) + a[i] * b[i]; },
         [](const Row&, const Row&, const Row&, std::size_t) { return ulp + 2 * ulp; });
 }
@@ -546,7 +546,7 @@ TEST_P(Kernels, NullIsTestedBeforeLengthAndNothingIsWritten)
         {"MulC_I by 1", 1, [](F d, F, F, std::int32_t n) { return ippsMulC_32f_I(1.0F, d, n); }},
         {"MulC_I by 0", 1, [](F d, F, F, std::int32_t n) { return ippsMulC_32f_I(0.0F, d, n); }},
         {"SubCRev", 2, [](F a, F d, F, std::int32_t n) { return ippsSubCRev_32f(a, 2.0F, d, n); }},
-        {"AddProduct", 3, [](F a, F b, F d, std::int32_t n) { return ippsAddProduct_32f(a, b, d, n); }},
+        {"AddProduct", 3, [](F a, F b, F d, std::int32_t n) { return addProduct(a, b, d, n); }},
         {"AddProductC", 2, [](F a, F d, F, std::int32_t n) { return ippsAddProductC_32f(a, 2.0F, d, n); }},
         {"Copy", 2, [](F a, F d, F, std::int32_t n) { return ippsCopy_32f(a, d, n); }},
         {"Copy_32fc", 2, [&](F a, F d, F, std::int32_t n) { return ippsCopy_32fc(c(a), c(d), n); }},

@@ -45,22 +45,30 @@ TEST_P(Mixing, RowsAreSumsOfPairsInOrderAtEveryLengthAndAlignment)
             for (std::size_t r = 0; r < rows; ++r)
                 mix.push_back(mixOf(static_cast<unsigned>(random())));
             mix.push_back(PairMix{}); // never read
-            std::array<std::vector<float>, 12> in, out;
-            std::array<const float*, 12> from{};
+            std::array<std::vector<float>, 12> in, more, out;
+            std::array<const float*, 12> from{}, added{};
             std::array<float*, 12> to{};
             for (std::size_t c = 0; c < 12; ++c) {
-                in[c].resize(n + 16);
-                std::generate(in[c].begin(), in[c].end(), [&] { return level(random); });
+                for (auto* row : {&in[c], &more[c]}) {
+                    row->resize(n + 16);
+                    std::generate(row->begin(), row->end(), [&] { return level(random); });
+                }
                 out[c].assign(n + 32, guard);
                 from[c] = in[c].data() + c;
+                added[c] = random() % 3 == 0 ? nullptr : more[c].data() + 12 - c;
                 to[c] = out[c].data() + (7 * c + n) % 16;
             }
-            ASSERT_EQ(mixPairs(from.data(), to.data(), mix.data(), rows, static_cast<std::int32_t>(n)), ippStsNoErr);
+            const float gain = n % 2 == 0 ? 1.0F : level(random);
+            const auto input = [&](std::size_t c, std::size_t i) {
+                return (added[c] != nullptr ? from[c][i] + added[c][i] : from[c][i]) * gain;
+            };
+            ASSERT_EQ(mixPairs(from.data(), added.data(), gain, to.data(), mix.data(), rows, static_cast<std::int32_t>(n)),
+                      ippStsNoErr);
             for (std::size_t r = 0; r < rows; ++r) {
                 for (std::size_t i = 0; i < n; ++i) {
                     float sum = 0.0F;
                     for (std::size_t p = 0; p < PairMix::pairs; ++p) {
-                        const float even = from[2 * p][i], odd = from[2 * p + 1][i];
+                        const float even = input(2 * p, i), odd = input(2 * p + 1, i);
                         const float term = mix[r].term[p] < PairMix::difference ? even + odd : even - odd;
                         sum = p == 0 ? term : mix[r].sign[p] > 0 ? sum + term : sum - term;
                     }
@@ -87,7 +95,8 @@ TEST_P(Mixing, WhatIsNotFiniteStaysInItsSample)
         from[c] = in[c].data();
         to[c] = out[c].data();
     }
-    ASSERT_EQ(mixPairs(from.data(), to.data(), mix.data(), 12, 100), ippStsNoErr);
+    const std::array<const float*, 12> none{};
+    ASSERT_EQ(mixPairs(from.data(), none.data(), 1.0F, to.data(), mix.data(), 12, 100), ippStsNoErr);
     for (const auto& row : out)
         for (std::size_t i = 0; i < 100; ++i)
             EXPECT_EQ(std::isfinite(row[i]), i != 50 && i != 51);
@@ -101,6 +110,10 @@ TEST(MixPairs, ChecksItsArguments)
     from.fill(x.data());
     to.fill(y.data());
     const std::vector<PairMix> mix(12, mixOf(0));
+    const std::array<const float*, 12> none{};
+    const auto mixPairs = [&none](const float* const* in, float* const* out, const PairMix* rows, std::size_t count,
+                                  std::int32_t n) { return quorel::mixPairs(in, none.data(), 0.5F, out, rows, count, n); };
+    EXPECT_EQ(quorel::mixPairs(from.data(), nullptr, 0.5F, to.data(), mix.data(), 12, 8), -8);
     EXPECT_EQ(mixPairs(nullptr, to.data(), mix.data(), 12, 8), -8);
     EXPECT_EQ(mixPairs(from.data(), nullptr, mix.data(), 12, 8), -8);
     EXPECT_EQ(mixPairs(from.data(), to.data(), nullptr, 12, 8), -8);
@@ -111,6 +124,44 @@ TEST(MixPairs, ChecksItsArguments)
     to[3] = nullptr;
     EXPECT_EQ(mixPairs(from.data(), to.data(), mix.data(), 4, 8), -8);
     EXPECT_EQ(mixPairs(from.data(), to.data(), mix.data(), 3, 8), 0); // a row that is not asked for
+}
+
+// Sums in the order of the channels: each of at most sixteen operations rounds what is below 8, or two of them together.
+TEST_P(Mixing, FramesFoldToStereoForEveryChannelCountAndLength)
+{
+    constexpr float guard = 12345.0F;
+    std::mt19937 random(81);
+    std::uniform_real_distribution<float> level(-1.0F, 1.0F);
+    for (std::size_t channels = 1; channels <= 8; ++channels)
+        for (std::size_t n = 1; n <= 40; ++n) {
+            std::vector<float> frames(channels * n + 1), gains(2 * channels), left(n + 1, guard), right(n + 1, guard);
+            for (auto* row : {&frames, &gains})
+                std::generate(row->begin(), row->end(), [&] { return level(random); });
+            const float* from = frames.data() + n % 2; // aligned to a float alone
+            ASSERT_EQ(foldToStereo(from, gains.data(), channels, left.data(), right.data(), static_cast<std::int32_t>(n)),
+                      ippStsNoErr);
+            for (std::size_t i = 0; i < n; ++i) {
+                double l = 0, r = 0;
+                for (std::size_t k = 0; k < channels; ++k) {
+                    l += static_cast<double>(from[i * channels + k]) * static_cast<double>(gains[k]);
+                    r += static_cast<double>(from[i * channels + k]) * static_cast<double>(gains[channels + k]);
+                }
+                ASSERT_NEAR(static_cast<double>(left[i]), l, 16 * 8 * 0x1p-25) << channels << " channels, frame " << i;
+                ASSERT_NEAR(static_cast<double>(right[i]), r, 16 * 8 * 0x1p-25) << channels << " channels, frame " << i;
+            }
+            ASSERT_EQ(left[n], guard);
+            ASSERT_EQ(right[n], guard);
+        }
+}
+
+TEST(FoldToStereo, ChecksItsArguments)
+{
+    std::vector<float> x(64), y(8), z(8);
+    EXPECT_EQ(foldToStereo(nullptr, x.data(), 8, y.data(), z.data(), 8), -8);
+    EXPECT_EQ(foldToStereo(x.data(), nullptr, 8, y.data(), z.data(), 8), -8);
+    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, nullptr, z.data(), 8), -8);
+    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, y.data(), nullptr, 0), -8);
+    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, y.data(), z.data(), 0), -6);
 }
 
 } // namespace
