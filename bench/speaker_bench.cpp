@@ -19,6 +19,7 @@
 #include "speaker/output_frames.h"
 #include "speaker/scale_mixer.h"
 #include "stages/compressor.h"
+#include "stages/pass_through.h"
 
 #include <cmath>
 #include <map>
@@ -164,13 +165,7 @@ constexpr Stage stages[] = {
     {"direct_compressor", [](Stages& s) { s.directCompressor.process(s.directTime, s.mix); }},
     {"room/pre_delays", [](Stages& s) { s.delay.process(s.input, s.delayed); }},
     {"room/read", [](Stages& s) { s.lines.read(s.lineA, frames); }},
-    {"room/add_and_scale",
-     [](Stages& s) {
-         for (std::size_t c = 0; c < channels; ++c)
-             check(ippsAdd_32f_I(s.delayed.channel(c), s.lineA.channel(c), length32(frames)));
-         s.lineA *= std::sqrt(12.0F) / 12.0F;
-     }},
-    {"room/matrix", [](Stages& s) { s.matrix.process(s.lineA, s.lineB); }},
+    {"room/matrix", [](Stages& s) { s.matrix.process(s.lineA, s.delayed, std::sqrt(12.0F) / 12.0F, s.lineB); }},
     {"room/line_filters", [](Stages& s) { s.lineFilters.process(s.lineB, s.lineA); }},
     {"room/diffuser", [](Stages& s) { s.diffuser.process(s.lineA, s.lineB); }},
     {"room/write", [](Stages& s) { s.lines.write(s.lineB, s.tail); }},

@@ -12,6 +12,7 @@
 #include "core/kernels/dynamics.h"
 #include "core/kernels/elements.h"
 #include "core/kernels/filters.h"
+#include "core/kernels/frames.h"
 #include "core/kernels/mixing.h"
 #include "core/kernels/row_sums.h"
 #include "core/kernels/transforms.h"

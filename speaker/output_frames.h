@@ -2,7 +2,7 @@
 // What leaves the render effect: frames of eight slots whatever the path's channel count, left, right and six zeros.
 #pragma once
 
-#include "stages/pass_through.h"
+#include "core/buffer.h"
 
 namespace quorel {
 
@@ -19,13 +19,8 @@ inline void writeFrames(const Buffer<float, 2>& in, InterleavedView& out, float 
     if (n > out.frames)
         throw std::invalid_argument("PassThrough: out buffer too small");
 
-    const float* left = in.channel(0);
-    const float* right = in.channel(1);
-    for (std::uint64_t i = 0; i < n; ++i) {
-        auto* frame = reinterpret_cast<PassThrough::Quad*>(out.data + i * outputSlots);
-        frame[0] = PassThrough::Quad{gain * left[i], gain * right[i]};
-        frame[1] = PassThrough::Quad{};
-    }
+    if (n != 0)
+        check(stereoFrames(in.channel(0), in.channel(1), gain, out.data, length32(n)));
     out.frames = n;
 }
 

@@ -5,6 +5,7 @@
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
 #include "speaker/output_frames.h"
+#include "stages/pass_through.h"
 
 #include <cmath>
 

@@ -13,10 +13,4 @@ Status mixPairs(const float* const* in, const float* const* added, float gain, f
     return kernels::run<&kernels::KernelTable::mixPairs>(in, added, gain, out, mix, rows, kernels::Length{len});
 }
 
-Status foldToStereo(const float* frames, const float* gains, std::size_t channels, float* left, float* right,
-                    std::int32_t len) noexcept
-{
-    return kernels::run<&kernels::KernelTable::foldToStereo>(frames, gains, channels, left, right, kernels::Length{len});
-}
-
 } // namespace quorel

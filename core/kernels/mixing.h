@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Mixtures of many rows in one pass over the block: of the reverberator's lines by a matrix of plus and minus ones, and of the
-// channels of frames to stereo.
+// mixPairs mixes the reverberator's lines by a matrix of plus and minus ones, in one pass over the block.
 #pragma once
 
 #include "core/kernels/signature.h"
@@ -13,9 +12,5 @@ namespace quorel {
 // the rows of `in` and `out` too; no row of `out` may be one that is read.
 Status mixPairs(const float* const* in, const float* const* added, float gain, float* const* out, const PairMix* mix,
                 std::size_t rows, std::int32_t len) noexcept;
-
-// left[i] = sum over k of frames[i * channels + k] * gains[k], right[i] the same with gains[channels + k]. One to eight channels.
-Status foldToStereo(const float* frames, const float* gains, std::size_t channels, float* left, float* right,
-                    std::int32_t len) noexcept;
 
 } // namespace quorel

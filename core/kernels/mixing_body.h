@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The sums of pairs' sums and differences, and of the channels of a frame.
+// The sums of pairs' sums and differences.
 #pragma once
 
 #include "core/kernels/simd.h"
@@ -70,57 +70,6 @@ void mixPairs(const float* const* in, const float* const* added, float gain, flo
             }
         }
     }
-}
-
-// Frames one after the other.
-template <size_t channels>
-void foldFrames(const float* frames, const float* gains, float* left, float* right, size_t n)
-{
-    for (size_t i = 0; i < n; ++i, frames += channels) {
-        float l = frames[0] * gains[0], r = frames[0] * gains[channels];
-        for (size_t k = 1; k < channels; ++k) {
-            l += frames[k] * gains[k];
-            r += frames[k] * gains[channels + k];
-        }
-        left[i] = l;
-        right[i] = r;
-    }
-}
-
-// Frames of four to eight channels, as many at a time as a vector has lanes. They enter as two quads each, the first four channels
-// and the last four, and change places so that a vector holds one channel of all frames.
-template <size_t channels>
-void foldQuads(const float* frames, const float* gains, float* left, float* right, size_t n)
-{
-    constexpr size_t behind = channels - 4; // where the second quad starts; what both hold is taken from the first
-    size_t i = 0;
-    for (; i + floats <= n; i += floats, frames += floats * channels) {
-        V first[4], second[4];
-        for (size_t f = 0; f < 4; ++f) {
-            const float* const frame = frames + f * channels;
-            const float* const fourth = frame + (floats - 4) * channels; // of the upper half's frames, if there is one
-            first[f] = join<V>(load<Quad>(frame), load<Quad>(fourth));
-            second[f] = join<V>(load<Quad>(frame + behind), load<Quad>(fourth + behind));
-        }
-        transpose4x4(first);
-        transpose4x4(second);
-        V l = first[0] * gains[0], r = first[0] * gains[channels];
-        for (size_t k = 1; k < channels; ++k) {
-            const V x = k < 4 ? first[k] : second[k - behind];
-            l += x * gains[k];
-            r += x * gains[channels + k];
-        }
-        store(l, left + i);
-        store(r, right + i);
-    }
-    foldFrames<channels>(frames, gains, left + i, right + i, n - i);
-}
-
-void foldToStereo(const float* frames, const float* gains, size_t channels, float* left, float* right, size_t n)
-{
-    constexpr decltype(&foldFrames<1>) fold[] = {foldFrames<1>, foldFrames<2>, foldFrames<3>, foldQuads<4>,
-                                                 foldQuads<5>,  foldQuads<6>,  foldQuads<7>,  foldQuads<8>};
-    fold[channels - 1](frames, gains, left, right, n);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "core/kernels/cascade_body.h"
 #include "core/kernels/dynamics_body.h"
 #include "core/kernels/elements_body.h"
+#include "core/kernels/frames_body.h"
 #include "core/kernels/kernel_table.h"
 #include "core/kernels/mixing_body.h"
 #include "core/kernels/row_sums_body.h"

@@ -126,43 +126,5 @@ TEST(MixPairs, ChecksItsArguments)
     EXPECT_EQ(mixPairs(from.data(), to.data(), mix.data(), 3, 8), 0); // a row that is not asked for
 }
 
-// Sums in the order of the channels: each of at most sixteen operations rounds what is below 8, or two of them together.
-TEST_P(Mixing, FramesFoldToStereoForEveryChannelCountAndLength)
-{
-    constexpr float guard = 12345.0F;
-    std::mt19937 random(81);
-    std::uniform_real_distribution<float> level(-1.0F, 1.0F);
-    for (std::size_t channels = 1; channels <= 8; ++channels)
-        for (std::size_t n = 1; n <= 40; ++n) {
-            std::vector<float> frames(channels * n + 1), gains(2 * channels), left(n + 1, guard), right(n + 1, guard);
-            for (auto* row : {&frames, &gains})
-                std::generate(row->begin(), row->end(), [&] { return level(random); });
-            const float* from = frames.data() + n % 2; // aligned to a float alone
-            ASSERT_EQ(foldToStereo(from, gains.data(), channels, left.data(), right.data(), static_cast<std::int32_t>(n)),
-                      ippStsNoErr);
-            for (std::size_t i = 0; i < n; ++i) {
-                double l = 0, r = 0;
-                for (std::size_t k = 0; k < channels; ++k) {
-                    l += static_cast<double>(from[i * channels + k]) * static_cast<double>(gains[k]);
-                    r += static_cast<double>(from[i * channels + k]) * static_cast<double>(gains[channels + k]);
-                }
-                ASSERT_NEAR(static_cast<double>(left[i]), l, 16 * 8 * 0x1p-25) << channels << " channels, frame " << i;
-                ASSERT_NEAR(static_cast<double>(right[i]), r, 16 * 8 * 0x1p-25) << channels << " channels, frame " << i;
-            }
-            ASSERT_EQ(left[n], guard);
-            ASSERT_EQ(right[n], guard);
-        }
-}
-
-TEST(FoldToStereo, ChecksItsArguments)
-{
-    std::vector<float> x(64), y(8), z(8);
-    EXPECT_EQ(foldToStereo(nullptr, x.data(), 8, y.data(), z.data(), 8), -8);
-    EXPECT_EQ(foldToStereo(x.data(), nullptr, 8, y.data(), z.data(), 8), -8);
-    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, nullptr, z.data(), 8), -8);
-    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, y.data(), nullptr, 0), -8);
-    EXPECT_EQ(foldToStereo(x.data(), x.data(), 8, y.data(), z.data(), 0), -6);
-}
-
 } // namespace
 } // namespace quorel
