@@ -21,7 +21,8 @@
 // cut short only leaves its last lanes unused. All of this is in double precision: the sections' taps are multiplied out to
 // filters of higher order, whose roundings grow by the closeness of their poles (core/kernels/filters.cpp keeps poles that
 // crowd together apart). V of later samples enter through products with zero, which is right as long as those samples are
-// finite: a chunk that brings an infinity or not-a-number goes through the plain recursion instead.
+// finite: a chunk that brings an infinity or not-a-number goes through the plain recursion instead, as everything does where
+// groups would cost too much precision.
 #pragma once
 
 #include "core/kernels/silence_body.h"
@@ -108,10 +109,10 @@ void runPlain(const CascadeGroup& group, const double* x, double* y, size_t n)
     }
 }
 
-void runGroup(const CascadeGroup& group, const double* x, double* y, size_t n, bool finite)
+void runGroup(const CascadeGroup& group, const double* x, double* y, size_t n, bool plain)
 {
     const size_t blocks = (n + rows - 1) / rows;
-    if (!finite)
+    if (plain)
         runPlain(group, x, y, n);
     else if (group.order == 2)
         runBlocks<2>(group, x, y, blocks);
@@ -153,11 +154,11 @@ void cascade(const Cascade* state, const float* src, float* dst, size_t n)
         }
         for (size_t i = count; i % rows != 0; ++i)
             x[i] = 0.0; // fills the last block: its outputs up to `count` do not depend on this
-        const bool finite = peak < magnitudeBits(__builtin_inff());
+        const bool plain = filter.plain || peak >= magnitudeBits(__builtin_inff());
         for (size_t g = 0; g < filter.groups; ++g) {
             __builtin_memcpy(x - past, filter.past[g], sizeof filter.past[g]);
             __builtin_memcpy(y - past, filter.past[g + 1], sizeof filter.past[g + 1]);
-            runGroup(filter.group[g], x, y, count, finite);
+            runGroup(filter.group[g], x, y, count, plain);
             __builtin_memcpy(filter.past[g], x + count - past, sizeof filter.past[g]);
             double* const in = x;
             x = y;

@@ -17,6 +17,7 @@ using kernels::CascadeGroup;
 using kernels::KernelTable;
 using kernels::Length;
 using kernels::magnitude;
+using kernels::reach;
 using kernels::run;
 using kernels::Section;
 using kernels::sectionOf;
@@ -144,6 +145,16 @@ bool tryGroups(CascadeGroup* group, std::size_t groups, const Section* section, 
     return true;
 }
 
+// Whether the sections together lift and lower by more than the 24 bits of a float, as an equaliser's do far beyond its scale. A
+// block's roundings, each small beside what is loudest in it, would then be heard where another group lifts what is soft.
+bool liftTooFar(const Section* section, std::size_t sections) noexcept
+{
+    double sum = 0.0;
+    for (std::size_t i = 0; i < sections; ++i)
+        sum += reach(section[i]);
+    return sum > 24.0;
+}
+
 Status cascadeSize(std::int32_t numBq, std::int32_t* size) noexcept
 {
     if (size == nullptr)
@@ -181,12 +192,16 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
     auto* group = reinterpret_cast<CascadeGroup*>(start + groupsAt);
     constexpr std::size_t most = CascadeGroup::maxOrder / 2; // sections in a group
     std::size_t groups = (sections + most - 1) / most;
-    while (!tryGroups(group, groups, section, sections) && groups < sections)
-        groups = std::min(sections, groups + (groups + 3) / 4);
+    const bool plain = liftTooFar(section, sections);
+    if (plain)
+        build(group, groups = sections, section, sections);
+    else
+        while (!tryGroups(group, groups, section, sections) && groups < sections)
+            groups = std::min(sections, groups + (groups + 3) / 4);
 
     auto* past = reinterpret_cast<double(*)[CascadeGroup::block]>(start + pastAt(given));
     std::fill_n(past[0], (groups + 1) * CascadeGroup::block, 0.0);
-    *state = reinterpret_cast<State*>(new (start) Cascade{groups, group, past});
+    *state = reinterpret_cast<State*>(new (start) Cascade{plain, groups, group, past});
     return ippStsNoErr;
 }
 

@@ -14,19 +14,29 @@ struct Section {
     double weakest;  // its magnitude there
 };
 
-// |1 + a1*z^-1 + a2*z^-2| at the angle on the unit circle whose cosine is c.
-inline double magnitude(const double* a, double c) noexcept
+// |p0 + p1*z^-1 + p2*z^-2| at the angle on the unit circle whose cosine is c.
+inline double magnitude(const double* p, double c) noexcept
 {
-    const double square = 4 * a[2] * c * c + 2 * a[1] * (1 + a[2]) * c + (1 - a[2]) * (1 - a[2]) + a[1] * a[1];
+    const double square = 4 * p[0] * p[2] * c * c + 2 * p[1] * (p[0] + p[2]) * c + (p[0] - p[2]) * (p[0] - p[2]) + p[1] * p[1];
     return std::sqrt(std::max(square, 0.0));
 }
 
 // The c at which that is least: the vertex of the parabola where it opens upwards and the vertex is a cosine, else an end.
-inline double critical(const double* a) noexcept
+inline double critical(const double* p) noexcept
 {
-    if (a[2] > 0 && std::abs(a[1] * (1 + a[2])) < 4 * a[2])
-        return -a[1] * (1 + a[2]) / (4 * a[2]);
-    return a[1] * (1 + a[2]) < 0 ? 1.0 : -1.0;
+    const double curvature = 4 * p[0] * p[2];
+    const double slope = p[1] * (p[0] + p[2]);
+    if (curvature > 0 && std::abs(slope) < curvature)
+        return -slope / curvature;
+    return slope < 0 ? 1.0 : -1.0;
+}
+
+// How far the section lifts or lowers a tone where its denominator or its numerator is least, in powers of two.
+inline double reach(const Section& section) noexcept
+{
+    const double deepest = critical(section.b);
+    return std::max(std::abs(std::log2(magnitude(section.b, section.critical) / section.weakest)),
+                    std::abs(std::log2(magnitude(section.b, deepest) / magnitude(section.a, deepest))));
 }
 
 // A section from its six taps.

@@ -33,6 +33,7 @@ struct alignas(64) CascadeGroup {
 
 // The groups in series. The state is the last eight samples of the input and of every group's output, the newest last.
 struct Cascade {
+    bool plain; // each section by itself, by the plain recursion
     size_t groups;
     CascadeGroup* group;
     double (*past)[CascadeGroup::block]; // groups + 1 rows
