@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/kernels.h"
 
-#include "tests/core/variants.h"
+#include "tests/core/kernel_rows.h"
 
 #include <gtest/gtest.h>
 
@@ -11,103 +11,11 @@
 #include <cstring>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace quorel {
 namespace {
-
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr double ulp = 0x1p-24; // half a unit in the last place of a float in [0.5, 1), relative to 1
-
-std::vector<std::int32_t> lengths()
-{
-    std::vector<std::int32_t> all;
-    for (std::int32_t len = 1; len <= 67; ++len)
-        all.push_back(len);
-    all.insert(all.end(), {80, 255, 480, 1000, 1024, 4099});
-    return all;
-}
-
-// A row of floats that starts `offset` floats behind a 64-byte boundary, with guards on both sides that must stay as they are.
-class Row {
-public:
-    Row(std::size_t length, std::size_t offset, std::mt19937& random) : length(length), store(length + 16 + 2 * guard)
-    {
-        void* begin = store.data() + guard;
-        std::size_t room = (length + 16) * sizeof(float);
-        first = static_cast<float*>(std::align(64, sizeof(float), begin, room)) + offset;
-        std::uniform_real_distribution<float> level(-1.0F, 1.0F);
-        std::generate(store.begin(), store.end(), [&] { return level(random); });
-        original = store;
-    }
-
-    float* data() { return first; }
-    Complex* complex() { return reinterpret_cast<Complex*>(first); }
-    double operator[](std::size_t i) const { return static_cast<double>(first[i]); }
-
-    // The sample as it stood before the kernel ran.
-    double before(std::size_t i) const { return static_cast<double>(original[index(i)]); }
-
-    bool guardsIntact() const
-    {
-        for (std::size_t i = 0; i < store.size(); ++i)
-            if ((i < index(0) || i >= index(length)) && store[i] != original[i])
-                return false;
-        return true;
-    }
-
-private:
-    static constexpr std::size_t guard = 32;
-
-    std::size_t index(std::size_t i) const { return static_cast<std::size_t>(first - store.data()) + i; }
-
-    std::size_t length;
-    std::vector<float> store;
-    std::vector<float> original;
-    float* first;
-};
-
-// Runs every test with one variant of the kernels in use.
-class Kernels : public WithVariant {
-protected:
-    // Calls `run(a, b, dst, len)` on random rows of `floats * len` floats at every length and several alignments, and
-    // compares dst with `expected(a, b, dst before, i)` within `tolerance(a, b, dst before, i)`.
-    using Run = std::function<Status(Row&, Row&, Row&, std::int32_t)>;
-    using Oracle = std::function<double(const Row&, const Row&, const Row&, std::size_t)>;
-
-    void sweep(std::size_t floats, const Run& run, const Oracle& expected, const Oracle& tolerance = nullptr)
-    {
-        std::mt19937 random(20);
-        for (const std::int32_t len : lengths()) {
-            for (const auto& [offsetA, offsetB, offsetD] :
-                 std::array<std::array<std::size_t, 3>, 5>{{{0, 0, 0}, {1, 0, 0}, {0, 3, 0}, {0, 0, 5}, {2, 7, 15}}}) {
-                const std::size_t n = floats * static_cast<std::size_t>(len);
-                Row a(n, offsetA, random);
-                Row b(n, offsetB, random);
-                Row dst(n, offsetD, random);
-                ASSERT_EQ(run(a, b, dst, len), ippStsNoErr);
-                for (std::size_t i = 0; i < n; ++i) {
-                    const double wanted = expected(a, b, dst, i);
-                    const double allowed = tolerance ? tolerance(a, b, dst, i) : 0.0;
-                    ASSERT_TRUE(std::abs(dst[i] - wanted) <= allowed)
-                        << "length " << len << ", element " << i << ": " << dst[i] << " instead of " << wanted;
-                }
-                ASSERT_TRUE(a.guardsIntact() && b.guardsIntact() && dst.guardsIntact()) << "length " << len;
-            }
-        }
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Variant, Kernels, testing::ValuesIn(testedVariants()), variantName);
-
-// The nearest float. Sums, products and quotients of two floats need no more than a double, so they are exact up to here.
-double nearest(double x)
-{
-    return static_cast<double>(static_cast<float>(x));
-}
 
 // --- Arithmetic ------------------------------------------------------------------------------------------------------
 
@@ -300,142 +208,6 @@ TEST_P(Kernels, AddProductCAddsTheScaledSource)
         1, [](Row& a, Row&, Row& dst, std::int32_t len) { return ippsAddProductC_32f(a.data(), 0.9F, dst.data(), len); },
         [](const Row& a, const Row&, const Row& dst, std::size_t i) { return dst.before(i) + a[i] * static_cast<double>(0.9F); },
         [](const Row&, const Row&, const Row&, std::size_t) { return ulp + 2 * ulp; });
-}
-
-// --- Movement and conversion -----------------------------------------------------------------------------------------
-
-TEST_P(Kernels, CopyCopies)
-{
-    sweep(
-        1, [](Row& a, Row&, Row& dst, std::int32_t len) { return ippsCopy_32f(a.data(), dst.data(), len); },
-        [](const Row& a, const Row&, const Row&, std::size_t i) { return a[i]; });
-    sweep(
-        2, [](Row& a, Row&, Row& dst, std::int32_t len) { return ippsCopy_32fc(a.complex(), dst.complex(), len); },
-        [](const Row& a, const Row&, const Row&, std::size_t i) { return a[i]; });
-}
-
-TEST_P(Kernels, CopyOfAnEmptyBlockIsASizeError)
-{
-    const float src = 1.0F;
-    float dst = 2.0F;
-    EXPECT_EQ(ippsCopy_32f(&src, &dst, 0), -6);
-    EXPECT_EQ(ippsCopy_32f(&src, &dst, -1), -6);
-    EXPECT_EQ(dst, 2.0F);
-}
-
-TEST_P(Kernels, MoveCopesWithOverlapInBothDirections)
-{
-    for (const std::int32_t len : lengths()) {
-        for (const std::ptrdiff_t shift : {-17, -1, 0, 1, 17}) {
-            std::vector<float> row(static_cast<std::size_t>(len) + 40);
-            for (std::size_t i = 0; i < row.size(); ++i)
-                row[i] = static_cast<float>(i);
-            std::vector<float> expected = row;
-            for (std::ptrdiff_t i = 0; i < len; ++i)
-                expected[static_cast<std::size_t>(20 + shift + i)] = static_cast<float>(20 + i);
-            ASSERT_EQ(ippsMove_32f(row.data() + 20, row.data() + 20 + shift, len), ippStsNoErr);
-            ASSERT_EQ(row, expected);
-        }
-    }
-}
-
-TEST_P(Kernels, ZeroClears)
-{
-    sweep(
-        1, [](Row&, Row&, Row& dst, std::int32_t len) { return ippsZero_32f(dst.data(), len); },
-        [](const Row&, const Row&, const Row&, std::size_t) { return 0.0; });
-    sweep(
-        2, [](Row&, Row&, Row& dst, std::int32_t len) { return ippsZero_32fc(dst.complex(), len); },
-        [](const Row&, const Row&, const Row&, std::size_t) { return 0.0; });
-}
-
-TEST_P(Kernels, SetFills)
-{
-    sweep(
-        1, [](Row&, Row&, Row& dst, std::int32_t len) { return ippsSet_32f(0.25F, dst.data(), len); },
-        [](const Row&, const Row&, const Row&, std::size_t) { return 0.25; });
-    sweep(
-        2,
-        [](Row&, Row&, Row& dst, std::int32_t len) {
-            return ippsSet_32fc({0.25F, -3.0F}, dst.complex(), len);
-        },
-        [](const Row&, const Row&, const Row&, std::size_t i) { return i % 2 == 0 ? 0.25 : -3.0; });
-}
-
-TEST_P(Kernels, FlipReverses)
-{
-    sweep(
-        1,
-        [](Row& a, Row& b, Row& dst, std::int32_t len) {
-            std::memcpy(b.data(), &len, sizeof(float)); // lets the oracle know the length
-            return ippsFlip_32f(a.data(), dst.data(), len);
-        },
-        [](const Row& a, const Row& b, const Row&, std::size_t i) {
-            std::int32_t len = 0;
-            std::memcpy(&len, const_cast<Row&>(b).data(), sizeof(float));
-            return a[static_cast<std::size_t>(len) - 1 - i];
-        });
-}
-
-TEST_P(Kernels, FlipReversesInPlace)
-{
-    for (const std::int32_t len : lengths()) {
-        std::vector<float> row(static_cast<std::size_t>(len));
-        for (std::size_t i = 0; i < row.size(); ++i)
-            row[i] = static_cast<float>(i);
-        const std::vector<float> expected(row.rbegin(), row.rend());
-        ASSERT_EQ(ippsFlip_32f(row.data(), row.data(), len), ippStsNoErr);
-        ASSERT_EQ(row, expected);
-    }
-}
-
-TEST_P(Kernels, ConjFlipReversesAndConjugates)
-{
-    for (const std::int32_t len : lengths()) {
-        std::vector<Complex> src(static_cast<std::size_t>(len));
-        for (std::size_t i = 0; i < src.size(); ++i)
-            src[i] = {static_cast<float>(i), static_cast<float>(2 * i + 1)};
-        std::vector<Complex> dst(src.size());
-        ASSERT_EQ(ippsConjFlip_32fc(src.data(), dst.data(), len), ippStsNoErr);
-        for (std::size_t i = 0; i < src.size(); ++i)
-            ASSERT_EQ(dst[i], std::conj(src[src.size() - 1 - i]));
-    }
-}
-
-TEST_P(Kernels, RealToCplxInterleaves)
-{
-    for (const std::int32_t len : lengths()) {
-        std::vector<float> re(static_cast<std::size_t>(len));
-        std::vector<float> im(re.size());
-        for (std::size_t i = 0; i < re.size(); ++i) {
-            re[i] = static_cast<float>(i + 1);
-            im[i] = -static_cast<float>(i + 1);
-        }
-        std::vector<Complex> dst(re.size());
-        ASSERT_EQ(ippsRealToCplx_32f(re.data(), im.data(), dst.data(), len), ippStsNoErr);
-        for (std::size_t i = 0; i < re.size(); ++i)
-            ASSERT_EQ(dst[i], Complex(re[i], im[i]));
-        ASSERT_EQ(ippsRealToCplx_32f(re.data(), nullptr, dst.data(), len), ippStsNoErr);
-        for (std::size_t i = 0; i < re.size(); ++i)
-            ASSERT_EQ(dst[i], Complex(re[i], 0.0F)) << "a null imaginary row stands for zeros";
-        ASSERT_EQ(ippsRealToCplx_32f(nullptr, im.data(), dst.data(), len), ippStsNoErr);
-        for (std::size_t i = 0; i < re.size(); ++i)
-            ASSERT_EQ(dst[i], Complex(0.0F, im[i])) << "a null real row stands for zeros";
-    }
-}
-
-TEST_P(Kernels, RealTakesTheRealParts)
-{
-    for (const std::int32_t len : lengths()) {
-        std::vector<Complex> src(static_cast<std::size_t>(len));
-        for (std::size_t i = 0; i < src.size(); ++i)
-            src[i] = {static_cast<float>(i), -1.0F};
-        std::vector<float> dst(src.size() + 1, 9.0F);
-        ASSERT_EQ(ippsReal_32fc(src.data(), dst.data(), len), ippStsNoErr);
-        for (std::size_t i = 0; i < src.size(); ++i)
-            ASSERT_EQ(dst[i], static_cast<float>(i));
-        ASSERT_EQ(dst.back(), 9.0F);
-    }
 }
 
 TEST_P(Kernels, MagnitudeGivesTheLengthOfEachPair)

@@ -233,7 +233,7 @@ TEST_P(EachVariant, LongComplexInverseIsTheDefinition)
 
 // --- Invariants ------------------------------------------------------------------------------------------------------
 
-TEST_P(EachVariant, AForwardTransformAndItsInverseDividedByTheLengthGiveTheInput)
+TEST_P(EachVariant, ForwardAndInverseDividedByTheLengthGiveTheInput)
 {
     const auto x = noise(1024, 1);
     const Transform<float> transform(10, fftDivideInverse);
@@ -241,7 +241,7 @@ TEST_P(EachVariant, AForwardTransformAndItsInverseDividedByTheLengthGiveTheInput
     EXPECT_LT(relativeError(transform.inverse(transform.forward(x)), {x.begin(), x.end()}), 2 * tolerance);
 }
 
-TEST_P(EachVariant, AForwardTransformAndItsInverseWithoutDivisionGive1024TimesTheInput)
+TEST_P(EachVariant, ForwardAndInverseWithoutDivisionGive1024TimesTheInput)
 {
     const auto x = noise(1024, 1);
     const Transform<float> transform(10, fftDivideNeither);

@@ -241,7 +241,7 @@ TYPED_TEST(Engine, IsSteeredThroughTheSharedBlockWhileAudioRuns)
     EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
 }
 
-TYPED_TEST(Engine, GetsAnInvalidBufferForABlockThatIsRefusedAndAValidOneForTheNext)
+TYPED_TEST(Engine, GetsAnInvalidBufferForARefusedBlockAndAValidOneNext)
 {
     const EndpointEntry endpoint(render.list);
     Effect effect(this->way.create());

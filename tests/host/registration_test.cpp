@@ -187,7 +187,7 @@ TEST_F(RegistrationTest, AnOldEntryLeavesNothingBehind)
     EXPECT_EQ(registryFake().keys[entry], entryValues);
 }
 
-TEST_F(RegistrationTest, WithoutATextOfItsIdentifierRegisteringSucceedsAndRegistersNothing)
+TEST_F(RegistrationTest, WithoutATextOfItsIdentifierNothingIsRegistered)
 {
     identifiersHaveNoText = true;
     EXPECT_EQ(registerWithEngine(&registrationProperties), S_OK);
@@ -313,7 +313,7 @@ TEST_F(RegistrationTest, WithoutTheModulesPathNothingIsRegistered)
     EXPECT_FALSE(registryFake().has(classKey));
 }
 
-TEST_F(RegistrationTest, AfterUnregisteringTheListRemainsAndOnlyTheIdentifiersKeyIsGone)
+TEST_F(RegistrationTest, UnregisteringRemovesTheIdentifiersKeyAndLeavesTheList)
 {
     const std::string other = list + R"(\{00000000-0000-0000-0000-000000000001})";
     registryFake().keys = {{other, {{"FriendlyName", "other"}}}, {"CLSID\\{1}", {}}};

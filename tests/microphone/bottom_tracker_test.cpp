@@ -79,7 +79,7 @@ TEST(BottomTracker, OfASteadyToneTheFloorCreepsUpToTheToneAndStaysAStepAround)
     });
 }
 
-TEST(BottomTracker, ABurstLeavesTheFloorUntilItsSmoothedValueHasPassedTheOnsetRatio)
+TEST(BottomTracker, ABurstMovesTheFloorOnceItsSmoothedValueIsPastTheOnset)
 {
     BottomTracker<1> tracker(noiseTrackerTables());
     for (int frame = 0; frame < 3000; ++frame)
@@ -122,7 +122,7 @@ TEST(BottomTracker, TheFloorOfBand0InSilenceGrowsByItsFactorToInfinity)
     });
 }
 
-TEST(BottomTracker, AnOnsetArmsTheFastFallAndAFallingFrameTheSlowOneForTheNextSteadyFrame)
+TEST(BottomTracker, AnOnsetArmsTheFastFallAndAFallingFrameTheSlowOne)
 {
     // By hand, with a smoothing of a half, limits of 0 and no epsilon. In use: fast 0.5; armed: slow 0.75.
     //   p    x      T before  branch                      T after

@@ -193,7 +193,7 @@ TEST(FilterBank, SpectraAreThoseOfTheFormulaInDoublePrecision)
     });
 }
 
-TEST(FilterBank, FramesAreThoseOfTheFormulaInDoublePrecisionForSpectraWithoutSymmetryToo)
+TEST(FilterBank, FramesAreThoseOfTheFormulaForSpectraWithoutSymmetryToo)
 {
     forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
         const Shape shape = shapeOf(rate);

@@ -210,7 +210,7 @@ TEST(WindowTables, ThePairOfARateIsComplementaryWithinAMillionth)
     }
 }
 
-TEST(WindowTables, NothingFromTheEdgeOnReaches80DecibelsBelowAt16000And70At48000)
+TEST(WindowTables, FromTheEdgeOnAllIs80DecibelsBelowAt16000And70At48000)
 {
     for (const Rate& rate : rates)
         for (const Window& window : {rate.analysis, rate.synthesis})
@@ -289,7 +289,7 @@ private:
 
 // The amplitude differs from 1 by what the windows' sum differs. All else is silence: the folded ends of the analysis window
 // lie outside the synthesis window.
-TEST(WindowTables, AnImpulseAtAnyPositionInTheHopComesOutAloneAtTheLatencyWithAmplitudeOne)
+TEST(WindowTables, AnImpulseAnywhereInTheHopComesOutAloneBehindTheLatency)
 {
     for (const Rate& rate : rates)
         for (std::size_t position = 0; position < rate.hop; ++position) {

@@ -12,7 +12,7 @@
 namespace quorel::platform {
 namespace {
 
-TEST(Lock, ATryWhileAnotherThreadHoldsItFailsAtOnceAndSucceedsAfterwards)
+TEST(Lock, ATryFailsAtOnceWhileAnotherThreadHoldsIt)
 {
     Lock lock;
     lock.lock();

@@ -125,7 +125,7 @@ TEST_F(SharingTest, AnEventStaysSetForEverybodyUntilItIsReset)
     closeHandle(opened);
 }
 
-TEST_F(SharingTest, AnEventThatNobodyHoldsCantBeOpenedAndIsClearWhenItIsMadeAgain)
+TEST_F(SharingTest, AnEventThatNobodyHoldsIsGoneAndClearWhenMadeAgain)
 {
     EXPECT_EQ(openEvent(event), nullptr);
     const auto made = createEvent(event, everybody);

@@ -159,7 +159,7 @@ TEST_F(UserDirectoryTest, NothingIsMadeInADirectoryOfSomebodyElse)
     EXPECT_FALSE(fs::exists(others / "quorel"));
 }
 
-TEST_F(UserDirectoryTest, TheObjectsBelongToTheUserAloneAndAMappingHasANameThatNobodyCanGuess)
+TEST_F(UserDirectoryTest, TheObjectsAreTheUsersAloneAndNobodyGuessesAMappingsName)
 {
     const auto mapping = makeMapping();
     ASSERT_NE(mapping, nullptr);

@@ -2,7 +2,7 @@
 // A third set of the operations in platform/sharing.h, lock.h, named_lock.h and registry.h, for tests: objects and values
 // stand in this process's own memory, every call is written down, and any of them fails where a test asks for it.
 //
-// A test program that compiles faulty_platform.cpp gets these operations in place of the system's.
+// A test program that compiles faulty_platform.cpp and faulty_registry.cpp gets these operations in place of the system's.
 #pragma once
 
 #include "platform/lock.h"
@@ -77,5 +77,8 @@ private:
 };
 
 FaultyPlatform& faultyPlatform();
+
+// Writes the call down; false when it is to fail. One that is to fail waits for nothing.
+bool begin(const std::string& call, const std::function<bool()>& ready = {});
 
 } // namespace quorel::platform

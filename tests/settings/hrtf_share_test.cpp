@@ -154,7 +154,7 @@ TEST_F(HrtfShareTest, WithoutAnIdTheBuiltInSetStays)
     EXPECT_EQ(block(stream), reference.block());
 }
 
-TEST_F(HrtfShareTest, ASetThatArrivesWhileAudioRunsIsInForceAtTheNextBlockAfterThePollWithoutAGap)
+TEST_F(HrtfShareTest, ASetThatArrivesMeanwhileIsInForceAtTheNextBlockWithoutAGap)
 {
     Stream stream;
     Reference reference;
@@ -203,7 +203,7 @@ TEST_F(HrtfShareTest, AnotherLengthIsRefusedOnEveryBlockWithTheSizesText)
         EXPECT_EQ(failure(stream), "quorel::DirectPath<8,float>::set: size must match");
 }
 
-TEST_F(HrtfShareTest, ASetForTwoChannelsIsRefusedByAPathOfEightWithTheChannelsText)
+TEST_F(HrtfShareTest, APathOfEightRefusesASetForTwoWithTheChannelsText)
 {
     Stream stream;
     update(delivery(7, 2));
@@ -212,7 +212,7 @@ TEST_F(HrtfShareTest, ASetForTwoChannelsIsRefusedByAPathOfEightWithTheChannelsTe
 }
 
 // Required: the settings are translated before a stream at another rate is copied.
-TEST_F(HrtfShareTest, ASetForEightChannelsMakesAStereoPathAt96KilohertzRefuseEveryBlock)
+TEST_F(HrtfShareTest, ASetForEightMakesAStereoPathAt96KilohertzRefuseEveryBlock)
 {
     Stream stream(2, 0x3, 96000);
     update(delivery(7, 8));

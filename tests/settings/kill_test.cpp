@@ -58,7 +58,7 @@ private:
     std::vector<float> out = std::vector<float>(frames * 8);
 };
 
-TEST_F(KillTest, TheEffectGoesOnWhenAControlApplicationIsKilledAndTheNextOneIsHeard)
+TEST_F(KillTest, TheEffectOutlivesAKilledControlApplicationAndHearsTheNext)
 {
     Effect effect;
     ASSERT_TRUE(effect.block());
@@ -94,7 +94,7 @@ TEST_F(KillTest, TheEffectGoesOnWhenADeliveryOfASetIsKilledInTheMiddle)
 }
 
 // An effect that is killed holds its objects no more, so the next one starts from what was kept.
-TEST_F(KillTest, NoSettingThatWasSavedIsLostOrHalfWrittenWhenTheEffectIsKilled)
+TEST_F(KillTest, AKilledEffectLosesNoSavedSettingAndHalfWritesNone)
 {
     std::uint32_t saved = 0;
     for (int i = 0; i < kills; ++i) {
@@ -121,7 +121,7 @@ TEST_F(KillTest, NoSettingThatWasSavedIsLostOrHalfWrittenWhenTheEffectIsKilled)
 }
 
 // The other way round: a control application that holds the block keeps it over the effect's death.
-TEST_F(KillTest, AControlApplicationThatHoldsTheBlockKeepsItOverTheEffectsDeathAndTheNextEffectTakesIt)
+TEST_F(KillTest, AHeldBlockOutlivesTheEffectAndTheNextEffectTakesIt)
 {
     std::optional<ControlApplication> control;
     {

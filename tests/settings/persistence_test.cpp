@@ -65,7 +65,7 @@ protected:
     static std::map<std::string, std::uint32_t>& values() { return faultyPlatform().keys[key]; }
 };
 
-TEST_F(PersistenceTest, WithoutAKeyEverythingIsZeroAndNothingIsMadeUntilTheFirstSave)
+TEST_F(PersistenceTest, WithoutAKeyAllIsZeroAndNothingIsMadeUntilTheFirstSave)
 {
     faultyPlatform().keys.clear();
     auto handler = start();

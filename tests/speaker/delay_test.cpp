@@ -66,7 +66,7 @@ Delay<1> delayOf(std::uint64_t frames)
     return Delay<1>(std::array{frames});
 }
 
-TEST(Delay, BlocksShorterThanTheDelayComeOutThatMuchLaterAcrossTheirBorders)
+TEST(Delay, ShortBlocksComeOutTheDelayLaterAcrossTheirBorders)
 {
     auto delay = delayOf(48);
     Stream<1> stream;

@@ -133,7 +133,7 @@ TEST(FdnTables, TheMixingTablesColumnsHaveTheSumsOfTheDesign)
     }
 }
 
-TEST(FdnTables, TheMixingTableExpandsToAHadamardMatrixWhoseFirstColumnIsAllPlus)
+TEST(FdnTables, TheMixingTableIsAHadamardMatrixWithAFirstColumnOfPlus)
 {
     int expanded[lines][lines] = {};
     for (std::size_t r = 0; r < lines; ++r)

@@ -143,7 +143,7 @@ TEST(FDN, ChannelsHaveTailsOfTheirOwn)
         }
 }
 
-TEST(FDN, DecaysThroughSilenceWithoutGrowingOrLingeringAmongTheDenormals)
+TEST(FDN, DecaysThroughSilenceWithoutLingeringAmongTheDenormals)
 {
     Rig<2> rig({0, 1});
     std::mt19937 random(1);

@@ -154,7 +154,7 @@ double closedForm(const std::array<double, 9>& gains, double frequency)
     return 20.0 * std::log10(std::abs(total));
 }
 
-TEST(Sound, TheEqualizersResponseAtRandomGainsIsTheClosedFormToAHundredthOfADecibel)
+TEST(Sound, TheEqualizersResponseIsTheClosedFormToAHundredthDecibel)
 {
     std::mt19937 random(3);
     std::uniform_int_distribution<std::int32_t> any(-127, 127);

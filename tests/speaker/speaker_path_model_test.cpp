@@ -133,7 +133,7 @@ TEST_P(AgainstTheModel, ALongSessionAgreesTo100Decibels)
     compare(GetParam().mask, options(1), 10 * second);
 }
 
-TEST_P(AgainstTheModel, ASessionOfManySettingsAndDeliveredResponsesAgreesTo100Decibels)
+TEST_P(AgainstTheModel, ManySettingsAndDeliveredResponsesAgreeTo100Decibels)
 {
     auto session = options(2);
     session.recordEvery = 3;
@@ -141,7 +141,7 @@ TEST_P(AgainstTheModel, ASessionOfManySettingsAndDeliveredResponsesAgreesTo100De
     compare(GetParam().mask, session, 5 * second);
 }
 
-TEST_P(AgainstTheModel, ASessionWithFailingBlocksAndRefusedRecordsFailsInTheSameWords)
+TEST_P(AgainstTheModel, FailingBlocksAndRefusedRecordsFailInTheSameWords)
 {
     auto session = options(3);
     session.recordEvery = 5;

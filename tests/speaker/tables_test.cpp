@@ -157,7 +157,7 @@ TEST(HrtfTables, EveryResponseHasTheEnergyOfItsRow)
     }
 }
 
-TEST(HrtfTables, TheLowFrequencySpeakerReachesBothEarsAsOneTapOfTheFloatNearestTo0707)
+TEST(HrtfTables, TheWooferReachesBothEarsAsOneTapOfTheFloatNearest0707)
 {
     for (const EarResponse& response : {speakerResponses[3].left, speakerResponses[3].right}) {
         EXPECT_EQ(response.onset, 11U);
@@ -190,7 +190,7 @@ TEST(HrtfTables, ASpectrumOfFloatsIsSilentOutsideItsResponse)
     }
 }
 
-TEST(HrtfTables, LessThanAThousandthOfTheEnergyComesMoreThan100FramesAfterTheOnset)
+TEST(HrtfTables, AtMostAThousandthOfTheEnergyComes100FramesPastTheOnset)
 {
     for (const HrtfRow& row : hrtfRows) {
         SCOPED_TRACE(row.name);

@@ -282,7 +282,7 @@ double exactGain(double level)
 // A constant x from silence raises the envelope to x * (1 - (1 - attack)^n). Each frame rounds the envelope by at most
 // 3 * 2^-24 * 2 (difference, product, sum), and what was added before shrinks by 1 - attack, so that the sum stays below
 // 3.6e-7 / attack = 1.8e-5. The steepest segment (-0.794) turns that into 1.4e-5 of gain, 2.8e-5 of output.
-TEST(Compressor, AConstantTwoIsFollowedWithTheAttackTimeAndSettlesSlightlyAboveOne)
+TEST(Compressor, AConstantTwoFollowsTheAttackTimeAndSettlesJustAboveOne)
 {
     auto stage = limiter<2>();
     Buffer<float, 2> in(1200);
@@ -302,7 +302,7 @@ TEST(Compressor, AConstantTwoIsFollowedWithTheAttackTimeAndSettlesSlightlyAboveO
 // From 2 the envelope falls to 2 * (1 - release)^n, after 10080 frames 2 * exp(-10080 / 19200) = 1.1831, where the gain is
 // 1 - 0.1831 * 0.7943 = 0.8545. Each frame rounds the envelope by at most 2^-24, half the last place below 2, and the step by
 // far less: 6.1e-4 in all, which the slope of 0.794 and the sample of 0.5 turn into 2.5e-4 of output.
-TEST(Compressor, AfterAStepToSilenceTheOutputIsZeroAtOnceAndANewSignalIsStillAttenuated)
+TEST(Compressor, SilenceIsZeroAtOnceAndANewSignalIsStillAttenuated)
 {
     auto stage = limiter<2>();
     Buffer<float, 2> block(480);
@@ -475,27 +475,7 @@ TEST(Compressor, AMinuteOfSilenceLeavesNoDenormalEnvelope)
     EXPECT_EQ(plain.channel(0)[0], 2.0F * 1e-43F) << "the probe finds nothing where there is something";
 }
 
-// --- Tables ----------------------------------------------------------------------------------------------------------
-
-TEST(CompressorTables, TheCurveIsTheNearestFloatsToPowersOfTenInStepsOf2dB)
-{
-    ASSERT_EQ(renderCurve.size(), 18U);
-    for (std::size_t i = 0; i < renderCurve.size(); ++i) {
-        const double db = 2.0 * static_cast<double>(i);
-        EXPECT_EQ(bits(renderCurve[i].level), bits(static_cast<float>(std::pow(10.0, db / 20.0)))) << db;
-        EXPECT_EQ(bits(renderCurve[i].gain), bits(static_cast<float>(std::pow(10.0, -db / 20.0)))) << db;
-    }
-}
-
-TEST(CompressorTables, TheCoefficientsAreOfOneAndFourHundredMilliseconds)
-{
-    EXPECT_EQ(bits(renderAttack), 0x3CA8E6B3U);
-    EXPECT_EQ(bits(renderRelease), 0x385A7299U);
-    EXPECT_EQ(renderAttack, static_cast<float>(-std::expm1(-1.0 / (48000.0 * 0.001))));
-    EXPECT_EQ(renderRelease, static_cast<float>(-std::expm1(-1.0 / (48000.0 * 0.4))));
-}
-
-TEST(CompressorTables, TheLimitedLevelRisesTo1Point0133AtMost)
+TEST(Compressor, TheLimitedLevelRisesTo1Point0133AtMost)
 {
     double highest = 0.0;
     for (double level = 1.0; level < 50.1; level += 1e-4)

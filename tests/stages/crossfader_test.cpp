@@ -100,7 +100,7 @@ TEST(Crossfader, TheRampsFollowTheFormulaBitByBit)
 
 // The angle, below pi, carries the error of pi itself (2.8e-8 of it) and two roundings of 2^-24: 4.6e-7. The cosine adds
 // 1.2e-7 and the sum of up to 2 another 1.2e-7; half of all that and the last rounding stay below 4e-7.
-TEST(Crossfader, TheRampIsARaisedCosineThatStartsAtExactlyZeroAndStopsOneStepShortOfOne)
+TEST(Crossfader, TheRampIsARaisedCosineFromZeroToOneStepShortOfOne)
 {
     Crossfader<1> fade(480);
     for (const std::uint64_t length : {1U, 2U, 7U, 480U}) {
@@ -125,7 +125,7 @@ TEST(Crossfader, TheRampsArePreparedForTheLongestBlockFromTheStart)
     EXPECT_EQ(cosines, 0);
 }
 
-TEST(Crossfader, TheRampsAreRebuiltOnlyWhenTheBlockLengthChangesAndACrossfadeIsDue)
+TEST(Crossfader, TheRampsAreRebuiltOnlyForANewBlockLengthWithAFadeDue)
 {
     Crossfader<2> fade(480);
     PendingValue<float> target;

@@ -333,7 +333,7 @@ TEST_F(QuorelClean, ASettingReachesTheEffectByItsName)
     }
 }
 
-TEST_F(QuorelClean, BlocksOfNoWholeNumberOfHopsAreCleanedNotAtAllAndTheToolSaysSo)
+TEST_F(QuorelClean, BlocksOfPartHopsAreNotCleanedAndTheToolSaysSo)
 {
     const std::string input = save("in.wav", 1, noise(1, 5000));
     const Outcome outcome = run({input, path("out.wav"), "--block-size", "100", "--align"});
