@@ -13,6 +13,14 @@ namespace {
 constexpr std::uint32_t speakerSlots = 8; // samples in an output frame of the render effect; the first two are the ears
 constexpr float speakerOutputGain = 0.8F; // the render effect's own, so that switching changes the effect and not the level
 
+void addSquares(std::atomic<double>& energy, const float* samples, std::size_t n) noexcept
+{
+    double sum = 0;
+    for (std::size_t i = 0; i < n; ++i)
+        sum += static_cast<double>(samples[i]) * static_cast<double>(samples[i]);
+    energy.store(energy.load(std::memory_order_relaxed) + sum, std::memory_order_relaxed); // one thread writes
+}
+
 } // namespace
 
 EffectStream::EffectStream(const StreamKind& kind, BlockPlan plan, std::shared_ptr<SettingsHandler> handler,
@@ -66,6 +74,10 @@ void EffectStream::runBlock(float* in, float* out) noexcept
     if (const float* levels = path->levels(); levels != nullptr)
         settings->writeLevels(levels);
     blendBypass(in, out);
+    if (kind.microphone) {
+        addSquares(status.inEnergy, in, std::size_t{block()} * kind.channels);
+        addSquares(status.outEnergy, out, std::size_t{block()} * slots);
+    }
 }
 
 // False when the path refuses the block; raising that is the one thing here that allocates.

@@ -133,6 +133,8 @@ public:
             {"path_changes", status.changes.load()},
             {"lost_frames", status.lostFrames.load()},
             {"frames", status.frames.load()},
+            {"in_energy", status.inEnergy.load()},
+            {"out_energy", status.outEnergy.load()},
             {"first_tick", status.firstTick.load()},
         };
     }

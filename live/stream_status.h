@@ -41,6 +41,8 @@ struct StreamStatus {
     std::atomic<std::uint64_t> badSamples = 0; // not finite or above 2^20, taken as 0
     std::atomic<std::uint64_t> refused = 0;    // blocks that the effect refused: silence in their place
     SharedText refusal;                        // the last reason
+    std::atomic<double> inEnergy = 0;          // squares of all samples that the capture effect took
+    std::atomic<double> outEnergy = 0;         // and gave
     std::atomic<std::uint64_t> gaps = 0;       // jumps of the graph's clock
     std::atomic<std::uint64_t> gapFrames = 0;  // frames that it jumped over
 

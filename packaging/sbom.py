@@ -17,6 +17,7 @@ folder, version, date = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
 # What comes from others and is part of a file: name, licence, Debian package that it came from, files that have it.
 CONTAINED = [
     ("KEMAR HRTF measurement", "LicenseRef-KEMAR", None, r"."),
+    ("Flite's voice slt", "LicenseRef-Flite", "flite", r"^quorel-panel_|setup\.exe$|\.zip$"),
     ("CLI11", "BSD-3-Clause", "libcli11-dev", r"^quorel_|^quorel-panel_|setup\.exe$|\.zip$"),
     ("JSON for Modern C++", "MIT", "nlohmann-json3-dev", r"^quorel_|^quorel-panel_|setup\.exe$|\.zip$"),
     ("LV2", "ISC", "lv2-dev", r"^quorel-lv2_"),
@@ -70,7 +71,9 @@ json.dump({
     "hasExtractedLicensingInfos": [{
         "licenseId": "LicenseRef-KEMAR", "name": "Terms of the KEMAR measurement",
         "extractedText": "This data is Copyright 1994 by the MIT Media Laboratory. It is provided free with no restrictions on use, "
-                         "provided the authors are cited when the data is used in any research or commercial application."}],
+                         "provided the authors are cited when the data is used in any research or commercial application."}, {
+        "licenseId": "LicenseRef-Flite", "name": "Terms of Flite and its voices",
+        "extractedText": (pathlib.Path(__file__).parent.parent / "LICENSES/LicenseRef-Flite.txt").read_text()}],
     "packages": list(packages.values()), "files": files,
     "relationships": [{"spdxElementId": a, "relationshipType": how, "relatedSpdxElement": b} for a, how, b in relations],
 }, sys.stdout, indent=1)

@@ -136,6 +136,7 @@ void EffectLink::look(std::optional<std::uint32_t> speakers)
         next.settings = client.settings();
         next.channelMask = client.activeChannelMask();
         next.framesPerSecond = client.activeFramesPerSecond();
+        next.microphone = microphoneLockedLast(client);
         next.levels = client.levels();
         next.refusal = refusalOfSet(client, speakers).value_or("");
         next.responsesFile = next.settings.hrtfId == 0 ? "" : rememberedFile(next.settings.hrtfId);

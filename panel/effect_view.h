@@ -17,6 +17,7 @@ struct EffectView {
     SettingsRecord settings;       // in force
     std::uint32_t channelMask = 0; // of the stream that was locked last
     float framesPerSecond = 0;     // of that stream; 0: none so far
+    bool microphone = false;       // that stream has a microphone's format
     std::array<float, 9> levels{}; // dB, of the microphone's bands
     std::uint64_t written = 0;     // number of the newest changes that were tried before this look
     std::string trouble;           // why the newest could not be written, or nobody can look; empty: all is well

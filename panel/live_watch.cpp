@@ -14,6 +14,27 @@ namespace {
 
 constexpr auto interval = std::chrono::milliseconds(500); // between two questions
 
+std::optional<LiveSide> sideOf(const nlohmann::json& status, const char* name)
+{
+    if (!status.contains(name))
+        return std::nullopt;
+    const nlohmann::json& told = status[name];
+    LiveSide side;
+    for (const auto& device : told["devices"])
+        side.device += (side.device.empty() ? "" : ", ") + device.get<std::string>();
+    side.running = told["running"].get<bool>();
+    side.channels = told["channels"].get<unsigned>();
+    side.framesPerSecond = told["rate"].get<unsigned>();
+    side.quantum = told["quantum"].get<unsigned>();
+    side.load = told["load_mean"].get<double>();
+    side.gaps = told["gaps"].get<std::uint64_t>();
+    side.lateMs = told["total_ms"].get<double>();
+    side.inEnergy = told.value("in_energy", 0.0);
+    side.outEnergy = told.value("out_energy", 0.0);
+    side.frames = told.value("frames", std::uint64_t{0});
+    return side;
+}
+
 } // namespace
 
 LiveWatch::LiveWatch(std::function<void()> news) : news(std::move(news)), thread([this] { run(); }) {}
@@ -89,6 +110,8 @@ LiveView LiveWatch::ask(std::optional<bool> bypassing)
         if (told) {
             view.bypass = told->at("bypass").get<bool>();
             view.speakers = liveMask(told);
+            view.headphones = sideOf(*told, "speaker");
+            view.microphone = sideOf(*told, "microphone");
             view.text = readableSides(*told);
         }
     } catch (const std::exception& error) {

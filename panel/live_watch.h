@@ -13,13 +13,30 @@
 
 namespace quorel {
 
+// What quorel-live tells of one of its sides.
+struct LiveSide {
+    std::string device; // hardware that it is linked to; empty: none
+    bool running = false;
+    unsigned channels = 0;
+    unsigned framesPerSecond = 0;
+    unsigned quantum = 0;
+    double load = 0;        // mean, % of the period
+    std::uint64_t gaps = 0; // jumps of the graph's clock
+    double lateMs = 0;      // to the device, without the effect itself
+    double inEnergy = 0;    // microphone: squares of all samples so far that the effect took
+    double outEnergy = 0;   // and gave
+    std::uint64_t frames = 0;
+};
+
 struct LiveView {
     enum class State : std::uint8_t { unknown, absent, mute, there }; // mute: it is there and does not answer
 
     State state = State::unknown;
     bool bypass = false;
     std::optional<std::uint32_t> speakers; // mask of its headphone device, where it has one
-    std::string text;                      // there: what its sides do, in lines; mute: why
+    std::optional<LiveSide> headphones;
+    std::optional<LiveSide> microphone;
+    std::string text; // there: what its sides do, in lines; mute: why
 };
 
 class LiveWatch {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 namespace quorel {
@@ -17,6 +18,14 @@ constexpr std::size_t mostSteps = 1000; // that can be undone
 constexpr auto bypassNames =
     std::to_array<const char*>({"Settings", "Reverb", "EQBand1", "EQBand2", "EQBand3", "EQBand4", "EQBand5", "EQBand6", "EQBand7",
                                 "EQBand8", "EQBand9", "MicNR", "micEq", "noiseGate"});
+
+constexpr std::size_t ofMicrophone = 3; // the last of these
+
+std::span<const char* const> namesOf(PanelModel::Part part)
+{
+    const std::span<const char* const> all(bypassNames);
+    return part == PanelModel::Part::all ? all : all.last(ofMicrophone);
+}
 
 bool sameFields(const Values& a, const Values& b)
 {
@@ -119,21 +128,25 @@ void PanelModel::move(std::vector<Done>& from, std::vector<Done>& to, Values Don
         put(values);
 }
 
-void PanelModel::bypass(bool on)
+bool PanelModel::bypassed(Part part) const
 {
-    if (on == bypassed() || !usable())
+    return std::ranges::any_of(namesOf(part), [this](const char* name) { return kept.contains(settingsField(name)); });
+}
+
+void PanelModel::bypass(bool on, Part part)
+{
+    if (!usable())
         return;
     Values values;
-    if (on) {
-        for (const char* each : bypassNames) {
-            const SettingsField* field = settingsField(each);
-            if (const auto value = shown(*field); value != neutralValue) {
-                kept[field] = value;
-                values[field] = neutralValue;
-            }
+    for (const char* each : namesOf(part)) {
+        const SettingsField* field = settingsField(each);
+        const auto value = shown(*field);
+        if (on && value != neutralValue) {
+            kept[field] = value;
+            values[field] = neutralValue;
+        } else if (const auto put = on ? kept.end() : kept.find(field); put != kept.end()) {
+            values.insert(kept.extract(put));
         }
-    } else {
-        values = std::exchange(kept, {});
     }
     if (!values.empty())
         put(values);

@@ -16,7 +16,8 @@ namespace quorel {
 
 class PanelModel {
 public:
-    enum class Step : std::uint8_t { own, joined }; // joined: one undoing with the step before, if that is of the same fields
+    enum class Part : std::uint8_t { all, microphone }; // of what can be turned off
+    enum class Step : std::uint8_t { own, joined };     // joined: one undoing with the step before, if that is of the same fields
 
     void see(const EffectView& view);
     const EffectView& seen() const { return view; }
@@ -44,8 +45,8 @@ public:
 
     // Everything off that settings can turn off. What was there is kept, and put back where it is still off: a field that the
     // user or another program sets meanwhile is bypassed no longer.
-    bool bypassed() const { return !kept.empty(); }
-    void bypass(bool on);
+    bool bypassed(Part part = Part::all) const;
+    void bypass(bool on, Part part = Part::all);
     const Values& keptValues() const { return kept; }
     void keepValues(const Values& values) { kept = values; } // of a panel that ended while it was bypassed
 

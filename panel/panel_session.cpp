@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "panel/panel_session.h"
 
+#include "microphone/microphone_tables.h"
 #include "panel/kept_values.h"
+#include "panel/speaker_test.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -13,11 +16,14 @@ namespace {
 
 constexpr auto levelInterval = std::chrono::milliseconds(90); // a look comes every 40, and an eye needs ten pictures a second
 
+constexpr double shortestDelay = 0.5; // seconds, of one's own voice: below it speaking gets hard
+constexpr double longestDelay = 3;
+
 bool sameBesideLevels(const EffectView& a, const EffectView& b)
 {
     return a.state == b.state && std::memcmp(&a.settings, &b.settings, sizeof a.settings) == 0 &&
-           a.channelMask == b.channelMask && a.framesPerSecond == b.framesPerSecond && a.trouble == b.trouble &&
-           a.refusal == b.refusal && a.responsesFile == b.responsesFile;
+           a.channelMask == b.channelMask && a.framesPerSecond == b.framesPerSecond && a.microphone == b.microphone &&
+           a.trouble == b.trouble && a.refusal == b.refusal && a.responsesFile == b.responsesFile;
 }
 
 } // namespace
@@ -44,11 +50,16 @@ bool PanelSession::take(News news)
 {
     announced.at(static_cast<std::size_t>(news)) = false;
     switch (news) {
-    case News::effect:
-        return takeEffect();
-    case News::live:
-        link.hostTells(host.view().speakers);
+    case News::effect: {
+        const bool ended = takeSounds();
+        return takeEffect() || ended;
+    }
+    case News::live: {
+        const LiveView view = host.view();
+        link.hostTells(view.speakers);
+        taken = takenAway.next(view.microphone);
         break;
+    }
     case News::import:
         report = responseImport.report();
         break;
@@ -73,6 +84,65 @@ bool PanelSession::takeEffect()
         }
     }
     return true;
+}
+
+bool PanelSession::takeSounds()
+{
+    bool ended = false;
+    for (auto* sound : {&test, &ownVoice}) {
+        const auto trouble = *sound ? (*sound)->ended() : std::nullopt;
+        if (!trouble)
+            continue;
+        sound->reset();
+        ended = true;
+        if (!trouble->empty())
+            text = *trouble;
+    }
+    return ended;
+}
+
+void PanelSession::play(std::optional<platform::PlayedSound>& sound, const std::function<platform::PlayedSound()>& begin)
+{
+    text.clear();
+    sound.reset();
+    if (begin)
+        sound.emplace(begin());
+}
+
+void PanelSession::testSpeakers(bool on)
+{
+    const auto begin = [this] {
+        const auto told = host.view().speakers;
+        const EffectView& seen = panel.seen();
+        return platform::PlayedSound::once(speakerTest(told.value_or(seen.microphone ? 0 : seen.channelMask)),
+                                           told ? "quorel.speaker" : "");
+    };
+    play(test, on ? std::function<platform::PlayedSound()>(begin) : nullptr);
+}
+
+void PanelSession::listen(std::optional<double> secondsLate)
+{
+    const auto begin = [&] {
+        return platform::PlayedSound::late(host.view().microphone ? "quorel.microphone" : "",
+                                           std::clamp(*secondsLate, shortestDelay, longestDelay));
+    };
+    play(ownVoice, secondsLate ? std::function<platform::PlayedSound()>(begin) : nullptr);
+}
+
+void PanelSession::hearBefore(bool on)
+{
+    attempt([on](PanelModel& model) { model.bypass(on, PanelModel::Part::microphone); });
+}
+
+PanelSession::Lateness PanelSession::lateness() const
+{
+    Lateness late{};
+    const std::uint32_t rate = levelRate();
+    if (const MicrophoneRateRow* row = microphoneRate(rate); row != nullptr && panel.seen().settings.MicNR != 0)
+        late.effectMs = 1000.0 * static_cast<double>(row->latency) / rate;
+    if (const auto microphone = host.view().microphone)
+        late.hostMs = microphone->lateMs;
+    return late;
 }
 
 void PanelSession::attempt(const std::function<void(PanelModel&)>& edit)
@@ -132,6 +202,10 @@ void PanelSession::watch(bool seen, bool levels)
     link.watch(seen);
     host.watch(seen);
     link.measureLevels(seen && levels);
+    if (!seen) {
+        test.reset();
+        ownVoice.reset();
+    }
 }
 
 std::optional<double> PanelSession::levelsDue()

@@ -8,6 +8,8 @@
 #include "panel/panel_model.h"
 #include "panel/response_curve.h"
 #include "panel/response_import.h"
+#include "panel/taken_away.h"
+#include "platform/programs/sound.h"
 
 #include <array>
 #include <atomic>
@@ -52,7 +54,29 @@ public:
     // The responses in use; nothing when another program delivered them, which this one has never seen.
     std::optional<ResponseTaps> responses() const;
 
-    // Only what is seen is looked at, and levels are measured only while they are shown.
+    // Each speaker's name from its place, on quorel-live's device where that runs.
+    void testSpeakers(bool on);
+    bool testingSpeakers() const { return test.has_value(); }
+
+    // What the microphone hears, with its effect, so many seconds late; nothing: no more. Delays are limited to 0.5 to 3 s.
+    void listen(std::optional<double> secondsLate);
+    bool listening() const { return ownVoice.has_value(); }
+
+    // The microphone as it is without its effect, by the settings; they are put back as those of a bypass are.
+    void hearBefore(bool on);
+    bool hearingBefore() const { return panel.bypassed(PanelModel::Part::microphone); }
+
+    // What the capture effect took in and gave since quorel-live's answer before; nothing where nobody tells.
+    const std::optional<MeanLevels>& microphoneLevels() const { return taken; }
+
+    // By how much the voice comes late: by noise reduction, while it is on, and by quorel-live and the server where one runs.
+    struct Lateness {
+        double effectMs;
+        std::optional<double> hostMs;
+    };
+    Lateness lateness() const;
+
+    // Only what is seen is looked at, and levels are measured only while they are shown. No sound is played unseen.
     void watch(bool seen, bool levelsShown);
 
     // Seconds since the meters were shown last; nothing while that is too short for another picture.
@@ -65,6 +89,8 @@ private:
     std::function<void()> announcing(News news);
     void keep();
     bool takeEffect();
+    bool takeSounds();
+    void play(std::optional<platform::PlayedSound>& sound, const std::function<platform::PlayedSound()>& begin);
 
     std::function<void(News)> announce;
     std::array<std::atomic<bool>, 3> announced{}; // and not taken yet
@@ -72,6 +98,10 @@ private:
     PanelModel panel;
     ImportReport report;
     std::string text;
+    std::optional<MeanLevels> taken;
+    TakenAway takenAway;
+    std::optional<platform::PlayedSound> test;     // of the speakers
+    std::optional<platform::PlayedSound> ownVoice; // that its user listens to
     std::chrono::steady_clock::time_point levelsShown = std::chrono::steady_clock::now();
 
     ResponseImport responseImport;

@@ -4,7 +4,7 @@
 #include "tools/tool.h"
 
 #include <QApplication>
-#include <QElapsedTimer>
+#include <QSystemTrayIcon>
 #include <QTimer>
 
 #include <array>
@@ -39,7 +39,7 @@ int run(char* name, const Options& options)
     QApplication::setApplicationDisplayName("QUOREL");
     QApplication::setDesktopFileName("quorel-panel");
 
-    PanelWindow window(!options.noTray);
+    PanelWindow window(!options.noTray && QSystemTrayIcon::isSystemTrayAvailable());
     window.showPage(pages.at(options.page));
     if (!options.hidden || QApplication::quitOnLastWindowClosed())
         window.show();

@@ -39,14 +39,9 @@ QString bandName(std::size_t band)
     return hz < 1000 ? QString::number(hz) : QString::number(hz / 1000) + "k";
 }
 
-// What a stream of this effect is: the render effect's by its speakers. The capture effect's has none.
-QString layoutName(const EffectView& view)
+QString layoutName(std::uint32_t speakers)
 {
-    switch (view.channelMask) {
-    case 0:
-        return PanelWindow::tr("no speakers");
-    case 0x4:
-        return PanelWindow::tr("mono");
+    switch (speakers) {
     case 0x3:
         return PanelWindow::tr("stereo");
     case 0x3F:
@@ -55,8 +50,29 @@ QString layoutName(const EffectView& view)
     case 0x63F:
         return PanelWindow::tr("7.1");
     default:
-        return PanelWindow::tr("speakers 0x%1").arg(view.channelMask, 0, 16);
+        return PanelWindow::tr("speakers 0x%1").arg(speakers, 0, 16);
     }
+}
+
+QString lateText(const PanelSession::Lateness& late)
+{
+    const QString effect = PanelWindow::tr("%1 ms of it by noise reduction").arg(late.effectMs, 0, 'f', 1);
+    if (late.hostMs)
+        return PanelWindow::tr("Your voice comes %1 ms late, %2.").arg(*late.hostMs + late.effectMs, 0, 'f', 1).arg(effect);
+    return late.effectMs > 0 ? PanelWindow::tr("Noise reduction makes your voice %1 ms late.").arg(late.effectMs, 0, 'f', 1)
+                             : PanelWindow::tr("The effect makes your voice no later.");
+}
+
+QString sideText(const QString& name, const LiveSide& side)
+{
+    if (!side.running)
+        return PanelWindow::tr("%1: idle").arg(name);
+    return PanelWindow::tr("%1: %2 at %3 Hz, quantum %4, load %5 %, %6 gaps")
+        .arg(name, QString::fromStdString(side.device))
+        .arg(side.framesPerSecond)
+        .arg(side.quantum)
+        .arg(side.load, 0, 'f', 1)
+        .arg(side.gaps);
 }
 
 } // namespace
@@ -114,7 +130,8 @@ PanelWindow::PanelWindow(bool withTray)
         else
             attempt([](PanelModel& model) { model.savePreset(model.presetName()); });
     });
-    if (withTray && QSystemTrayIcon::isSystemTrayAvailable())
+    showEffectLevels();
+    if (withTray)
         addTray();
     refresh();
     refreshState();
@@ -189,6 +206,16 @@ QWidget* PanelWindow::speakerPage()
     auto* right = new QVBoxLayout;
     right->addWidget(addSwitch("Settings", tr("Su&rround sound")));
     addLevel(*right, "Reverb", tr("Re&verb"));
+    testButton = new QPushButton(tr("S&peaker test"));
+    testButton->setObjectName("speakerTest");
+    testButton->setAccessibleName(tr("Speaker test: each speaker says its name from its place"));
+    testButton->setToolTip(tr("Each speaker says its name from its place"));
+    testButton->setCheckable(true);
+    connect(testButton, &QPushButton::clicked, this, [this](bool on) {
+        session.testSpeakers(on);
+        refresh();
+    });
+    right->addWidget(testButton);
 
     auto* group = new QGroupBox(tr("Head-related responses"));
     auto* inside = new QVBoxLayout(group);
@@ -246,11 +273,15 @@ QWidget* PanelWindow::microphonePage()
     fields.emplace_back([this, &field, curves] { curves->show(session.model().shown(field)); });
 
     addLevel(*left, "noiseGate", tr("Noise &gate, opens at"));
-    auto* late = new QLabel(tr("How late the voice is stands under \"What runs\", where quorel-live runs."));
+    late = new QLabel;
+    late->setObjectName("late");
+    late->setAccessibleName(tr("How late the voice is"));
     late->setWordWrap(true);
     left->addWidget(late);
     left->addStretch(1);
+    left->addWidget(ownVoice());
     columns->addLayout(left, 2);
+    columns->addWidget(effectLevels());
 
     auto* group = new QGroupBox(tr("Levels in dB, from so many Hz on"));
     auto* row = new QHBoxLayout(group);
@@ -266,6 +297,75 @@ QWidget* PanelWindow::microphonePage()
     }
     columns->addWidget(group, 3);
     return page;
+}
+
+QWidget* PanelWindow::ownVoice()
+{
+    auto* group = new QGroupBox(tr("Hear yourself"));
+    auto* column = new QVBoxLayout(group);
+    auto* row = new QHBoxLayout;
+    listening = new QCheckBox(tr("&Listen to myself after"));
+    listening->setObjectName("listen");
+    listening->setToolTip(tr("What the microphone hears is played on the default device. Wear the headphones for it."));
+    const auto listen = [this] {
+        session.listen(listening->isChecked() ? std::optional(secondsLate()) : std::nullopt);
+        refresh();
+    };
+    connect(listening, &QCheckBox::clicked, this, listen);
+    row->addWidget(listening, 1);
+    QStringList delays;
+    for (int half = 1; half <= 6; ++half)
+        delays += tr("%1 s").arg(0.5 * half, 0, 'f', 1);
+    delay = new Choice(tr("How much later"), delays, [this, listen](std::int64_t) {
+        if (session.listening())
+            listen();
+    });
+    delay->setObjectName("delay");
+    delay->show(1);
+    row->addWidget(delay);
+    column->addLayout(row);
+    before = new QCheckBox(tr("B&efore: without the three above"));
+    before->setObjectName("before");
+    before->setToolTip(tr("Turns noise reduction, curve and gate off, for all who hear you, and back on"));
+    connect(before, &QCheckBox::clicked, this, [this](bool on) {
+        session.hearBefore(on);
+        refresh();
+    });
+    column->addWidget(before);
+    return group;
+}
+
+double PanelWindow::secondsLate() const
+{
+    return 0.5 * (delay->currentIndex() + 1);
+}
+
+QWidget* PanelWindow::effectLevels()
+{
+    auto* group = new QGroupBox(tr("Effect"));
+    auto* column = new QVBoxLayout(group);
+    auto* row = new QHBoxLayout;
+    const std::array<QString, 2> names = {tr("in"), tr("out")};
+    const std::array<QString, 2> meanings = {tr("Level into the effect"), tr("Level out of the effect")};
+    for (std::size_t k = 0; k < names.size(); ++k) {
+        auto* one = new QVBoxLayout;
+        effectMeters.at(k) = new Meter(meanings.at(k));
+        effectMeters.at(k)->setObjectName(k == 0 ? "levelIn" : "levelOut");
+        effectMeters.at(k)->setToolTip(meanings.at(k));
+        auto* caption = new QLabel(names.at(k));
+        caption->setAlignment(Qt::AlignCenter);
+        one->addWidget(effectMeters.at(k), 1);
+        one->addWidget(caption);
+        row->addLayout(one);
+    }
+    column->addLayout(row, 1);
+    takenAway = new QLabel;
+    takenAway->setObjectName("takenAway");
+    takenAway->setAccessibleName(tr("What the effect takes away"));
+    takenAway->setAlignment(Qt::AlignCenter);
+    takenAway->setMinimumWidth(takenAway->fontMetrics().horizontalAdvance("-100 dB"));
+    column->addWidget(takenAway);
+    return group;
 }
 
 QWidget* PanelWindow::statePage()
@@ -478,6 +578,8 @@ void PanelWindow::take(PanelSession::News news)
     const bool changed = session.take(news);
     if (news == PanelSession::News::effect)
         showLevels();
+    if (news == PanelSession::News::live)
+        showEffectLevels();
     if (news == PanelSession::News::import) {
         const ImportReport& imported = session.imported();
         importButton->setEnabled(true);
@@ -512,6 +614,9 @@ void PanelWindow::refresh()
     bypassButton->setEnabled(usable);
     bypassButton->setChecked(bypassed);
     bypassButton->setText(bypassed ? tr("&Bypassed") : tr("&Bypass"));
+    testButton->setChecked(session.testingSpeakers());
+    listening->setChecked(session.listening());
+    before->setChecked(session.hearingBefore());
     if (trayBypass != nullptr)
         trayBypass->setChecked(bypassed);
 }
@@ -533,12 +638,24 @@ void PanelWindow::refreshState()
         text += QString::fromStdString(view.trouble);
         break;
     case EffectView::State::there:
-        text += streaming ? tr("Running at %1 Hz, %2").arg(static_cast<double>(view.framesPerSecond)).arg(layoutName(view))
-                          : tr("The effect is there, and no stream so far: play something on its device.");
+        if (host.headphones || host.microphone) {
+            QStringList sides;
+            if (host.headphones)
+                sides += sideText(tr("Headphones, %1").arg(layoutName(host.speakers.value_or(0))), *host.headphones);
+            if (host.microphone)
+                sides += sideText(tr("Microphone"), *host.microphone);
+            text += sides.join("\n");
+        } else if (!streaming) {
+            text += tr("The effect is there, and no stream so far: play something on its device.");
+        } else {
+            text += tr("Running at %1 Hz, %2")
+                        .arg(static_cast<double>(view.framesPerSecond))
+                        .arg(view.microphone ? tr("a microphone's stream") : layoutName(view.channelMask));
+        }
         break;
     }
     if (model.bypassed())
-        text += tr(". Bypassed by settings: the down-mix to stereo, the limiters and a gain of 0.8 stay.");
+        text += "\n" + tr("Bypassed by settings: the down-mix to stereo, the limiters and a gain of 0.8 stay.");
     state->setText(text);
     const QString told = host.state == LiveView::State::there ? QString::fromStdString(host.text)
                          : host.state == LiveView::State::mute
@@ -546,6 +663,8 @@ void PanelWindow::refreshState()
                              : tr("No quorel-live is running, which would tell load, latency and gaps.");
     if (details->toPlainText() != told) // a text that is set anew loses its selection
         details->setPlainText(told);
+
+    late->setText(lateText(session.lateness()));
 
     const std::uint32_t identity = view.settings.hrtfId;
     responses->setText(identity == 0 ? tr("In use: the built-in set")
@@ -590,9 +709,25 @@ void PanelWindow::showLevels()
         meters.at(k)->show(model.usable() ? static_cast<double>(model.seen().levels.at(k)) : MeterLevel::lowest, *seconds);
 }
 
+// What is not told is shown as no level.
+void PanelWindow::showEffectLevels()
+{
+    const auto& levels = session.microphoneLevels();
+    constexpr double interval = 0.5; // seconds between two answers
+    effectMeters[0]->show(levels ? levels->inDb : MeterLevel::lowest, interval);
+    effectMeters[1]->show(levels ? levels->outDb : MeterLevel::lowest, interval);
+    QString text = tr("not told");
+    if (levels)
+        text = tr("%1 dB").arg(levels->outDb - levels->inDb, 0, 'f', 0);
+    takenAway->setText(text);
+    takenAway->setToolTip(levels ? tr("What comes out against what goes in, over the last half second")
+                                 : tr("Only quorel-live tells what goes in and comes out, while its microphone is in use."));
+}
+
 void PanelWindow::watch()
 {
     session.watch(isVisible(), pages->currentIndex() == 1);
+    refresh(); // what is unseen plays no sound any more
 }
 
 void PanelWindow::showEvent(QShowEvent* event)

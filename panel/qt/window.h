@@ -34,7 +34,7 @@ class PanelWindow : public QWidget {
     Q_DECLARE_TR_FUNCTIONS(quorel::PanelWindow)
 
 public:
-    // withTray: an icon in the desktop's tray, if it has one; the window's closing then hides it.
+    // withTray: an icon in the desktop's tray, and the window's closing only hides it.
     explicit PanelWindow(bool withTray);
     ~PanelWindow() override;
 
@@ -56,6 +56,8 @@ private:
     QWidget* head();
     QWidget* speakerPage();
     QWidget* microphonePage();
+    QWidget* ownVoice();
+    QWidget* effectLevels();
     QWidget* statePage();
     void addTray();
     void addShortcut(const char* keys, std::function<void()> action);
@@ -77,6 +79,8 @@ private:
     void refresh(); // all that shows the model
     void refreshState();
     void showLevels();
+    void showEffectLevels();
+    double secondsLate() const; // of one's own voice, as chosen
     void showResponses();
     void watch();
 
@@ -91,6 +95,7 @@ private:
     QPushButton* bypassButton = nullptr;
     QTabWidget* pages = nullptr;
     CurveView* curve = nullptr;
+    QPushButton* testButton = nullptr;
     QLabel* responses = nullptr;
     QPushButton* importButton = nullptr;
     Choice* speaker = nullptr; // whose responses are shown
@@ -98,6 +103,12 @@ private:
     QPlainTextEdit* report = nullptr;
     std::array<Meter*, 9> meters{};
     std::array<QLabel*, 9> meterTexts{};
+    std::array<Meter*, 2> effectMeters{}; // what goes into the effect, what comes out
+    QLabel* takenAway = nullptr;
+    QLabel* late = nullptr;
+    QCheckBox* listening = nullptr;
+    Choice* delay = nullptr;
+    QCheckBox* before = nullptr;
     std::uint32_t meterRate = 0; // frames per second for which the texts stand
     QPlainTextEdit* details = nullptr;
     QLabel* message = nullptr;

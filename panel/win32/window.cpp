@@ -46,6 +46,10 @@ enum Command : int {
     speakerCommand,
     importCommand,
     builtInCommand,
+    speakerTestCommand,
+    listenCommand,
+    delayCommand,
+    beforeCommand,
     nextPageCommand,
     showCommand,
     quitCommand,
@@ -56,6 +60,13 @@ std::string number(double value, const char* form)
 {
     std::array<char, 40> text{};
     std::snprintf(text.data(), text.size(), form, value);
+    return text.data();
+}
+
+std::string maskText(std::uint32_t mask)
+{
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), "channel mask 0x%X", static_cast<unsigned>(mask));
     return text.data();
 }
 
@@ -213,6 +224,8 @@ void PanelWindow::make()
         bandCaptions.at(band) = add(WC_STATICW, wide(caption).c_str(), SS_CENTER, Page::speaker);
     }
     surround = add(WC_BUTTONW, L"Su&rround sound", WS_TABSTOP | BS_CHECKBOX, Page::speaker, surroundCommand);
+    speakerTest = add(WC_BUTTONW, L"S&peaker test", WS_TABSTOP | BS_CHECKBOX | BS_PUSHLIKE, Page::speaker, speakerTestCommand);
+    names.name(speakerTest, "Speaker test: each speaker says its name from its place");
     reverbLabel = add(WC_STATICW, L"Re&verb", 0, Page::speaker);
     addLevel("Reverb", "Reverb", false, Page::speaker);
     responses = add(WC_STATICW, L"", SS_NOPREFIX, Page::speaker);
@@ -241,6 +254,14 @@ void PanelWindow::make()
         SendMessageW(micCurve, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(name));
     gateLabel = add(WC_STATICW, L"Noise &gate, opens at", 0, Page::microphone);
     addLevel("noiseGate", "Noise gate, opens at", false, Page::microphone);
+    late = add(WC_STATICW, L"", SS_NOPREFIX, Page::microphone);
+    listen = add(WC_BUTTONW, L"&Listen to myself after", WS_TABSTOP | BS_CHECKBOX, Page::microphone, listenCommand);
+    delay = add(WC_COMBOBOXW, L"", WS_TABSTOP | CBS_DROPDOWNLIST, Page::microphone, delayCommand);
+    names.name(delay, "How much later");
+    for (int half = 1; half <= 6; ++half)
+        SendMessageW(delay, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(wide(number(0.5 * half, "%.1f s")).c_str()));
+    SendMessageW(delay, CB_SETCURSEL, 1, 0);
+    before = add(WC_BUTTONW, L"B&efore: without the three above", WS_TABSTOP | BS_CHECKBOX, Page::microphone, beforeCommand);
     levelsLabel = add(WC_STATICW, L"Levels in dB, from so many Hz on", 0, Page::microphone);
     for (std::size_t k = 0; k < meters.size(); ++k) {
         meters.at(k) = std::make_unique<Canvas>(
@@ -310,7 +331,8 @@ void PanelWindow::arrange()
         place(bandCaptions.at(band), at, end - 18, column - 2, 18);
     }
     const int wide = width - 14 - split;
-    place(surround, split, top, wide, 22);
+    place(surround, split, top, wide - 112, 22);
+    place(speakerTest, split + wide - 108, top - 2, 108, 26);
     place(reverbLabel, split, top + 26, wide, 18);
     placeLevel(levels.at(9), split, top + 44, wide);
     place(responses, split, top + 78, wide, 34);
@@ -327,6 +349,10 @@ void PanelWindow::arrange()
     place(micCurve, left, top + 48, half - left - 12, 120);
     place(gateLabel, left, top + 84, half - left - 12, 18);
     placeLevel(levels.at(10), left, top + 102, half - left - 12);
+    place(late, left, top + 142, half - left - 12, 34);
+    place(listen, left, top + 184, half - left - 96, 22);
+    place(delay, half - 80, top + 182, 68, 200);
+    place(before, left, top + 212, half - left - 12, 22);
     place(levelsLabel, half, top, width - 14 - half, 18);
     const int meter = (width - 14 - half) / static_cast<int>(meters.size());
     for (std::size_t k = 0; k < meters.size(); ++k) {
@@ -552,6 +578,21 @@ void PanelWindow::command(int id, int notification, HWND from)
         if (notification == CBN_SELCHANGE)
             edit(*settingsField("micEq"), SendMessageW(micCurve, CB_GETCURSEL, 0, 0));
         break;
+    case speakerTestCommand:
+        session->testSpeakers(!session->testingSpeakers());
+        refresh();
+        break;
+    case listenCommand:
+        listenToMyself(!session->listening());
+        break;
+    case delayCommand:
+        if (notification == CBN_SELCHANGE && session->listening())
+            listenToMyself(true);
+        break;
+    case beforeCommand:
+        session->hearBefore(!session->hearingBefore());
+        refresh();
+        break;
     case speakerCommand:
         if (notification == CBN_SELCHANGE)
             showResponses();
@@ -613,6 +654,13 @@ void PanelWindow::edit(const SettingsField& field, std::int64_t value, bool join
 void PanelWindow::bypass(bool on)
 {
     session->bypass(on);
+    refresh();
+}
+
+void PanelWindow::listenToMyself(bool on)
+{
+    const auto seconds = 0.5 * static_cast<double>(SendMessageW(delay, CB_GETCURSEL, 0, 0) + 1);
+    session->listen(on ? std::optional(seconds) : std::nullopt);
     refresh();
 }
 
@@ -750,6 +798,9 @@ void PanelWindow::refresh()
     EnableWindow(bypassButton, usable);
     check(bypassButton, session->bypassed());
     show(bypassButton, session->bypassed() ? "&Bypassed" : "&Bypass");
+    check(speakerTest, session->testingSpeakers());
+    check(listen, session->listening());
+    check(before, session->hearingBefore());
     show(message, session->message());
 }
 
@@ -766,14 +817,17 @@ void PanelWindow::refreshState()
         text = view.trouble;
         break;
     case EffectView::State::there:
-        text = view.framesPerSecond > 0 ? "Running at " + number(static_cast<double>(view.framesPerSecond), "%g") +
-                                              " Hz, channel mask " + number(view.channelMask, "%g")
+        text = view.framesPerSecond > 0 ? "Running at " + number(static_cast<double>(view.framesPerSecond), "%g") + " Hz, " +
+                                              (view.microphone ? "a microphone's stream" : maskText(view.channelMask))
                                         : "The effect is there, and no stream so far: play something on its device.";
         break;
     }
     if (model.bypassed())
         text += " Bypassed by settings: the down-mix to stereo, the limiters and a gain of 0.8 stay.";
     show(state, text);
+    const double effectMs = session->lateness().effectMs;
+    show(late, effectMs > 0 ? "Noise reduction makes your voice " + number(effectMs, "%.1f") + " ms late."
+                            : "The effect makes your voice no later.");
 
     const std::string file = platform::textOf(platform::pathOf(view.responsesFile).filename());
     const std::uint32_t identity = view.settings.hrtfId;
@@ -826,6 +880,7 @@ void PanelWindow::showLevels()
 void PanelWindow::watch()
 {
     session->watch(IsWindowVisible(window) != FALSE && IsIconic(window) == FALSE, page() == Page::microphone);
+    refresh(); // what is unseen plays no sound any more
 }
 
 } // namespace quorel

@@ -67,6 +67,7 @@ private:
     void attempt(const std::function<void(PanelModel&)>& edit);
     void edit(const SettingsField& field, std::int64_t value, bool joined = false);
     void bypass(bool on);
+    void listenToMyself(bool on);
     void chooseFile();
     void saveAs();
     void offerPresets(POINT at);
@@ -109,6 +110,7 @@ private:
     HWND bypassButton = nullptr;
     HWND message = nullptr;
     HWND surround = nullptr;
+    HWND speakerTest = nullptr;
     HWND reverbLabel = nullptr;
     HWND responses = nullptr;
     HWND importButton = nullptr;
@@ -119,6 +121,10 @@ private:
     HWND micCurveLabel = nullptr;
     HWND micCurve = nullptr;
     HWND gateLabel = nullptr;
+    HWND late = nullptr;
+    HWND listen = nullptr;
+    HWND delay = nullptr;
+    HWND before = nullptr;
     HWND levelsLabel = nullptr;
     HWND details = nullptr;
     std::array<HWND, Equalizer::bands> bandCaptions{};

@@ -178,6 +178,34 @@ TEST_F(PanelModelTest, ABypassTurnsAllOffAndPutsAllBack)
         EXPECT_EQ(model.inForce(*each), value) << each->name;
 }
 
+// And a bypass of all takes over what is off already.
+TEST_F(PanelModelTest, ABypassOfTheMicrophoneLeavesTheSpeakersAlone)
+{
+    using Part = PanelModel::Part;
+    const Values chosen = {{&reverb, 120}, {&gate, 128}, {&field("MicNR"), 1}, {&field("micEq"), 2}};
+    model.edit(chosen);
+    write();
+    model.bypass(true, Part::microphone);
+    write();
+    EXPECT_TRUE(model.bypassed(Part::microphone));
+    EXPECT_TRUE(model.bypassed());
+    EXPECT_EQ(model.inForce(reverb), 120);
+    for (const char* name : {"MicNR", "micEq", "noiseGate"})
+        EXPECT_EQ(model.inForce(field(name)), 0) << name;
+    model.bypass(true);
+    write();
+    EXPECT_EQ(model.inForce(reverb), 0);
+    model.bypass(false, Part::microphone);
+    write();
+    EXPECT_FALSE(model.bypassed(Part::microphone));
+    EXPECT_EQ(model.inForce(reverb), 0);
+    EXPECT_EQ(model.inForce(gate), 128);
+    model.bypass(false);
+    write();
+    for (const auto& [each, value] : chosen)
+        EXPECT_EQ(model.inForce(*each), value) << each->name;
+}
+
 TEST_F(PanelModelTest, WhatIsSetDuringABypassStays)
 {
     model.edit(Values{{&reverb, 120}, {&band1, 3}, {&gate, 7}});

@@ -2,16 +2,12 @@
 // The window as its user meets it, on a screen that nobody sees, with one effect in the test's own memory.
 #include "panel/qt/window.h"
 
-#include "panel/kept_values.h"
-#include "panel/qt/controls.h"
 #include "platform/named_lock.h"
-#include "tests/client/one_effect_platform.h"
-#include "tests/panel/own_folders.h"
+#include "tests/panel/qt/panel_window.h"
 
 #include <gtest/gtest.h>
 
 #include <QAccessible>
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDropEvent>
@@ -19,8 +15,6 @@
 #include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTabWidget>
-#include <QTest>
 #include <QUrl>
 #include <QWheelEvent>
 
@@ -30,32 +24,6 @@
 namespace quorel {
 namespace {
 
-// The toolkit needs its application from before the first window until after the last.
-class Application : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        application = std::make_unique<QApplication>(count, arguments.data());
-        std::setlocale(LC_NUMERIC, "C");
-    }
-    void TearDown() override { application.reset(); }
-
-private:
-    int count = 1;
-    std::string name = "window_test";
-    std::array<char*, 2> arguments = {name.data(), nullptr};
-    std::unique_ptr<QApplication> application;
-};
-
-const auto* const application = testing::AddGlobalTestEnvironment(new Application);
-
-// True as soon as `reached` is, while the window goes on; false when it is not within a minute.
-bool becomes(const std::function<bool()>& reached)
-{
-    return QTest::qWaitFor(reached, 60000);
-}
-
 void turnWheel(QWidget& widget)
 {
     const QPointF middle = QRectF(widget.rect()).center();
@@ -63,57 +31,15 @@ void turnWheel(QWidget& widget)
     QApplication::sendEvent(&widget, &event);
 }
 
-class Window : public testing::Test {
-protected:
-    Window()
-    {
-        block.activeFramesPerSecond = 48000;
-        block.activeChannelMask = 0x63F;
-        block.levels.fill(-120);
-        oneEffect() = {&block, share.data(), true, {}};
-    }
-    ~Window() override
-    {
-        panel.reset();
-        saveKeptValues({});
-    }
-
-    void open()
-    {
-        panel = std::make_unique<PanelWindow>(false);
-        panel->show();
-        panel->activateWindow();
-        ASSERT_TRUE(becomes([&] { return find<QTabWidget>()->widget(0)->isEnabled() && panel->isActiveWindow(); }));
-    }
-
-    template <class Widget>
-    Widget* find(const char* name = "")
-    {
-        return panel->findChild<Widget*>(name);
-    }
-    QSlider& fader(const char* name) { return *find<QSlider>(name); }
-
-    SettingsRecord settings() const
-    {
-        SettingsRecord record;
-        copySettings(block, record);
-        return record;
-    }
-
-    void drop(const QString& path)
-    {
-        QMimeData data;
-        data.setUrls({QUrl::fromLocalFile(path)});
-        QDragEnterEvent enter({100, 100}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(panel.get(), &enter);
-        QDropEvent event({100, 100}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(panel.get(), &event);
-    }
-
-    ControlBlock block{};
-    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
-    std::unique_ptr<PanelWindow> panel;
-};
+void drop(PanelWindow& panel, const QString& path)
+{
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(path)});
+    QDragEnterEvent enter({100, 100}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&panel, &enter);
+    QDropEvent event({100, 100}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&panel, &event);
+}
 
 TEST_F(Window, AKeyMovesASliderByOneStepAndTheEffectHearsIt)
 {
@@ -290,7 +216,7 @@ TEST_F(Window, ADroppedFileIsImportedAndARefusalIsTold)
     open();
     const auto path = std::filesystem::temp_directory_path() / ("dropped" + std::to_string(std::random_device()()) + ".sofa");
     std::ofstream(path) << "nothing of a head";
-    drop(QString::fromStdString(path.string()));
+    drop(*panel, QString::fromStdString(path.string()));
     EXPECT_TRUE(becomes([&] { return find<QPlainTextEdit>("report")->toPlainText().contains("cannot read"); }));
     EXPECT_EQ(settings().hrtfId, 0U);
     std::filesystem::remove(path);
@@ -440,7 +366,7 @@ TEST_F(Window, TenThousandRandomActionsLeaveSettingsInRange)
             break;
         case 4:
             if (below(100) == 0)
-                drop(QString::fromStdString(broken.string()));
+                drop(*panel, QString::fromStdString(broken.string()));
             break;
         case 5:
         case 6:

@@ -101,6 +101,30 @@ TEST(LiveAnswers, TellTheSpeakersOfTheHeadphoneDevice)
     EXPECT_TRUE(eventually([&] { return watch.view().speakers == 0x3FU; })) << watch.view().text; // 5.1
 }
 
+TEST(LiveAnswers, TellEachSideApart)
+{
+    const FakeHost host([](const std::string&) {
+        return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "microphone": )") +
+               R"({"devices": ["headset"], "running": true, "channels": 1, "rate": 48000, "drift_ppm": 0, "quantum": 256, )" +
+               R"("block": 240, "added_frames": 224, "added_ms": 4.7, "total_ms": 10.5, "load_mean": 1.5, "load_worst": 2, )" +
+               R"("gaps": 3, "gap_frames": 0, "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, )" +
+               R"("lost_frames": 0, "frames": 4800, "in_energy": 2.5, "out_energy": 0.5}})";
+    });
+    const LiveWatch watch([] {});
+    ASSERT_TRUE(eventually([&] { return watch.view().microphone.has_value(); })) << watch.view().text;
+    EXPECT_FALSE(watch.view().headphones);
+    const LiveSide side = *watch.view().microphone;
+    EXPECT_EQ(side.device, "headset");
+    EXPECT_TRUE(side.running);
+    EXPECT_EQ(side.quantum, 256U);
+    EXPECT_EQ(side.gaps, 3U);
+    EXPECT_EQ(side.load, 1.5);
+    EXPECT_EQ(side.lateMs, 10.5);
+    EXPECT_EQ(side.frames, 4800U);
+    EXPECT_EQ(side.inEnergy, 2.5);
+    EXPECT_EQ(side.outEnergy, 0.5);
+}
+
 TEST(LiveAnswers, FollowABypassAlsoWhileNobodyWatches)
 {
     std::atomic<bool> bypass = false;

@@ -11,6 +11,8 @@
 
 #include <commctrl.h>
 
+#include <oleacc.h>
+
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -18,6 +20,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace quorel {
@@ -267,6 +270,102 @@ TEST_F(Win32Window, AFileThatIsNoneIsRefusedInWords)
     };
     EXPECT_TRUE(becomes(reported));
     std::filesystem::remove(path);
+}
+
+// No wave device is here, which the system says.
+TEST_F(Win32Window, ASpeakerTestAndListeningThatFailSayWhy)
+{
+    const auto told = [&](const std::string& expected) {
+        for (HWND each = nullptr; (each = FindWindowExW(panel->handle(), each, WC_STATICW, nullptr)) != nullptr;)
+            if (text(each).starts_with(expected))
+                return true;
+        return false;
+    };
+    for (const auto& [button, page, expected] : {std::tuple{"S&peaker test", 0, "no device plays this: "},
+                                                 std::tuple{"&Listen to myself after", 1, "no device plays this: "}}) {
+        turnTo(page);
+        const HWND control = child(WC_BUTTONW, button);
+        SendMessageW(control, BM_CLICK, 0, 0);
+        EXPECT_TRUE(becomes([&] { return told(expected); })) << button;
+        EXPECT_EQ(SendMessageW(control, BM_GETCHECK, 0, 0), BST_UNCHECKED);
+    }
+}
+
+TEST_F(Win32Window, BeforeTurnsTheMicrophonesEffectsOffAndBackOn)
+{
+    ControlClient().update([](SettingsRecord& changed) {
+        changed.MicNR = 1;
+        changed.noiseGate = 60;
+        changed.Reverb = 99;
+    });
+    ASSERT_TRUE(becomes([&] { return SendMessageW(child(WC_BUTTONW, "&Noise reduction"), BM_GETCHECK, 0, 0) == BST_CHECKED; }));
+    turnTo(1);
+    const HWND before = child(WC_BUTTONW, "B&efore: without the three above");
+    SendMessageW(before, BM_CLICK, 0, 0);
+    EXPECT_TRUE(becomes([&] { return settings().MicNR == 0 && settings().noiseGate == 0; }));
+    EXPECT_EQ(settings().Reverb, 99U);
+    SendMessageW(before, BM_CLICK, 0, 0);
+    EXPECT_TRUE(becomes([&] { return settings().MicNR == 1 && settings().noiseGate == 60; }));
+}
+
+TEST_F(Win32Window, TellsHowLateTheVoiceIsAndWhatTheStreamIs)
+{
+    const auto shown = [&](const std::string& expected) {
+        for (HWND each = nullptr; (each = FindWindowExW(panel->handle(), each, WC_STATICW, nullptr)) != nullptr;)
+            if (text(each) == expected)
+                return true;
+        return false;
+    };
+    EXPECT_TRUE(becomes([&] { return shown("Running at 48000 Hz, channel mask 0x63F"); }));
+    EXPECT_TRUE(becomes([&] { return shown("The effect makes your voice no later."); }));
+    ControlClient().update([](SettingsRecord& changed) { changed.MicNR = 1; });
+    EXPECT_TRUE(becomes([&] { return shown("Noise reduction makes your voice 16.3 ms late."); })); // 782 samples
+    effect->writeActiveFormat(0x4, 16000);
+    EXPECT_TRUE(becomes([&] { return shown("Noise reduction makes your voice 26.9 ms late."); })); // 431 samples
+    EXPECT_TRUE(becomes([&] { return shown("Running at 16000 Hz, a microphone's stream"); }));
+}
+
+// As the system's interface for screen readers tells it. Wine's knows no words of a program's own, so there a fader's value is
+// what the box beside it says.
+TEST_F(Win32Window, EveryControlHasANameAndEveryFaderItsValueAndUnit)
+{
+    drag(fader("Equaliser at 1000 Hz"), -127);
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    const auto told = [](HWND control, HRESULT (IAccessible::*what)(VARIANT, BSTR*)) {
+        IAccessible* object = nullptr;
+        std::string narrow;
+        if (FAILED(AccessibleObjectFromWindow(control, static_cast<DWORD>(OBJID_CLIENT), IID_IAccessible,
+                                              reinterpret_cast<void**>(&object))))
+            return narrow;
+        VARIANT self{};
+        self.vt = VT_I4;
+        BSTR words = nullptr;
+        if (SUCCEEDED((object->*what)(self, &words)) && words != nullptr)
+            for (const wchar_t* each = words; *each != L'\0'; ++each)
+                narrow += static_cast<char>(*each);
+        SysFreeString(words);
+        object->Release();
+        return narrow;
+    };
+    int controls = 0;
+    for (HWND each = GetWindow(panel->handle(), GW_CHILD); each != nullptr; each = GetWindow(each, GW_HWNDNEXT)) {
+        if ((GetWindowLongW(each, GWL_STYLE) & WS_TABSTOP) == 0)
+            continue;
+        ++controls;
+        EXPECT_FALSE(told(each, &IAccessible::get_accName).empty()) << controls << ' ' << text(each);
+    }
+    EXPECT_GE(controls, 6 + 2 * 11 + 6 + 6 + 1); // head, sliders with numbers, speakers, microphone, what runs
+    EXPECT_EQ(told(fader("Equaliser at 1000 Hz"), &IAccessible::get_accName), "Equaliser at 1000 Hz");
+    EXPECT_EQ(text(boxOf(fader("Equaliser at 1000 Hz"))), "+6.0 dB");
+    IAccPropServices* services = nullptr;
+    ASSERT_TRUE(SUCCEEDED(CoCreateInstance(CLSID_AccPropServices, nullptr, CLSCTX_INPROC_SERVER, IID_IAccPropServices,
+                                           reinterpret_cast<void**>(&services))));
+    if (SUCCEEDED(services->SetHwndPropStr(panel->handle(), static_cast<DWORD>(OBJID_CLIENT), CHILDID_SELF,
+                                           PROPID_ACC_DESCRIPTION, L"taken"))) {
+        EXPECT_EQ(told(fader("Equaliser at 1000 Hz"), &IAccessible::get_accValue), "+6.0 dB");
+    }
+    services->Release();
+    CoUninitialize();
 }
 
 TEST_F(Win32Window, HasRoomForAllInASmallWindowAndAtTwiceTheScale)
