@@ -47,6 +47,7 @@ public:
     Work(const std::vector<std::string>& words, int samples) : name(words.front()), told(unnamedFile())
     {
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (const std::string& word : words)
             arguments.push_back(const_cast<char*>(word.c_str())); // only read
         arguments.push_back(nullptr);
