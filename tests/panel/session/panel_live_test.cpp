@@ -17,6 +17,7 @@
 #include <QTabWidget>
 #include <QTest>
 
+#include <algorithm>
 #include <array>
 #include <clocale>
 #include <csignal>
@@ -76,6 +77,16 @@ protected:
         const bool said = becomes([&] { return state().contains(text); });
         EXPECT_TRUE(said) << state().toStdString();
         return said;
+    }
+
+    static double millisecondsUntil(const std::function<bool()>& reached)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (!reached() && std::chrono::steady_clock::now() < end)
+            QApplication::processEvents();
+        return static_cast<double>(timer.nsecsElapsed()) / 1e6;
     }
 
     std::string control(const std::string& words) { return session.command(QUOREL_CONTROL " " + words); }
@@ -145,6 +156,21 @@ TEST_F(PanelLive, ShowsWhatAnotherToolChangesAndChangesWhatItShows)
     const auto live = session.live();
     ASSERT_TRUE(says("Headphones, 7.1"));
     auto& reverb = find<QSlider>("Reverb");
+    control("set Reverb=170");
+    EXPECT_TRUE(becomes([&] { return reverb.value() == 170; }));
+    std::array<double, 21> shown{};
+    std::array<double, 21> written{};
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        const auto there = static_cast<std::uint32_t>(100 + i);
+        ControlClient().update([&](SettingsRecord& record) { record.Reverb = there; });
+        shown.at(i) = millisecondsUntil([&] { return reverb.value() == static_cast<int>(there); });
+        reverb.setValue(static_cast<int>(50 + i));
+        written.at(i) = millisecondsUntil([&] { return ControlClient().settings().Reverb == 50 + i; });
+    }
+    std::sort(shown.begin(), shown.end());
+    std::sort(written.begin(), written.end());
+    std::cout << "another's change is shown after " << shown[10] << " ms, at worst " << shown[20]
+              << "; one's own is in the block after " << written[10] << " ms, at worst " << written[20] << '\n';
     control("set Reverb=170");
     EXPECT_TRUE(becomes([&] { return reverb.value() == 170; }));
     reverb.setFocus();
