@@ -42,11 +42,12 @@ struct Object {
     enum class Kind { mapping, event, thread };
 
     Kind kind;
-    File file;            // the memory; what can be read while the event is set; the counter of the thread's end
-    std::string name{};   // of the memory object; "event.<name>." of a named event, empty for another one
-    File directory{};     // where a named event's FIFOs are
-    void* view = nullptr; // the mapping's latest
-    bool left = false;    // a mapping that was left open, and its view with it
+    File file;             // the memory; what can be read while the event is set; the counter of the thread's end
+    std::string name{};    // of the memory object; "event.<name>." of a named event, empty for another one
+    File directory{};      // where a named event's FIFOs are
+    void* view = nullptr;  // the mapping's latest
+    std::size_t bytes = 0; // of the view
+    bool left = false;     // a mapping that was left open, and its view with it
     pthread_t thread{};
     bool joined = false;
 };
@@ -69,6 +70,20 @@ constinit thread_local UserTurn::State* turn = nullptr; // that this thread has
 // What was left open, for the next who asks.
 constinit std::atomic<Object*> leftEvent = nullptr;
 constinit std::atomic<Object*> leftMapping = nullptr;
+
+// What nobody asks for any more goes with the module that this stands in, at the latest with the process: the module that is
+// loaded next knows nothing of it and leaves its own.
+struct ClosedAtUnload {
+    ~ClosedAtUnload()
+    {
+        closeHandle(leftEvent.exchange(nullptr));
+        if (auto* mapping = leftMapping.exchange(nullptr); mapping != nullptr) {
+            unmapView(mapping->view, mapping->bytes);
+            closeHandle(mapping);
+        }
+    }
+};
+const ClosedAtUnload closedAtUnload;
 
 int fileOf(Handle handle)
 {
@@ -303,6 +318,7 @@ void* mapView(Handle mapping, std::size_t bytes) noexcept
     if (view == MAP_FAILED)
         return nullptr;
     mapping->view = view;
+    mapping->bytes = bytes;
     return view;
 }
 
