@@ -91,9 +91,17 @@ bool hasUsualSpeakers(Container container) noexcept
     return container != Container::aiff && container != Container::caf;
 }
 
-std::optional<std::uint64_t> bytesTold(const platform::InputFile& input, Container container)
+std::string bytesOf(std::uint64_t number, std::size_t bytes, bool bigEndian)
 {
-    if (container == Container::flac) // its decoder tells
+    std::string text(bytes, '\0');
+    for (std::size_t i = 0; i < bytes; ++i)
+        text[bigEndian ? bytes - 1 - i : i] = static_cast<char>(number >> (8 * i) & 0xFF);
+    return text;
+}
+
+std::optional<SampleChunk> samplesOf(const platform::InputFile& input, Container container)
+{
+    if (container == Container::flac)
         return std::nullopt;
     const Chunks chunks = container == Container::w64    ? Chunks{40, 16, 8, true, 8, false, "data"}
                           : container == Container::aiff ? Chunks{12, 4, 4, false, 2, true, "SSND"}
@@ -116,9 +124,17 @@ std::optional<std::uint64_t> bytesTold(const platform::InputFile& input, Contain
         if (name == chunks.wanted) {
             const bool isLong = container == Container::rf64 && size == 0xFFFFFFFF;
             const std::uint64_t samples = isLong ? longSize : size;
+            SampleChunk found{.place = place + header,
+                              .told = samples,
+                              .wordPlace = place + chunks.nameBytes,
+                              .wordBytes = chunks.sizeBytes,
+                              .bigEndian = chunks.bigEndian};
             if (isOpen(samples, isLong ? 8 : chunks.sizeBytes))
-                return std::nullopt;
-            return place + header + samples;
+                found.told.reset();
+            // A file without samples tells its own size in front and may have other chunks behind.
+            const std::uint64_t all = container == Container::wav ? 8 + numberOf(input.read(4, 4), chunks.bigEndian) : 0;
+            found.neverFilledIn = container == Container::wav && samples == 0 && (all <= found.place || all > input.bytes());
+            return found;
         }
         const std::uint64_t next = place + header + size;
         if (next < place || next >= input.bytes())

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace quorel {
@@ -24,8 +25,20 @@ inline constexpr const char* containerNames = "wav, flac, w64, rf64, aiff (aif, 
 // Whether a file without a word about its speakers has the usual ones, in the order of the speaker mask.
 bool hasUsualSpeakers(Container container) noexcept;
 
-// The size in bytes that the file has at least if all the samples are there that its header tells of. Nothing where the header
-// leaves that open, as a program does that writes into a pipe.
-std::optional<std::uint64_t> bytesTold(const platform::InputFile& input, Container container);
+// Where the samples stand, and what the header tells of their length.
+struct SampleChunk {
+    std::uint64_t place;               // of the first byte behind the chunk's header
+    std::optional<std::uint64_t> told; // bytes; nothing where that is left open, as by a program that writes into a pipe
+    bool neverFilledIn = false;        // what wrote the file meant to tell the lengths at its end, and never got there
+    std::uint64_t wordPlace = 0;       // of the size in the chunk's header
+    std::size_t wordBytes = 0;
+    bool bigEndian = false;
+};
+
+// Nothing where they are not found, and of FLAC, whose decoder tells.
+std::optional<SampleChunk> samplesOf(const platform::InputFile& input, Container container);
+
+// A number as it stands in a file.
+std::string bytesOf(std::uint64_t number, std::size_t bytes, bool bigEndian);
 
 } // namespace quorel

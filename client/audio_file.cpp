@@ -131,15 +131,27 @@ AudioReader::AudioReader(const std::string& path, const std::function<void()>& w
 
     // Which kind it is decides before a library sees it: a library tries every kind that it knows, and some of their decoders
     // speak to the user.
-    platform::InputFile input(path, wait);
-    const auto container = containerOf(input);
+    auto input = std::make_unique<platform::InputFile>(path, wait);
+    const auto container = containerOf(*input);
     if (!container)
         fail("neither WAV, RF64, W64, FLAC, AIFF nor CAF");
-    const std::uint64_t there = input.bytes();
-    const auto told = bytesTold(input, *container);
-    if (told && *told > there)
-        breakOff("it breaks off: " + std::to_string(*told - there) + " bytes that its header tells of are missing");
-    file.reset(sf_open_fd(input.release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
+    const auto samples = samplesOf(*input, *container);
+    const std::uint64_t there = samples ? input->bytes() - samples->place : 0;
+    const bool isCut = samples && samples->told.value_or(0) > there;
+    const bool neverFilledIn = samples && samples->neverFilledIn && there > 0;
+    if (isCut)
+        breakOff("it breaks off: " + std::to_string(*samples->told - there) + " bytes that its header tells of are missing");
+    if (neverFilledIn)
+        breakOff("it breaks off: its header tells of no samples, and " + std::to_string(there) + " bytes follow");
+    // The library reads no sample where WAV tells of none, and of CAF no file whose length is open or not there.
+    if (neverFilledIn || (container == Container::caf && samples && (isCut || !samples->told))) {
+        const std::uint64_t most = samples->wordBytes == 4 ? 0xFFFFFFFF : there;
+        repaired = std::make_unique<RepairedInput>(std::move(input), samples->wordPlace,
+                                                   bytesOf(std::min(there, most), samples->wordBytes, samples->bigEndian));
+        file.reset(repaired->open(info));
+    } else {
+        file.reset(sf_open_fd(input->release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
+    }
     if (!file)
         fail(reason(nullptr));
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/audio_container.h"
+#include "client/repaired_input.h"
 #include "client/rounding.h"
 #include "platform/programs/atomic_file.h"
 #include "platform/programs/standard_output.h"
@@ -65,6 +66,7 @@ private:
     std::vector<std::size_t> order; // of each channel, where it stands in the file's frame; empty: where it belongs
     std::vector<float> frame;       // one of the file
     SF_INFO info{};
+    std::unique_ptr<RepairedInput> repaired; // what the library reads, where that is not the file as it is
     SoundFile file;
     std::uint32_t mask_ = 0;
     std::uint64_t position = 0; // frames read

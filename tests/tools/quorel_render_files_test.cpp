@@ -218,8 +218,6 @@ TEST_F(QuorelRender, AFileThatBreaksOffIsRefusedOrTold)
         const std::string part = store("part.wav", bytes("whole.wav").substr(0, 60000));
         expectRefusal(part, "part.wav: it breaks off: ");
         expectRefusal(part, "--allow-truncated takes what is there");
-        if (kind == SF_FORMAT_CAF)
-            continue; // the library takes none that is not whole
         const Sound out = render(part, {"--allow-truncated"}, "part.wav: it breaks off: ");
         EXPECT_LT(out.info.frames, 15001) << std::hex << kind; // of four bytes
         EXPECT_GT(out.info.frames, 13900) << std::hex << kind; // headers are of at most 4096 bytes
@@ -236,6 +234,39 @@ TEST_F(QuorelRender, AnUnknownLengthIsNoTruncation)
     const std::size_t size = contents.find("data") + 4;
     for (const std::string& open : {std::string("\xFF\xFF\xFF\xFF"), std::string("\0\xF0\xFF\x7F", 4)})
         EXPECT_EQ(render(store("open.wav", std::string(contents).replace(size, 4, open))).samples, whole.samples);
+}
+
+TEST_F(QuorelRender, ACafFileOfOpenLengthIsReadToItsEnd)
+{
+    const Sound whole = render(save("in.caf", 2, noise(2, 3000), SF_FORMAT_CAF | SF_FORMAT_FLOAT));
+    const std::string contents = bytes("in.caf");
+    const std::string open(8, '\xFF'); // -1
+    EXPECT_EQ(render(store("open.caf", std::string(contents).replace(contents.find("data") + 4, 8, open))).samples,
+              whole.samples);
+}
+
+// A recorder writes the lengths when it ends, so one that was killed leaves none.
+TEST_F(QuorelRender, ARecordingWhoseLengthsWereNeverWrittenIsTakenOnWish)
+{
+    const Sound whole = render(save("in.wav", 2, noise(2, 3000)));
+    const std::string contents = bytes("in.wav");
+    const std::size_t size = contents.find("data") + 4;
+    const std::string none(4, '\0');
+    for (const std::string& all : {none, std::string("\x24\0\0\0", 4), std::string(4, '\xFF')}) {
+        const std::string killed = store("killed.wav", std::string(contents).replace(size, 4, none).replace(4, 4, all));
+        expectRefusal(killed, "killed.wav: it breaks off: its header tells of no samples, and 24000 bytes follow");
+        EXPECT_EQ(render(killed, {"--allow-truncated"}, "its header tells of no samples, and 24000 bytes follow").samples,
+                  whole.samples);
+    }
+}
+
+TEST_F(QuorelRender, AWavWithoutSamplesMayHaveOtherChunksBehind)
+{
+    const std::string empty = bytes(fs::path(save("empty.wav", 2, {})).filename());
+    const std::string behind = empty + std::string("LIST\x04\0\0\0INFO", 12);
+    const auto all = static_cast<char>(behind.size() - 8);
+    const std::string input = store("behind.wav", std::string(behind).replace(4, 1, 1, all));
+    EXPECT_EQ(render(input, {"--tail", "0"}).info.frames, 0);
 }
 
 TEST_F(QuorelRender, StandardInputAndOutputAreDashes)
