@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/client/one_effect_platform.h"
 
+#include "platform/refusal.h"
 #include "platform/sharing.h"
 
 #include <string_view>
@@ -17,6 +18,7 @@ namespace platform {
 
 struct Object {
     void* memory; // null: the event
+    std::size_t bytes = 0;
 };
 
 Descriptor* convertDescriptor(const char*) noexcept
@@ -28,13 +30,19 @@ void freeDescriptor(Descriptor*) noexcept {}
 
 Handle openMapping(const char* name) noexcept
 {
-    void* memory = std::string_view(name) == controlBlockName ? static_cast<void*>(oneEffect().block) : oneEffect().share;
-    return memory != nullptr ? new Object{memory} : nullptr;
+    const OneEffect& effect = oneEffect();
+    const bool isBlock = std::string_view(name) == controlBlockName;
+    void* memory = isBlock ? static_cast<void*>(effect.block) : effect.share;
+    if (isBlock && effect.refusal != 0) {
+        keepRefusal("run/quorel", effect.refusal);
+        return nullptr;
+    }
+    return memory != nullptr ? new Object{memory, isBlock ? effect.blockBytes : hrtfShareBytes} : nullptr;
 }
 
-void* mapView(Handle mapping, std::size_t) noexcept
+void* mapView(Handle mapping, std::size_t bytes) noexcept
 {
-    return mapping->memory;
+    return bytes <= mapping->bytes ? mapping->memory : nullptr;
 }
 
 void unmapView(void*, std::size_t) noexcept {}
@@ -48,7 +56,7 @@ bool setEvent(Handle) noexcept
 {
     if (oneEffect().signalled)
         oneEffect().signalled();
-    return true;
+    return oneEffect().takesSignals;
 }
 
 void closeHandle(Handle object) noexcept

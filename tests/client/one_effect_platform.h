@@ -14,6 +14,9 @@ struct OneEffect {
     std::byte* share = nullptr;    // `hrtfShareBytes` of them
     bool hasEvent = true;
     std::function<void()> signalled; // called when the event is set
+    std::size_t blockBytes = sizeof(ControlBlock);
+    int refusal = 0; // of the block: the system's number
+    bool takesSignals = true;
 };
 
 OneEffect& oneEffect();
