@@ -78,6 +78,18 @@ std::optional<std::uint32_t> renderMask(const ControlClient& client, std::option
     return client.activeChannelMask();
 }
 
+SpeakersStream speakersStream(const ControlClient& client, std::optional<std::uint32_t> told)
+{
+    constexpr std::uint32_t everySpeaker = 0x63F;
+    const auto rate = told ? static_cast<float>(hrtfRate) : client.activeFramesPerSecond();
+    const auto mask = renderMask(client, told);
+    const StreamFit fit = !(rate > 0)                                                     ? StreamFit::none
+                          : !mask                                                         ? StreamFit::unknown
+                          : *mask == everySpeaker && rate == static_cast<float>(hrtfRate) ? StreamFit::fits
+                                                                                          : StreamFit::other;
+    return {fit, mask, rate};
+}
+
 std::uint32_t deliverSet(ControlClient& client, const FittedSet& set, std::uint32_t channelMask)
 {
     std::vector<float> spectra = packSet(set, channelMask);

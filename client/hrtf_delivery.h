@@ -28,6 +28,23 @@ bool microphoneLockedLast(const ControlClient& client);
 // Nothing when there has been none, or when it may be a microphone's.
 std::optional<std::uint32_t> renderMask(const ControlClient& client, std::optional<std::uint32_t> told);
 
+// Whether a set of all eight speakers is for the speakers' stream that runs: at 48000 Hz, and of 7.1.
+enum class StreamFit : std::uint8_t {
+    fits,
+    other,   // it would refuse every block
+    unknown, // a microphone's was locked last; the usual stream is one of 7.1
+    none     // no stream runs
+};
+
+struct SpeakersStream {
+    StreamFit fit;
+    std::optional<std::uint32_t> mask; // nothing where nobody knows
+    float rate;                        // of the stream that was locked last, frames per second
+};
+
+// told: as for renderMask.
+SpeakersStream speakersStream(const ControlClient& client, std::optional<std::uint32_t> told);
+
 // Delivers the set for the speakers of the mask, and returns its identity.
 std::uint32_t deliverSet(ControlClient& client, const FittedSet& set, std::uint32_t channelMask);
 

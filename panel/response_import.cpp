@@ -17,13 +17,11 @@ namespace {
 
 constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 
-// Throws unless a set of all eight speakers is for the stream that runs. Where a microphone's was locked last nobody knows that of
-// the speakers, and the set goes out for the usual one.
+// Throws unless a set of all eight speakers is for the stream that runs, or nobody knows which one does.
 void checkStream(const ControlClient& client, std::optional<std::uint32_t> told)
 {
-    const auto running = renderMask(client, told);
-    const float rate = told ? static_cast<float>(hrtfRate) : client.activeFramesPerSecond();
-    if (!(rate > 0) || (running && (*running != fullMask || rate != static_cast<float>(hrtfRate))))
+    const StreamFit fit = speakersStream(client, told).fit;
+    if (fit != StreamFit::fits && fit != StreamFit::unknown)
         throw std::runtime_error("Not delivered: a set is for a stream of all eight speakers (7.1) at 48000 Hz, and none runs.");
 }
 

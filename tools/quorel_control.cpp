@@ -411,29 +411,20 @@ void askWhetherToStop(const CLI::App& tool, const Options& options, std::size_t 
 std::uint32_t speakersOfDelivery(const CLI::App& tool, Report& report, const Options& options)
 {
     const auto live = liveMask(liveStatus(report));
-    std::optional<std::uint32_t> running;
-    float rate = hrtfRate;
-    {
-        const ControlClient client; // none is open while the user is asked
-        running = renderMask(client, live);
-        if (!live)
-            rate = client.activeFramesPerSecond();
-    }
+    const SpeakersStream running = speakersStream(ControlClient(), live); // none is open while the user is asked
     if (options.channels != 0) {
-        if (running && rowsOf(*running).size() != options.channels)
-            askWhetherToStop(tool, options, rowsOf(*running).size());
-        return layoutOf(options.channels, running.value_or(0));
+        if (running.mask && rowsOf(*running.mask).size() != options.channels)
+            askWhetherToStop(tool, options, rowsOf(*running.mask).size());
+        return layoutOf(options.channels, running.mask.value_or(0));
     }
-    if (!(rate > 0))
+    if (running.fit == StreamFit::none)
         throw std::runtime_error("no stream is running that a set could be for; --channels insists");
-    if (!running) {
+    if (running.fit == StreamFit::unknown)
         report.note("the stream that was locked last is a microphone's, so the set is for the eight channels of 7.1; a speakers' "
                     "stream of fewer, as stereo at 96 kHz, would refuse every block until hrtf clear");
-        return fullMask;
-    }
-    if (rate != static_cast<float>(hrtfRate) || *running != fullMask) {
+    if (running.fit == StreamFit::other) {
         std::ostringstream text;
-        text << "the running stream has the channel mask " << hexadecimal(*running) << " at " << rate
+        text << "the running stream has the channel mask " << hexadecimal(*running.mask) << " at " << running.rate
              << " Hz; a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists";
         throw std::runtime_error(text.str());
     }
