@@ -83,9 +83,12 @@ printf x | dd of="$work/touched.dll" bs=1 seek=8192 conv=notrunc 2>/dev/null
 if signed "$work/touched.dll"; then
     fail 'a changed module is taken for signed'
 fi
-for file in LICENSE.txt NOTICE.txt windows.html control.html zelta.inf; do
+for file in LICENSE.txt NOTICE.txt windows.html control.html panel.html zelta.inf; do
     [ -s "$zipped/$file" ] || fail "the zip has no $file"
 done
+if grep -l 'src="[^d]' "$zipped"/*.html; then
+    fail 'a page of the zip has a picture elsewhere'
+fi
 
 # ---- A bare system, with the engine's list, which Windows has from the beginning ----
 windows wineboot -i
