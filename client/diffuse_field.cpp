@@ -138,7 +138,7 @@ constexpr int finerOrder = 3;      // onsets are told on a grid eight times as f
 constexpr double onsetShare = 0.1; // of the largest value
 constexpr double room = 32;        // frames ahead, for what rings before the onset
 
-// Frames to the first value above a tenth of the largest one.
+// Frames to where the magnitude first rises beyond a tenth of the largest one, on a straight line between two values.
 double onsetOf(Spectrum spectrum, Transform& finer)
 {
     delayBy(spectrum, room);
@@ -147,9 +147,14 @@ double onsetOf(Spectrum spectrum, Transform& finer)
     float most = 0;
     for (const float x : value)
         most = std::max(most, std::abs(x));
-    const auto first =
-        std::find_if(value.begin(), value.end(), [&](float x) { return std::abs(x) > static_cast<float>(onsetShare) * most; });
-    return static_cast<double>(first - value.begin()) / (1 << finerOrder) - room;
+    const float share = static_cast<float>(onsetShare) * most;
+    const auto first = std::find_if(value.begin(), value.end(), [&](float x) { return std::abs(x) > share; });
+    double place = static_cast<double>(first - value.begin());
+    if (first != value.begin() && first != value.end()) {
+        const float below = std::abs(*(first - 1));
+        place -= static_cast<double>((std::abs(*first) - share) / (std::abs(*first) - below));
+    }
+    return place / (1 << finerOrder) - room;
 }
 
 // ---- Smoothing ------------------------------------------------------------------------------------------------------
@@ -316,11 +321,12 @@ void DiffuseField::equalize(MeasuredSet& set) const
     for (std::size_t row = 0; row < set.speakers.size(); ++row)
         for (std::size_t ear = 0; ear < 2 && row != woofer; ++ear) {
             auto& taps = ear == 0 ? set.speakers.at(row).left : set.speakers.at(row).right;
-            Spectrum behind = transform.spectrum(taps);
+            const Spectrum measured = transform.spectrum(taps);
+            Spectrum behind = measured;
             for (std::size_t k = 0; k < behind.size(); ++k)
                 behind[k] *= filter[ear][k];
             Spectrum least = minimumPhase(onBins(smoothed(powerOf(behind)), behind.size(), flatBelowResponse, top), transform);
-            const double delay = onsetOf(behind, finer) - onsetOf(least, finer);
+            const double delay = onsetOf(measured, finer) - onsetOf(least, finer);
             earliest = std::min(earliest, delay);
             latest = std::max(latest, delay);
             responses.push_back({&taps, std::move(least), delay});

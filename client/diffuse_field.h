@@ -7,7 +7,7 @@
 //   filter    the field's inverse: as at 200 Hz below that, as at 20 kHz (or the end of the measured band) above; 0 dB at the
 //             mean from 200 Hz to 12 kHz of both ears; from -15 to 15 dB
 //   response  the magnitude behind the filter, smoothed likewise and as at 220 Hz below that, with minimum phase, later by as
-//             much as the onset behind the filter lies behind that of the minimum-phase response
+//             much as the onset of the measured response lies behind that of the minimum-phase one
 //
 // What is measured below 200 Hz is noise, and its length would not fit into the convolver; the ears' delays are kept.
 #pragma once
