@@ -10,7 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/copy"
 cp -r "$source/CMakeLists.txt" "$source/cmake" "$source/platform" "$source/core" "$source/stages" "$source/speaker" \
-    "$source/microphone" "$source/settings" "$source/client" "$source/c_interface" "$source/host" "$work/copy"
+    "$source/microphone" "$source/settings" "$source/client" "$source/c_interface" "$source/host" "$source/live" "$work/copy"
 built=$work/build/$(basename "$module")
 
 identifier() {
@@ -21,7 +21,7 @@ identifier() {
 build() {
     given=$1
     shift
-    "$cmake" -S "$work/copy" -B "$work/build" -D QUOREL_TESTS=OFF -D QUOREL_TOOLS=OFF "-DQUOREL_BUILD_GUID=$given" "$@" &&
+    "$cmake" -S "$work/copy" -B "$work/build" -D QUOREL_TESTS=OFF -D QUOREL_TOOLS=OFF -D QUOREL_LIVE=OFF "-DQUOREL_BUILD_GUID=$given" "$@" &&
         "$cmake" --build "$work/build" --target quorel_host
 } >"$work/log" 2>&1
 
