@@ -161,8 +161,8 @@ MeasuredSet readHrtfFile(const std::string& path, Equalize equalize, const std::
         letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
     const auto work = [&] { return packed(ending == ".sofa" ? readSofa(path, equalize) : readPairs(path)); };
 
-    // Ten times what a large file of the kind takes.
-    const auto seconds = static_cast<std::uint32_t>(5 + (bytes >> 23));
+    // Twenty times what a large file of the kind takes, and twice what that takes under a sanitizer.
+    const auto seconds = static_cast<std::uint32_t>(10 + (bytes >> 23));
     const platform::WorkLimits limits = {seconds, 10 * seconds, std::uint64_t{1} << 30, largestAnswer};
     const std::string answer = [&] {
         try {

@@ -130,7 +130,7 @@ void PanelModel::move(std::vector<Done>& from, std::vector<Done>& to, Values Don
 
 bool PanelModel::bypassed(Part part) const
 {
-    return std::ranges::any_of(namesOf(part), [this](const char* name) { return kept.contains(settingsField(name)); });
+    return std::ranges::any_of(namesOf(part), [this](const char* field) { return kept.contains(settingsField(field)); });
 }
 
 void PanelModel::bypass(bool on, Part part)
