@@ -5,6 +5,7 @@
 #include "client/live_status.h"
 #include "client/preset.h"
 #include "platform/programs/limited_work.h"
+#include "tests/support/failure.h"
 #include "tests/support/temporary_home.h"
 
 #include <cstring>
@@ -89,20 +90,9 @@ protected:
     }
     ~Refusals() override { faults() = {}; }
 
-    template <typename Action>
-    static std::string textOf(Action action)
-    {
-        try {
-            action();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "nothing was refused";
-    }
-
     static std::string import()
     {
-        return textOf([] { importHrtf(measured, Equalize::none, 0, [] {}); });
+        return failureText([] { importHrtf(measured, Equalize::none, 0, [] {}); });
     }
 
     TemporaryHome home;
@@ -152,15 +142,15 @@ TEST_F(Refusals, ASetThatIsTooLoudForItsNumbersIsRefused)
     for (auto& speaker : set.taps)
         for (auto& taps : speaker)
             taps.fill(std::numeric_limits<float>::max());
-    EXPECT_EQ(textOf([&] { packSet(set, 0x63F); }), "the set's values are too large");
+    EXPECT_EQ(failureText([&] { packSet(set, 0x63F); }), "the set's values are too large");
 }
 
 TEST_F(Refusals, AUserWithoutAFolderHasNeitherPresetsNorNamesOfFiles)
 {
     unsetenv("HOME");
     faults().noAccount = true;
-    EXPECT_EQ(textOf([] { savePreset("mine", {}); }), "there is no folder for this user's presets");
-    EXPECT_EQ(textOf([] { rememberFile(1, "file"); }), "there is no folder for this user's files");
+    EXPECT_EQ(failureText([] { savePreset("mine", {}); }), "there is no folder for this user's presets");
+    EXPECT_EQ(failureText([] { rememberFile(1, "file"); }), "there is no folder for this user's files");
     EXPECT_EQ(rememberedFile(1), "");
 }
 
@@ -168,8 +158,9 @@ TEST_F(Refusals, AFolderThatCannotBeMadeIsTold)
 {
     const std::string place = (home.path() / ".config").string();
     std::ofstream(place) << "a file";
-    EXPECT_EQ(textOf([] { savePreset("mine", {}); }), "cannot make the folder " + place + "/quorel/presets: Not a directory");
-    EXPECT_EQ(textOf([] { rememberFile(1, "file"); }), "cannot make the folder " + place + "/quorel: Not a directory");
+    EXPECT_EQ(failureText([] { savePreset("mine", {}); }),
+              "cannot make the folder " + place + "/quorel/presets: Not a directory");
+    EXPECT_EQ(failureText([] { rememberFile(1, "file"); }), "cannot make the folder " + place + "/quorel: Not a directory");
 }
 
 // A program that says one line to whoever asks.
@@ -214,7 +205,7 @@ TEST_F(Refusals, WhatTheLiveHostAnswersHasToBeAStatus)
              {"{}", "the program at " + folder + "/live.sock does not answer"},
          }) {
         const Answering live(folder + "/live.sock", said);
-        EXPECT_EQ(textOf([] { askLive("status"); }), told);
+        EXPECT_EQ(failureText([] { askLive("status"); }), told);
         std::filesystem::remove(folder + "/live.sock");
     }
 }
@@ -222,11 +213,11 @@ TEST_F(Refusals, WhatTheLiveHostAnswersHasToBeAStatus)
 TEST_F(Refusals, TheLiveHostIsSoughtInAFolderOfTheUsers)
 {
     setenv("XDG_RUNTIME_DIR", ("/" + std::string(120, 'x')).c_str(), 1);
-    EXPECT_EQ(textOf([] { askLive("status"); }),
+    EXPECT_EQ(failureText([] { askLive("status"); }),
               "/" + std::string(120, 'x') + "/quorel/live.sock is too long for a socket's name");
     for (const char* const folder : {"", "run"}) {
         setenv("XDG_RUNTIME_DIR", folder, 1);
-        EXPECT_EQ(textOf([] { askLive("status"); }),
+        EXPECT_EQ(failureText([] { askLive("status"); }),
                   "XDG_RUNTIME_DIR is not set: there is no place for this user's running programs");
     }
 }

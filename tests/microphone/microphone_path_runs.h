@@ -1,42 +1,16 @@
 // SPDX-License-Identifier: MIT
-// How the tests of the capture path run it, and their signals.
+// How the tests of the capture path run it.
 #pragma once
 
 #include "microphone/microphone_path.h"
 
-#include "tests/microphone/cases.h"
+#include "tests/microphone/signals.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
-#include <numbers>
 
 namespace quorel {
 
-inline constexpr float infinity = std::numeric_limits<float>::infinity();
-inline constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 inline constexpr std::uint32_t maxFrames = 480; // whole hops at both rates; rows of exactly this capacity
-
-inline std::uint64_t latencyOf(std::uint32_t rate)
-{
-    return rate == 16000 ? 431 : 782;
-}
-
-inline std::vector<float> sine(std::size_t length, double hertz, std::uint32_t rate, double amplitude)
-{
-    std::vector<float> samples(length);
-    for (std::size_t i = 0; i < length; ++i)
-        samples[i] = static_cast<float>(amplitude * std::sin(2.0 * std::numbers::pi * hertz * static_cast<double>(i) / rate));
-    return samples;
-}
-
-inline double rms(const std::vector<float>& x, std::size_t from, std::size_t to)
-{
-    double sum = 0.0;
-    for (std::size_t i = from; i < to; ++i)
-        sum += double{x[i]} * double{x[i]};
-    return std::sqrt(sum / static_cast<double>(to - from));
-}
 
 // A change of settings as the poll makes it: the fields, and `applied` 0.
 template <class Path, class Change>

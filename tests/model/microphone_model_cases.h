@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tests/model/microphone_model.h"
+#include "tests/model/model_cases.h"
 
 #include <cmath>
 #include <numbers>
@@ -10,7 +11,6 @@
 namespace quorel::model {
 
 inline const Referee nobody{};
-inline const RecordFields unchanged{};
 inline const std::vector<double> noDoubt(16, 0.0);
 
 inline std::vector<float> sine(std::size_t n, double height, double hertz, double rate)
@@ -29,11 +29,6 @@ inline double rms(const Signal& x, std::size_t from)
     return std::sqrt(sum / static_cast<double>(x.size() - from));
 }
 
-inline double dB(double ratio)
-{
-    return 20.0 * std::log10(ratio);
-}
-
 inline RecordFields record(std::uint8_t MicNR, std::uint32_t micEq, std::uint32_t noiseGate, std::uint8_t levelsEnabled = 0)
 {
     RecordFields fields;
@@ -43,16 +38,6 @@ inline RecordFields record(std::uint8_t MicNR, std::uint32_t micEq, std::uint32_
     fields.noiseGate = noiseGate;
     fields.levelsEnabled = levelsEnabled;
     return fields;
-}
-
-inline double magnitudeAt(const std::vector<Section>& sections, double w)
-{
-    const std::complex<double> z1 = std::polar(1.0, -w);
-    const std::complex<double> z2 = std::polar(1.0, -2.0 * w);
-    double magnitude = 1.0;
-    for (const Section& s : sections)
-        magnitude *= std::abs(s.b0 + s.b1 * z1 + s.b2 * z2) / std::abs(s.a0 + s.a1 * z1 + s.a2 * z2);
-    return magnitude;
 }
 
 } // namespace quorel::model

@@ -2,10 +2,10 @@
 // Signals, records and tables for the tests of the render model and its parts.
 #pragma once
 
+#include "tests/model/model_cases.h"
 #include "tests/model/speaker_model.h"
 
 #include <cmath>
-#include <complex>
 #include <numbers>
 #include <random>
 
@@ -42,8 +42,6 @@ inline RecordFields surroundRecord()
     return fields;
 }
 
-inline const RecordFields unchanged{};
-
 inline std::vector<float> impulse(std::size_t n, std::size_t at, float height = 1.0f)
 {
     std::vector<float> x(n, 0.0f);
@@ -51,25 +49,9 @@ inline std::vector<float> impulse(std::size_t n, std::size_t at, float height = 
     return x;
 }
 
-// The magnitude of sections in series at an angle, from their transfer functions.
-inline double magnitudeAt(const std::vector<Section>& sections, double w)
-{
-    const std::complex<double> z1 = std::polar(1.0, -w);
-    const std::complex<double> z2 = std::polar(1.0, -2.0 * w);
-    double magnitude = 1.0;
-    for (const Section& s : sections)
-        magnitude *= std::abs(s.b0 + s.b1 * z1 + s.b2 * z2) / std::abs(s.a0 + s.a1 * z1 + s.a2 * z2);
-    return magnitude;
-}
-
 inline double angleOf(double hertz)
 {
     return 2.0 * std::numbers::pi * hertz / 48000.0;
-}
-
-inline double dB(double ratio)
-{
-    return 20.0 * std::log10(ratio);
 }
 
 // The first sample out of the right side is the impulse behind the pre-delay and line 7's tap of

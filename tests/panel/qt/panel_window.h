@@ -5,8 +5,8 @@
 #include "panel/kept_values.h"
 #include "panel/qt/controls.h"
 #include "panel/qt/window.h"
-#include "tests/client/one_effect_platform.h"
 #include "tests/panel/own_folders.h"
+#include "tests/panel/running_effect.h"
 
 #include <gtest/gtest.h>
 
@@ -46,15 +46,9 @@ inline bool becomes(const std::function<bool()>& reached)
     return QTest::qWaitFor(reached, 60000);
 }
 
-class Window : public testing::Test {
+class Window : public RunningEffect {
 protected:
-    Window()
-    {
-        block.activeFramesPerSecond = 48000;
-        block.activeChannelMask = 0x63F;
-        block.levels.fill(-120);
-        oneEffect() = {&block, share.data(), true, {}};
-    }
+    Window() { block.levels.fill(-120); }
     ~Window() override
     {
         panel.reset();
@@ -76,15 +70,6 @@ protected:
     }
     QSlider& fader(const char* name) { return *find<QSlider>(name); }
 
-    SettingsRecord settings() const
-    {
-        SettingsRecord record;
-        copySettings(block, record);
-        return record;
-    }
-
-    ControlBlock block{};
-    std::vector<std::byte> share = std::vector<std::byte>(hrtfShareBytes);
     std::unique_ptr<PanelWindow> panel;
 };
 
