@@ -80,7 +80,6 @@ std::optional<std::uint32_t> renderMask(const ControlClient& client, std::option
 
 SpeakersStream speakersStream(const ControlClient& client, std::optional<std::uint32_t> told)
 {
-    constexpr std::uint32_t everySpeaker = 0x63F;
     const auto rate = told ? static_cast<float>(hrtfRate) : client.activeFramesPerSecond();
     const auto mask = renderMask(client, told);
     const StreamFit fit = !(rate > 0)                                                     ? StreamFit::none

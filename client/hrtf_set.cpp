@@ -97,7 +97,6 @@ double pinkPower(const std::vector<float>& spectra)
     return sum;
 }
 
-constexpr std::uint32_t everySpeaker = 0x63F;
 constexpr std::uint32_t withoutWoofer = everySpeaker & ~0x8U;
 
 } // namespace

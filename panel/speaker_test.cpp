@@ -10,7 +10,6 @@ namespace quorel {
 
 namespace {
 
-constexpr std::uint32_t allSpeakers = 0x63F;
 constexpr std::size_t pause = spokenFramesPerSecond * 3 / 10; // behind each name
 
 } // namespace
@@ -19,7 +18,7 @@ platform::Sound speakerTest(std::uint32_t mask)
 {
     platform::Sound sound;
     sound.framesPerSecond = spokenFramesPerSecond;
-    sound.speakers = mask != 0 ? mask : allSpeakers;
+    sound.speakers = mask != 0 ? mask : everySpeaker;
     const auto channels = static_cast<std::size_t>(std::popcount(sound.speakers));
     for (std::size_t row = 0; row < speakerTable.size(); ++row) {
         const std::uint32_t bit = speakerTable.at(row).bit;

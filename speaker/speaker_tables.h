@@ -30,4 +30,6 @@ inline constexpr std::array<SpeakerRow, 8> speakerTable = {{
 }};
 // clang-format on
 
+inline constexpr std::uint32_t everySpeaker = 0x63F; // the bits of the whole table: 7.1
+
 } // namespace quorel

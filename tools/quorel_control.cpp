@@ -31,8 +31,7 @@ effect is running, or for levels no microphone.)";
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
-constexpr int noEffectCode = 3;           // exit code
+constexpr int noEffectCode = 3; // exit code
 
 struct Options {
     bool json = false;
@@ -428,7 +427,7 @@ std::uint32_t speakersOfDelivery(const CLI::App& tool, Report& report, const Opt
              << " Hz; a set is for all eight speakers, 0x63F, at 48000 Hz; --channels insists";
         throw std::runtime_error(text.str());
     }
-    return fullMask;
+    return everySpeaker;
 }
 
 void loadHrtf(const CLI::App& tool, Report& report, const Options& options)

@@ -242,15 +242,8 @@ void complexInverse(const TransformTables& tables, const float* src, float* dst,
     lastPass<R, true>(work, dst);
 }
 
-void complexInverse512(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    complexInverse<8>(tables, src, dst, work);
-}
-
-void complexInverse1024(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    complexInverse<16>(tables, src, dst, work);
-}
+constexpr auto& complexInverse512 = complexInverse<8>;
+constexpr auto& complexInverse1024 = complexInverse<16>;
 
 // The spectrum of real samples from a complex transform of half the length (Van Loan, chapter 4).
 //
@@ -301,25 +294,10 @@ void realInverse(const TransformTables& tables, const float* src, float* dst, fl
     lastPass<R, true>(work, dst);
 }
 
-void realForward512(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    realForward<4>(tables, src, dst, work);
-}
-
-void realForward1024(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    realForward<8>(tables, src, dst, work);
-}
-
-void realInverse512(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    realInverse<4>(tables, src, dst, work);
-}
-
-void realInverse1024(const TransformTables& tables, const float* src, float* dst, float* work)
-{
-    realInverse<8>(tables, src, dst, work);
-}
+constexpr auto& realForward512 = realForward<4>;
+constexpr auto& realForward1024 = realForward<8>;
+constexpr auto& realInverse512 = realInverse<4>;
+constexpr auto& realInverse1024 = realInverse<8>;
 
 // `dst` may be `a` or `b`: each pair is read before it is written.
 void mulPack(const float* a, const float* b, float* dst, size_t n)
