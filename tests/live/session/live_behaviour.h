@@ -31,17 +31,10 @@ protected:
         return from == std::string::npos ? "" : told.substr(from + 9, told.find('"', from + 9) - from - 9);
     }
 
-    // The running one's status; empty when it does not answer.
-    nlohmann::json told()
-    {
-        const nlohmann::json answer = session.status();
-        return answer.is_object() ? answer : nlohmann::json::object();
-    }
-
     // Whether the speaker side is linked to the null sink.
     bool linked()
     {
-        const nlohmann::json status = told();
+        const nlohmann::json status = session.status();
         return status.contains("speaker") && status["speaker"]["devices"] == nlohmann::json({"Test speakers"});
     }
 
@@ -52,7 +45,7 @@ protected:
             return false;
         GraphClient client({"FL"}, {"FL"});
         client.link({"quorel.speaker:playback_FL"}, {"speakers:monitor_FL"});
-        const auto frames = [this] { return told().value("/speaker/frames"_json_pointer, std::uint64_t{0}); };
+        const auto frames = [this] { return session.status().value("/speaker/frames"_json_pointer, std::uint64_t{0}); };
         const std::uint64_t before = frames();
         if (!within(patience, [&] { return frames() > before; }))
             return false;

@@ -205,7 +205,7 @@ TEST_F(LiveBehaviour, PlaysWhatPulseAudioApplicationsPlay)
     const Service pulse({"pipewire-pulse"}, session.folder / "pulse.txt");
     ASSERT_TRUE(within(patience, [&] { return session.command("pactl info").find("PipeWire") != std::string::npos; }));
     const Service player(again("paplay --device=quorel.speaker " + steps(6, 48000 * 60)), session.folder / "paplay.txt");
-    ASSERT_TRUE(within(patience, [&] { return !told()["speaker"]["players"].empty(); }));
+    ASSERT_TRUE(within(patience, [&] { return !session.status()["speaker"]["players"].empty(); }));
     GraphClient client({}, {"FL", "FR"});
     client.link({}, {"quorel.speaker:monitor_FL", "quorel.speaker:monitor_FR"});
     EXPECT_TRUE(hears(client, {}, {0.05F, 0.1F}));
@@ -301,7 +301,7 @@ TEST_F(LiveBehaviour, AsksAgainWhereTheSessionManagerDoesNotAnswer)
 {
     session.signalManager(SIGSTOP);
     const auto live = session.startLive({"--speaker", "--default"});
-    EXPECT_TRUE(within(patience, [&] { return told().value("reconnects", 0) >= 1; })) << live->written();
+    EXPECT_TRUE(within(patience, [&] { return session.status().value("reconnects", 0) >= 1; })) << live->written();
     session.signalManager(SIGCONT);
     EXPECT_TRUE(within(patience, [&] { return configuredSink() == "quorel.speaker"; })) << live->written();
     EXPECT_TRUE(sounds());

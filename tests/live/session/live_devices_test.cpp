@@ -45,7 +45,7 @@ protected:
     // Whether this side is linked to the device, and to no other.
     bool linkedTo(const std::string& side, const std::string& device)
     {
-        return within(patience, [&] { return told()[side]["devices"] == nlohmann::json({device}); });
+        return within(patience, [&] { return session.status()[side]["devices"] == nlohmann::json({device}); });
     }
 
     // Frames that the server tells of the latency at a port: "Input" of what plays there, "Output" of what is heard there.
@@ -64,7 +64,7 @@ protected:
     {
         nlohmann::json now;
         const bool reached = within(patience, [&] {
-            now = told()[side];
+            now = session.status()[side];
             return now["quantum"] == quantum && now["added_frames"] == frames;
         });
         return (reached ? testing::AssertionSuccess() : testing::AssertionFailure()) << now;
@@ -112,7 +112,7 @@ TEST_F(LiveDevices, AreTheDefaultOnesAndNeverItsOwn)
     choose("source", "quorel.microphone");
     std::this_thread::sleep_for(500ms);
     EXPECT_TRUE(within(patience, [&] {
-        const nlohmann::json status = told();
+        const nlohmann::json status = session.status();
         return !status["speaker"]["devices"].empty() && !status["microphone"]["devices"].empty();
     }));
     EXPECT_FALSE(links("quorel.speaker.output", "quorel.speaker"));
@@ -131,13 +131,13 @@ TEST_F(LiveDevices, TellTheMicrophonesLatencyAsItGrows)
     const std::string port = "QUOREL microphone:capture_MONO";
     ASSERT_TRUE(isLate("microphone", 480, 0));
     EXPECT_EQ(latencyAt(port, "Output"), 0);
-    const double before = told()["microphone"]["total_ms"];
+    const double before = session.status()["microphone"]["total_ms"];
 
     client.setQuantum(1024);
     ASSERT_TRUE(isLate("microphone", 1024, 224));
     EXPECT_TRUE(within(patience, [&] { return latencyAt(port, "Output") == 224; })) << latencyAt(port, "Output");
     // The server's own part is told in quanta beside it.
-    EXPECT_GE(told()["microphone"]["total_ms"], before + 224 / 48.0);
+    EXPECT_GE(session.status()["microphone"]["total_ms"], before + 224 / 48.0);
 
     client.setQuantum(480);
     ASSERT_TRUE(isLate("microphone", 480, 224));
@@ -168,7 +168,7 @@ TEST_F(LiveDevices, TellTheDriftOfTheirClock)
         client.setDrift(1 + ppm * 1e-6);
         for (const char* side : {"speaker", "microphone"})
             EXPECT_TRUE(within(patience, [&] {
-                return std::abs(told()[side].value("drift_ppm", 1e6) - ppm) < 1e-6; // of 1, rounded to 2^-53
+                return std::abs(session.status()[side].value("drift_ppm", 1e6) - ppm) < 1e-6; // of 1, rounded to 2^-53
             })) << side;
     }
 }
@@ -181,7 +181,7 @@ TEST_F(LiveDevices, WorkInAGraphAtAnotherRate)
     GraphClient client({"FL", "MONO"}, {"FL", "MONO"}, GraphClient::Clock::ofTheDevice);
     client.link({"quorel.speaker:playback_FL", "testmic:input_MONO"}, {"speakers:monitor_FL", "quorel.microphone:capture_MONO"});
     EXPECT_TRUE(hears(client, Channels(2, std::vector<float>(9600, 0.25F)), {0.2F, 0.25F}));
-    const nlohmann::json status = told();
+    const nlohmann::json status = session.status();
     for (const auto& [side, block] : {std::pair{"speaker", 256}, std::pair{"microphone", 240}}) {
         EXPECT_EQ(status[side]["rate"], 44100) << status;
         EXPECT_EQ(status[side]["block"], block) << status;
@@ -221,7 +221,7 @@ TEST_F(LiveDevices, GiveEveryFrameOfTheMicrophoneOnce)
             ASSERT_EQ(heard[i], ramp[0][next++]) << i;
     EXPECT_EQ(next, frames);
     EXPECT_EQ(silent, 224U);
-    EXPECT_EQ(told()["microphone"]["added_frames"], 224);
+    EXPECT_EQ(session.status()["microphone"]["added_frames"], 224);
 }
 
 TEST_F(LiveDevices, TellTheirFiguresOnceASecondWhereAsked)

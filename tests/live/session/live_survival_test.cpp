@@ -40,11 +40,11 @@ TEST_F(LiveSurvival, SurvivesTheAudioServer)
         session.startServer();
         session.startManager();
         const auto begin = std::chrono::steady_clock::now();
-        ASSERT_TRUE(within(patience, [&] { return told().value("reconnects", 0) == round; })) << told();
+        ASSERT_TRUE(within(patience, [&] { return session.status().value("reconnects", 0) == round; })) << session.status();
         EXPECT_TRUE(sounds()) << "round " << round;
         std::cout << "sound is back within " << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count()
                   << " s of the server, its session manager and a playing client\n";
-        ASSERT_TRUE(within(patience, [&] { return told()["speaker"].value("running", true) == false; }));
+        ASSERT_TRUE(within(patience, [&] { return session.status()["speaker"].value("running", true) == false; }));
         if (round == 1) {
             files = entriesOf("fd", live->id());
             threads = entriesOf("task", live->id());

@@ -222,7 +222,7 @@ std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& op
     auto service = startLive(options, under);
     const bool there = within(patience, [&] {
         const nlohmann::json told = status();
-        bool linked = told.is_object() && (told.contains("speaker") || told.contains("microphone"));
+        bool linked = told.contains("speaker") || told.contains("microphone");
         for (const char* side : {"speaker", "microphone"})
             linked = linked && (!told.contains(side) || !told[side]["devices"].empty());
         return linked || service->ended(0ms);
@@ -233,7 +233,13 @@ std::unique_ptr<Service> PrivateSession::live(const std::vector<std::string>& op
 
 nlohmann::json PrivateSession::status()
 {
-    return nlohmann::json::parse(command(QUOREL_LIVE " --status --json"), nullptr, false);
+    std::string said;
+    within(patience, [&] {
+        said = command(QUOREL_LIVE " --status --json");
+        return said.find("does not answer") == std::string::npos; // it is there and waits for the audio server, say
+    });
+    const auto told = nlohmann::json::parse(said, nullptr, false);
+    return told.is_object() ? told : nlohmann::json::object();
 }
 
 } // namespace quorel

@@ -62,7 +62,7 @@ public:
     // The same without waiting for anything.
     std::unique_ptr<Service> startLive(const std::vector<std::string>& options = {}, const std::vector<std::string>& under = {});
 
-    // What the running quorel-live tells of itself.
+    // What the running quorel-live tells of itself; empty where none runs.
     nlohmann::json status();
 
     std::filesystem::path folder;
