@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "host/format_rules.h"
 
+#include "speaker/speaker_tables.h"
+
 namespace quorel {
 
 namespace {
 
 constexpr DWORD containerBytes = 4; // of a 32-bit sample
 constexpr DWORD sampleBits = 32;
-constexpr DWORD surroundMask = 0x63F; // front left, right, centre, low frequency, back left, right, side left, right
-constexpr DWORD stereoMask = 0x3;     // front left, right
+constexpr DWORD stereoMask = 0x3; // front left, right
 
 } // namespace
 
@@ -26,7 +27,7 @@ bool admits(EndpointKind kind, const UNCOMPRESSEDAUDIOFORMAT& opposite, const UN
     if (kind == EndpointKind::capture)
         return (rate == 16000.0F || rate == 48000.0F) && requested.dwSamplesPerFrame == 1;
     const auto wholeRateIs = [rate](FLOAT whole) { return rate >= whole && rate < whole + 1.0F; };
-    return (wholeRateIs(48000.0F) && requested.dwChannelMask == surroundMask) ||
+    return (wholeRateIs(48000.0F) && requested.dwChannelMask == everySpeaker) ||
            (wholeRateIs(96000.0F) && requested.dwChannelMask == stereoMask);
 }
 

@@ -15,6 +15,7 @@
 #include "live/block_plan.h"
 #include "live/stream_status.h"
 #include "settings/settings_handler.h"
+#include "speaker/speaker_tables.h"
 
 #include <array>
 #include <atomic>
@@ -27,8 +28,8 @@ inline constexpr std::uint32_t effectRate = 48000; // frames per second that bot
 // What a stream consists of.
 struct StreamKind {
     bool microphone = false;
-    std::uint32_t channels = 8; // of the input; a microphone's output has as many
-    std::uint32_t mask = 0x63F; // the speakers of the input
+    std::uint32_t channels = 8;        // of the input; a microphone's output has as many
+    std::uint32_t mask = everySpeaker; // of the input
     std::uint32_t outputs() const noexcept { return microphone ? channels : 2; }
 };
 

@@ -21,7 +21,7 @@ constexpr std::uint32_t idlePatience = 10 * effectRate; // such frames, after wh
 
 std::uint32_t maskOf(std::uint32_t channels)
 {
-    return channels == 8 ? 0x63F : channels == 6 ? 0x3F : 0x3;
+    return channels == 8 ? everySpeaker : channels == 6 ? 0x3F : 0x3;
 }
 
 double milliseconds(std::uint64_t frames)

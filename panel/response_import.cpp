@@ -3,6 +3,7 @@
 
 #include "client/hrtf_delivery.h"
 #include "client/hrtf_file.h"
+#include "speaker/speaker_tables.h"
 
 #include <cmath>
 #include <exception>
@@ -14,8 +15,6 @@
 namespace quorel {
 
 namespace {
-
-constexpr std::uint32_t fullMask = 0x63F; // 7.1: all eight speakers
 
 // Throws unless a set of all eight speakers is for the stream that runs, or nobody knows which one does.
 void checkStream(const ControlClient& client, std::optional<std::uint32_t> told)
@@ -86,7 +85,7 @@ ImportReport ResponseImport::import(const std::string& path, std::optional<std::
     try {
         ControlClient client;
         checkStream(client, told);
-        report.identity = deliverSet(client, imported.set, fullMask);
+        report.identity = deliverSet(client, imported.set, everySpeaker);
         report.delivered = true;
         text << "Delivered to the effect.\n";
         if (!told && microphoneLockedLast(client))
