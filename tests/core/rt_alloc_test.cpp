@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <new>
+#include <vector>
 
 namespace quorel {
 namespace {
@@ -89,6 +91,19 @@ TEST_F(RtAlloc, ABlockThatStaysUnpinnedIsUsedAllTheSame)
     faultyMemory.failingLocks = 2;
     EXPECT_NE(allocate(1000), nullptr);
     EXPECT_EQ(faultyMemory.locks, 2) << "one lock before the limits are raised and one after, no more";
+}
+
+// The system gives a page when it is first written to; to a pinned block it has given all of them.
+TEST_F(RtAlloc, ABlockIsWrittenThroughOnlyWhereItStaysUnpinned)
+{
+    constexpr std::size_t bytes = 10000;
+    for (const int refused : {0, 1, 2}) {
+        faultyMemory = {};
+        faultyMemory.failingLocks = refused;
+        const auto block = allocate(bytes);
+        const std::vector<std::uint8_t> expected(bytes, refused == 2 ? 0 : platform::unwritten);
+        EXPECT_EQ(std::memcmp(block.get(), expected.data(), bytes), 0) << refused;
+    }
 }
 
 TEST_F(RtAlloc, LimitsThatCannotBeReadEndTheAttempt)
