@@ -45,6 +45,20 @@ TEST(PassThrough, OfAnEmptyBlockFailsUnlessItIsToItself)
     EXPECT_EQ(in.size(), 0U);
 }
 
+TEST(PassThrough, ABlockMayFillTheWholeCapacity)
+{
+    const auto in = ramp(32);
+    Buffer<float, 2> out(32);
+    PassThrough::process(in, out, 2.0F);
+    EXPECT_EQ(out.size(), out.capacity());
+    EXPECT_EQ(out.channel(1)[31], -64.0F);
+
+    std::vector<float> frames(2 * 31, 3.0F);
+    PassThrough::deinterleave({frames.data(), 31}, out, 1);
+    EXPECT_EQ(out.size(), out.capacity());
+    EXPECT_EQ(out.channel(1)[31], 3.0F);
+}
+
 TEST(PassThrough, BeyondTheOutputsCapacityIsRefused)
 {
     const auto in = ramp(33);
