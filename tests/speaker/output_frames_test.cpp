@@ -37,6 +37,16 @@ TEST(OutputFrames, AnEmptyBlockWritesNothing)
     EXPECT_EQ(frames, std::vector<float>(8, 9.0F));
 }
 
+TEST(OutputFrames, ABlockMayFillTheOutput)
+{
+    const auto in = ramp(3);
+    std::vector<float> frames(3 * 8, 9.0F);
+    InterleavedView out{frames.data(), 3};
+    writeFrames(in, out, 1.0F);
+    EXPECT_EQ(out.frames, 3U);
+    EXPECT_EQ(frames[2 * 8], 3.0F);
+}
+
 TEST(OutputFrames, ABlockBeyondTheOutputIsRefused)
 {
     const auto in = ramp(2);
