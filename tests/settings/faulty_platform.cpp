@@ -158,6 +158,7 @@ void FaultyPlatform::reset()
     before.clear();
     locksAreTaken = false;
     keys.clear();
+    emptyValues.clear();
     made.clear();
     waitCount = 0;
     world().calls.clear();

@@ -52,6 +52,9 @@ struct FaultyPlatform {
     // The kept values: path below its root, name, value. A key without values is one that exists.
     std::map<std::string, std::map<std::string, std::uint32_t>> keys;
 
+    // Names of kept values that are there and have no bytes, as a value of another type may be.
+    std::set<std::string> emptyValues;
+
     // What a mapping or a named event was made with: its size, 0 for an event, and the text of its descriptor.
     std::map<std::string, std::pair<std::uint32_t, std::string>> made;
 

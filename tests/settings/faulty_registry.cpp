@@ -66,6 +66,10 @@ RegistryResult queryValue(RegistryKey key, std::string_view name, void* data, st
 {
     if (!begin("queryValue " + std::string(name)))
         return accessDenied;
+    if (faultyPlatform().emptyValues.contains(std::string(name))) {
+        bytes = 0;
+        return 0;
+    }
     const auto& values = faultyPlatform().keys[key->path];
     const auto found = values.find(std::string(name));
     if (found == values.end())

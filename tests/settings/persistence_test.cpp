@@ -17,6 +17,7 @@ namespace {
 
 using platform::faultyPlatform;
 using testing::Contains;
+using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
@@ -208,6 +209,26 @@ TEST_F(PersistenceTest, OnlyAKeyThatIsThereAndCantBeOpenedIsUnreadable)
     EXPECT_FALSE(SettingsHandler::keptValuesAreUnreadable());
     faultyPlatform().fail("openKey Software\\VEDRA\\QUOREL 131097");
     EXPECT_TRUE(SettingsHandler::keptValuesAreUnreadable());
+}
+
+TEST_F(PersistenceTest, LookingWhetherTheKeyIsReadableClosesWhatItOpened)
+{
+    const std::string opening = "openKey Software\\VEDRA\\QUOREL 131097";
+    faultyPlatform().takeCalls();
+    EXPECT_FALSE(SettingsHandler::keptValuesAreUnreadable());
+    EXPECT_THAT(faultyPlatform().takeCalls(), ElementsAre(opening, "closeKey"));
+    faultyPlatform().fail(opening);
+    EXPECT_TRUE(SettingsHandler::keptValuesAreUnreadable());
+    EXPECT_THAT(faultyPlatform().takeCalls(), ElementsAre(opening));
+}
+
+TEST_F(PersistenceTest, AValueWithoutBytesCountsAsZero)
+{
+    values()["micEq"] = 2;
+    faultyPlatform().emptyValues = {"Enabled", "micEq"};
+    const auto record = loaded();
+    EXPECT_EQ(record.Enabled, 0U);
+    EXPECT_EQ(record.micEq, 0U);
 }
 
 TEST_F(PersistenceTest, AValueThatCantBeReadCountsAsZeroAndTheOthersStand)

@@ -54,6 +54,15 @@ TEST(ScaleMixer, AcceptsAnEmptyBlock)
     EXPECT_EQ(out.size(), 0U);
 }
 
+TEST(ScaleMixer, TakesAsManyFramesAsTheOutputHolds)
+{
+    std::vector<float> in(16, 0.5F);
+    Buffer<float, 2> out(16);
+    ScaleMixer<1>({{{1.0F}, {2.0F}}}).process({in.data(), 16}, out);
+    EXPECT_EQ(out.size(), 16U);
+    EXPECT_EQ(out.channel(1)[15], 1.0F);
+}
+
 TEST(ScaleMixer, RefusesMoreFramesThanTheOutputHolds)
 {
     std::vector<float> in(17);
