@@ -106,6 +106,19 @@ TEST(BufferArithmetic, MulToOutSetsItsSize)
             EXPECT_EQ(out.channel(c)[i], a.channel(c)[i] * 3.0F);
 }
 
+TEST(BufferArithmetic, MulToOutMayFillTheOutput)
+{
+    const auto in = filled<2>(32, 0.5F);
+    Buffer<float, 2> out(32);
+    multiply(in, filled<1>(32, 1.0F), out);
+    EXPECT_EQ(out.size(), 32U);
+    EXPECT_EQ(out.channel(1)[31], 17.0F * 32.0F);
+    out.setSize(0);
+    multiply(in, 2.0F, out);
+    EXPECT_EQ(out.size(), 32U);
+    EXPECT_EQ(out.channel(1)[31], 17.0F * 2.0F);
+}
+
 TEST(BufferArithmetic, AddOfDifferentSizesIsRefused)
 {
     auto a = filled<2>(20, 1.0F);
