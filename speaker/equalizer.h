@@ -29,6 +29,10 @@ public:
 
     // Fails with the texts of Biquad, also before the first design.
     void process(const Buffer<float, 2>& in, Buffer<float, 2>& out) { filter.process(in, out); }
+    void process(const std::array<const float*, 2>& in, const std::array<float*, 2>& out, std::uint64_t n)
+    {
+        filter.process(in, out, n);
+    }
 
     // The taps in force.
     const std::vector<double>& coefficients() const { return filter.coefficients(0); }

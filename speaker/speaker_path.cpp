@@ -4,6 +4,7 @@
 #include "core/dispatch.h"
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
+#include "speaker/limited_equalizer.h"
 #include "speaker/output_frames.h"
 #include "stages/pass_through.h"
 
@@ -93,11 +94,46 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
         return;
     }
 
-    if (surround || surroundPrevious) {
+    // With nothing to fade behind the room and every step in use the limiters of a long block run beside each other. In a short
+    // one, which the room may refuse, they have no time for it, and directCompressor is ahead of the room.
+    const bool settled = surround == surroundPrevious && !equalizerTarget.changed && steps_.direct && steps_.equalizer &&
+                         steps_.compressor && in.frames >= 2 * busStretch && in.frames <= mix.capacity();
+    if (settled)
+        playSettled(in);
+    else
+        playInSteps(in);
+    if (in.frames != 0)
+        writeFrames(side, out, outputGain);
+}
+
+template <std::size_t N>
+void SpeakerPath<N, float>::playSettled(InterleavedView in)
+{
+    const bool room = surround && hasRoom();
+    if (surround) {
         loadInput(in);
         convolve();
-        if (reverbOn || reverbTarget.changed)
+    } else {
+        downmix.process(in, mix);
+    }
+    if (room)
+        reverberate();
+    const auto bus = surround ? rows(std::as_const(directTime), directTime.overlap()) : rows(std::as_const(mix));
+    limitedEqualizer(bus, room, in.frames, directCompressor, equalizer, outputCompressor, mix, side);
+}
+
+// Every stage over the whole block in its turn.
+template <std::size_t N>
+void SpeakerPath<N, float>::playInSteps(InterleavedView in)
+{
+    if (surround || surroundPrevious) {
+        loadInput(in);
+        limitDirect();
+        if (hasRoom()) {
             reverberate();
+            mix += side;
+            side.setSize(0);
+        }
     }
     if (in.frames == 0)
         return; // there is nothing to fade over, so a pending change waits for the next block
@@ -111,7 +147,6 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
     equalize();
     if (steps_.compressor)
         outputCompressor.process(side, side);
-    writeFrames(side, out, outputGain);
 }
 
 // Turns a new record into the path's parameters. A delivered HRTF set that is refused leaves the record unapplied.
@@ -163,19 +198,25 @@ void SpeakerPath<N, float>::loadInput(InterleavedView in)
 template <std::size_t N>
 void SpeakerPath<N, float>::convolve()
 {
+    fft.Fwd(input, inputSpectrum);
+    direct.process(inputSpectrum, sumSpectrum);
+    fft.Inv(sumSpectrum, directTime);
+    directTime.setSize(directTime.overlap() + input.validFrames());
+}
+
+template <std::size_t N>
+void SpeakerPath<N, float>::limitDirect()
+{
     if (!steps_.direct) {
         mix.clear();
         mix.setSize(input.validFrames());
         return;
     }
-    fft.Fwd(input, inputSpectrum);
-    direct.process(inputSpectrum, sumSpectrum);
-    fft.Inv(sumSpectrum, directTime);
-    directTime.setSize(directTime.overlap() + input.validFrames());
+    convolve();
     directCompressor.process(directTime, mix);
 }
 
-// The room hears the raw input. After it was switched off it runs for the one block that fades it out.
+// The room hears the raw input, and goes to `side`.
 template <std::size_t N>
 void SpeakerPath<N, float>::reverberate()
 {
@@ -184,8 +225,6 @@ void SpeakerPath<N, float>::reverberate()
         fade.blendGain(side, side, reverbGain, reverbTarget);
     else
         side *= reverbGain;
-    mix += side;
-    side.setSize(0);
 }
 
 // Required: in a transition directCompressor runs twice in the block, its envelopes going on from the direct signal.

@@ -61,11 +61,17 @@ public:
     std::uint32_t hrtfId() const noexcept { return lastHrtfId; }
 
 private:
-    // The steps of a block, in signal order.
+    // After the room was switched off it runs for the one block that fades it out.
+    bool hasRoom() const noexcept { return reverbOn || reverbTarget.changed; }
+
+    // A block to `side`, and its steps, in signal order.
     void applyRecord();
     void copyThrough(InterleavedView in, InterleavedView out) const;
+    void playSettled(InterleavedView in);
+    void playInSteps(InterleavedView in);
     void loadInput(InterleavedView in);
     void convolve();
+    void limitDirect();
     void reverberate();
     void mixDown(InterleavedView in);
     void fadeBetweenEffects();

@@ -34,6 +34,9 @@ public:
 
     void process(const Buffer<float, C>& in, Buffer<float, C>& out);
 
+    // Rows of n frames; those of `out` may be those of `in`.
+    void process(const std::array<const float*, C>& in, const std::array<float*, C>& out, std::uint64_t n);
+
 private:
     using State = std::conditional_t<std::same_as<Tap, float>, Cascade_32f, Cascade64f_32f>;
 
@@ -105,19 +108,23 @@ void Biquad<C, Tap>::process(const Buffer<float, C>& in, Buffer<float, C>& out)
     const auto n = in.size();
     if (n > out.capacity())
         throw std::invalid_argument("Biquad: out buffer too small");
+    process(rows(in), rows(out), n);
+    out.setSize(n);
+}
+
+template <std::size_t C, class Tap>
+void Biquad<C, Tap>::process(const std::array<const float*, C>& in, const std::array<float*, C>& out, std::uint64_t n)
+{
     if (!initialized)
         throw std::invalid_argument("Biquad: coefficients not initialized");
 
     for (std::size_t c = 0; c < C; ++c) {
-        const float* x = in.channel(c);
-        float* y = out.channel(c);
         State* state = filters[c].storage ? filters[c].state : nullptr; // a Biquad that was moved from has none
         if constexpr (std::same_as<Tap, float>)
-            check(ippsIIR_32f(x, y, length32(n), state));
+            check(ippsIIR_32f(in[c], out[c], length32(n), state));
         else
-            check(ippsIIR64f_32f(x, y, length32(n), state));
+            check(ippsIIR64f_32f(in[c], out[c], length32(n), state));
     }
-    out.setSize(n);
 }
 
 } // namespace quorel

@@ -46,10 +46,20 @@ public:
         run(in, in.overlap(), in.validFrames(), out);
     }
 
+    // Rows of n frames; those of `out` may be those of `in`.
+    void process(const std::array<const float*, C>& in, const std::array<float*, C>& out, std::uint64_t n);
+
+    // This one and another beside each other, on rows of their own, with the results of each by itself and hardly in more time
+    // than one takes: envelopes wait for themselves from frame to frame, and these two wait together.
+    void processBeside(Compressor& other, const std::array<const float*, 2>& in, const std::array<float*, 2>& out,
+                       const std::array<const float*, 2>& otherIn, const std::array<float*, 2>& otherOut,
+                       std::uint64_t n) requires(C == 2);
+
     // The gain at an envelope level.
     float gainFor(float level) const;
 
 private:
+    Dynamics dynamics() const { return {attack, release, gainCurve.data(), gainCurve.size()}; }
     void run(const Buffer<float, C>& in, std::uint64_t first, std::uint64_t n, Buffer<float, C>& out);
 
     float attack;                       // 0 < attack <= 1, for a level that rises or holds
@@ -86,12 +96,32 @@ void Compressor<C>::run(const Buffer<float, C>& in, std::uint64_t first, std::ui
     if (n > out.capacity())
         throw std::invalid_argument("Compressor: out buffer too small");
 
-    const auto x = rows(in, first);
-    const auto y = rows(out);
-    const Dynamics dynamics = {attack, release, gainCurve.data(), gainCurve.size()};
-    if (n > 0)
-        check(compress(&dynamics, envelope.data(), x.data(), y.data(), C, length32(n)));
+    process(rows(in, first), rows(out), n);
     out.setSize(n);
+}
+
+template <std::size_t C>
+void Compressor<C>::process(const std::array<const float*, C>& in, const std::array<float*, C>& out, std::uint64_t n)
+{
+    const Dynamics set = dynamics();
+    if (n > 0)
+        check(compress(&set, envelope.data(), in.data(), out.data(), C, length32(n)));
+}
+
+template <std::size_t C>
+void Compressor<C>::processBeside(Compressor& other, const std::array<const float*, 2>& in, const std::array<float*, 2>& out,
+                                  const std::array<const float*, 2>& otherIn, const std::array<float*, 2>& otherOut,
+                                  std::uint64_t n) requires(C == 2)
+{
+    const Dynamics set = dynamics();
+    const Dynamics otherSet = other.dynamics();
+    const std::array<const float*, 4> x = {in[0], in[1], otherIn[0], otherIn[1]};
+    const std::array<float*, 4> y = {out[0], out[1], otherOut[0], otherOut[1]};
+    std::array<float, 4> levels = {envelope[0], envelope[1], other.envelope[0], other.envelope[1]};
+    if (n > 0)
+        check(compressTwo(&set, &otherSet, levels.data(), x.data(), y.data(), length32(n)));
+    envelope = {levels[0], levels[1]};
+    other.envelope = {levels[2], levels[3]};
 }
 
 template <std::size_t C>

@@ -13,4 +13,12 @@ Status compress(const Dynamics* dynamics, float* envelope, const float* const* i
     return kernels::run<&kernels::KernelTable::compress>(dynamics, envelope, in, out, channels, kernels::Length{len});
 }
 
+Status compressTwo(const Dynamics* first, const Dynamics* second, float* envelope, const float* const* in, float* const* out,
+                   std::int32_t len) noexcept
+{
+    if (kernels::anyNull(in, 4) || kernels::anyNull(out, 4))
+        return ippStsNullPtrErr;
+    return kernels::run<&kernels::KernelTable::compressTwo>(first, second, envelope, in, out, kernels::Length{len});
+}
+
 } // namespace quorel

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The compressor's arithmetic. The envelopes alone are serial in time: each waits for the one before, for a difference, a product
 // and a sum. Everything else finds room while they wait: samples enter with a lane for each channel, the loudest envelopes of a
-// vector of frames leave for the curve, and its gains for the products.
+// vector of frames leave for the curve, and its gains for the products. Two compressors side by side wait in the same time.
 #pragma once
 
 #include "core/kernels/simd.h"
@@ -29,9 +29,11 @@ QUOREL_INLINE Quad follow(Quad held, Quad level, Quad rising, Quad falling)
     return held + inRegister(share * (level - held)); // two roundings also where a product and a sum could fuse
 }
 
-// Four frames of four envelopes a group. The loudest envelope of each frame; those that are not-a-number count for none.
-template <size_t groups>
-QUOREL_INLINE Quad followQuad(const float* const* row, size_t at, Quad rising, Quad falling, Quad (&held)[groups])
+// Four frames of four envelopes a group. The loudest envelope of each frame, for each compressor among its own channels; those
+// that are not-a-number count for none.
+template <size_t groups, size_t units>
+QUOREL_INLINE void followQuad(const float* const* row, size_t at, Quad rising, Quad falling, Quad (&held)[groups],
+                              Quad (&loudest)[units])
 {
     Quad x[groups][4]; // of channels first, of frames once they have changed places
     for (size_t g = 0; g < groups; ++g) {
@@ -42,13 +44,15 @@ QUOREL_INLINE Quad followQuad(const float* const* row, size_t at, Quad rising, Q
     for (size_t k = 0; k < 4; ++k)
         for (size_t g = 0; g < groups; ++g)
             x[g][k] = held[g] = follow(held[g], x[g][k], rising, falling);
-    Quad loudest{};
+    for (size_t u = 0; u < units; ++u)
+        loudest[u] = Quad{};
     for (size_t g = 0; g < groups; ++g) {
         transpose4x4(x[g]);
-        for (size_t k = 0; k < 4; ++k)
-            loudest = select(x[g][k] > loudest, x[g][k], loudest);
+        for (size_t k = 0; k < 4; ++k) {
+            Quad& most = loudest[units == 1 ? 0 : k / 2];
+            most = select(x[g][k] > most, x[g][k], most);
+        }
     }
-    return loudest;
 }
 
 // Where the last gains were found on the curve.
@@ -86,10 +90,18 @@ QUOREL_INLINE V gains(const Dynamics& set, Place& place, V p)
     return gainOf(p, level, start, slope);
 }
 
-template <size_t groups>
-void compressRows(const Dynamics& set, float* envelope, const float* const* in, float* const* out, size_t channels, size_t n)
+// One compressor of all channels, or two of two channels each.
+template <size_t groups, size_t units>
+void compressRows(const Dynamics* const (&set)[units], float* envelope, const float* const* in, float* const* out,
+                  size_t channels, size_t n)
 {
-    const Quad rising = Quad{} + set.attack, falling = Quad{} + set.release;
+    static_assert(units == 1 || (units == 2 && groups == 1));
+    const auto unitOf = [](size_t c) { return units == 1 ? 0 : c / 2; }; // which compressor channel c is one of
+    Quad rising{}, falling{};
+    for (size_t k = 0; k < 4; ++k) {
+        rising[k] = set[unitOf(k)]->attack;
+        falling[k] = set[unitOf(k)]->release;
+    }
     const float silence[floats] = {};
     const float* row[4 * groups];
     size_t step[4 * groups]; // where there is no channel, silence stands still
@@ -103,30 +115,41 @@ void compressRows(const Dynamics& set, float* envelope, const float* const* in, 
     for (size_t g = 0; g < groups; ++g)
         held[g] = load<Quad>(first + 4 * g);
 
-    Place place{0, -__builtin_inff(), set.segments > 1 ? set.curve[1].level : __builtin_nanf("")};
+    Place place[units];
+    for (size_t u = 0; u < units; ++u)
+        place[u] = {0, -__builtin_inff(), set[u]->segments > 1 ? set[u]->curve[1].level : __builtin_nanf("")};
     size_t at = 0;
     for (; at + floats <= n; at += floats) {
-        const Quad low = followQuad<groups>(row, 0, rising, falling, held);
-        const Quad high = floats == 8 ? followQuad<groups>(row, floats - 4, rising, falling, held) : low;
-        const V gain = gains(set, place, join<V>(low, high));
+        Quad low[units], high[units];
+        followQuad(row, 0, rising, falling, held, low);
+        if constexpr (floats == 8)
+            followQuad(row, 4, rising, falling, held, high);
+        else
+            high[0] = low[0], high[units - 1] = low[units - 1];
+        V gain[units];
+        for (size_t u = 0; u < units; ++u)
+            gain[u] = gains(*set[u], place[u], join<V>(low[u], high[u]));
         for (size_t c = 0; c < channels; ++c)
-            store(gain * load<V>(in[c] + at), out[c] + at);
+            store(gain[unitOf(c)] * load<V>(in[c] + at), out[c] + at);
         for (size_t c = 0; c < 4 * groups; ++c)
             row[c] += step[c];
     }
     for (; at < n; ++at) {
-        float loudest = 0.0F;
+        float loudest[units] = {};
         for (size_t g = 0; g < groups; ++g) {
             Quad x{};
             for (size_t k = 0; k < 4 && 4 * g + k < channels; ++k)
                 x[k] = __builtin_fabsf(in[4 * g + k][at]);
             held[g] = follow(held[g], x, rising, falling);
-            for (size_t k = 0; k < 4; ++k)
-                loudest = held[g][k] > loudest ? held[g][k] : loudest;
+            for (size_t k = 0; k < 4; ++k) {
+                float& most = loudest[unitOf(k)];
+                most = held[g][k] > most ? held[g][k] : most;
+            }
         }
-        const V gain = gains(set, place, V{} + loudest);
+        for (size_t u = 0; u < units; ++u)
+            loudest[u] = gains(*set[u], place[u], V{} + loudest[u])[0];
         for (size_t c = 0; c < channels; ++c)
-            out[c][at] = gain[0] * in[c][at];
+            out[c][at] = loudest[unitOf(c)] * in[c][at];
     }
 
     // In silence an envelope would stay among the subnormal numbers for ever, which some processors take a hundred times longer
@@ -139,8 +162,14 @@ void compressRows(const Dynamics& set, float* envelope, const float* const* in, 
 
 void compress(const Dynamics* dynamics, float* envelope, const float* const* in, float* const* out, size_t channels, size_t n)
 {
-    const auto rows = channels <= 4 ? compressRows<1> : compressRows<2>;
-    rows(*dynamics, envelope, in, out, channels, n);
+    const auto rows = channels <= 4 ? compressRows<1, 1> : compressRows<2, 1>;
+    rows({dynamics}, envelope, in, out, channels, n);
+}
+
+void compressTwo(const Dynamics* first, const Dynamics* second, float* envelope, const float* const* in, float* const* out,
+                 size_t n)
+{
+    compressRows<1, 2>({first, second}, envelope, in, out, 4, n);
 }
 
 } // namespace

@@ -33,6 +33,10 @@ float gainAt(float level)
     return level < 2.0F ? (level - 1.5F) * 1.47F + 0.25F : 1.0F;
 }
 
+// The other one of two: faster, on a curve that falls from 1 above level 1.
+constexpr std::array<GainSegment, 3> otherCurve = {{{0.0F, 1.0F, 0.0F}, {1.0F, 1.0F, -0.31F}, {3.0F, 0.38F, 0.0F}}};
+constexpr Dynamics otherDynamics = {0.9F, 0.05F, otherCurve.data(), otherCurve.size()};
+
 // One frame, each operation rounded by itself.
 void definition(std::vector<float>& envelope, const std::vector<float>& x, std::vector<float>& y)
 {
@@ -133,6 +137,52 @@ TEST_P(Dynamic, CompressHasTheBitsOfTheDefinitionInRowsOfAnyKind)
             }
         }
     }
+}
+
+TEST_P(Dynamic, TwoBesideEachOtherHaveTheBitsOfEachByItself)
+{
+    std::mt19937 random(18);
+    std::array<float, 4> envelope{}, wanted{};
+    for (const std::size_t n : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 64, 120, 127, 480}) {
+        SCOPED_TRACE(testing::Message() << n << " frames");
+        const bool odd = n % 5 == 0;
+        Rows in(4, n, n % 7), out(4, n, (n + 3) % 8), alone(4, n, n % 5);
+        fill(in, random, odd);
+        const std::vector<const float*> from(in.row.begin(), in.row.end());
+        ASSERT_EQ(compress(&dynamics, wanted.data(), from.data(), alone.row.data(), 2, length32(n)), ippStsNoErr);
+        ASSERT_EQ(compress(&otherDynamics, &wanted[2], &from[2], &alone.row[2], 2, length32(n)), ippStsNoErr);
+        Rows& into = n % 2 == 0 ? in : out; // in place at every other length
+        ASSERT_EQ(compressTwo(&dynamics, &otherDynamics, envelope.data(), from.data(), into.row.data(), length32(n)),
+                  ippStsNoErr);
+        for (std::size_t c = 0; c < 4; ++c) {
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_EQ(bits(into.row[c][i]), bits(alone.row[c][i])) << "row " << c << ", sample " << i;
+            ASSERT_EQ(bits(envelope[c]), bits(wanted[c]));
+        }
+        ASSERT_TRUE(in.guardsIntact() && out.guardsIntact());
+        if (odd) // not-a-number would stay for good
+            envelope = wanted = {0.25F, 0.5F, 0.75F, 1.0F};
+    }
+}
+
+TEST_P(Dynamic, CompressTwoChecksItsArguments)
+{
+    float sample = 0.5F;
+    std::array<float, 4> envelope = {0.25F, 0.25F, 0.25F, 0.25F};
+    const std::array<const float*, 4> in = {&sample, &sample, &sample, &sample};
+    const std::array<float*, 4> out = {&sample, &sample, &sample, &sample};
+    const std::array<float*, 4> short3 = {&sample, &sample, &sample, nullptr};
+    const std::array<const float*, 4> from3 = {&sample, &sample, &sample, nullptr};
+    EXPECT_EQ(compressTwo(nullptr, &dynamics, envelope.data(), in.data(), out.data(), 0), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, nullptr, envelope.data(), in.data(), out.data(), 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, nullptr, in.data(), out.data(), 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, envelope.data(), nullptr, out.data(), 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, envelope.data(), in.data(), nullptr, 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, envelope.data(), from3.data(), out.data(), 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, envelope.data(), in.data(), short3.data(), 1), ippStsNullPtrErr);
+    EXPECT_EQ(compressTwo(&dynamics, &dynamics, envelope.data(), in.data(), out.data(), 0), ippStsSizeErr);
+    EXPECT_EQ(sample, 0.5F);
+    EXPECT_EQ(envelope[3], 0.25F);
 }
 
 TEST_P(Dynamic, CompressChecksItsArguments)
