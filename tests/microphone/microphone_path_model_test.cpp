@@ -167,7 +167,7 @@ TEST_P(AgainstTheModel, NoiseReductionThatIsNeverOffAgreesOverSteadyNoise)
 
 TEST_P(AgainstTheModel, CurvesAgreeAsFarAsTheirPolesLetThem)
 {
-    Course chosen = course(3, 5);
+    Course chosen = course(7, 5); // other seeds meet so many close comparisons at once that the model's ways take half a minute
     chosen.options.bed = 0.001F;
     chosen.decibels = chosen.rate == 16000 ? 90.0 : 70.0;
     chosen.everythingOn = true;
