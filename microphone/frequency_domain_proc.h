@@ -32,7 +32,7 @@ private:
     static const MicrophoneRateRow& rowOf(std::uint32_t sampleRate);
     FrequencyDomainProc(const MicrophoneRateRow& row, float* levels);
 
-    void clean();
+    void suppress();
     void measure(float* levels);
 
     // Configuration
@@ -54,7 +54,7 @@ private:
     SuppressionGain<N> suppressor;
 
     // Scratch
-    Buffer<float, N> frame; // one hop
+    Buffer<float, N> frame; // one hop that is not written back
     SpectrumBuffer<N> spectrum;
     SpectrumBuffer<N> bandSpectrum;
     SpectrumBuffer<N> levelSpectrum;
@@ -121,7 +121,6 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
         return;
     }
 
-    frame.setSize(hop);
     levelSpectrum.setSize(levelBandCount);
     levelEnvelope.setSize(levelBandCount);
     bandSpectrum.setSize(bandCount);
@@ -129,11 +128,10 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
     signalLevel.setSize(bandCount);
     for (std::uint64_t f = 0; f < frameCount; ++f) {
         for (std::size_t c = 0; c < N; ++c)
-            check(ippsCopy_32f(in.channel(c) + f * hop, frame.channel(c), length32(hop)));
-        clean();
-        if (writeBack)
-            for (std::size_t c = 0; c < N; ++c)
-                check(ippsCopy_32f(frame.channel(c), out.channel(c) + f * hop, length32(hop)));
+            analysis.lowerHalf(c, in.channel(c) + f * hop, spectrum.channel(c));
+        suppress();
+        for (std::size_t c = 0; c < N; ++c)
+            synthesis.fromLowerHalf(c, spectrum.channel(c), writeBack ? out.channel(c) + f * hop : frame.channel(c));
     }
     out.setSize(frameCount * hop);
 
@@ -141,22 +139,18 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
         measure(levels);
 }
 
-// `frame`, one hop further.
+// `spectrum`, the lower half of one frame.
 template <std::size_t N>
-void FrequencyDomainProc<N>::clean()
+void FrequencyDomainProc<N>::suppress()
 {
-    for (std::size_t c = 0; c < N; ++c)
-        analysis.lowerHalf(c, frame.channel(c), spectrum.channel(c));
     spectrum.setSize(fftLength); // of which the bands read the lower half alone
     levelBandSum.process(spectrum, levelSpectrum);
     bandSum.process(spectrum, bandSpectrum);
     noiseTracker.process(bandSpectrum, noiseFloor);
     signalTracker.process(bandSpectrum, signalLevel);
     suppressor.process(noiseFloor, signalLevel, bandGains);
-    for (std::size_t c = 0; c < N; ++c) {
+    for (std::size_t c = 0; c < N; ++c)
         bandDist.scaleLowerHalf(bandGains.channel(c), spectrum.channel(c));
-        synthesis.fromLowerHalf(c, spectrum.channel(c), frame.channel(c));
-    }
 }
 
 // Required: the meter follows the block's last frame alone, whatever the number of its frames; level band 0 is not reported.

@@ -39,16 +39,7 @@ void MicrophonePath<N, float>::process(InterleavedView in, InterleavedView out)
     if (record.applied == 0)
         applyRecord();
 
-    const auto n = in.frames;
-    if (n > input.capacity())
-        throw std::invalid_argument("PassThrough: out buffer too small");
-    for (std::size_t c = 0; c < N; ++c) {
-        float* row = input.channel(c);
-        for (std::uint64_t i = 0; i < n; ++i)
-            row[i] = in.data[i * N + c];
-    }
-    input.setSize(n);
-
+    PassThrough::deinterleave(in, input, 0);
     frequencyProc.process(input, input, noiseReductionOn, levelsOn, bandLevels.data());
     equalize();
     runGate();
@@ -110,8 +101,7 @@ void MicrophonePath<N, float>::runGate()
         PassThrough::process(equalized, gateOut, 1.0F);
         return;
     }
-    PassThrough::process(equalized, gateIn, 1.0F);
-    gateIn *= gateGain;
+    PassThrough::process(equalized, gateIn, gateGain);
     gate.process(gateIn, gateOut);
     gateOut *= gateGainInverse;
 }
