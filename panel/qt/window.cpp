@@ -726,7 +726,7 @@ void PanelWindow::showEffectLevels()
 
 void PanelWindow::watch()
 {
-    session.watch(isVisible(), pages->currentIndex() == 1);
+    session.watch(isVisible() && !isMinimized(), pages->currentIndex() == 1);
     refresh(); // what is unseen plays no sound any more
 }
 
@@ -740,6 +740,13 @@ void PanelWindow::hideEvent(QHideEvent* event)
 {
     QWidget::hideEvent(event);
     watch();
+}
+
+void PanelWindow::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::WindowStateChange)
+        watch();
 }
 
 void PanelWindow::closeEvent(QCloseEvent* event)

@@ -440,6 +440,7 @@ LRESULT PanelWindow::handle(UINT what, WPARAM w, LPARAM l)
     }
     case WM_SIZE:
         arrange();
+        watch(); // minimised it is not seen
         return 0;
     case WM_DPICHANGED: {
         const RECT& wanted = *reinterpret_cast<const RECT*>(l);

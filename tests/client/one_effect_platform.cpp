@@ -32,6 +32,8 @@ Handle openMapping(const char* name) noexcept
 {
     const OneEffect& effect = oneEffect();
     const bool isBlock = std::string_view(name) == controlBlockName;
+    if (isBlock && effect.opened)
+        effect.opened();
     void* memory = isBlock ? static_cast<void*>(effect.block) : effect.share;
     if (isBlock && effect.refusal != 0) {
         keepRefusal("run/quorel", effect.refusal);

@@ -17,6 +17,7 @@ struct OneEffect {
     std::size_t blockBytes = sizeof(ControlBlock);
     int refusal = 0; // of the block: the system's number
     bool takesSignals = true;
+    std::function<void()> opened = nullptr; // called when somebody opens the block
 };
 
 OneEffect& oneEffect();

@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace quorel {
@@ -115,6 +116,33 @@ TEST_F(Tray, KeepsThePanelWhenItsWindowIsClosed)
     entry("Show the panel").trigger();
     EXPECT_TRUE(panel->isVisible());
     EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 1; }));
+}
+
+// It stops: ten looks' time without one, at the latest after what was under way.
+TEST_F(Tray, LooksAtNothingWhileItsWindowIsClosedOrMinimised)
+{
+    std::atomic<int> looks = 0;
+    oneEffect().opened = [&] { ++looks; };
+    const auto stops = [&] {
+        for (int attempt = 0; attempt < 5; ++attempt) {
+            const int before = looks;
+            QTest::qWait(10 * static_cast<int>(EffectLink::interval.count()));
+            if (looks == before)
+                return true;
+        }
+        return false;
+    };
+    const auto goesOn = [&] { return becomes([&, before = looks.load()] { return looks > before + 3; }); };
+    open(true);
+    panel->close();
+    EXPECT_TRUE(stops());
+    panel->show();
+    EXPECT_TRUE(goesOn());
+    panel->showMinimized();
+    EXPECT_TRUE(stops());
+    panel->showNormal();
+    EXPECT_TRUE(goesOn());
+    panel.reset(); // before what its looks call
 }
 
 TEST_F(Tray, BypassesAndPutsBackWhileTheWindowIsClosed)

@@ -141,6 +141,27 @@ TEST(LiveAnswers, FollowABypassAlsoWhileNobodyWatches)
     EXPECT_TRUE(eventually([&] { return !bypass && !watch.view().bypass; }));
 }
 
+// When the answer to the command is there the watch waits for the next one alone.
+TEST(LiveAnswers, AreNotAskedForWhileNobodyWatches)
+{
+    std::atomic<int> questions = 0;
+    std::atomic<bool> bypass = false;
+    const FakeHost host([&](const std::string& command) {
+        ++questions;
+        bypass = bypass || command == "bypass on";
+        return status(bypass);
+    });
+    LiveWatch watch([] {});
+    watch.watch(false);
+    watch.bypass(true);
+    ASSERT_TRUE(eventually([&] { return watch.view().bypass; }));
+    const int before = questions;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // two questions' time
+    EXPECT_EQ(questions, before);
+    watch.watch(true);
+    EXPECT_TRUE(eventually([&] { return questions > before; }));
+}
+
 TEST(LiveAnswers, AreNoneFromAHostThatSpeaksNonsense)
 {
     const FakeHost host([](const std::string&) { return R"({"bypass": "often"})"; });
