@@ -18,8 +18,11 @@
 #include <QUrl>
 #include <QWheelEvent>
 
+#include <atomic>
+#include <chrono>
 #include <fstream>
 #include <random>
+#include <thread>
 
 namespace quorel {
 namespace {
@@ -50,6 +53,40 @@ TEST_F(Window, AKeyMovesASliderByOneStepAndTheEffectHearsIt)
     EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 1; }));
     QTest::keyClick(&fader("EQBand5"), Qt::Key_End);
     EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 127; }));
+}
+
+// However long it takes: at most one update at once and one more for each 10 ms that have passed.
+TEST_F(Window, ASliderDraggedFromEndToEndSendsAHundredASecond)
+{
+    std::atomic<int> updates = 0;
+    oneEffect().signalled = [&] { ++updates; };
+    open();
+    QSlider& slider = fader("EQBand5");
+    const auto mouse = [&](QEvent::Type type, int y, Qt::MouseButton button, Qt::MouseButtons held) {
+        const QPointF at(slider.width() / 2.0, y);
+        QMouseEvent event(type, at, slider.mapToGlobal(at), button, held, Qt::NoModifier);
+        QApplication::sendEvent(&slider, &event);
+    };
+    int moves = 0;
+    QObject::connect(&slider, &QSlider::valueChanged, &slider, [&] { ++moves; });
+    slider.setValue(-127);
+    ASSERT_TRUE(becomes([&] { return settings().EQBand.at(4) == -127; }));
+    updates = 0;
+    moves = 0;
+    const auto start = std::chrono::steady_clock::now();
+    mouse(QEvent::MouseButtonPress, slider.height() - 8, Qt::LeftButton, Qt::LeftButton); // upon the handle
+    for (int y = slider.height() - 8; y >= -8; --y) {
+        mouse(QEvent::MouseMove, y, Qt::NoButton, Qt::LeftButton);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (y % 30 == 0)
+            QApplication::processEvents(); // painting takes longer than ten moves
+    }
+    mouse(QEvent::MouseButtonRelease, -8, Qt::LeftButton, Qt::NoButton);
+    EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 127; }));
+    const auto passed = std::chrono::steady_clock::now() - start;
+    EXPECT_LE(updates.load(), passed / std::chrono::milliseconds(10) + 2);
+    EXPECT_GE(moves, 40);
+    panel.reset(); // before what its writing calls
 }
 
 TEST_F(Window, ADoubleClickAndDeleteBringTheDefault)

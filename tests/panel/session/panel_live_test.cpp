@@ -10,17 +10,20 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSlider>
 #include <QTabWidget>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 #include <array>
 #include <clocale>
 #include <csignal>
+#include <ctime>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -184,6 +187,33 @@ TEST_F(PanelLive, ShowsWhatAnotherToolChangesAndChangesWhatItShows)
     EXPECT_TRUE(becomes([&] { return find<QPushButton>("bypass").isChecked(); }));
     QTest::mouseClick(&find<QPushButton>("bypass"), Qt::LeftButton);
     EXPECT_TRUE(becomes([&] { return session.status()["bypass"] == false; }));
+}
+
+// The window's thread sleeps as it would in the program; the host's answers and the meters are what wakes it.
+TEST_F(PanelLive, WhatItCostsShownAndHiddenIsPrinted)
+{
+    const auto live = session.live();
+    ASSERT_TRUE(says("Headphones, 7.1"));
+    panel->showPage(1);
+    constexpr int seconds = 3;
+    const auto costs = [] {
+        timespec before{};
+        timespec after{};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &before);
+        QEventLoop loop;
+        QTimer::singleShot(1000 * seconds, &loop, &QEventLoop::quit);
+        loop.exec();
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &after);
+        return static_cast<double>(after.tv_sec - before.tv_sec) * 1e3 +
+               static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e6;
+    };
+    const double shown = costs() / seconds;
+    panel->hide();
+    QTest::qWait(100); // for what is under way
+    const double hidden = costs() / seconds;
+    panel->show();
+    std::cout << "a second of the microphone's page costs " << shown << " ms of a core, hidden " << hidden << " ms\n";
+    EXPECT_LT(hidden, shown);
 }
 
 TEST_F(PanelLive, ListensAndTellsWhatTheEffectTakesAwayMeanwhile)

@@ -5,7 +5,7 @@
 #include "client/control_client.h"
 #include "panel/chart_scale.h"
 #include "panel/kept_values.h"
-#include "settings/settings_handler.h"
+#include "tests/panel/sounding_effect.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <random>
 #include <string>
 #include <tuple>
@@ -204,6 +205,24 @@ TEST_F(Win32Window, ASliderMovedByMessagesArrivesInTheEffect)
     EXPECT_TRUE(becomes([&] { return settings().EQBand.at(4) == 51; }));
 }
 
+// How long it takes is printed, as the machine's load has its part in it.
+TEST_F(Win32Window, ASlidersMoveSoundsInABlockSoonAfter)
+{
+    SoundingEffect sound;
+    const HWND slider = fader("Equaliser at 1000 Hz");
+    std::array<double, 21> late{}; // ms
+    for (std::size_t i = 0; i < late.size(); ++i) {
+        ASSERT_TRUE(becomes([&] { return sound.steady(); }));
+        const auto moved = SoundingEffect::Clock::now();
+        drag(slider, i % 2 == 0 ? -127 : 0);
+        ASSERT_TRUE(becomes([&] { return sound.changed().has_value(); }));
+        late.at(i) = std::chrono::duration<double, std::milli>(*sound.changed() - moved).count();
+    }
+    std::sort(late.begin(), late.end());
+    EXPECT_GT(late.front(), 0);
+    std::cout << "a slider's move is heard in a block that ends " << late[10] << " ms later, at worst " << late[20] << '\n';
+}
+
 TEST_F(Win32Window, DeleteAndADoubleClickBringTheDefault)
 {
     const HWND slider = fader("Reverb");
@@ -263,6 +282,17 @@ TEST_F(Win32Window, LevelsAreMeasuredOnTheirPageAlone)
     EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 1; }));
     turnTo(0);
     EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 0; }));
+}
+
+TEST_F(Win32Window, LevelsAreNotMeasuredWhileItIsMinimised)
+{
+    turnTo(1);
+    ASSERT_TRUE(becomes([&] { return settings().levelsEnabled == 1; }));
+    ShowWindow(panel->handle(), SW_MINIMIZE);
+    EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 0; }));
+    ShowWindow(panel->handle(), SW_RESTORE);
+    EXPECT_TRUE(becomes([&] { return settings().levelsEnabled == 1; }));
+    turnTo(0);
 }
 
 TEST_F(Win32Window, AFileThatIsNoneIsRefusedInWords)
