@@ -62,6 +62,7 @@ int stream(int blocks)
     constexpr std::uint64_t frames = 480;
     const auto handler = SettingsHandler::instance(SettingsHandler::layoutVersion);
     SignalPath path(SignalPath::Speaker{}, 8, 0x63F, frames, 48000);
+    handler->writeActiveFormat(0x63F, 48000);
     std::vector<float> in(frames * 8, 0.1F);
     std::vector<float> out(frames * 8);
     struct Arrival {
