@@ -38,10 +38,9 @@ class Screen {
 public:
     Screen() : server({"Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp"}, number)
     {
-        const auto told = [this] { return server.written(); };
-        if (!within(patience, [&] { return told().ends_with('\n'); }))
+        if (!within(patience, [this] { return !lastNumber().empty(); }))
             throw std::runtime_error("no screen");
-        qputenv("DISPLAY", QByteArray::fromStdString(":" + told()).trimmed());
+        qputenv("DISPLAY", QByteArray::fromStdString(":" + lastNumber()));
         qputenv("QT_QPA_PLATFORM", "xcb");
     }
     ~Screen() { std::filesystem::remove(number); }
@@ -49,6 +48,15 @@ public:
     Screen& operator=(const Screen&) = delete;
 
 private:
+    // Ahead of its number the server complains of those that others have.
+    std::string lastNumber() const
+    {
+        const std::string told = server.written();
+        const auto digits = told.find_last_not_of("0123456789\n") + 1; // 0 where nothing else is told
+        const bool line = told.ends_with('\n') && (digits == 0 || told.at(digits) == '\n');
+        return line ? QByteArray::fromStdString(told.substr(digits)).trimmed().toStdString() : "";
+    }
+
     std::filesystem::path number =
         std::filesystem::temp_directory_path() / ("quorel_screen_" + std::to_string(std::random_device()()));
     Service server;
