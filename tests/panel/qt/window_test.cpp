@@ -22,6 +22,7 @@
 #include <chrono>
 #include <fstream>
 #include <random>
+#include <set>
 #include <thread>
 
 namespace quorel {
@@ -179,6 +180,30 @@ TEST_F(Window, EveryControlHasANameAndEveryFaderItsValueAndUnit)
     EXPECT_EQ(told->text(QAccessible::Name), "Equaliser at 500 Hz");
     EXPECT_EQ(told->text(QAccessible::Description), "+6.0 dB");
     EXPECT_EQ(told->valueInterface()->currentValue().toInt(), 127);
+}
+
+// From the first control on: after a round of Tab each has had the focus.
+TEST_F(Window, TheTabKeyReachesEveryControl)
+{
+    open();
+    for (int page = 0; page < 3; ++page) {
+        find<QTabWidget>()->setCurrentIndex(page);
+        QApplication::processEvents();
+        std::set<const QWidget*> reached;
+        for (int step = 0; step < 60; ++step) {
+            QTest::keyClick(panel.get(), Qt::Key_Tab);
+            reached.insert(QApplication::focusWidget());
+        }
+        int controls = 0;
+        for (const QWidget* widget : panel->findChildren<QWidget*>())
+            if (widget->isVisible() && widget->isEnabled() && widget->focusPolicy() != Qt::NoFocus &&
+                widget->focusProxy() == nullptr) {
+                ++controls;
+                EXPECT_TRUE(reached.contains(widget))
+                    << page << ' ' << widget->metaObject()->className() << ' ' << widget->objectName().toStdString();
+            }
+        EXPECT_GE(controls, page == 0 ? 3 + 2 * 10 : 5);
+    }
 }
 
 // Above and below the curve's course over the neighbouring pixels no pixel of its colour lies farther than one, but for the pen's
