@@ -94,8 +94,9 @@ void compare(std::uint32_t mask, const model::SessionOptions& options, std::size
         }
     }
     for (const Candidate& candidate : candidates) {
-        EXPECT_GE(candidate.agreement.decibels(), 100.0) << candidate.variant->name;
-        EXPECT_GE(candidate.agreement.worstWindowDb(), 100.0)
+        // What is promised, and for 100 ms alone what roundings beside the session's loudest sound leave of it.
+        EXPECT_GE(candidate.agreement.decibels(), 130.0) << candidate.variant->name;
+        EXPECT_GE(candidate.agreement.worstWindowDb(), 115.0)
             << candidate.variant->name << " at frame " << candidate.agreement.worstWindowStart();
         testing::Test::RecordProperty(std::string(candidate.variant->name) + "_dB",
                                       std::to_string(candidate.agreement.decibels()));
@@ -128,12 +129,12 @@ INSTANTIATE_TEST_SUITE_P(Layout, AgainstTheModel, testing::ValuesIn(layouts), []
     return std::to_string(layout.param.channels) + "Channels" + std::to_string(layout.param.mask);
 });
 
-TEST_P(AgainstTheModel, ALongSessionAgreesTo100Decibels)
+TEST_P(AgainstTheModel, ALongSessionAgreesTo130Decibels)
 {
     compare(GetParam().mask, options(1), 10 * second);
 }
 
-TEST_P(AgainstTheModel, ManySettingsAndDeliveredResponsesAgreeTo100Decibels)
+TEST_P(AgainstTheModel, ManySettingsAndDeliveredResponsesAgreeTo130Decibels)
 {
     auto session = options(2);
     session.recordEvery = 3;
