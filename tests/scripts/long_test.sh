@@ -1,0 +1,75 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# long_test.sh SOURCES: the driver of the long proof counts what its parts reach, goes on where it was stopped, keeps what a
+# part failed on, adds another machine's state once, and tells all of it in its report.
+set -eu
+. "$1/tests/support/waiting.sh"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+fail() {
+    echo "$1"
+    exit 1
+}
+
+# asks FILE EXPRESSION: whether a Python expression about the file's content, x, is true.
+asks() {
+    python3 -c 'import json, sys; x = json.load(open(sys.argv[1])); assert eval(sys.argv[2]), (sys.argv[2], x)' "$1" "$2"
+}
+
+# A part that counts its runs itself, one that hangs until it is killed as long as there is a file `hang`, and one that fails.
+cat >parts.json <<END
+[{"name": "good", "promise": "it counts", "command": ["sh", "-c", "echo x >>$work/ran; echo 'made 5 blocks'; echo 'made 2 blocks'"],
+  "least": 0, "figures": {"blocks": "made (\\\\d+)"}, "asked": {"blocks": ">= 7"}},
+ {"name": "hanging", "promise": "it hangs", "command": ["sh", "-c", "touch $work/hangs; while [ -e $work/hang ]; do sleep 0.1; done; echo 3"],
+  "least": 0, "figures": {"turns": "(\\\\d+)"}, "asked": {"turns": ">= 1000000"}},
+ {"name": "silent", "promise": "it tells nothing", "command": ["true"], "once": true, "figures": {"said": "(\\\\d+)"}}]
+END
+cat >failing.json <<END
+[{"name": "bad", "promise": "it fails", "command": ["sh", "-c", "echo broken >{failures}/input; echo was {seconds}; exit 3"], "once": true},
+ {"name": "mute", "promise": "it was told a figure", "command": ["true"], "once": true, "figures": {"said": "(\\\\d+)"}}]
+END
+long="$1/scripts/long --place $work/long"
+
+# Stopped in the second part, whose run counts for nothing; the first one's stays.
+touch hang
+$long --parts parts.json 1 >out 2>err &
+driver=$!
+waits_for 60 test -e hangs
+kill -TERM $driver
+! wait $driver || fail 'a stopped run counts as a whole one'
+asks long/state.json 'x["parts"]["good"]["runs"] == 1 and x["parts"]["good"]["figures"] == {"blocks": 7}'
+asks long/state.json 'x["parts"]["hanging"]["runs"] == 0'
+asks long/report.json '[part["verdict"] for part in x["parts"]] == ["reached", "not run", "not run"]'
+
+# The next run goes on; figures add up.
+rm hang
+$long --parts parts.json --only hanging 0.0002 >out 2>err
+$long --parts parts.json --only good 0.0002 >out 2>err
+asks long/state.json "x['parts']['good']['runs'] == $(wc -l <ran) > 1"
+asks long/state.json 'x["parts"]["good"]["figures"]["blocks"] == 7 * x["parts"]["good"]["runs"]'
+asks long/state.json 'x["parts"]["hanging"]["figures"]["turns"] == 3 * x["parts"]["hanging"]["runs"] > 0'
+asks long/report.json '[part["verdict"] for part in x["parts"]] == ["reached", "not yet", "not run"]'
+grep -q 'good for [01] s: passed' err
+
+# What fails is told, and kept with its input; a part that does not tell its figure fails, and what runs once a commit does.
+! $long --parts failing.json 1 >out 2>err || fail 'a failed part is none'
+grep -q 'bad once: FAILED (3)' err
+grep -q 'mute once: FAILED (does not tell: said)' err
+grep -q '| FAILED |' long/report.md
+test "$(cat long/failures/bad/input)" = broken
+grep -q 'was' long/failures/bad/*.log
+asks long/state.json 'x["parts"]["bad"]["runs"] == 1 and x["parts"]["bad"]["failures"][0]["exit"] == 3'
+asks long/state.json 'x["parts"]["good"]["runs"] > 1' # other parts' figures stay
+
+# Another machine's state counts once.
+cat >other.json <<'END'
+{"id": "other", "merged": [], "parts": {"good": {"seconds": 3600, "runs": 1, "figures": {"blocks": 1000000}, "commits": ["abc"],
+ "failures": [], "last": "passed"}}}
+END
+before=$(python3 -c 'import json; print(json.load(open("long/state.json"))["parts"]["good"]["figures"]["blocks"])')
+$long --parts parts.json --merge other.json >out
+asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
+! $long --parts parts.json --merge other.json >out 2>err || fail 'a state was added twice'
+asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
