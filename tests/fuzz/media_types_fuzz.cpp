@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+// Formats that an engine may ask about: as wave formats and as uncompressed ones, judged by the rules of both effects.
+#include "host/format_rules.h"
+#include "host/media_type.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+using namespace quorel;
+
+struct Release {
+    void operator()(IAudioMediaType* type) const { type->Release(); }
+};
+using MediaType = std::unique_ptr<IAudioMediaType, Release>;
+
+// What one says of itself, and whether an effect takes it.
+void examine(IAudioMediaType& type, const UNCOMPRESSEDAUDIOFORMAT& other)
+{
+    BOOL compressed = -1;
+    require(type.IsCompressedFormat(&compressed) == S_OK && (compressed == TRUE || compressed == FALSE),
+            "it is compressed or not");
+    DWORD flags = 0;
+    require(type.IsEqual(&type, &flags) == S_OK, "it equals itself");
+    UNCOMPRESSEDAUDIOFORMAT told{};
+    const HRESULT result = type.GetUncompressedAudioFormat(&told);
+    require((result == S_OK) == (compressed == FALSE), "it has an uncompressed format where it is not compressed");
+    if (result != S_OK)
+        return;
+    for (const auto kind : {EndpointKind::render, EndpointKind::capture})
+        for (const auto& opposite : {told, other})
+            require(!admits(kind, opposite, told) || told.dwBytesPerSampleContainer == 4, "samples of 32 bits alone are taken");
+
+    IAudioMediaType* made = nullptr;
+    require(CreateAudioMediaTypeFromUncompressedAudioFormat(&told, &made) == S_OK || made == nullptr, "a failure gives nothing");
+    if (made == nullptr)
+        return;
+    const MediaType again(made);
+    require(again->IsEqual(&type, &flags) == S_OK || again->IsEqual(&type, &flags) == S_FALSE, "two types are compared");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    FuzzInput input(data, size);
+    const auto uncompressed = input.number<UNCOMPRESSEDAUDIOFORMAT>();
+    IAudioMediaType* made = nullptr;
+    if (CreateAudioMediaTypeFromUncompressedAudioFormat(&uncompressed, &made) == S_OK) {
+        const MediaType type(made);
+        examine(*type, uncompressed);
+    }
+
+    // As many bytes as are said to be there.
+    const auto rest = input.all();
+    if (rest.size() < sizeof(WAVEFORMATEX))
+        return 0;
+    std::vector<char> wave(rest.begin(), rest.end());
+    made = nullptr;
+    if (CreateAudioMediaType(reinterpret_cast<const WAVEFORMATEX*>(wave.data()), static_cast<UINT32>(wave.size()), &made) ==
+        S_OK) {
+        const MediaType type(made);
+        examine(*type, uncompressed);
+    }
+    return 0;
+}

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+// What a user and other programs may do to the panel's model, in any order.
+#include "panel/panel_model.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <stdexcept>
+
+namespace {
+
+using namespace quorel;
+
+const SettingsField& anyField(FuzzInput& input)
+{
+    const auto fields = settingsFields();
+    return fields[input.below(static_cast<std::uint32_t>(fields.size()))];
+}
+
+bool inRange(const SettingsField& field, std::int64_t value)
+{
+    return value >= field.low && value <= field.high;
+}
+
+Values shownBy(const PanelModel& panel)
+{
+    Values values;
+    for (const SettingsField& field : settingsFields())
+        values[&field] = panel.shown(field);
+    return values;
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    FuzzInput input(data, size);
+    PanelModel panel;
+    EffectView view;
+    std::uint64_t taken = 0; // number of the newest changes that were to be written
+    for (int operation = 0; operation < 256 && !input.ended(); ++operation) {
+        switch (input.below(10)) {
+        case 0: // a look at the effect
+            view.state = static_cast<EffectView::State>(input.below(3));
+            view.written = input.below(2) == 0 ? taken : input.below(256);
+            panel.see(view);
+            require(panel.usable() || panel.settled(), "without an effect nothing waits to be written");
+            break;
+        case 1: { // another program
+            const SettingsField& field = anyField(input);
+            setSetting(view.settings, field, field.low + input.below(static_cast<std::uint32_t>(field.high - field.low + 1)));
+            break;
+        }
+        case 2:
+        case 3: {
+            const SettingsField& field = anyField(input);
+            const std::int64_t value = input.number<std::int16_t>();
+            const Values before = shownBy(panel);
+            try {
+                panel.edit(field, value, input.below(2) == 0 ? PanelModel::Step::own : PanelModel::Step::joined);
+                require(inRange(field, value), "what is out of range is refused");
+                require(!panel.usable() || panel.shown(field) == value, "what was changed is shown");
+            } catch (const std::runtime_error&) {
+                require(!inRange(field, value) && shownBy(panel) == before, "what is refused changes nothing");
+            }
+            break;
+        }
+        case 4: {
+            const bool could = panel.canUndo() && panel.usable();
+            const Values before = shownBy(panel);
+            panel.undo();
+            require(!could || panel.canRedo(), "what was undone can be redone");
+            if (could) {
+                PanelModel other = panel;
+                other.redo();
+                require(shownBy(other) == before, "redoing brings back what undoing took");
+            }
+            break;
+        }
+        case 5:
+            panel.redo();
+            break;
+        case 6: {
+            const auto part = input.below(2) == 0 ? PanelModel::Part::all : PanelModel::Part::microphone;
+            const Values before = shownBy(panel);
+            const bool was = panel.bypassed();
+            panel.bypass(true, part);
+            if (!was) {
+                PanelModel other = panel;
+                other.bypass(false, part);
+                require(shownBy(other) == before, "a bypass that ends puts back what it turned off");
+            }
+            break;
+        }
+        case 7:
+            panel.bypass(false, input.below(2) == 0 ? PanelModel::Part::all : PanelModel::Part::microphone);
+            break;
+        case 8:
+            panel.compare();
+            break;
+        default:
+            if (const auto changes = panel.take()) {
+                require(changes->number > taken && !changes->values.empty(), "newer changes have larger numbers");
+                taken = changes->number;
+                for (const auto& [field, value] : changes->values)
+                    require(inRange(*field, value) && panel.shown(*field) == value, "what is written is what is shown");
+            }
+            require(!panel.take(), "nothing is taken twice");
+        }
+        for (const auto& [field, value] : shownBy(panel))
+            require(inRange(*field, value), "what is shown is in its range");
+        static_cast<void>(panel.chosen());
+    }
+    return 0;
+}
