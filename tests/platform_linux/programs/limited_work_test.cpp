@@ -1,13 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "platform/programs/limited_work.h"
 
+#include "tests/support/temporary_home.h"
+
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
+#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -136,6 +144,44 @@ TEST(LimitedWork, WritesNoFileAndNoWord)
     EXPECT_EQ(read(ends[0], &byte, 1), 0);
     close(ends[0]);
     EXPECT_EQ(wrote, "could not");
+}
+
+// Each of these would succeed in the process that asks for the work.
+TEST(LimitedWork, AsksTheSystemForNothingButReading)
+{
+    const TemporaryHome home;
+    const std::string path = (home.path() / "file").string();
+    std::ofstream(path) << "kept";
+    const int there = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    const pid_t caller = getpid();
+    const std::string done = doLimited(
+        [&] {
+            std::string could;
+            const auto attempt = [&could](const char* what, long result) {
+                if (result >= 0 || (errno != EPERM && errno != EBADF))
+                    could += std::string(what) + ' ';
+            };
+            attempt("program", execl("/bin/true", "true", nullptr));
+            attempt("process", fork());
+            attempt("connection", socket(AF_UNIX, SOCK_STREAM, 0));
+            attempt("signal", kill(caller, 0));
+            attempt("writing", open(path.c_str(), O_WRONLY | O_CLOEXEC));
+            attempt("new file", open((path + "2").c_str(), O_CREAT | O_RDONLY | O_CLOEXEC, 0600));
+            attempt("overwriting", pwrite(there, "lost", 4, 0));
+            attempt("open file", write(there, "lost", 4));
+            void* shared = mmap(nullptr, 4, PROT_READ | PROT_WRITE, MAP_SHARED, there, 0);
+            attempt("mapping", shared == MAP_FAILED ? -1 : 0);
+            attempt("cutting", ftruncate(there, 0));
+            attempt("removal", unlink(path.c_str()));
+            attempt("name", rename(path.c_str(), (path + "2").c_str()));
+            attempt("rights", chmod(path.c_str(), 0));
+            std::string content;
+            std::ifstream(path) >> content;
+            return could + content;
+        },
+        limits, [] {});
+    close(there);
+    EXPECT_EQ(done, "kept");
 }
 
 } // namespace
