@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "panel/qt/controls.h"
 
+#include "panel/qt/model_texts.h"
 #include "speaker/equalizer_tables.h"
 
 #include <QFontMetrics>
@@ -19,7 +20,7 @@ namespace quorel {
 QString shownValue(const SettingsField& field, std::int64_t value)
 {
     const std::string text = shownText(field, value);
-    return text == "off" ? QCoreApplication::translate("quorel::Fader", "off") : QString::fromStdString(text);
+    return text == "off" ? translated(text) : QString::fromStdString(text); // a number needs no looking up
 }
 
 // ---- Fader ----------------------------------------------------------------------------------------------------------
@@ -107,7 +108,8 @@ void ValueBox::finish()
     const QString typed = text();
     setModified(false);
     try {
-        edited(typedValue(field, typed.toStdString()));
+        const bool neutral = typed.trimmed() == shownValue(field, neutralValue); // whose word may be another language's
+        edited(neutral ? neutralValue : typedValue(field, typed.toStdString()));
     } catch (const std::runtime_error& error) {
         refused(QString::fromStdString(error.what()));
     }

@@ -3,6 +3,7 @@
 
 #include "client/preset.h"
 #include "panel/qt/controls.h"
+#include "panel/qt/model_texts.h"
 #include "speaker/equalizer_tables.h"
 #include "tools/level_display.h"
 
@@ -237,7 +238,7 @@ QWidget* PanelWindow::speakerPage()
     inside->addLayout(buttons);
     QStringList names;
     for (const char* name : speakerNames)
-        names += name;
+        names += translated(name);
     speaker = new Choice(tr("Speaker whose responses are shown"), names, [this](std::int64_t) { showResponses(); });
     speaker->setObjectName("shownSpeaker");
     inside->addWidget(speaker);
@@ -513,7 +514,7 @@ void PanelWindow::tell(const QString& text)
 
 void PanelWindow::showMessage()
 {
-    const QString text = QString::fromStdString(session.message());
+    const QString text = translated(session.message());
     if (message->text() != text)
         message->setText(text);
     message->setVisible(!text.isEmpty());
@@ -584,7 +585,7 @@ void PanelWindow::take(PanelSession::News news)
         const ImportReport& imported = session.imported();
         importButton->setEnabled(true);
         report->setPlainText((imported.path.empty() ? QString() : QString::fromStdString(imported.path) + "\n") +
-                             QString::fromStdString(imported.text));
+                             translated(imported.text));
         showResponses();
     }
     if (changed) {
@@ -635,7 +636,7 @@ void PanelWindow::refreshState()
         text += tr("No effect is running. Start quorel-live, or choose the headset with the effect as the sound device.");
         break;
     case EffectView::State::hidden:
-        text += QString::fromStdString(view.trouble);
+        text += translated(view.trouble);
         break;
     case EffectView::State::there:
         if (host.headphones || host.microphone) {
@@ -657,9 +658,9 @@ void PanelWindow::refreshState()
     if (model.bypassed())
         text += "\n" + tr("Bypassed by settings: the down-mix to stereo, the limiters and a gain of 0.8 stay.");
     state->setText(text);
-    const QString told = host.state == LiveView::State::there ? QString::fromStdString(host.text)
+    const QString told = host.state == LiveView::State::there ? translated(host.text)
                          : host.state == LiveView::State::mute
-                             ? tr("quorel-live: %1").arg(QString::fromStdString(host.text))
+                             ? tr("quorel-live: %1").arg(translated(host.text))
                              : tr("No quorel-live is running, which would tell load, latency and gaps.");
     if (details->toPlainText() != told) // a text that is set anew loses its selection
         details->setPlainText(told);
@@ -674,7 +675,7 @@ void PanelWindow::refreshState()
     if (identity != shownIdentity)
         showResponses();
     if (!view.refusal.empty())
-        responses->setText(responses->text() + ". " + QString::fromStdString(view.refusal));
+        responses->setText(responses->text() + ". " + translated(view.refusal));
 }
 
 void PanelWindow::showResponses()
@@ -700,8 +701,9 @@ void PanelWindow::showLevels()
         const auto captions = levelCaptions(meterRate = rate);
         for (std::size_t k = 0; k < meters.size(); ++k) {
             const QString caption = QString::fromStdString(captions.at(k)).simplified();
-            meters.at(k)->setToolTip(caption);
-            meters.at(k)->setAccessibleName(tr("Level at %1").arg(caption));
+            const QString told = translated(caption.toStdString());
+            meters.at(k)->setToolTip(told);
+            meters.at(k)->setAccessibleName(tr("Level at %1").arg(told));
             meterTexts.at(k)->setText(caption.section(' ', 0, 0));
         }
     }
