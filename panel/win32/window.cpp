@@ -285,6 +285,8 @@ void PanelWindow::useScale(UINT dotsAnInch)
     const HFONT before = std::exchange(font, CreateFontIndirectW(&metrics.lfMessageFont));
     for (const Control& control : controls)
         SendMessageW(control.handle, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
+    for (const Level& level : levels) // the font has brought margins of its own
+        SendMessageW(level.box, EM_SETMARGINS, EC_LEFTMARGIN | EC_RIGHTMARGIN, 0);
     DeleteObject(before);
     arrange();
 }
@@ -316,7 +318,7 @@ void PanelWindow::arrange()
     const int left = 14;
     const int end = bottom - 8;
 
-    const int split = left + (width - 28) * 3 / 5;
+    const int split = left + (width - 28) * 2 / 3; // nine numbers with their units beside one another
     const int faders = (end - top) / 2;
     place(curveView->handle(), left, top, split - left - 8, end - top - faders - 6);
     const int column = (split - left - 8) / static_cast<int>(bands.size());
