@@ -30,6 +30,8 @@ constexpr wchar_t className[] = L"QuorelPanel";
 constexpr UINT newsMessage = WM_APP; // w: what of
 constexpr UINT trayMessage = WM_APP + 1;
 
+constexpr std::int64_t stepsOfNotch = 3; // of the wheel, upwards more on every slider
+
 enum Command : int {
     noCommand,
     undoCommand = 100,
@@ -488,8 +490,15 @@ LRESULT CALLBACK PanelWindow::handleFader(HWND fader, UINT message, WPARAM w, LP
 {
     auto& panel = *reinterpret_cast<PanelWindow*>(self);
     auto& level = *std::ranges::find(panel.levels, fader, &Level::fader);
-    if (message == WM_MOUSEWHEEL && GetFocus() != fader)
-        return DefWindowProcW(fader, message, w, l);
+    if (message == WM_MOUSEWHEEL) {
+        if (GetFocus() != fader)
+            return DefWindowProcW(fader, message, w, l);
+        level.turned += GET_WHEEL_DELTA_WPARAM(w);
+        const int notches = std::exchange(level.turned, level.turned % WHEEL_DELTA) / WHEEL_DELTA;
+        const std::int64_t wanted = panel.session->model().shown(*level.field) + notches * stepsOfNotch;
+        panel.edit(*level.field, std::clamp(wanted, level.field->low, level.field->high));
+        return 0;
+    }
     if (message == WM_KEYDOWN && w == VK_DELETE) {
         panel.edit(*level.field, neutralValue);
         return 0;

@@ -43,10 +43,10 @@ private:
         HWND fader;
         HWND box;
         bool upright;
-        bool moved = false;  // since its thumb was taken
-        bool held = false;   // the thumb
-        std::int64_t at = 0; // as shown
-        DWORD pressed = 0;   // when, in ms
+        bool moved = false; // since its thumb was taken
+        bool held = false;  // the thumb
+        DWORD pressed = 0;  // when, in ms
+        int turned = 0;     // by the wheel, less than a notch
     };
 
     static LRESULT CALLBACK handleMessage(HWND window, UINT message, WPARAM w, LPARAM l);
