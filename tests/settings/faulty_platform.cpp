@@ -36,6 +36,7 @@ struct Object {
     std::string call; // that opened it
     std::shared_ptr<Memory> memory;
     std::shared_ptr<Signal> signal;
+    std::thread thread{}; // until the handle is closed
 };
 
 namespace {
@@ -292,9 +293,13 @@ Handle startThread(void (*run)(void*), void* argument) noexcept
         world().changed.notify_all();
     };
     auto* conductor = faultyPlatform().conductor;
-    std::thread(conductor != nullptr ? conductor->join(std::move(work)) : std::move(work)).detach();
     const std::lock_guard guard(world().mutex);
-    return opened("startThread", nullptr, std::move(ended));
+    Object* const object = opened("startThread", nullptr, std::move(ended));
+    if (conductor != nullptr)
+        std::thread(conductor->join(std::move(work))).detach();
+    else
+        object->thread = std::thread(std::move(work));
+    return object;
 }
 
 bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
@@ -308,9 +313,19 @@ bool waitFor(Handle object, std::uint32_t milliseconds) noexcept
 void closeHandle(Handle object) noexcept
 {
     begin("closeHandle " + object->call);
-    const std::lock_guard guard(world().mutex);
-    object->memory.reset();
-    world().open.erase(object);
+    std::thread ended;
+    {
+        const std::lock_guard guard(world().mutex);
+        object->memory.reset();
+        world().open.erase(object);
+        if (object->thread.joinable() && !object->signal->set)
+            object->thread.detach();
+        ended = std::move(object->thread);
+    }
+    // One that has ended is joined: of threads that end detached Windows loses the next one now and then, as this compiler's
+    // library makes them.
+    if (ended.joinable())
+        ended.join();
 }
 
 void leaveOpen(Handle) noexcept {}
