@@ -69,6 +69,22 @@ double lossOf(const std::vector<float>& x, double energy, std::size_t start, con
     return std::max(0.0, 1.0 - kept / energy);
 }
 
+// Raises each of `losses` to lossOf from there on, but for roundings: where the window is 1, sums of the energy from the
+// response's beginning tell what is kept.
+void addLosses(std::vector<double>& losses, const std::vector<float>& x, double energy, const std::array<double, fittedTaps>& w)
+{
+    constexpr std::size_t flat = fittedTaps - fadeTaps;
+    std::vector<double> before(losses.size() + flat + 1); // the energy before each frame
+    for (std::size_t i = 0; i + 1 < before.size(); ++i)
+        before[i + 1] = before[i] + (i < x.size() ? squared(x[i]) : 0.0);
+    for (std::size_t start = 0; start < losses.size(); ++start) {
+        double kept = before[start + flat] - before[start];
+        for (std::size_t i = flat; i < fittedTaps && start + i < x.size(); ++i)
+            kept += squared(x[start + i]) * w[i] * w[i];
+        losses[start] = std::max(losses[start], 1.0 - kept / energy);
+    }
+}
+
 struct Loss {
     double share = 0;
     std::size_t row = 0;
@@ -132,9 +148,10 @@ FittedSet fitSet(const MeasuredSet& measured, double gainDb)
             return lossOf(responseOf(measured, row, ear), energies[row][ear], start, w);
         });
     };
-    std::vector<double> losses;
-    for (std::size_t start = 0; start < longest; ++start)
-        losses.push_back(worstFrom(start).share);
+    std::vector<double> losses(longest);
+    for (std::size_t row = 0; row < speakerTable.size(); ++row)
+        for (std::size_t ear = 0; ear < 2 && row != woofer; ++ear)
+            addLosses(losses, responseOf(measured, row, ear), energies[row][ear], w);
     const double least = *std::min_element(losses.begin(), losses.end());
 
     FittedSet set;
@@ -196,23 +213,28 @@ double arrivalMs(std::span<const float> taps)
     return 1000.0 * static_cast<double>(first) / hrtfRate;
 }
 
+// The mean power of bins that lie 1.5 Hz apart, by the autocorrelation r of the taps:
+//   |X(k)|^2 = r[0] + 2 * sum over l > 0 of r[l] * cos(2 pi k l / bins)
+// The cosines of a row of bins have a sum: (sin((end - 1/2) a) - sin((first - 1/2) a)) / (2 sin(a / 2)), a = 2 pi l / bins.
 std::array<double, 9> octavePowers(std::span<const float> taps)
 {
-    constexpr std::uint64_t order = 15; // 1.5 Hz between the bins
-    FFT<float> fft(order);
-    Buffer<float, 1> samples(fft.length());
-    Buffer<float, 1> spectrum(fft.length());
-    std::copy(taps.begin(), taps.end(), samples.channel(0));
-    fft.Fwd(samples, spectrum);
-    const float* x = spectrum.channel(0);
+    constexpr double bins = 32768;
+    std::vector<double> r(taps.size());
+    for (std::size_t l = 0; l < taps.size(); ++l)
+        for (std::size_t i = l; i < taps.size(); ++i)
+            r[l] += static_cast<double>(taps[i]) * static_cast<double>(taps[i - l]);
+
     std::array<double, 9> powers{};
     for (std::size_t band = 0; band < powers.size(); ++band) {
-        const double centre = 1000 * std::exp2(static_cast<double>(band) - 4) * static_cast<double>(fft.length()) / hrtfRate;
-        const auto first = static_cast<std::size_t>(std::ceil(centre * std::exp2(-1. / 6)));
-        std::size_t k = first;
-        for (; static_cast<double>(k) < centre * std::exp2(1. / 6); ++k)
-            powers.at(band) += squared(x[2 * k - 1]) + squared(x[2 * k]);
-        powers.at(band) /= static_cast<double>(k - first);
+        const double centre = 1000 * std::exp2(static_cast<double>(band) - 4) * bins / hrtfRate;
+        const double first = std::ceil(centre * std::exp2(-1. / 6));
+        const double end = std::ceil(centre * std::exp2(1. / 6));
+        double sum = 0;
+        for (std::size_t l = 1; l < r.size(); ++l) {
+            const double a = 2 * std::numbers::pi * static_cast<double>(l) / bins;
+            sum += r[l] * (std::sin((end - 0.5) * a) - std::sin((first - 0.5) * a)) / std::sin(a / 2);
+        }
+        powers.at(band) = r.at(0) + sum / (end - first);
     }
     return powers;
 }
