@@ -2,60 +2,13 @@
 #include "client/audio_file.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <numeric>
+#include <limits>
 #include <string_view>
+#include <utility>
 
 namespace quorel {
 
 namespace {
-
-// The library's name of each bit of the speaker mask, from bit 0 up. For the first three it has two names each.
-constexpr std::array<int, 18> speakerOfBit = {
-    SF_CHANNEL_MAP_LEFT,
-    SF_CHANNEL_MAP_RIGHT,
-    SF_CHANNEL_MAP_CENTER,
-    SF_CHANNEL_MAP_LFE,
-    SF_CHANNEL_MAP_REAR_LEFT,
-    SF_CHANNEL_MAP_REAR_RIGHT,
-    SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER,
-    SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER,
-    SF_CHANNEL_MAP_REAR_CENTER,
-    SF_CHANNEL_MAP_SIDE_LEFT,
-    SF_CHANNEL_MAP_SIDE_RIGHT,
-    SF_CHANNEL_MAP_TOP_CENTER,
-    SF_CHANNEL_MAP_TOP_FRONT_LEFT,
-    SF_CHANNEL_MAP_TOP_FRONT_CENTER,
-    SF_CHANNEL_MAP_TOP_FRONT_RIGHT,
-    SF_CHANNEL_MAP_TOP_REAR_LEFT,
-    SF_CHANNEL_MAP_TOP_REAR_CENTER,
-    SF_CHANNEL_MAP_TOP_REAR_RIGHT,
-};
-
-// The bit of each channel's speaker, where the file names them; it may say that its channels have no places. A speaker that has
-// none among the bits is left out.
-std::vector<std::uint32_t> ownSpeakers(SNDFILE* file, int channels)
-{
-    std::vector<int> speakers(static_cast<std::size_t>(channels), SF_CHANNEL_MAP_INVALID);
-    const int bytes = static_cast<int>(speakers.size() * sizeof(int));
-    if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) != SF_TRUE)
-        return {};
-
-    std::vector<std::uint32_t> bits;
-    for (const int speaker : speakers)
-        for (std::size_t bit = 0; bit < speakerOfBit.size(); ++bit)
-            if (speaker == speakerOfBit[bit])
-                bits.push_back(1U << bit);
-    return bits;
-}
-
-// The library ends its texts in full stops and line breaks; ours stand inside a line.
-std::string reason(SNDFILE* file)
-{
-    const std::string_view text = sf_strerror(file);
-    return std::string(text.substr(0, text.find_last_not_of(" .\n") + 1));
-}
 
 int subtype(SampleFormat format)
 {
@@ -95,115 +48,129 @@ std::string shown(const std::string& path, const char* stream)
 
 } // namespace
 
-std::uint32_t usualMask(int channels) noexcept
-{
-    switch (channels) {
-    case 1:
-        return 0x4; // front centre
-    case 2:
-        return 0x3; // front left and right
-    case 3:
-        return 0x7; // and centre
-    case 4:
-        return 0x33; // front and back pairs
-    case 5:
-        return 0x37; // and centre
-    case 6:
-        return 0x3F; // 5.1 with back speakers
-    case 7:
-        return 0x70F; // 5.1 with side speakers, and back centre
-    case 8:
-        return 0x63F; // 7.1
-    default:
-        return 0;
-    }
-}
-
 SampleFormat formatNamed(const std::string& name)
 {
     return name == "pcm16" ? SampleFormat::pcm16 : name == "pcm24" ? SampleFormat::pcm24 : SampleFormat::float32;
 }
 
+// ---- What the reading process gives ---------------------------------------------------------------------------------
+//
+// A head; frames, block by block; and at the end how the file breaks off, or nothing.
+
+constexpr std::size_t blockFrames = 4096;
+constexpr std::uint32_t longestText = 4096; // bytes
+
+struct AudioReader::Record {
+    enum Kind : std::uint32_t { beginning, samples, end, truncated };
+
+    Kind kind;
+    std::uint32_t count; // of bytes; samples: of frames
+};
+
 AudioReader::AudioReader(const std::string& path, const std::function<void()>& wait, bool allowTruncated)
-    : path(shown(path, "standard input")), allowTruncated(allowTruncated)
+    : path(shown(path, "standard input"))
 {
-    const auto fail = [&](const std::string& why) { throw std::runtime_error("cannot read " + this->path + ": " + why); };
-
-    // Which kind it is decides before a library sees it: a library tries every kind that it knows, and some of their decoders
-    // speak to the user.
     auto input = std::make_unique<platform::InputFile>(path, wait);
-    const auto container = containerOf(*input);
-    if (!container)
-        fail("neither WAV, RF64, W64, FLAC, AIFF nor CAF");
-    const auto samples = samplesOf(*input, *container);
-    const std::uint64_t there = samples ? input->bytes() - samples->place : 0;
-    const bool isCut = samples && samples->told.value_or(0) > there;
-    const bool neverFilledIn = samples && samples->neverFilledIn && there > 0;
-    if (isCut)
-        breakOff("it breaks off: " + std::to_string(*samples->told - there) + " bytes that its header tells of are missing");
-    if (neverFilledIn)
-        breakOff("it breaks off: its header tells of no samples, and " + std::to_string(there) + " bytes follow");
-    // The library reads no sample where WAV tells of none, and of CAF no file whose length is open or not there.
-    if (neverFilledIn || (container == Container::caf && samples && (isCut || !samples->told))) {
-        const std::uint64_t most = samples->wordBytes == 4 ? 0xFFFFFFFF : there;
-        repaired = std::make_unique<RepairedInput>(std::move(input), samples->wordPlace,
-                                                   bytesOf(std::min(there, most), samples->wordBytes, samples->bigEndian));
-        file.reset(repaired->open(info));
-    } else {
-        file.reset(sf_open_fd(input->release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
+    const auto decode = [&](const platform::LimitedSource::Give& give) {
+        const auto tell = [&](Record::Kind kind, const void* bytes, std::size_t count) {
+            const Record record{kind, static_cast<std::uint32_t>(count)};
+            give(&record, sizeof record);
+            give(bytes, count);
+        };
+        try {
+            AudioDecoder decoder(std::move(input), allowTruncated);
+            const auto channels = static_cast<std::uint32_t>(decoder.channels());
+            const Head found{channels, decoder.rate(), decoder.mask(), decoder.frames().has_value(),
+                             decoder.frames().value_or(0)};
+            tell(Record::beginning, &found, sizeof found);
+            std::vector<float> block(blockFrames * channels);
+            for (std::uint64_t got = blockFrames; got == blockFrames;) {
+                got = decoder.read(block.data(), blockFrames);
+                const Record record{Record::samples, static_cast<std::uint32_t>(got)};
+                give(&record, sizeof record);
+                give(block.data(), got * channels * sizeof(float));
+            }
+            tell(Record::end, decoder.truncation().data(), decoder.truncation().size());
+        } catch (const Truncated& error) {
+            const std::string_view how = error.what();
+            tell(Record::truncated, how.data(), how.size());
+        }
+    };
+    // Opening a file, or a block of it, takes a thousandth of this.
+    constexpr platform::WorkLimits limits = {5, 50, std::uint64_t{1} << 30, std::numeric_limits<std::size_t>::max()};
+    try {
+        source = std::make_unique<platform::LimitedSource>(decode, limits, wait, input->descriptor());
+    } catch (const std::runtime_error& error) {
+        fail(error.what());
     }
-    if (!file)
-        fail(reason(nullptr));
-
-    const std::vector<std::uint32_t> speakers = ownSpeakers(file.get(), info.channels);
-    for (const std::uint32_t speaker : speakers)
-        mask_ |= speaker;
-    const bool allNamed = std::popcount(mask_) == info.channels;
-    if (info.channels > 2 && !allNamed && !hasUsualSpeakers(*container))
-        fail("it has " + std::to_string(info.channels) + " channels and does not name their speakers");
-    if (mask_ == 0)
-        mask_ = usualMask(info.channels);
-    if (allNamed && !std::is_sorted(speakers.begin(), speakers.end())) {
-        order.resize(speakers.size());
-        std::iota(order.begin(), order.end(), std::size_t{0});
-        std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return speakers[a] < speakers[b]; });
-        frame.resize(speakers.size());
-    }
+    next();
+    constexpr std::uint32_t mostChannels = 1024; // that the library takes
+    constexpr std::uint32_t mostRate = std::numeric_limits<std::int32_t>::max();
+    if (head.channels == 0 || head.channels > mostChannels || head.rate == 0 || head.rate > mostRate)
+        fail("what reads it answers nonsense");
 }
 
 std::optional<std::uint64_t> AudioReader::frames() const noexcept
 {
-    return info.frames == SF_COUNT_MAX ? std::nullopt : std::optional(static_cast<std::uint64_t>(info.frames));
+    return head.framesTold != 0 ? std::optional(head.frames) : std::nullopt;
 }
 
 std::uint64_t AudioReader::read(float* x, std::uint64_t n)
 {
-    const auto got = static_cast<std::uint64_t>(sf_readf_float(file.get(), x, static_cast<sf_count_t>(n)));
-    position += got;
-    if (sf_error(file.get()) != SF_ERR_NO_ERROR)
-        breakOff(reason(file.get()));
-    else if (got < n && position < frames().value_or(0))
-        breakOff("it ends after " + std::to_string(position) + " of " + std::to_string(info.frames) + " frames");
-    reorder(x, got);
-    return got;
-}
-
-void AudioReader::breakOff(const std::string& how)
-{
-    if (!allowTruncated)
-        throw Truncated("cannot read " + path + ": " + how);
-    if (truncation_.empty())
-        truncation_ = path + ": " + how;
-}
-
-void AudioReader::reorder(float* x, std::uint64_t n)
-{
-    for (std::uint64_t i = 0; !order.empty() && i < n; ++i) {
-        float* place = x + i * order.size();
-        std::copy_n(place, order.size(), frame.begin());
-        for (std::size_t c = 0; c < order.size(); ++c)
-            place[c] = frame[order[c]];
+    std::uint64_t done = 0;
+    while (done < n && !ended) {
+        if (left == 0) {
+            next();
+            continue;
+        }
+        const std::uint64_t part = std::min<std::uint64_t>(left, n - done);
+        receive(x + done * head.channels, part * head.channels * sizeof(float));
+        left -= part;
+        done += part;
     }
+    return done;
+}
+
+// Contents that took the reading process over may answer anything.
+void AudioReader::next()
+{
+    const bool begun = head.channels != 0;
+    Record record{};
+    receive(&record, sizeof record);
+    if (record.kind == Record::beginning && !begun) {
+        receive(&head, sizeof head);
+    } else if (record.kind == Record::samples && begun) {
+        left = record.count;
+    } else if ((record.kind == Record::end && begun) || record.kind == Record::truncated) {
+        std::string how(std::min(record.count, longestText), '\0');
+        receive(how.data(), how.size());
+        for (char& letter : how) // it is shown on a terminal
+            letter = letter >= ' ' && letter <= '~' ? letter : '?';
+        if (record.kind == Record::truncated)
+            throw Truncated("cannot read " + path + ": " + how);
+        if (!how.empty())
+            truncation_ = path + ": " + how;
+        ended = true;
+    } else {
+        fail("what reads it answers nonsense");
+    }
+}
+
+void AudioReader::receive(void* to, std::size_t bytes)
+{
+    std::size_t got = 0;
+    try {
+        got = source->read(to, bytes);
+    } catch (const std::runtime_error& error) {
+        fail(error.what());
+    }
+    if (got < bytes)
+        fail("what reads it answers nonsense");
+}
+
+void AudioReader::fail(const std::string& why) const
+{
+    throw std::runtime_error("cannot read " + path + ": " + why);
 }
 
 AudioWriter::AudioWriter(const std::string& path, const Layout& layout, std::optional<std::uint64_t> frames)
@@ -271,7 +238,7 @@ void AudioWriter::commit()
 
 void AudioWriter::fail() const
 {
-    throw std::runtime_error("cannot write " + path + ": " + reason(file.get()));
+    throw std::runtime_error("cannot write " + path + ": " + reasonOf(file.get()));
 }
 
 } // namespace quorel

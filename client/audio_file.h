@@ -3,49 +3,36 @@
 #pragma once
 
 #include "client/audio_container.h"
-#include "client/repaired_input.h"
+#include "client/audio_decoder.h"
 #include "client/rounding.h"
+#include "client/sound_library.h"
 #include "platform/programs/atomic_file.h"
+#include "platform/programs/limited_source.h"
 #include "platform/programs/standard_output.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <sndfile.h>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace quorel {
 
-struct CloseSoundFile {
-    void operator()(SNDFILE* file) const noexcept { sf_close(file); }
-};
-using SoundFile = std::unique_ptr<SNDFILE, CloseSoundFile>;
-
-// The speaker mask that a WAV or FLAC file of so many channels has when it does not name its own: FLAC's assignments, which
-// are also what plain WAV files use; 0 beyond eight channels.
-std::uint32_t usualMask(int channels) noexcept;
-
-// A file that holds less than its header tells of.
-struct Truncated : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// A file of any container, or a pipe that brings one. Its channels come in the order of the speaker mask. Each failure is a
-// std::runtime_error with a text for the user.
+// A file of any container, or a pipe that brings one, read in a process of its own, whose crash or hang is a failure like others.
+// Its channels come in the order of the speaker mask. Each failure is a std::runtime_error with a text for the user.
 class AudioReader {
 public:
-    // path: "-" is standard input. `wait` is called several times a second while a pipe is waited for, and may throw.
-    // Truncated is thrown by the constructor or by read, unless such a file is allowed, which then ends where it breaks off.
+    // path: "-" is standard input. `wait` is called several times a second while a pipe or the reading process is waited for, and
+    // may throw. Truncated is thrown by the constructor or by read, unless such a file is allowed, which then ends where it
+    // breaks off.
     AudioReader(const std::string& path, const std::function<void()>& wait, bool allowTruncated = false);
 
-    int channels() const noexcept { return info.channels; }
-    std::uint32_t rate() const noexcept { return static_cast<std::uint32_t>(info.samplerate); }
+    int channels() const noexcept { return static_cast<int>(head.channels); }
+    std::uint32_t rate() const noexcept { return head.rate; }
 
     // The operating system's speaker mask: the file's own, else the usual one.
-    std::uint32_t mask() const noexcept { return mask_; }
+    std::uint32_t mask() const noexcept { return head.mask; }
 
     // The frames of the file, where its header tells.
     std::optional<std::uint64_t> frames() const noexcept;
@@ -53,23 +40,28 @@ public:
     // Fills `x` with up to `n` frames and returns how many; fewer than `n` only at the file's end.
     std::uint64_t read(float* x, std::uint64_t n);
 
-    // How the file breaks off, for the user, as far as that is known; empty while it is whole.
+    // How the file breaks off, for the user, as far as it has been read; empty while it is whole.
     const std::string& truncation() const noexcept { return truncation_; }
 
 private:
-    void breakOff(const std::string& how);
-    void reorder(float* x, std::uint64_t n);
+    struct Record;
+
+    void next();
+    void receive(void* to, std::size_t bytes);
+    [[noreturn]] void fail(const std::string& why) const;
 
     std::string path;
-    bool allowTruncated;
+    std::unique_ptr<platform::LimitedSource> source;
+    struct Head {
+        std::uint32_t channels;
+        std::uint32_t rate; // frames per second
+        std::uint32_t mask;
+        std::uint32_t framesTold; // whether
+        std::uint64_t frames;
+    } head{};
     std::string truncation_;
-    std::vector<std::size_t> order; // of each channel, where it stands in the file's frame; empty: where it belongs
-    std::vector<float> frame;       // one of the file
-    SF_INFO info{};
-    std::unique_ptr<RepairedInput> repaired; // what the library reads, where that is not the file as it is
-    SoundFile file;
-    std::uint32_t mask_ = 0;
-    std::uint64_t position = 0; // frames read
+    std::size_t left = 0; // frames of the record that has begun
+    bool ended = false;
 };
 
 enum class SampleFormat { float32, pcm24, pcm16 };

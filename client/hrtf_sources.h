@@ -18,7 +18,8 @@ struct Recording {
     std::vector<float> samples; // interleaved
 };
 
-// An audio file's first `frames` frames at most. Each of these throws std::runtime_error with a text for the user.
+// An audio file's first `frames` frames at most. Each of these throws std::runtime_error with a text for the user, or with the
+// reason alone, before which its caller names the file.
 Recording readRecording(const std::string& path, std::size_t frames);
 
 MeasuredSet readSofa(const std::string& path, Equalize equalize);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "client/hrtf_sources.h"
 
-#include "client/audio_file.h"
+#include "client/audio_decoder.h"
 #include "client/diffuse_field.h"
 #include "client/hrtf_file.h"
 
@@ -299,7 +299,8 @@ std::string counted(std::size_t directions)
 
 Recording readRecording(const std::string& path, std::size_t frames)
 {
-    AudioReader reader(path, [] {}); // no pipe: readHrtfFile takes regular files alone
+    // No pipe: readHrtfFile takes regular files alone.
+    AudioDecoder reader(std::make_unique<platform::InputFile>(path, [] {}), false);
     Recording recording;
     recording.channels = static_cast<std::size_t>(reader.channels());
     recording.rate = reader.rate();

@@ -22,6 +22,9 @@ public:
     // At most `bytes` from `place`; fewer only at the end.
     std::string read(std::size_t place, std::size_t bytes) const;
 
+    // Its descriptor stays its own.
+    int descriptor() const noexcept { return fd; }
+
     // Its descriptor, at its first byte, which belongs to the caller from now on.
     int release() noexcept;
 

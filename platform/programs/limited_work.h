@@ -11,10 +11,10 @@
 namespace quorel::platform {
 
 struct WorkLimits {
-    std::uint32_t processorSeconds; // of the processor's time
-    std::uint32_t seconds;          // by the clock
+    std::uint32_t processorSeconds; // of the processor's time, while its next bytes are waited for
+    std::uint32_t seconds;          // by the clock, likewise
     std::uint64_t memoryBytes;      // beyond what the process has now
-    std::size_t resultBytes;        // of what the work gives
+    std::size_t resultBytes;        // of all that the work gives
 };
 
 // What `work` gives. Whatever it throws is thrown as std::runtime_error with the same text; so is a limit that it meets, and its

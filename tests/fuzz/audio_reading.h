@@ -2,11 +2,12 @@
 // An audio file that may be anything is read to its end, in blocks of two lengths.
 #pragma once
 
-#include "client/audio_file.h"
+#include "client/audio_decoder.h"
 #include "tests/fuzz/fuzz.h"
 
 #include <algorithm>
 #include <bit>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -17,8 +18,7 @@ inline std::optional<std::vector<float>> readWhole(const std::string& path, bool
 {
     constexpr std::size_t mostSamples = 1'000'000;
     try {
-        AudioReader reader(
-            path, [] {}, allowTruncated);
+        AudioDecoder reader(std::make_unique<platform::InputFile>(path, [] {}), allowTruncated);
         require(reader.channels() > 0, "a file that is read has channels");
         const auto channels = static_cast<std::size_t>(reader.channels());
         std::vector<float> all;
