@@ -68,7 +68,10 @@ File goDown(File directory, std::initializer_list<const char*> parts, IfMissing 
                 errno = EPERM;
                 return {};
             }
-            if (mkdirat(directory.get(), *part, 0700) != 0 && errno != EEXIST)
+            if (mkdirat(directory.get(), *part, 0700) == 0) {
+                const File parent(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+                static_cast<void>(fsync(parent.get())); // a power failure takes it and what is in it otherwise
+            } else if (errno != EEXIST)
                 return {};
             below = File(openat(directory.get(), *part, how));
         }
