@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Either process may be killed at any moment: the other one goes on, a new one attaches, and what was kept is whole.
+// Either process may be killed at any moment: the other one goes on, a new one attaches, and what was kept is whole. Each test
+// kills a hundred processes, or as many as QUOREL_KILLS says, at moments that QUOREL_SEED chooses.
 #include "core/signal_path.h"
 #include "settings/settings_handler.h"
 
@@ -12,6 +13,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -21,15 +23,31 @@
 namespace quorel {
 namespace {
 
-constexpr int kills = 100;
+int wished(const char* variable, int usual)
+{
+    const char* wish = std::getenv(variable);
+    return wish != nullptr ? std::atoi(wish) : usual;
+}
+
+const int kills = wished("QUOREL_KILLS", 100);
 
 class KillTest : public testing::Test {
 protected:
     // A moment of up to so many microseconds.
     void wait(int most) { std::this_thread::sleep_for(std::chrono::microseconds(random() % static_cast<unsigned>(most))); }
 
+    // Tells how many processes it has killed.
+    ~KillTest() override { std::printf("%d killed\n", killed); }
+
+    void kill(Child& child)
+    {
+        child.kill();
+        ++killed;
+    }
+
     TemporaryHome home;
-    std::mt19937 random{20};
+    std::mt19937 random{static_cast<std::uint32_t>(wished("QUOREL_SEED", 20))};
+    int killed = 0;
 };
 
 // An effect in this process, heard block by block.
@@ -69,7 +87,7 @@ TEST_F(KillTest, TheEffectOutlivesAKilledControlApplicationAndHearsTheNext)
         wait(5000);
         ASSERT_TRUE(effect.block());
         ASSERT_TRUE(eventually([&] { return effect.block() && effect.record().generation > before; })) << "kill " << i;
-        control.kill();
+        kill(control);
         ASSERT_TRUE(effect.block());
     }
     // A half-written update stands in the block; the next whole one counts.
@@ -87,7 +105,7 @@ TEST_F(KillTest, TheEffectGoesOnWhenADeliveryOfASetIsKilledInTheMiddle)
         const auto before = effect.record().generation;
         wait(5000);
         ASSERT_TRUE(eventually([&] { return effect.block() && effect.record().generation > before; })) << "kill " << i;
-        control.kill();
+        kill(control);
         for (int block = 0; block < 5; ++block)
             ASSERT_TRUE(effect.block());
     }
@@ -102,7 +120,7 @@ TEST_F(KillTest, AKilledEffectLosesNoSavedSettingAndHalfWritesNone)
         ASSERT_TRUE(effect.line()) << "it has saved once";
         ++saved;
         wait(30000);
-        effect.kill();
+        kill(effect);
         while (const auto line = effect.line())
             saved = static_cast<std::uint32_t>(std::atoi(line->c_str()));
 
@@ -130,12 +148,12 @@ TEST_F(KillTest, AHeldBlockOutlivesTheEffectAndTheNextEffectTakesIt)
         control.emplace();
         control->update(stamped(77));
         wait(20000);
-        effect.kill();
+        kill(effect);
     }
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < kills / 5; ++i) {
         Child effect(SETTINGS_PEER, {"stream", "1000000"});
         wait(20000);
-        effect.kill();
+        kill(effect);
         SettingsRecord held;
         copySettings(*control->block, held);
         ASSERT_TRUE(isWhole(held) && held.Reverb == 77);
