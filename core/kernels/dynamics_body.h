@@ -20,35 +20,50 @@ inline Bits bits(Quad v)
     return reinterpret_cast<Bits>(v);
 }
 
+// Where the mask is true: a; elsewhere b. Where all lanes of a are alike, and all of b, AVX chooses by the mask's last two bits
+// in one instruction; AVX-512 has one for any lanes.
+template <bool alike>
+QUOREL_INLINE Quad choose(Bits mask, Quad a, Quad b)
+{
+#if defined(__AVX__) && !defined(__AVX512F__)
+    if constexpr (alike)
+        return __builtin_ia32_vpermilvarps(shuffleInQuads<0, 0, 4, 4>(b, a), mask);
+#endif
+    return reinterpret_cast<Quad>(bits(b) ^ (mask & (bits(a) ^ bits(b))));
+}
+
 // One frame of four envelopes: what lies above the sample falls, by the share `falling`; the rest rises. Levels are never
 // negative, so their bits are in the order of the levels. Whole numbers compare and choose sooner than the difference is ready.
+template <bool alike>
 QUOREL_INLINE Quad follow(Quad held, Quad level, Quad rising, Quad falling)
 {
     const Bits above = inRegister(bits(held) > bits(level));
-    const Quad share = reinterpret_cast<Quad>(bits(rising) ^ (above & (bits(rising) ^ bits(falling))));
-    return held + inRegister(share * (level - held)); // two roundings also where a product and a sum could fuse
+    const Quad way = inRegister(choose<alike>(above, falling, rising) * (level - held)); // rounded also where it could fuse
+    return held + way;
 }
 
-// Four frames of four envelopes a group. The loudest envelope of each frame, for each compressor among its own channels; those
-// that are not-a-number count for none.
-template <size_t groups, size_t units>
+// Four frames of four envelopes a group, of which `used` may have a channel. The loudest envelope of each frame, for each
+// compressor among its own channels; those that are not-a-number count for none.
+template <size_t used, size_t groups, size_t units>
 QUOREL_INLINE void followQuad(const float* const* row, size_t at, Quad rising, Quad falling, Quad (&held)[groups],
                               Quad (&loudest)[units])
 {
     Quad x[groups][4]; // of channels first, of frames once they have changed places
     for (size_t g = 0; g < groups; ++g) {
         for (size_t k = 0; k < 4; ++k)
+            x[g][k] = Quad{};
+        for (size_t k = 0; k < used; ++k)
             x[g][k] = reinterpret_cast<Quad>(bits(load<Quad>(row[4 * g + k] + at)) & 0x7FFFFFFF); // its magnitude
         transpose4x4(x[g]);
     }
     for (size_t k = 0; k < 4; ++k)
         for (size_t g = 0; g < groups; ++g)
-            x[g][k] = held[g] = follow(held[g], x[g][k], rising, falling);
+            x[g][k] = held[g] = follow<units == 1>(held[g], x[g][k], rising, falling);
     for (size_t u = 0; u < units; ++u)
         loudest[u] = Quad{};
     for (size_t g = 0; g < groups; ++g) {
         transpose4x4(x[g]);
-        for (size_t k = 0; k < 4; ++k) {
+        for (size_t k = 0; k < used; ++k) {
             Quad& most = loudest[units == 1 ? 0 : k / 2];
             most = select(x[g][k] > most, x[g][k], most);
         }
@@ -91,7 +106,7 @@ QUOREL_INLINE V gains(const Dynamics& set, Place& place, V p)
 }
 
 // One compressor of all channels, or two of two channels each.
-template <size_t groups, size_t units>
+template <size_t used, size_t groups, size_t units>
 void compressRows(const Dynamics* const (&set)[units], float* envelope, const float* const* in, float* const* out,
                   size_t channels, size_t n)
 {
@@ -121,9 +136,9 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
     size_t at = 0;
     for (; at + floats <= n; at += floats) {
         Quad low[units], high[units];
-        followQuad(row, 0, rising, falling, held, low);
+        followQuad<used>(row, 0, rising, falling, held, low);
         if constexpr (floats == 8)
-            followQuad(row, 4, rising, falling, held, high);
+            followQuad<used>(row, 4, rising, falling, held, high);
         else
             high[0] = low[0], high[units - 1] = low[units - 1];
         V gain[units];
@@ -140,7 +155,7 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
             Quad x{};
             for (size_t k = 0; k < 4 && 4 * g + k < channels; ++k)
                 x[k] = __builtin_fabsf(in[4 * g + k][at]);
-            held[g] = follow(held[g], x, rising, falling);
+            held[g] = follow<units == 1>(held[g], x, rising, falling);
             for (size_t k = 0; k < 4; ++k) {
                 float& most = loudest[unitOf(k)];
                 most = held[g][k] > most ? held[g][k] : most;
@@ -162,14 +177,14 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
 
 void compress(const Dynamics* dynamics, float* envelope, const float* const* in, float* const* out, size_t channels, size_t n)
 {
-    const auto rows = channels <= 4 ? compressRows<1, 1> : compressRows<2, 1>;
+    const auto rows = channels <= 2 ? compressRows<2, 1, 1> : channels <= 4 ? compressRows<4, 1, 1> : compressRows<4, 2, 1>;
     rows({dynamics}, envelope, in, out, channels, n);
 }
 
 void compressTwo(const Dynamics* first, const Dynamics* second, float* envelope, const float* const* in, float* const* out,
                  size_t n)
 {
-    compressRows<1, 2>({first, second}, envelope, in, out, 4, n);
+    compressRows<4, 1, 2>({first, second}, envelope, in, out, 4, n);
 }
 
 } // namespace
