@@ -3,6 +3,7 @@
 // audio thread calls one that may wait: allocation, mutexes, condition variables, sleep, files and sockets.
 #include "tests/real_time/effect_session.h"
 #include "tests/real_time/steered_session.h"
+#include "tests/support/rounds.h"
 
 #include <gtest/gtest.h>
 
@@ -56,10 +57,12 @@ void runEffect(const Kind& kind)
     const EndpointEntry entry(kind.list);
     EffectSession session(kind);
     struct Blocks {
-        float run() { return static_cast<float>(session.run(20'000)); }
+        float run() { return static_cast<float>(session.run(count)); }
         EffectSession& session;
-    } blocks{session};
+        std::uint32_t count;
+    } blocks{session, 20'000 * rounds()};
     runOnAudioThread(blocks);
+    tellWatched(blocks.count);
 }
 
 TEST(RealTimeSanitizer, FindsNothingInTheEntryOfARenderStream)

@@ -3,6 +3,7 @@
 #include "tests/live/real_time/callback_session.h"
 #include "tests/real_time/allocation_count.h"
 #include "tests/real_time/system_calls.h"
+#include "tests/support/rounds.h"
 
 #include <ctime>
 
@@ -16,11 +17,12 @@ TEST(CallbackRealTime, AllocatesNothingWhateverTheQuantum)
     CallbackSession session;
     for (const std::uint32_t quantum : quanta) {
         const auto before = threadAllocationCount();
-        session.run(quantum);
+        session.run(quantum, 8 * rounds());
         EXPECT_EQ(threadAllocationCount(), before) << quantum;
         session.live.serve();
     }
     EXPECT_EQ(session.live.status.changes, 4U);
+    tellWatched(std::size(quanta) * 2 * 8 * rounds());
 }
 
 // Where the clock is read by the kernel alone, each callback reads it twice.
@@ -39,10 +41,11 @@ TEST(CallbackRealTime, MakesNoSystemCallWhateverTheQuantum)
             session->live.serve(); // a path for 512 frames is there, and its first cycle takes it
         },
         [&] {
-            session->run(512);
-            session->run(480);
+            session->run(512, 8 * rounds());
+            session->run(480, 8 * rounds());
         });
-    EXPECT_EQ(calls, clockCalls * 2 * 2 * 16);
+    EXPECT_EQ(calls, clockCalls * 2 * 2 * 16 * static_cast<int>(rounds()));
+    tellWatched(std::uint64_t{2} * 16 * rounds());
 }
 
 TEST(CallbackRealTime, PassesSoundOnAndCountsWhatTheClockJumpsOver)

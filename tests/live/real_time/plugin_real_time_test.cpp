@@ -3,6 +3,7 @@
 #include "tests/live/real_time/plugin_session.h"
 #include "tests/real_time/allocation_count.h"
 #include "tests/real_time/system_calls.h"
+#include "tests/support/rounds.h"
 
 #include <gtest/gtest.h>
 
@@ -18,11 +19,12 @@ TEST(PluginRealTime, AllocatesAndReleasesNothing)
 {
     PluginSession session;
     session.watch([] { before = threadAllocationCount(); }, [] { allocations += threadAllocationCount() - before; });
-    for (int round = 0; round < 3; ++round) {
+    for (std::uint32_t round = 0; round < 3 * rounds(); ++round) {
         session.order();
         session.run();
     }
     EXPECT_EQ(allocations, 0U);
+    tellWatched(std::uint64_t{3} * rounds() * PluginSession::blocks);
     EXPECT_NE(session.speaker.made[1][0], 0.0F);
 }
 

@@ -35,12 +35,14 @@ public:
         speaker.work();
     }
 
+    static constexpr std::uint32_t blocks = 140; // of a run
+
     // The set arrives, and many calls follow.
     void run()
     {
         speaker.answer();
         constexpr std::uint32_t lengths[] = {256, 1, 47, 128, 240, 0, 255};
-        for (std::uint32_t call = 0; call < 70; ++call) {
+        for (std::uint32_t call = 0; call < blocks / 2; ++call) {
             const std::uint32_t n = lengths[call % std::size(lengths)];
             speaker.set("Settings", static_cast<float>(call % 5 != 0));
             speaker.set("Reverb", static_cast<float>(call % 3 * 90));
