@@ -40,24 +40,6 @@ constexpr size_t parts = 2;
 constexpr size_t rows = parts * doubles; // of a column: the samples of a block
 using V = Vec<double, doubles>;
 
-// One lane in all lanes. The lane is a constant wherever this is inlined.
-QUOREL_INLINE V spreadAt(V v, size_t lane)
-{
-    if constexpr (doubles == 4)
-        switch (lane) {
-        case 0:
-            return spread<0, double>(v);
-        case 1:
-            return spread<1, double>(v);
-        case 2:
-            return spread<2, double>(v);
-        default:
-            return spread<3, double>(v);
-        }
-    else
-        return lane == 0 ? spread<0, double>(v) : spread<1, double>(v);
-}
-
 // Runs a group over whole blocks, each with `rows` inputs from x on and as many outputs from y on. Before both stand eight
 // samples of their past. The loops over parts, rows and the order have constant bounds: they unroll, and the columns stay in
 // registers as far as these go.
@@ -87,7 +69,7 @@ void runBlocks(const CascadeGroup& group, const double* x, double* y, size_t blo
         }
         for (size_t k = 0; k < order; ++k) { // x[-1-k] and y[-1-k]: the newest sample first
             constexpr size_t newest = rows - 1;
-            const V past = k < rows ? spreadAt(last[(newest - k) / doubles % parts], (newest - k) % doubles) : *(y - 1 - k) - V{};
+            const double past = k < rows ? last[(newest - k) / doubles % parts][(newest - k) % doubles] : *(y - 1 - k);
             for (size_t p = 0; p < parts; ++p)
                 (k % 2 == 0 ? even[p] : odd[p]) += pastY[k][p] * past;
         }
@@ -111,17 +93,11 @@ void runPlain(const CascadeGroup& group, const double* x, double* y, size_t n)
 
 void runGroup(const CascadeGroup& group, const double* x, double* y, size_t n, bool plain)
 {
-    const size_t blocks = (n + rows - 1) / rows;
+    constexpr decltype(&runBlocks<2>) ofOrder[] = {runBlocks<2>, runBlocks<4>, runBlocks<6>, runBlocks<8>};
     if (plain)
         runPlain(group, x, y, n);
-    else if (group.order == 2)
-        runBlocks<2>(group, x, y, blocks);
-    else if (group.order == 4)
-        runBlocks<4>(group, x, y, blocks);
-    else if (group.order == 6)
-        runBlocks<6>(group, x, y, blocks);
     else
-        runBlocks<8>(group, x, y, blocks);
+        ofOrder[group.order / 2 - 1](group, x, y, (n + rows - 1) / rows);
 }
 
 void cascade(const Cascade* state, const float* src, float* dst, size_t n)

@@ -137,7 +137,7 @@ Status ippsSet_32fc(Complex val, Complex* dst, std::int32_t len) noexcept
 
 Status ippsFlip_32f(const float* src, float* dst, std::int32_t len) noexcept
 {
-    return src == dst ? run<&KernelTable::flipInPlace>(dst, Length{len}) : run<&KernelTable::flip>(src, dst, Length{len});
+    return run<&KernelTable::flip>(src, dst, Length{len});
 }
 
 Status ippsConjFlip_32fc(const Complex* src, Complex* dst, std::int32_t len) noexcept

@@ -107,18 +107,13 @@ void setComplex(float re, float im, float* dst, size_t n)
     }
 }
 
-void flip(const float* __restrict src, float* __restrict dst, size_t n)
+// From both ends to the middle, so that `src` and `dst` may be one array.
+void flip(const float* src, float* dst, size_t n)
 {
-    for (size_t i = 0; i < n; ++i)
+    for (size_t i = 0; 2 * i < n; ++i) {
+        const float front = src[i];
         dst[i] = src[n - 1 - i];
-}
-
-void flipInPlace(float* srcDst, size_t n)
-{
-    for (size_t i = 0; i < n / 2; ++i) {
-        const float front = srcDst[i];
-        srcDst[i] = srcDst[n - 1 - i];
-        srcDst[n - 1 - i] = front;
+        dst[n - 1 - i] = front;
     }
 }
 
@@ -137,21 +132,9 @@ void conjFlip(const float* __restrict src, float* __restrict dst, size_t n)
 
 void realToComplex(const float* __restrict re, const float* __restrict im, float* __restrict dst, size_t n)
 {
-    if (re == nullptr) {
-        for (size_t i = 0; i < n; ++i) {
-            dst[2 * i] = 0.0F;
-            dst[2 * i + 1] = im[i];
-        }
-    } else if (im == nullptr) {
-        for (size_t i = 0; i < n; ++i) {
-            dst[2 * i] = re[i];
-            dst[2 * i + 1] = 0.0F;
-        }
-    } else {
-        for (size_t i = 0; i < n; ++i) {
-            dst[2 * i] = re[i];
-            dst[2 * i + 1] = im[i];
-        }
+    for (size_t i = 0; i < n; ++i) {
+        dst[2 * i] = re != nullptr ? re[i] : 0.0F;
+        dst[2 * i + 1] = im != nullptr ? im[i] : 0.0F;
     }
 }
 

@@ -111,38 +111,29 @@ void build(CascadeGroup* group, std::size_t groups, const Section* section, std:
         fillColumns(group[g]);
 }
 
-// How much a rounding may grow in a group: at once by the largest sum of factors with which past outputs enter a block, and
-// then by the recursion, which lifts it most where one of the denominators is least.
-double growth(const CascadeGroup& group, std::size_t g, std::size_t groups, const Section* section, std::size_t sections) noexcept
+// Whether roundings of 2^-53 may grow beyond 2^-20 in a group: as a rule they then stay 20 dB below. A rounding grows at once by
+// the largest sum of factors with which past outputs enter a block, and then by the recursion, which lifts it most where one of
+// the denominators is least.
+bool growTooFar(const CascadeGroup* group, std::size_t groups, const Section* section, std::size_t sections) noexcept
 {
-    double entering = 1.0;
-    for (int i = 0; i < CascadeGroup::block; ++i) {
-        double sum = 0.0;
-        for (int k = 0; k < group.order; ++k)
-            sum += std::abs(group.fromPastY[k][i]);
-        entering = std::max(entering, sum);
+    for (std::size_t g = 0; g < groups; ++g) {
+        double entering = 1.0;
+        for (int i = 0; i < CascadeGroup::block; ++i) {
+            double sum = 0.0;
+            for (int k = 0; k < group[g].order; ++k)
+                sum += std::abs(group[g].fromPastY[k][i]);
+            entering = std::max(entering, sum);
+        }
+        for (std::size_t at = 0; at < sections; ++at) {
+            double denominator = 1.0;
+            for (std::size_t i = 0; i < sections; ++i)
+                if (groupOf(i, groups) == g)
+                    denominator *= magnitude(section[i].a, section[at].critical);
+            if (groupOf(at, groups) == g && !(entering <= 0x1p33 * denominator))
+                return true;
+        }
     }
-    double least = 1.0;
-    for (std::size_t at = 0; at < sections; ++at) {
-        if (groupOf(at, groups) != g)
-            continue;
-        double product = 1.0;
-        for (std::size_t i = 0; i < sections; ++i)
-            if (groupOf(i, groups) == g)
-                product *= magnitude(section[i].a, section[at].critical);
-        least = std::min(least, product);
-    }
-    return entering / least;
-}
-
-// Builds so many groups. False if roundings of 2^-53 may grow beyond 2^-20 in one of them: as a rule they then stay 20 dB below.
-bool tryGroups(CascadeGroup* group, std::size_t groups, const Section* section, std::size_t sections) noexcept
-{
-    build(group, groups, section, sections);
-    for (std::size_t g = 0; g < groups; ++g)
-        if (!(growth(group[g], g, groups, section, sections) <= 0x1p33))
-            return false;
-    return true;
+    return false;
 }
 
 // Whether the sections together lift and lower by more than the 24 bits of a float, as an equaliser's do far beyond its scale. A
@@ -194,10 +185,10 @@ Status cascadeInit(State** state, const Tap* taps, std::int32_t numBq, const Tap
     std::size_t groups = (sections + most - 1) / most;
     const bool plain = liftTooFar(section, sections);
     if (plain)
-        build(group, groups = sections, section, sections);
-    else
-        while (!tryGroups(group, groups, section, sections) && groups < sections)
-            groups = std::min(sections, groups + (groups + 3) / 4);
+        groups = sections;
+    build(group, groups, section, sections);
+    while (!plain && groups < sections && growTooFar(group, groups, section, sections))
+        build(group, groups = std::min(sections, groups + (groups + 3) / 4), section, sections);
 
     auto* past = reinterpret_cast<double(*)[CascadeGroup::block]>(start + pastAt(given));
     std::fill_n(past[0], (groups + 1) * CascadeGroup::block, 0.0);

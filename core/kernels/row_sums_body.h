@@ -9,18 +9,23 @@ namespace {
 
 using V = Vec<float, lanes>;
 
-// The sums of as many neighbouring vectors. One chain of additions alone would wait for each.
-template <size_t vectors>
-inline void sumVectors(const float* const* rows, const float* gains, size_t count, float* dst, size_t i)
+// The sums from sample `i` on, by as many neighbouring vectors of T, which may be float, as far as they go; and where they end.
+// One chain of additions alone would wait for each.
+template <class T, size_t vectors>
+inline size_t sumVectors(const float* const* rows, const float* gains, size_t count, float* dst, size_t i, size_t n)
 {
-    V sum[vectors];
-    for (size_t v = 0; v < vectors; ++v)
-        sum[v] = load<V>(rows[0] + i + v * lanes) * gains[0];
-    for (size_t r = 1; r < count; ++r)
+    constexpr size_t width = lanesOf<T, float>;
+    for (; i + vectors * width <= n; i += vectors * width) {
+        T sum[vectors];
         for (size_t v = 0; v < vectors; ++v)
-            sum[v] += load<V>(rows[r] + i + v * lanes) * gains[r];
-    for (size_t v = 0; v < vectors; ++v)
-        store(sum[v], dst + i + v * lanes);
+            sum[v] = load<T>(rows[0] + i + v * width) * gains[0];
+        for (size_t r = 1; r < count; ++r)
+            for (size_t v = 0; v < vectors; ++v)
+                sum[v] += load<T>(rows[r] + i + v * width) * gains[r];
+        for (size_t v = 0; v < vectors; ++v)
+            store(sum[v], dst + i + v * width);
+    }
+    return i;
 }
 
 // Adds the products of `rows` rows to both sums, or starts the sums with them. Behind the first float, which is real as the last
@@ -76,17 +81,9 @@ inline void addProductsPack(const float* const* x, const float* const* a, const 
 
 void sumRows(const float* const* rows, const float* gains, size_t count, float* dst, size_t n)
 {
-    size_t i = 0;
-    for (; i + 4 * lanes <= n; i += 4 * lanes)
-        sumVectors<4>(rows, gains, count, dst, i);
-    for (; i + lanes <= n; i += lanes)
-        sumVectors<1>(rows, gains, count, dst, i);
-    for (; i < n; ++i) {
-        float sum = rows[0][i] * gains[0];
-        for (size_t r = 1; r < count; ++r)
-            sum += rows[r][i] * gains[r];
-        dst[i] = sum;
-    }
+    size_t i = sumVectors<V, 4>(rows, gains, count, dst, 0, n);
+    i = sumVectors<V, 1>(rows, gains, count, dst, i, n);
+    sumVectors<float, 1>(rows, gains, count, dst, i, n);
 }
 
 // Two rows at a time: rows of spectra stand pages apart, all at one place of the nearest cache, and more of them would drive

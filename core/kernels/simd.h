@@ -127,18 +127,6 @@ struct PlacesUpTo<0, i...> {
 template <int N>
 using PlacesOf = typename PlacesUpTo<N>::Type;
 
-// One lane of v in all lanes.
-template <int lane, class V, int... i>
-QUOREL_INLINE V spreadLane(V v, Places<i...>)
-{
-    return __builtin_shufflevector(v, v, (lane + 0 * i)...);
-}
-template <int lane, class T, class V>
-QUOREL_INLINE V spread(V v)
-{
-    return spreadLane<lane>(v, PlacesOf<static_cast<int>(lanesOf<V, T>)>());
-}
-
 // One quad in every quad of a vector of floats.
 template <class V, int... i>
 QUOREL_INLINE V repeatQuad(Quad q, Places<i...>)

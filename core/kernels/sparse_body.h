@@ -100,37 +100,10 @@ void sparse(const Sparse* state, const float* src, float* dst, size_t n)
     const Sparse& filter = *state;
     const bool allpass =
         filter.direct == 2 && filter.recursive == 1 && filter.positions[0] == 0 && filter.positions[1] == filter.positions[2];
-    switch (allpass && src != dst ? (filter.longest + floats - 1) / floats : 0) {
-    case 1:
-        ring<1>(filter, src, dst, n);
-        break;
-    case 2:
-        ring<2>(filter, src, dst, n);
-        break;
-    case 3:
-        ring<3>(filter, src, dst, n);
-        break;
-    case 4:
-        ring<4>(filter, src, dst, n);
-        break;
-    case 5:
-        ring<5>(filter, src, dst, n);
-        break;
-    case 6:
-        ring<6>(filter, src, dst, n);
-        break;
-    case 7:
-        ring<7>(filter, src, dst, n);
-        break;
-    case 8:
-        ring<8>(filter, src, dst, n);
-        break;
-    case 9:
-        ring<9>(filter, src, dst, n);
-        break;
-    default:
-        sparseLine(filter, src, dst, n);
-    }
+    constexpr decltype(&sparseLine) ways[] = {sparseLine, ring<1>, ring<2>, ring<3>, ring<4>,
+                                              ring<5>,    ring<6>, ring<7>, ring<8>, ring<9>};
+    const size_t vectors = allpass && src != dst ? (filter.longest + floats - 1) / floats : 0;
+    ways[vectors < sizeof ways / sizeof *ways ? vectors : 0](filter, src, dst, n);
 }
 
 } // namespace

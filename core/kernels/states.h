@@ -4,12 +4,15 @@
 // The bodies' units include this header, so nothing in it may leave code of its own in them.
 #pragma once
 
-#include "core/kernels/lines.h"
-
 #include <stddef.h>
 #include <stdint.h>
 
-namespace quorel::kernels {
+namespace quorel {
+
+// The lines of the reverberator. Two kernels run all of them side by side and are made for this number.
+constexpr size_t lineCount = 12;
+
+namespace kernels {
 
 // What lies below this in magnitude is silence, hundreds of decibels under any sound and far above the subnormal numbers.
 constexpr float quiet = 1e-30F;
@@ -81,9 +84,7 @@ struct TransformTables {
     float inverseHalf;    // scale
 };
 
-} // namespace quorel::kernels
-
-namespace quorel {
+} // namespace kernels
 
 // What one output row of mixPairs (core/kernels/mixing.h) is summed from: terms in their order, one of each pair of input
 // rows, each added or subtracted whole in single precision.

@@ -12,10 +12,13 @@
 #include <new>
 #include <numbers>
 #include <optional>
+#include <type_traits>
+#include <utility>
 
 namespace quorel {
 
 using kernels::active;
+using kernels::bare;
 using kernels::KernelTable;
 using kernels::Length;
 using kernels::PlainTransform;
@@ -42,107 +45,67 @@ struct FFTSpec_C_32fc : Transform {};
 
 namespace {
 
-// What the two kinds of transform differ in. R is the length of the first of the three passes (transforms_body.h).
 template <class Spec>
-struct Kind;
-
-template <>
-struct Kind<FFTSpec_R_32f> {
-    static constexpr std::int32_t highestOrder = 29;
-    static constexpr std::size_t firstLength(std::int32_t order) { return order == 9 ? 4 : 8; } // half as many complex values
-    static constexpr std::size_t unpackFactors(std::int32_t order) { return order == 9 ? 128 : 256; } // from and to real samples
-};
-
-template <>
-struct Kind<FFTSpec_C_32fc> {
-    static constexpr std::int32_t highestOrder = 28;
-    static constexpr std::size_t firstLength(std::int32_t order) { return order == 9 ? 8 : 16; }
-    static constexpr std::size_t unpackFactors(std::int32_t /*order*/) { return 0; }
-};
+constexpr bool ofReals = std::is_same_v<Spec, FFTSpec_R_32f>;
 
 // 512 and 1024, in complex values or real samples. Each kind works on twice as many floats.
 constexpr bool hasKernels(std::int32_t order)
 {
     return order == 9 || order == 10;
 }
-constexpr std::size_t workLength(std::int32_t order)
-{
-    return std::size_t{2} << order;
-}
 
-// A table's factor takes four floats.
-constexpr std::size_t tableBytes(std::size_t factors)
-{
-    return factors * 4 * sizeof(float);
-}
-constexpr std::size_t firstFactors(std::size_t firstLength)
-{
-    return 64 * (firstLength - 1);
-}
-constexpr std::size_t middleFactors = std::size_t{8} * 7;
+// What the tables of these lengths hold, in factors of four floats each. The three passes (transforms_body.h) run over as many
+// complex values, or half as many real samples, as blocks of R = `firstLength` by 8 by 8.
+struct TableSizes {
+    std::size_t firstLength, first, middle, unpack;
 
-// Writes the entries of tables one behind the other: two vectors each, (re, re) and (-im, im) of every factor.
-class EntryWriter {
-public:
-    EntryWriter(float* next, std::size_t valuesPerVector) : next(next), width(valuesPerVector) {}
-
-    const float* position() const { return next; }
-
-    // factor(i) for each place of a vector: its magnitude and its angle in turns.
-    template <class Factor>
-    void entry(Factor factor)
+    constexpr TableSizes(std::int32_t order, bool real)
+        : firstLength((std::size_t{1} << order) / (real ? 128 : 64)),
+          first(64 * (firstLength - 1)),
+          middle(8 * 7),
+          unpack(real ? std::size_t{1} << (order - 2) : 0)
     {
-        for (std::size_t i = 0; i < width; ++i) {
-            const auto [magnitude, turns] = factor(static_cast<double>(i));
-            const auto w = std::polar(magnitude, 2 * std::numbers::pi * turns);
-            next[2 * i] = next[2 * i + 1] = static_cast<float>(w.real());
-            next[2 * (width + i)] = static_cast<float>(-w.imag());
-            next[2 * (width + i) + 1] = static_cast<float>(w.imag());
-        }
-        next += 4 * width;
     }
-
-private:
-    float* next;
-    std::size_t width; // complex values in a vector
+    constexpr std::size_t bytes() const { return (first + middle + 2 * unpack) * 4 * sizeof(float); }
 };
 
-struct Factor {
-    double magnitude;
-    double turns;
-};
-
-TransformTables buildTables(float* storage, std::size_t valuesPerVector, std::size_t firstLength, std::size_t unpackFactors,
-                            double forwardFactor, double inverseFactor)
+// Writes the factors of `count` places from `from` on, and gives where the next ones go: a vector of places at a time, for each
+// from k = 1 to `ks` an entry of two vectors, (re, re) and (-im, im). factor(place, k) is a pair: magnitude, and angle in turns.
+template <class Factor>
+float* writeFactors(float* to, std::size_t width, std::size_t from, std::size_t count, std::size_t ks, Factor factor)
 {
-    TransformTables tables{};
-    EntryWriter write(storage, valuesPerVector);
-    const double n = 64 * static_cast<double>(firstLength);
-    const double samples = 2 * n;
-
-    tables.first = write.position();
-    for (std::size_t i = 0; i < 64; i += valuesPerVector)
-        for (std::size_t k = 1; k < firstLength; ++k)
-            write.entry([&](double place) { return Factor{1, -(static_cast<double>(i) + place) * static_cast<double>(k) / n}; });
-    tables.middle = write.position();
-    for (std::size_t i = 0; i < 8; i += valuesPerVector)
-        for (std::size_t k = 1; k < 8; ++k)
-            write.entry([&](double place) { return Factor{1, -(static_cast<double>(i) + place) * static_cast<double>(k) / 64}; });
-
-    tables.forward = write.position();
-    for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
-        write.entry([&](double place) { return Factor{forwardFactor / 2, -0.25 - (static_cast<double>(k) + place) / samples}; });
-    tables.inverse = write.position();
-    for (std::size_t k = 1; k <= unpackFactors; k += valuesPerVector)
-        write.entry([&](double place) { return Factor{inverseFactor, 0.25 + (static_cast<double>(k) + place) / samples}; });
-    tables.forwardHalf = static_cast<float>(forwardFactor / 2);
-    tables.inverseHalf = static_cast<float>(inverseFactor);
-    return tables;
+    for (std::size_t start = from; start < from + count; start += width)
+        for (std::size_t k = 1; k <= ks; ++k, to += 4 * width)
+            for (std::size_t i = 0; i < width; ++i) {
+                const auto [magnitude, turns] = factor(static_cast<double>(start + i), static_cast<double>(k));
+                const auto w = std::polar(magnitude, 2 * std::numbers::pi * turns);
+                to[2 * i] = to[2 * i + 1] = static_cast<float>(w.real());
+                to[2 * (width + i)] = static_cast<float>(-w.imag());
+                to[2 * (width + i) + 1] = static_cast<float>(w.imag());
+            }
+    return to;
 }
 
-Status checkChoice(std::int32_t highestOrder, std::int32_t order, std::int32_t flag)
+TransformTables buildTables(float* storage, std::size_t width, const TableSizes& sizes, double forwardFactor,
+                            double inverseFactor)
 {
-    if (order < 0 || order > highestOrder)
+    using Polar = std::pair<double, double>;
+    const double n = 64 * static_cast<double>(sizes.firstLength);
+    const auto first = [n](double i, double k) { return Polar(1, -i * k / n); };
+    const auto middle = [](double i, double k) { return Polar(1, -i * k / 64); };
+    const auto forward = [=](double k, double) { return Polar(forwardFactor / 2, -0.25 - k / (2 * n)); };
+    const auto inverse = [=](double k, double) { return Polar(inverseFactor, 0.25 + k / (2 * n)); };
+    float* const middleAt = writeFactors(storage, width, 0, 64, sizes.firstLength - 1, first);
+    float* const forwardAt = writeFactors(middleAt, width, 0, 8, 7, middle);
+    float* const inverseAt = writeFactors(forwardAt, width, 1, sizes.unpack, 1, forward);
+    writeFactors(inverseAt, width, 1, sizes.unpack, 1, inverse);
+    return {storage, middleAt, forwardAt, inverseAt, static_cast<float>(forwardFactor / 2), static_cast<float>(inverseFactor)};
+}
+
+template <class Spec>
+Status checkChoice(std::int32_t order, std::int32_t flag)
+{
+    if (order < 0 || order > (ofReals<Spec> ? 29 : 28))
         return ippStsFftOrderErr;
     if (flag != fftDivideForward && flag != fftDivideInverse && flag != fftDivideBothByRoot && flag != fftDivideNeither)
         return ippStsFftFlagErr;
@@ -153,28 +116,25 @@ template <class Spec>
 Status getSize(std::int32_t order, std::int32_t flag, std::int32_t* specSize, std::int32_t* initSize,
                std::int32_t* workSize) noexcept
 {
-    using K = Kind<Spec>;
     if (specSize == nullptr || initSize == nullptr || workSize == nullptr)
         return ippStsNullPtrErr;
-    if (const Status bad = checkChoice(K::highestOrder, order, flag); bad != ippStsNoErr)
+    if (const Status bad = checkChoice<Spec>(order, flag); bad != ippStsNoErr)
         return bad;
     const bool kernels = hasKernels(order);
-    const std::size_t tables = kernels
-                                   ? tableBytes(firstFactors(K::firstLength(order)) + middleFactors + 2 * K::unpackFactors(order))
-                                   : PlainTransform::tableBytes(order);
+    const std::size_t tables = kernels ? TableSizes(order, ofReals<Spec>).bytes() : PlainTransform::tableBytes(order);
+    const std::size_t work = kernels ? cacheLine + (std::size_t{2} << order) * sizeof(float) : 0;
     *specSize = static_cast<std::int32_t>(cacheLine + wholeLines(sizeof(Spec)) + tables);
     *initSize = 0;
-    *workSize = kernels ? static_cast<std::int32_t>(cacheLine + workLength(order) * sizeof(float)) : 0;
+    *workSize = static_cast<std::int32_t>(work);
     return ippStsNoErr;
 }
 
 template <class Spec>
 Status init(Spec** spec, std::int32_t order, std::int32_t flag, void* storage) noexcept
 {
-    using K = Kind<Spec>;
     if (spec == nullptr || storage == nullptr)
         return ippStsNullPtrErr;
-    if (const Status bad = checkChoice(K::highestOrder, order, flag); bad != ippStsNoErr)
+    if (const Status bad = checkChoice<Spec>(order, flag); bad != ippStsNoErr)
         return bad;
 
     const double length = std::ldexp(1.0, order);
@@ -186,24 +146,27 @@ Status init(Spec** spec, std::int32_t order, std::int32_t flag, void* storage) n
     std::byte* const tables = start + wholeLines(sizeof(Spec));
     *spec = new (start) Spec{{&active(), order, static_cast<float>(forward), static_cast<float>(inverse), std::nullopt, {}}};
     if (hasKernels(order))
-        (*spec)->tables = buildTables(reinterpret_cast<float*>(tables), active().valuesPerVector, K::firstLength(order),
-                                      K::unpackFactors(order), forward, inverse);
+        (*spec)->tables = buildTables(reinterpret_cast<float*>(tables), active().valuesPerVector,
+                                      TableSizes(order, ofReals<Spec>), forward, inverse);
     else
         (*spec)->plain.emplace(order, reinterpret_cast<double*>(tables));
     return ippStsNoErr;
 }
 
-// A transform with kernels of its own needs its work storage, the plain one none.
-Status checkRun(const void* src, const void* dst, const Transform* spec, const void* work)
-{
-    if (src == nullptr || dst == nullptr || spec == nullptr)
-        return ippStsNullPtrErr;
-    return work == nullptr && !spec->plain ? ippStsNullPtrErr : ippStsNoErr;
-}
+using PlainRun = void (PlainTransform::*)(const float*, float*, float) const noexcept;
+using KernelRun = void (*KernelTable::*)(const TransformTables&, const float*, float*, float*);
 
-float* workFloats(void* work)
+// Runs the plain transform, or the kernel of 512 or 1024, which needs its work storage.
+Status runTransform(const float* src, float* dst, const Transform* spec, void* work, float Transform::*factor, PlainRun plain,
+                    KernelRun of512, KernelRun of1024) noexcept
 {
-    return reinterpret_cast<float*>(firstLine(work));
+    if (src == nullptr || dst == nullptr || spec == nullptr || (work == nullptr && !spec->plain))
+        return ippStsNullPtrErr;
+    if (spec->plain)
+        ((*spec->plain).*plain)(src, dst, spec->*factor);
+    else
+        (spec->variant->*(spec->order == 9 ? of512 : of1024))(spec->tables, src, dst, reinterpret_cast<float*>(firstLine(work)));
+    return ippStsNoErr;
 }
 
 } // namespace
@@ -239,45 +202,24 @@ Status ippsFFTInit_C_32fc(FFTSpec_C_32fc** spec, std::int32_t order, std::int32_
 
 Status ippsFFTFwd_RToPack_32f(const float* src, float* dst, const FFTSpec_R_32f* spec, void* work) noexcept
 {
-    if (const Status bad = checkRun(src, dst, spec, work); bad != ippStsNoErr)
-        return bad;
-    if (spec->plain) {
-        spec->plain->realForward(src, dst, spec->forwardFactor);
-        return ippStsNoErr;
-    }
-    const auto forward = spec->order == 9 ? spec->variant->realForward512 : spec->variant->realForward1024;
-    forward(spec->tables, src, dst, workFloats(work));
-    return ippStsNoErr;
+    return runTransform(src, dst, spec, work, &Transform::forwardFactor, &PlainTransform::realForward,
+                        &KernelTable::realForward512, &KernelTable::realForward1024);
 }
 
 Status ippsFFTInv_PackToR_32f(const float* src, float* dst, const FFTSpec_R_32f* spec, void* work) noexcept
 {
-    if (const Status bad = checkRun(src, dst, spec, work); bad != ippStsNoErr)
-        return bad;
-    if (spec->plain) {
-        spec->plain->realInverse(src, dst, spec->inverseFactor);
-        return ippStsNoErr;
-    }
-    const auto inverse = spec->order == 9 ? spec->variant->realInverse512 : spec->variant->realInverse1024;
-    inverse(spec->tables, src, dst, workFloats(work));
-    return ippStsNoErr;
+    return runTransform(src, dst, spec, work, &Transform::inverseFactor, &PlainTransform::realInverse,
+                        &KernelTable::realInverse512, &KernelTable::realInverse1024);
 }
 
 Status ippsFFTInv_CToC_32fc(const Complex* src, Complex* dst, const FFTSpec_C_32fc* spec, void* work) noexcept
 {
-    if (const Status bad = checkRun(src, dst, spec, work); bad != ippStsNoErr)
-        return bad;
-    const auto* from = reinterpret_cast<const float*>(src);
-    auto* to = reinterpret_cast<float*>(dst);
-    if (spec->plain) {
-        spec->plain->complexInverse(from, to, spec->inverseFactor);
-        return ippStsNoErr;
-    }
-    const auto inverse = spec->order == 9 ? spec->variant->complexInverse512 : spec->variant->complexInverse1024;
-    inverse(spec->tables, from, to, workFloats(work));
-    if (spec->inverseFactor != 1.0F)
-        spec->variant->mulC(to, spec->inverseFactor, to, std::size_t{2} << spec->order);
-    return ippStsNoErr;
+    const Status bad = runTransform(bare(src), bare(dst), spec, work, &Transform::inverseFactor, &PlainTransform::complexInverse,
+                                    &KernelTable::complexInverse512, &KernelTable::complexInverse1024);
+    // Complex kernels scale nothing.
+    if (bad == ippStsNoErr && !spec->plain && spec->inverseFactor != 1.0F)
+        spec->variant->mulC(bare(dst), spec->inverseFactor, bare(dst), std::size_t{2} << spec->order);
+    return bad;
 }
 
 } // namespace quorel

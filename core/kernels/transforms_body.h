@@ -135,22 +135,16 @@ QUOREL_INLINE void fft8(V (&x)[8])
 template <bool inverse>
 QUOREL_INLINE void fft16(V (&x)[16])
 {
-    constexpr float c1 = 0.923879533F; // cos(pi/8)
-    constexpr float s1 = 0.382683432F; // sin(pi/8)
-    constexpr float c2 = 0.707106781F; // cos(pi/4)
+    constexpr float c1 = 0.923879533F, c2 = 0.707106781F, c3 = 0.382683432F; // cos(pi/8), cos(pi/4), cos(3*pi/8)
+    constexpr float cosine[] = {1, c1, c2, c3, 0, -c3, -c2, -c1};            // of j*pi/8
     V sum[8];
     V diff[8];
     for (size_t j = 0; j < 8; ++j) {
         sum[j] = x[j] + x[j + 8];
         diff[j] = x[j] - x[j + 8];
     }
-    diff[1] = mulTwiddle<inverse>(diff[1], c1, -s1);
-    diff[2] = mulTwiddle<inverse>(diff[2], c2, -c2);
-    diff[3] = mulTwiddle<inverse>(diff[3], s1, -c1);
-    diff[4] = mulMinusI<inverse>(diff[4]);
-    diff[5] = mulTwiddle<inverse>(diff[5], -s1, -c1);
-    diff[6] = mulTwiddle<inverse>(diff[6], -c2, -c2);
-    diff[7] = mulTwiddle<inverse>(diff[7], -c1, -s1);
+    for (size_t j = 1; j < 8; ++j)
+        diff[j] = j == 4 ? mulMinusI<inverse>(diff[j]) : mulTwiddle<inverse>(diff[j], cosine[j], -cosine[j < 4 ? 4 - j : j - 4]);
     fft8<inverse>(sum);
     fft8<inverse>(diff);
     for (size_t j = 0; j < 8; ++j) {
@@ -234,16 +228,17 @@ void lastPass(const float* work, float* dst)
     }
 }
 
-template <size_t R>
-void complexInverse(const TransformTables& tables, const float* src, float* dst, float* work)
+// `src` and `work` may be one array.
+template <size_t R, bool inverse>
+void complexTransform(const TransformTables& tables, const float* src, float* dst, float* work)
 {
-    firstPass<R, true>(src, tables.first, work);
-    middlePass<R, true>(tables.middle, work);
-    lastPass<R, true>(work, dst);
+    firstPass<R, inverse>(src, tables.first, work);
+    middlePass<R, inverse>(tables.middle, work);
+    lastPass<R, inverse>(work, dst);
 }
 
-constexpr auto& complexInverse512 = complexInverse<8>;
-constexpr auto& complexInverse1024 = complexInverse<16>;
+constexpr auto& complexInverse512 = complexTransform<8, true>;
+constexpr auto& complexInverse1024 = complexTransform<16, true>;
 
 // The spectrum of real samples from a complex transform of half the length (Van Loan, chapter 4).
 //
@@ -274,9 +269,7 @@ void realForward(const TransformTables& tables, const float* src, float* dst, fl
 {
     constexpr size_t n = 128 * R;
     float* spectrum = work + n;
-    firstPass<R, false>(src, tables.first, work);
-    middlePass<R, false>(tables.middle, work);
-    lastPass<R, false>(work, spectrum);
+    complexTransform<R, false>(tables, src, spectrum, work);
     unpackReal<n>(spectrum + 2, dst + 1, tables.forward, tables.forwardHalf);
     dst[0] = 2 * tables.forwardHalf * (spectrum[0] + spectrum[1]);
     dst[n - 1] = 2 * tables.forwardHalf * (spectrum[0] - spectrum[1]);
@@ -289,9 +282,7 @@ void realInverse(const TransformTables& tables, const float* src, float* dst, fl
     unpackReal<n>(src + 1, work + 2, tables.inverse, tables.inverseHalf);
     work[0] = tables.inverseHalf * (src[0] + src[n - 1]);
     work[1] = tables.inverseHalf * (src[0] - src[n - 1]);
-    firstPass<R, true>(work, tables.first, work);
-    middlePass<R, true>(tables.middle, work);
-    lastPass<R, true>(work, dst);
+    complexTransform<R, true>(tables, work, dst, work);
 }
 
 constexpr auto& realForward512 = realForward<4>;
@@ -300,26 +291,17 @@ constexpr auto& realInverse512 = realInverse<4>;
 constexpr auto& realInverse1024 = realInverse<8>;
 
 // `dst` may be `a` or `b`: each pair is read before it is written.
-void mulPack(const float* a, const float* b, float* dst, size_t n)
+void mulPack(const float* __restrict a, const float* __restrict b, float* __restrict dst, size_t n)
 {
-    const float last = a[n - 1] * b[n - 1];
     dst[0] = a[0] * b[0];
-    size_t i = 1;
-    for (; i + lanes < n; i += lanes) {
-        const V x = inRegister(load<V>(a + i));
-        const V y = inRegister(load<V>(b + i));
-        const V re = shuffleInQuads<0, 0, 2, 2>(x, x);
-        const V im = shuffleInQuads<1, 1, 3, 3>(x, x);
-        store(y * re - mulMinusI<false>(y) * im, dst + i);
-    }
-    for (; i + 1 < n; i += 2) {
+    for (size_t i = 1; i + 1 < n; i += 2) {
         const float re = a[i] * b[i] - a[i + 1] * b[i + 1];
         const float im = a[i] * b[i + 1] + a[i + 1] * b[i];
         dst[i] = re;
         dst[i + 1] = im;
     }
     if (n % 2 == 0)
-        dst[n - 1] = last;
+        dst[n - 1] = a[n - 1] * b[n - 1];
 }
 
 } // namespace
