@@ -291,7 +291,7 @@ constexpr auto& realInverse512 = realInverse<4>;
 constexpr auto& realInverse1024 = realInverse<8>;
 
 // `dst` may be `a` or `b`: each pair is read before it is written.
-void mulPack(const float* __restrict a, const float* __restrict b, float* __restrict dst, size_t n)
+void mulPack(const float* a, const float* b, float* dst, size_t n)
 {
     dst[0] = a[0] * b[0];
     for (size_t i = 1; i + 1 < n; i += 2) {
