@@ -32,46 +32,6 @@ std::vector<float> magnitudes(const Spectrum& values)
 
 // ---------------------------------------------------------------------------
 
-Fourier::Fourier(std::size_t length)
-{
-    for (std::size_t j = 0; j < length / 2; ++j) {
-        const double angle = 2.0 * std::numbers::pi * static_cast<double>(j) / static_cast<double>(length);
-        turns.emplace_back(std::cos(angle), std::sin(angle));
-    }
-}
-
-void Fourier::transform(Spectrum& x) const
-{
-    const std::size_t n = x.size();
-
-    // Into bit-reversed order.
-    for (std::size_t i = 1, j = 0; i < n; ++i) {
-        std::size_t bit = n / 2;
-        for (; (j & bit) != 0; bit /= 2)
-            j ^= bit;
-        j ^= bit;
-        if (i < j)
-            std::swap(x[i], x[j]);
-    }
-
-    // Butterflies of two halves, from pairs up to the whole.
-    for (std::size_t half = 1; half < n; half *= 2) {
-        const std::size_t stride = n / (2 * half);
-        for (std::size_t start = 0; start < n; start += 2 * half)
-            for (std::size_t k = 0; k < half; ++k) {
-                const auto& w = turns[k * stride];
-                const auto a = x[start + k];
-                const auto b = x[start + k + half];
-                const std::complex<double> turned(b.real() * w.real() - b.imag() * w.imag(),
-                                                  b.real() * w.imag() + b.imag() * w.real());
-                x[start + k] = a + turned;
-                x[start + k + half] = a - turned;
-            }
-    }
-}
-
-// ---------------------------------------------------------------------------
-
 FilterBankModel::FilterBankModel(std::size_t fftLength, std::size_t hop, const MicrophoneWindows& windows)
     : fftLength(fftLength),
       hop(hop),

@@ -24,19 +24,6 @@
 
 namespace quorel::model {
 
-using Spectrum = std::vector<std::complex<double>>;
-
-// X[k] = sum over n of x[n] * exp(+2 pi i n k / N), in place, not scaled; N is a power of two.
-class Fourier {
-public:
-    explicit Fourier(std::size_t length);
-
-    void transform(Spectrum& x) const;
-
-private:
-    Spectrum turns; // exp(2 pi i j / N) for the first half of the circle
-};
-
 struct MicrophoneWindows {
     std::vector<float> analysis;
     std::vector<float> synthesis;

@@ -152,18 +152,59 @@ const Circle& circle()
 
 } // namespace
 
+Fourier::Fourier(std::size_t length)
+{
+    for (std::size_t j = 0; j < length / 2; ++j) {
+        const double angle = 2.0 * std::numbers::pi * static_cast<double>(j) / static_cast<double>(length);
+        turns.emplace_back(std::cos(angle), std::sin(angle));
+    }
+}
+
+void Fourier::transform(Spectrum& x) const
+{
+    const std::size_t n = x.size();
+
+    // Into bit-reversed order.
+    for (std::size_t i = 1, j = 0; i < n; ++i) {
+        std::size_t bit = n / 2;
+        for (; (j & bit) != 0; bit /= 2)
+            j ^= bit;
+        j ^= bit;
+        if (i < j)
+            std::swap(x[i], x[j]);
+    }
+
+    // Butterflies of two halves, from pairs up to the whole.
+    for (std::size_t half = 1; half < n; half *= 2) {
+        const std::size_t stride = n / (2 * half);
+        for (std::size_t start = 0; start < n; start += 2 * half)
+            for (std::size_t k = 0; k < half; ++k) {
+                const auto& w = turns[k * stride];
+                const auto a = x[start + k];
+                const auto b = x[start + k + half];
+                const std::complex<double> turned(b.real() * w.real() - b.imag() * w.imag(),
+                                                  b.real() * w.imag() + b.imag() * w.real());
+                x[start + k] = a + turned;
+                x[start + k + half] = a - turned;
+            }
+    }
+}
+
 Signal tapsFromPacked(const float* packed)
 {
-    // x[n] = (R0 + R512 (-1)^n + 2 sum of Rk cos(2 pi n k / 1024) - Ik sin(2 pi n k / 1024)) / 1024
-    Signal taps(Window::length);
-    for (std::size_t n = 0; n < Window::length; ++n) {
-        double sum = double{packed[0]} + (n % 2 == 0 ? 1.0 : -1.0) * double{packed[1023]};
-        for (std::size_t k = 1; k < 512; ++k) {
-            const std::size_t turn = n * k % Window::length;
-            sum += 2.0 * (double{packed[2 * k - 1]} * circle().cosine[turn] - double{packed[2 * k]} * circle().sine[turn]);
-        }
-        taps[n] = sum / double{Window::length};
+    // x[n] = sum over k of X[k] exp(2 pi i n k / 1024) / 1024, where X[1024 - k] is the conjugate of X[k]
+    Spectrum spectrum(Window::length);
+    spectrum[0] = packed[0];
+    spectrum[512] = packed[1023];
+    for (std::size_t k = 1; k < 512; ++k) {
+        spectrum[k] = {packed[2 * k - 1], packed[2 * k]};
+        spectrum[Window::length - k] = std::conj(spectrum[k]);
     }
+    static const Fourier fourier(Window::length);
+    fourier.transform(spectrum);
+    Signal taps;
+    for (const std::complex<double>& x : spectrum)
+        taps.push_back(x.real() / double{Window::length});
     return taps;
 }
 

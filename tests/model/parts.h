@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <complex>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -106,6 +107,19 @@ private:
     float release;
     std::vector<Point> curve;
     std::vector<float> envelope;
+};
+
+using Spectrum = std::vector<std::complex<double>>;
+
+// X[k] = sum over n of x[n] * exp(+2 pi i n k / N), in place, not scaled; N is a power of two.
+class Fourier {
+public:
+    explicit Fourier(std::size_t length);
+
+    void transform(Spectrum& x) const;
+
+private:
+    Spectrum turns; // exp(2 pi i j / N) for the first half of the circle
 };
 
 // The 1024 taps of a packed spectrum (R0, R1, I1, ..., R511, I511, R512), by the inverse
