@@ -78,6 +78,7 @@ SpeakerPath<N, float>::SpeakerPath(std::uint32_t channelMask, std::uint32_t maxF
       fdn(builtInRoom(speakersOf<N>(channelMask), maxFrames)),
       directCompressor(renderAttack, renderRelease, renderCurve),
       outputCompressor(renderAttack, renderRelease, renderCurve),
+      maxFrames(maxFrames),
       sampleRate(sampleRate)
 {
 }
@@ -95,9 +96,10 @@ void SpeakerPath<N, float>::process(InterleavedView in, InterleavedView out)
     }
 
     // With nothing to fade behind the room and every step in use the limiters of a long block run beside each other. In a short
-    // one, which the room may refuse, they have no time for it, and directCompressor is ahead of the room.
+    // one they have no time for it. Nor in one that the room may refuse, short or too long: directCompressor is ahead of the room,
+    // and has gone on when that fails.
     const bool settled = surround == surroundPrevious && !equalizerTarget.changed && steps_.direct && steps_.equalizer &&
-                         steps_.compressor && in.frames >= 2 * busStretch && in.frames <= mix.capacity();
+                         steps_.compressor && in.frames >= 2 * busStretch && in.frames <= maxFrames;
     if (settled)
         playSettled(in);
     else

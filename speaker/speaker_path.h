@@ -107,6 +107,7 @@ private:
     bool reverbOn = true;                                  // the room is wanted
 
     // Configuration
+    std::uint32_t maxFrames;  // of a block
     std::uint32_t sampleRate; // frames per second
     Steps steps_;
 };
