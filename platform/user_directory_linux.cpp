@@ -108,7 +108,8 @@ void removeLeftOvers(int directory)
     }
 }
 
-// A new file that nobody takes for a left-over: it has its lock, and was still there when it got it.
+// A new file that nobody takes for a left-over: it has its lock, and was still there when it got it. On a file system without
+// locks nobody takes any for one.
 File makeTemporary(int directory, std::string& name)
 {
     for (int attempt = 0; attempt < 8; ++attempt) {
@@ -120,7 +121,8 @@ File makeTemporary(int directory, std::string& name)
         struct stat made {};
         if (!file)
             return {};
-        if (flock(file.get(), LOCK_EX | LOCK_NB) == 0 && fstat(file.get(), &made) == 0 && made.st_nlink == 1)
+        const bool taken = flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        if (!taken && fstat(file.get(), &made) == 0 && made.st_nlink == 1)
             return file;
     }
     errno = EBUSY;
@@ -176,7 +178,7 @@ bool UserDirectory::keepOthersOut() noexcept
 {
     if (takeLock(directory.get(), patience))
         return true;
-    keepRefusal(path, EBUSY);
+    keepRefusal(path, errno);
     return false;
 }
 
@@ -189,8 +191,12 @@ bool takeLock(int file, std::uint32_t milliseconds) noexcept
     };
     const auto end = now() + std::int64_t{milliseconds} * 1000000;
     while (flock(file, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || now() >= end)
+        if (errno != EWOULDBLOCK && errno != EINTR)
             return false;
+        if (now() >= end) {
+            errno = EBUSY;
+            return false;
+        }
         const timespec millisecond{0, 1000000};
         nanosleep(&millisecond, nullptr);
     }
@@ -200,13 +206,13 @@ bool takeLock(int file, std::uint32_t milliseconds) noexcept
 File openLock(const UserDirectory& directory, const std::string& name, std::uint32_t milliseconds)
 {
     File lock(openat(directory.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    const int error = lock ? EACCES : errno;
+    int error = lock ? EACCES : errno;
     if (lock && isPrivate(lock.get(), S_IFREG)) {
         if (takeLock(lock.get(), milliseconds))
             return lock;
-        keepRefusal(directory.pathOf(name), EBUSY);
-    } else
-        keepRefusal(directory.pathOf(name), error);
+        error = errno;
+    }
+    keepRefusal(directory.pathOf(name), error);
     return {};
 }
 

@@ -57,7 +57,8 @@ private:
     int failure = 0;
 };
 
-// Takes the exclusive lock of an open file within so many milliseconds.
+// Takes the exclusive lock of an open file within so many milliseconds. On failure errno tells why: EBUSY for one that another
+// has.
 bool takeLock(int file, std::uint32_t milliseconds) noexcept;
 
 // A file of the directory, made when it is missing, with its exclusive lock; none when that takes longer, or when somebody

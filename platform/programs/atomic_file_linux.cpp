@@ -39,13 +39,17 @@ void removeAbandoned(const std::filesystem::path& folder)
     }
 }
 
-// A new file that this process holds; -1 on failure. Between its making and its locking another program may have removed it.
+// A new file that this process holds; -1 on failure. Between its making and its locking another program may have removed it, or
+// be about to; on a file system without locks nobody does.
 int makeHeld(std::string& path)
 {
     for (const std::string wanted = path;; path = wanted) {
         const int file = mkostemp(path.data(), O_CLOEXEC);
         struct stat made {};
-        if (file < 0 || (flock(file, LOCK_EX | LOCK_NB) == 0 && fstat(file, &made) == 0 && made.st_nlink > 0))
+        if (file < 0)
+            return file;
+        const bool taken = flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        if (!taken && fstat(file, &made) == 0 && made.st_nlink > 0)
             return file;
         close(file);
     }

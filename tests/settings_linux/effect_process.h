@@ -96,6 +96,8 @@ public:
         return answer();
     }
 
+    pid_t process() const { return id; }
+
     void signal(int number) const { ::kill(id, number); }
 
     // At once, wherever it stands.

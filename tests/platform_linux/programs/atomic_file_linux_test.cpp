@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -15,13 +16,15 @@
 
 namespace {
 
-std::vector<std::string> calls; // of the two below, in their order
+std::vector<std::string> calls; // of the first two below, in their order
+int noLocks = 0;                // the error of every lock; 0: there are locks
 
 } // namespace
 
 extern "C" {
 int __real_fsync(int file);
 int __real_rename(const char* from, const char* to);
+int __real_flock(int file, int how);
 
 int __wrap_fsync(int file)
 {
@@ -33,6 +36,12 @@ int __wrap_rename(const char* from, const char* to)
 {
     calls.emplace_back("rename");
     return __real_rename(from, to);
+}
+
+int __wrap_flock(int file, int how)
+{
+    errno = noLocks;
+    return noLocks != 0 ? -1 : __real_flock(file, how);
 }
 }
 
@@ -102,6 +111,16 @@ TEST_F(AtomicFileOnLinux, IsOnTheDiskBeforeItGetsItsName)
     calls.clear();
     write("file");
     EXPECT_EQ(calls, (std::vector<std::string>{"fsync", "rename"}));
+}
+
+TEST_F(AtomicFileOnLinux, IsWrittenOnAFileSystemWithoutLocksToo)
+{
+    for (const int error : {ENOLCK, EOPNOTSUPP, ENOSYS}) {
+        noLocks = error;
+        write("file");
+        noLocks = 0;
+        EXPECT_EQ(entries(), 1U) << "the file alone";
+    }
 }
 
 TEST_F(AtomicFileOnLinux, TheNextStartRemovesWhatAKilledProgramLeft)
