@@ -2,6 +2,7 @@
 #include "host/registry_script.h"
 
 #include "tests/host/registry_fake.h"
+#include "tests/support/failure.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,9 +20,9 @@ protected:
     RegistryScriptTest() { registryFake() = {}; }
     ~RegistryScriptTest() override { EXPECT_TRUE(registryFake().open.empty()); }
 
-    static void expectNoScript(const std::string& text)
+    static void expectNoScript(const std::string& text, const char* failure = "RegistryScript: not a script")
     {
-        EXPECT_THROW(RegistryScript(text, {}), std::invalid_argument) << text;
+        EXPECT_EQ((failureText<std::invalid_argument>([&] { RegistryScript(text, {}); })), failure) << text;
         EXPECT_TRUE(registryFake().calls.empty());
     }
 
@@ -100,7 +101,7 @@ TEST_F(RegistryScriptTest, TwoQuotesAreOneAndTwoPerCentSignsAreOne)
 
 TEST_F(RegistryScriptTest, AnUnknownReplacementIsRefused)
 {
-    expectNoScript("HKCR { K = s '%NOBODY%' }");
+    expectNoScript("HKCR { K = s '%NOBODY%' }", "RegistryScript: unknown replacement");
 }
 
 TEST_F(RegistryScriptTest, WhatIsNoScriptIsRefusedBeforeAnythingIsEntered)

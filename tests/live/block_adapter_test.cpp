@@ -3,6 +3,7 @@
 
 #include "core/signal_path.h"
 #include "live/block_plan.h"
+#include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
 
@@ -291,7 +292,7 @@ TEST(BlockAdapter, FinishesWithWhatIsThereAndNoMoreDelay)
 
 TEST(BlockAdapter, RefusesADelayOfAWholeBlock)
 {
-    EXPECT_THROW(BlockAdapter(1, 1, 1, 240, 240), std::invalid_argument);
+    EXPECT_EQ((failureText<std::invalid_argument>([] { BlockAdapter(1, 1, 1, 240, 240); })), "BlockAdapter: delay too long");
 }
 
 } // namespace

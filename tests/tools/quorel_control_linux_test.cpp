@@ -169,12 +169,31 @@ TEST_F(ControlProcess, ATerminalSeesThatNoMicrophoneRuns)
     waitpid(child, nullptr, 0);
 }
 
+TEST_F(ControlProcess, LevelsThatNobodyTakesEndTheWatchWithAReason)
+{
+    int errors[2];
+    ASSERT_EQ(::pipe2(errors, O_CLOEXEC), 0);
+    const int full = open("/dev/full", O_RDWR | O_CLOEXEC);
+    const pid_t child = start({"levels", "--watch"}, full, errors[1]);
+    close(full);
+    close(errors[1]);
+    std::string said;
+    for (char part = 0; read(errors[0], &part, 1) == 1;)
+        said += part;
+    close(errors[0]);
+    EXPECT_THAT(said, testing::EndsWith("quorel-control: cannot write the levels\n"));
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+    EXPECT_EQ(settings().levelsEnabled, 0);
+}
+
 // ---- questions ------------------------------------------------------------------------------------------------------
 
 class AskedResponses : public Responses {
 protected:
     // Loads a set for two channels under a stream of eight on a terminal and types `answer`.
-    int load(const std::string& answer)
+    int load(const std::string& answer, const std::string& told = "")
     {
         const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
         Terminal terminal;
@@ -193,7 +212,7 @@ protected:
                                                        "block, and is silent, until hrtf clear. Deliver it? [y/N] "));
         EXPECT_EQ(settings().hrtfId, 0U);
         EXPECT_EQ(write(terminal.near, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
-        terminal.seen();
+        EXPECT_THAT(terminal.seen(), HasSubstr(told));
         int status = 0;
         waitpid(child, &status, 0);
         return status;
@@ -203,7 +222,7 @@ protected:
 TEST_F(AskedResponses, ASetThatStopsTheSoundGoesOutAfterAYes)
 {
     for (const char* no : {"\n", "n\n", "\x04"}) {
-        const int status = load(no);
+        const int status = load(no, "quorel-control: nothing was delivered");
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
         EXPECT_EQ(settings().hrtfId, 0U);
     }

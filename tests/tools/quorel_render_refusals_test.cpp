@@ -150,6 +150,30 @@ TEST_F(QuorelRender, APipeWithoutAPlaceForItsSoundIsRefused)
     expectOneLine(out.err, "cannot write to standard output: there is no place for what goes there: ");
 }
 
+TEST_F(QuorelRender, APipeThatHoldsMoreThanThereIsPlaceForIsRefused)
+{
+    const std::string input = save("in.wav", 2, noise(2, 100000));
+    const Outcome outcome = run({"-", path("out.wav")}, [&] {
+        int ends[2];
+        if (pipe(ends) != 0)
+            return;
+        if (fork() == 0) { // who fills the pipe
+            dup2(ends[1], STDOUT_FILENO);
+            close(ends[0]); // or it would wait for itself
+            execlp("cat", "cat", input.c_str(), nullptr);
+            _exit(127);
+        }
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        const rlimit limit{65536, 65536}; // bytes in a file
+        setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    EXPECT_TRUE(outcome.exited(2)) << outcome;
+    expectOneLine(outcome.err, "cannot read -: what the pipe holds can't be kept in ");
+    EXPECT_FALSE(fs::exists(path("out.wav")));
+}
+
 TEST_F(QuorelRender, AStandardOutputThatTakesNothingIsRefused)
 {
     const std::string input = save("in.wav", 2, noise(2, 100));

@@ -75,6 +75,32 @@ TEST_F(LiveBehaviour, SaysWhyWhereItsSettingsAreNotToBeHad)
     EXPECT_EQ(session.code, 2);
 }
 
+TEST_F(LiveBehaviour, SaysThatItsLockIsNotToBeHad)
+{
+    const auto lock = session.folder / "quorel/live.lock";
+    std::filesystem::create_directories(lock);
+    std::filesystem::permissions(lock.parent_path(), std::filesystem::perms::owner_all);
+    EXPECT_EQ(session.command(QUOREL_LIVE), "quorel-live: " + lock.string() + ": Is a directory\n");
+    EXPECT_EQ(session.code, 2);
+}
+
+TEST_F(LiveBehaviour, SaysThatNoServerRuns)
+{
+    session.killServer();
+    for (const char* question : {"", " --list"}) {
+        EXPECT_EQ(session.command(QUOREL_LIVE + std::string(question)), "quorel-live: no PipeWire server is running\n");
+        EXPECT_EQ(session.code, 2);
+    }
+}
+
+TEST_F(LiveBehaviour, SaysThatTheServerDoesNotAnswer)
+{
+    session.signalServer(SIGSTOP);
+    EXPECT_EQ(session.command(QUOREL_LIVE " --list"), "quorel-live: the PipeWire server does not answer\n");
+    EXPECT_EQ(session.code, 2);
+    session.signalServer(SIGCONT);
+}
+
 TEST_F(LiveBehaviour, LeavesIdleLevelsAtItsEnd)
 {
     const auto live = session.live({"--microphone"});
@@ -323,7 +349,8 @@ TEST_F(LiveBehaviour, LeavesADefaultAloneThatItsUserChoseMeanwhile)
 
 TEST_F(LiveBehaviour, RefusesItsOwnDeviceAsItsOutput)
 {
-    EXPECT_THAT(session.command(QUOREL_LIVE " --output quorel.speaker"), HasSubstr("in a loop"));
+    EXPECT_THAT(session.command(QUOREL_LIVE " --output quorel.speaker"),
+                HasSubstr("quorel.speaker is a device of quorel-live itself: its sound would go round in a loop"));
     EXPECT_EQ(session.code, 2);
 }
 

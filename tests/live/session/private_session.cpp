@@ -204,6 +204,11 @@ void PrivateSession::killManager()
     manager.reset();
 }
 
+void PrivateSession::signalServer(int number)
+{
+    server->signal(number);
+}
+
 void PrivateSession::signalManager(int number)
 {
     manager->signal(number);

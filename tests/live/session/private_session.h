@@ -51,6 +51,7 @@ public:
 
     void startServer();
     void killServer();
+    void signalServer(int number);
     void startManager();
     void killManager();
     void signalManager(int number);
