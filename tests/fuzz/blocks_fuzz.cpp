@@ -30,6 +30,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
             const SettingsField& field = fields[input.below(static_cast<std::uint32_t>(fields.size()))];
             const auto range = static_cast<std::uint32_t>(field.high - field.low + 1);
             setSetting(*path->path->settings(), field, field.low + input.below(range));
+            ++path->path->settings()->blockSequence;
             path->path->settings()->applied = 0;
         } else {
             const auto n = input.below(1100);

@@ -19,6 +19,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         shared.settings = input.number<decltype(shared.settings)>();
         SettingsRecord& record = *path.path->settings();
         copySettings(shared, record);
+        ++record.blockSequence;
         record.applied = 0;
         path.run(input.below(480) + 1, 480, input);
 

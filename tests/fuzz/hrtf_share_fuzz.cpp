@@ -23,6 +23,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
             share[i] = input.number<float>();
         for (std::size_t i = period; i < share.size(); ++i)
             share[i] = share[i - period];
+        ++record.blockSequence;
         record.applied = 0;
         path.run(input.below(480) + 1, 480, input);
     }
