@@ -40,6 +40,17 @@ put("wav", "breaks_off", wav(2, 40)[:-30])
 put("wav", "never_filled_in", wav(2, 40)[:40] + bytes(4) + bytes(200))
 put("wav", "alaw", wav(1, 100, 6, 8))
 put("wav", "nothing", b"")
+for channels in range(4, 10):
+    put("wav", f"plain_{channels}", wav(channels, 4, 1, 16))
+put("wav", "no_format", wav(0, 4, 1, 16))
+put("wav", "ends_in_a_head", wav(2, 4, 1, 16)[:36] + b"LIST" + struct.pack("<I", 4) + b"abcddat")
+common = struct.pack(">HIH", 3, 4, 16) + bytes.fromhex("400ebb80000000000000")  # three channels, four frames, 48000 Hz
+put("wav", "aiff_of_3", b"FORM" + struct.pack(">I", 4 + 8 + len(common) + 8 + 8 + 24) + b"AIFFCOMM" +
+    struct.pack(">I", len(common)) + common + b"SSND" + struct.pack(">III", 8 + 24, 0, 0) + bytes(range(24)))
+description = struct.pack(">d4sIIIII", 48000, b"lpcm", 0, 12, 1, 6, 16)
+layout = struct.pack(">III", 123 << 16 | 6, 0, 0)  # left, centre, right, surrounds, woofer
+put("wav", "caf_in_another_order", b"caff" + struct.pack(">HH", 1, 0) + b"desc" + struct.pack(">q", len(description)) + description +
+    b"chan" + struct.pack(">q", len(layout)) + layout + b"data" + struct.pack(">qI", 4 + 48, 0) + bytes(range(48)))
 
 with tempfile.TemporaryDirectory() as work:
     work = pathlib.Path(work)
