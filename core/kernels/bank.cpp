@@ -8,8 +8,7 @@ namespace quorel {
 
 Status cascadeBankSet(kernels::BankState* bank, std::size_t c, const float* taps) noexcept
 {
-    for (std::size_t s = 0; s < kernels::BankState::sections; ++s) {
-        const float* t = taps + 6 * s;
+    for (const float* t = taps; t < taps + 6 * kernels::BankState::sections; t += 6) {
         if (t[0] == 0 || t[3] == 0)
             return ippStsDivByZeroErr;
         // From here on single precision's roundings of 2^-24 stay below 2^-20 of what passes through.

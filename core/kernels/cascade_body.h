@@ -91,18 +91,10 @@ void runPlain(const CascadeGroup& group, const double* x, double* y, size_t n)
     }
 }
 
-void runGroup(const CascadeGroup& group, const double* x, double* y, size_t n, bool plain)
-{
-    constexpr decltype(&runBlocks<2>) ofOrder[] = {runBlocks<2>, runBlocks<4>, runBlocks<6>, runBlocks<8>};
-    if (plain)
-        runPlain(group, x, y, n);
-    else
-        ofOrder[group.order / 2 - 1](group, x, y, (n + rows - 1) / rows);
-}
-
 void cascade(const Cascade* state, const float* src, float* dst, size_t n)
 {
     const Cascade& filter = *state;
+    constexpr decltype(&runBlocks<2>) ofOrder[] = {runBlocks<2>, runBlocks<4>, runBlocks<6>, runBlocks<8>};
     constexpr size_t past = CascadeGroup::block;
     constexpr size_t chunk = 512; // samples, a multiple of the rows
     // From x to y: a page and a half of doubles, so that no store to y looks to the processor like one to what it loads from x.
@@ -115,12 +107,9 @@ void cascade(const Cascade* state, const float* src, float* dst, size_t n)
         count = n < chunk ? n : chunk;
         double* x = aligned + past;
         double* y = x + apart;
-        int peak = 0;
-        for (size_t i = 0; i < count; ++i) {
-            const int bits = magnitudeBits(src[i]);
-            peak = bits > peak ? bits : peak;
+        const int peak = peakBits(src, count);
+        for (size_t i = 0; i < count; ++i)
             x[i] = static_cast<double>(src[i]);
-        }
         double* const memory = filter.past[0];
         const size_t remembered = (filter.groups + 1) * past;
         if (filter.groups > 0 && peak < magnitudeBits(quiet) && isQuiet(memory, remembered)) {
@@ -134,7 +123,10 @@ void cascade(const Cascade* state, const float* src, float* dst, size_t n)
         for (size_t g = 0; g < filter.groups; ++g) {
             __builtin_memcpy(x - past, filter.past[g], sizeof filter.past[g]);
             __builtin_memcpy(y - past, filter.past[g + 1], sizeof filter.past[g + 1]);
-            runGroup(filter.group[g], x, y, count, plain);
+            if (plain)
+                runPlain(filter.group[g], x, y, count);
+            else
+                ofOrder[filter.group[g].order / 2 - 1](filter.group[g], x, y, (count + rows - 1) / rows);
             __builtin_memcpy(filter.past[g], x + count - past, sizeof filter.past[g]);
             double* const in = x;
             x = y;

@@ -50,10 +50,8 @@ QUOREL_INLINE void followQuad(const float* const* row, size_t at, Quad rising, Q
 {
     Quad x[groups][4]; // of channels first, of frames once they have changed places
     for (size_t g = 0; g < groups; ++g) {
-        for (size_t k = 0; k < 4; ++k)
-            x[g][k] = Quad{};
-        for (size_t k = 0; k < used; ++k)
-            x[g][k] = reinterpret_cast<Quad>(bits(load<Quad>(row[4 * g + k] + at)) & 0x7FFFFFFF); // its magnitude
+        for (size_t k = 0; k < 4; ++k) // magnitudes
+            x[g][k] = reinterpret_cast<Quad>(k < used ? bits(load<Quad>(row[4 * g + k] + at)) & 0x7FFFFFFF : Bits{});
         transpose4x4(x[g]);
     }
     for (size_t k = 0; k < 4; ++k)
@@ -119,13 +117,9 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
     }
     const float silence[floats] = {};
     const float* row[4 * groups];
-    size_t step[4 * groups]; // where there is no channel, silence stands still
     float first[4 * groups] = {};
-    for (size_t c = 0; c < 4 * groups; ++c) {
-        row[c] = c < channels ? in[c] : silence;
-        step[c] = c < channels ? floats : 0;
-        first[c] = c < channels ? envelope[c] : 0.0F;
-    }
+    for (size_t c = 0; c < channels; ++c)
+        first[c] = envelope[c];
     Quad held[groups];
     for (size_t g = 0; g < groups; ++g)
         held[g] = load<Quad>(first + 4 * g);
@@ -135,6 +129,8 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
         place[u] = {0, -__builtin_inff(), set[u]->segments > 1 ? set[u]->curve[1].level : __builtin_nanf("")};
     size_t at = 0;
     for (; at + floats <= n; at += floats) {
+        for (size_t c = 0; c < 4 * groups; ++c)
+            row[c] = c < channels ? in[c] + at : silence;
         Quad low[units], high[units];
         followQuad<used>(row, 0, rising, falling, held, low);
         if constexpr (floats == 8)
@@ -146,8 +142,6 @@ void compressRows(const Dynamics* const (&set)[units], float* envelope, const fl
             gain[u] = gains(*set[u], place[u], join<V>(low[u], high[u]));
         for (size_t c = 0; c < channels; ++c)
             store(gain[unitOf(c)] * load<V>(in[c] + at), out[c] + at);
-        for (size_t c = 0; c < 4 * groups; ++c)
-            row[c] += step[c];
     }
     for (; at < n; ++at) {
         float loudest[units] = {};

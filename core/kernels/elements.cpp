@@ -157,10 +157,9 @@ Status ippsMagnitude_32fc(const Complex* src, float* dst, std::int32_t len) noex
 
 Status ippsRealToCplx_32f(const float* re, const float* im, Complex* dst, std::int32_t len) noexcept
 {
-    const Length length{len};
-    if (const Status bad = arguments(re != nullptr ? re : im, dst, length); bad != ippStsNoErr)
+    if (const Status bad = arguments(re != nullptr ? re : im, dst, Length{len}); bad != ippStsNoErr)
         return bad;
-    active().realToComplex(re, im, bare(dst), bare(length));
+    active().realToComplex(re, im, bare(dst), bare(Length{len}));
     return ippStsNoErr;
 }
 

@@ -121,9 +121,7 @@ void flip(const float* src, float* dst, size_t n)
 void conjFlip(const float* __restrict src, float* __restrict dst, size_t n)
 {
     typedef unsigned long long Pair __attribute__((may_alias, aligned(4)));
-    const float signs[2] = {0.0F, -0.0F};
-    Pair sign = 0;
-    __builtin_memcpy(&sign, signs, sizeof sign);
+    const Pair sign = Pair{1} << 63; // of the second float: the lower bytes come first wherever the kernels run
     const Pair* x = reinterpret_cast<const Pair*>(src);
     Pair* y = reinterpret_cast<Pair*>(dst);
     for (size_t i = 0; i < n; ++i)

@@ -91,12 +91,8 @@ void foldToStereo(const float* frames, const float* gains, size_t channels, floa
 // Left, right and two zeros, then four more.
 QUOREL_INLINE void storeFrame(Quad stereo, float* frame)
 {
-    if constexpr (floats == 8)
-        store(join<V>(stereo, Quad{}), frame);
-    else {
-        store(stereo, frame);
-        store(Quad{}, frame + 4);
-    }
+    store(stereo, frame);
+    store(Quad{}, frame + 4);
 }
 
 void stereoFrames(const float* left, const float* right, float gain, float* frames, size_t n)

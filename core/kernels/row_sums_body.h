@@ -35,17 +35,24 @@ template <int rows, bool start>
 inline void addProductsPack(const float* const* x, const float* const* a, const float* const* b, float* first, float* second,
                             size_t n)
 {
-    const auto addReal = [&](size_t i) {
-        float sumA = start ? 0.0F : first[i], sumB = start ? 0.0F : second[i];
+    const auto addReal = [&](const float* const* h, float* sum, size_t i) {
+        float real = start ? 0.0F : sum[i];
+        for (int r = 0; r < rows; ++r)
+            real += x[r][i] * h[r][i];
+        sum[i] = real;
+    };
+    const auto addPair = [&](const float* const* h, float* sum, size_t i) {
+        float re = start ? 0.0F : sum[i], im = start ? 0.0F : sum[i + 1];
         for (int r = 0; r < rows; ++r) {
-            sumA += x[r][i] * a[r][i];
-            sumB += x[r][i] * b[r][i];
+            re += x[r][i] * h[r][i] - x[r][i + 1] * h[r][i + 1];
+            im += x[r][i] * h[r][i + 1] + x[r][i + 1] * h[r][i];
         }
-        first[i] = sumA;
-        second[i] = sumB;
+        sum[i] = re;
+        sum[i + 1] = im;
     };
     const V signs = repeat<V>(Quad{-1, 1, -1, 1});
-    addReal(0);
+    addReal(a, first, 0);
+    addReal(b, second, 0);
     size_t i = 1;
     for (; i + lanes < n; i += lanes) {
         V sumA = start ? V{} : load<V>(first + i), sumB = start ? V{} : load<V>(second + i);
@@ -61,22 +68,11 @@ inline void addProductsPack(const float* const* x, const float* const* a, const 
         store(sumB, second + i);
     }
     for (; i + 2 < n; i += 2) {
-        float sum[4] = {};
-        if (!start)
-            sum[0] = first[i], sum[1] = first[i + 1], sum[2] = second[i], sum[3] = second[i + 1];
-        for (int r = 0; r < rows; ++r) {
-            const float re = x[r][i], im = x[r][i + 1];
-            sum[0] += re * a[r][i] - im * a[r][i + 1];
-            sum[1] += re * a[r][i + 1] + im * a[r][i];
-            sum[2] += re * b[r][i] - im * b[r][i + 1];
-            sum[3] += re * b[r][i + 1] + im * b[r][i];
-        }
-        first[i] = sum[0];
-        first[i + 1] = sum[1];
-        second[i] = sum[2];
-        second[i + 1] = sum[3];
+        addPair(a, first, i);
+        addPair(b, second, i);
     }
-    addReal(n - 1);
+    addReal(a, first, n - 1);
+    addReal(b, second, n - 1);
 }
 
 void sumRows(const float* const* rows, const float* gains, size_t count, float* dst, size_t n)
