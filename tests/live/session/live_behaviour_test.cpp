@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <random>
 #include <sys/stat.h>
 #include <thread>
 
@@ -121,13 +123,22 @@ TEST_F(LiveBehaviour, LeavesIdleLevelsAtItsEnd)
     EXPECT_THAT(levels, testing::Each(-120.0F));
 }
 
+// Killed in its start, and when it is there; four times, or as often as QUOREL_KILLS says, at moments that QUOREL_SEED chooses.
 TEST_F(LiveBehaviour, LeavesNothingThatStopsTheNextStartWhenKilled)
 {
-    {
-        const auto live = session.live();
+    const auto wished = [](const char* variable, int usual) {
+        const char* wish = std::getenv(variable);
+        return wish != nullptr ? std::atoi(wish) : usual;
+    };
+    const int kills = wished("QUOREL_KILLS", 4);
+    std::mt19937 random(static_cast<std::uint32_t>(wished("QUOREL_SEED", 1)));
+    for (int i = 0; i < kills; ++i) {
+        const auto live = i % 4 == 0 ? session.live() : session.startLive();
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 200));
         live->signal(SIGKILL);
-        EXPECT_EQ(live->ended(patience), -SIGKILL);
+        ASSERT_EQ(live->ended(patience), -SIGKILL) << "kill " << i << live->written();
     }
+    std::cout << kills << " killed\n";
     const auto live = session.live();
     EXPECT_TRUE(sounds());
 }
