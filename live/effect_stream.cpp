@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "live/effect_stream.h"
 
+#include "live/block_adapter.h"
 #include "speaker/speaker_tables.h"
 
 #include <cmath>
@@ -35,7 +36,7 @@ EffectStream::EffectStream(const StreamKind& kind, BlockPlan plan, std::shared_p
       path(kind.microphone
                ? SignalPath(SignalPath::Microphone{}, static_cast<std::int32_t>(kind.channels), 0, plan.block, effectRate)
                : SignalPath(SignalPath::Speaker{}, static_cast<std::int32_t>(kind.channels), kind.mask, plan.block, effectRate)),
-      adapter(kind.channels, slots, kind.outputs(), plan.block, plan.delay)
+      adapter(std::make_unique<BlockAdapter>(kind.channels, slots, kind.outputs(), plan.block, plan.delay))
 {
     std::size_t channel = 0;
     for (const SpeakerRow& speaker : speakerTable)
@@ -47,19 +48,31 @@ EffectStream::EffectStream(const StreamKind& kind, BlockPlan plan, std::shared_p
     settings->poll(*path->settings());
 }
 
+EffectStream::~EffectStream() = default;
+
+std::uint32_t EffectStream::block() const noexcept
+{
+    return adapter->block();
+}
+
+std::uint32_t EffectStream::delay() const noexcept
+{
+    return adapter->delay();
+}
+
 bool EffectStream::serves(std::uint32_t n, bool varying) const noexcept
 {
-    return adapter.needed(n) <= adapter.delay() && (!varying || adapter.delay() == adapter.block() - 1);
+    return adapter->needed(n) <= adapter->delay() && (!varying || adapter->delay() == adapter->block() - 1);
 }
 
 void EffectStream::process(const float* const* in, float* const* out, std::uint32_t n)
 {
-    adapter.process(in, out, n, [this](float* x, float* y) { runBlock(x, y); });
+    adapter->process(in, out, n, [this](float* x, float* y) { runBlock(x, y); });
 }
 
 void EffectStream::finish(const float* const* in, float* const* out, std::uint32_t n)
 {
-    adapter.finish(in, out, n, [this](float* x, float* y) { runBlock(x, y); });
+    adapter->finish(in, out, n, [this](float* x, float* y) { runBlock(x, y); });
 }
 
 void EffectStream::runBlock(float* in, float* out) noexcept

@@ -11,7 +11,6 @@
 
 #include "client/sample_border.h"
 #include "core/signal_path.h"
-#include "live/block_adapter.h"
 #include "live/block_plan.h"
 #include "live/stream_status.h"
 #include "settings/settings_handler.h"
@@ -22,6 +21,8 @@
 #include <memory>
 
 namespace quorel {
+
+class BlockAdapter;
 
 inline constexpr std::uint32_t effectRate = 48000; // frames per second that both effects are run at
 
@@ -38,6 +39,7 @@ public:
     // Not for the audio thread. `bypass` and `status` belong to the stream's owner, as the path's successors share them.
     EffectStream(const StreamKind& kind, BlockPlan plan, std::shared_ptr<SettingsHandler> settings,
                  const std::atomic<bool>& bypass, StreamStatus& status);
+    ~EffectStream();
 
     // n frames of each row, as BlockAdapter has it.
     void process(const float* const* in, float* const* out, std::uint32_t n);
@@ -46,8 +48,8 @@ public:
     // Whether calls of n frames can go on without more delay. varying: and calls of any other length.
     bool serves(std::uint32_t n, bool varying) const noexcept;
 
-    std::uint32_t block() const noexcept { return adapter.block(); }
-    std::uint32_t delay() const noexcept { return adapter.delay(); }
+    std::uint32_t block() const noexcept;
+    std::uint32_t delay() const noexcept;
 
 private:
     void runBlock(float* in, float* out) noexcept;
@@ -63,7 +65,7 @@ private:
     float dry = 0.0F;                               // share of the bypassed signal at the end of the last block
     SampleBorder border;
     SignalPath path;
-    BlockAdapter adapter;
+    std::unique_ptr<BlockAdapter> adapter;
 };
 
 } // namespace quorel

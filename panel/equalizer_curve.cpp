@@ -9,20 +9,24 @@
 
 namespace quorel {
 
-EqualizerCurve::EqualizerCurve() : equalizer(builtInEqualizer()) {}
+static_assert(EqualizerCurve::bands == Equalizer::bands);
 
-void EqualizerCurve::design(const std::array<std::int64_t, Equalizer::bands>& settings)
+EqualizerCurve::EqualizerCurve() : coefficients(builtInEqualizer().coefficients()) {}
+
+void EqualizerCurve::design(const std::array<std::int64_t, bands>& settings)
 {
     const SettingsField& band = *settingsField("EQBand1"); // all nine have one scale
     Equalizer::Gains gains{};
     for (std::size_t r = 0; r < gains.size(); ++r)
         gains.at(r) = decibelsAt(band, settings.at(r)).value();
+    Equalizer equalizer = builtInEqualizer();
     equalizer.design(gains);
+    coefficients = equalizer.coefficients();
 }
 
 double EqualizerCurve::partDb(std::size_t band, double hz) const
 {
-    const double* t = equalizer.coefficients().data() + 6 * band;
+    const double* t = coefficients.data() + 6 * band;
     const auto z = std::polar(1.0, -2 * std::numbers::pi * hz / equalizerSampleRate);
     return 20 * std::log10(std::abs((t[0] + z * (t[1] + z * t[2])) / (t[3] + z * (t[4] + z * t[5]))));
 }
@@ -30,7 +34,7 @@ double EqualizerCurve::partDb(std::size_t band, double hz) const
 double EqualizerCurve::curveDb(double hz) const
 {
     double sum = 0;
-    for (std::size_t r = 0; r < Equalizer::bands; ++r)
+    for (std::size_t r = 0; r < bands; ++r)
         sum += partDb(r, hz);
     return sum;
 }

@@ -6,23 +6,26 @@
 // The nine parts, of sections one behind the other, add up to the curve.
 #pragma once
 
-#include "speaker/equalizer.h"
-
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace quorel {
 
 class EqualizerCurve {
 public:
+    static constexpr std::size_t bands = 9;
+
     EqualizerCurve(); // flat
 
-    void design(const std::array<std::int64_t, Equalizer::bands>& settings); // -127 to 127 each
+    void design(const std::array<std::int64_t, bands>& settings); // -127 to 127 each
 
     double partDb(std::size_t band, double hz) const;
     double curveDb(double hz) const;
 
 private:
-    Equalizer equalizer;
+    std::vector<double> coefficients; // b0, b1, b2, a0, a1, a2 of each band
 };
 
 } // namespace quorel

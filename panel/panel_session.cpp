@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "panel/panel_session.h"
 
-#include "microphone/microphone_tables.h"
+#include "microphone/microphone_rates.h"
 #include "panel/kept_values.h"
 #include "panel/speaker_test.h"
 

@@ -5,6 +5,7 @@
 #include "core/signal_path.h"
 #include "microphone/microphone_tables.h"
 #include "speaker/built_in.h"
+#include "speaker/speaker_tables.h"
 
 #include <algorithm>
 #include <cmath>
@@ -282,8 +283,8 @@ Chart roomChart(const SettingsRecord& settings)
     std::array<std::vector<double>, octaves.size()> powers;
     powers.fill(std::vector<double>(blocks * renderBlock));
     for (std::size_t speaker = 0; speaker < speakers; ++speaker) {
-        auto room = Renderer(speakers, 0x63F, wet).response(speaker, blocks);
-        const auto direct = Renderer(speakers, 0x63F, dry).response(speaker, blocks);
+        auto room = Renderer(speakers, everySpeaker, wet).response(speaker, blocks);
+        const auto direct = Renderer(speakers, everySpeaker, dry).response(speaker, blocks);
         for (std::size_t ear = 0; ear < 2; ++ear) {
             for (std::size_t i = 0; i < room[ear].size(); ++i)
                 room[ear][i] -= direct[ear][i];

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/level_display.h"
 
-#include "microphone/microphone_tables.h"
+#include "microphone/microphone_rates.h"
 #include "platform/programs/terminal.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // quorel-clean takes the noise out of a microphone recording: the capture effect, run block by block through the same front
 // that a host uses.
 #include "core/signal_path.h"
-#include "microphone/microphone_tables.h"
+#include "microphone/microphone_rates.h"
 #include "tools/file_work.h"
 #include "tools/level_display.h"
 #include "tools/settings_options.h"

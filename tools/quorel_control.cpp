@@ -3,7 +3,7 @@
 #include "client/hrtf_delivery.h"
 #include "client/live_status.h"
 #include "client/preset.h"
-#include "microphone/microphone_tables.h"
+#include "microphone/microphone_rates.h"
 #include "platform/programs/terminal.h"
 #include "settings/settings_handler.h"
 #include "tools/hrtf_option.h"

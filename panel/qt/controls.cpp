@@ -202,7 +202,7 @@ CurveView::CurveView()
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 }
 
-void CurveView::show(const std::array<std::int64_t, Equalizer::bands>& newest)
+void CurveView::show(const std::array<std::int64_t, EqualizerCurve::bands>& newest)
 {
     if (newest == settings && !accessibleDescription().isEmpty())
         return;
@@ -257,7 +257,7 @@ void CurveView::paintEvent(QPaintEvent*)
     QColor thin = palette().text().color();
     thin.setAlpha(110);
     const bool flat = std::ranges::all_of(settings, [](std::int64_t value) { return value == 0; });
-    for (std::size_t band = 0; band < Equalizer::bands && !flat; ++band)
+    for (std::size_t band = 0; band < EqualizerCurve::bands && !flat; ++band)
         draw(QPen(thin, 1, Qt::DotLine), [&](double hz) { return equalizer.partDb(band, hz); });
     draw(QPen(palette().highlight().color(), 2), [&](double hz) { return equalizer.curveDb(hz); });
 }

@@ -100,7 +100,7 @@ class CurveView : public QWidget {
 public:
     CurveView();
 
-    void show(const std::array<std::int64_t, Equalizer::bands>& settings);
+    void show(const std::array<std::int64_t, EqualizerCurve::bands>& settings);
 
     double hzAt(double x) const;
     double xOf(double hz) const;
@@ -111,7 +111,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    std::array<std::int64_t, Equalizer::bands> settings{};
+    std::array<std::int64_t, EqualizerCurve::bands> settings{};
     EqualizerCurve equalizer;
 };
 

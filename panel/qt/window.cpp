@@ -191,7 +191,7 @@ QWidget* PanelWindow::speakerPage()
     left->setContentsMargins(4, 4, 4, 4);
     curve = new CurveView;
     fields.emplace_back([this] {
-        std::array<std::int64_t, Equalizer::bands> settings{};
+        std::array<std::int64_t, EqualizerCurve::bands> settings{};
         for (std::size_t band = 0; band < settings.size(); ++band)
             settings.at(band) = session.model().shown(*settingsField("EQBand" + std::to_string(band + 1)));
         curve->show(settings);
@@ -199,7 +199,7 @@ QWidget* PanelWindow::speakerPage()
     left->addWidget(curve, 1);
     auto* bands = new QHBoxLayout;
     bands->setSpacing(2);
-    for (std::size_t band = 0; band < Equalizer::bands; ++band)
+    for (std::size_t band = 0; band < EqualizerCurve::bands; ++band)
         addBand(*bands, band);
     left->addLayout(bands, 1);
     columns->addWidget(equalizer, 3);

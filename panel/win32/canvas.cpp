@@ -131,7 +131,7 @@ void paintEqualizer(HDC dc, int width, int height, const EqualizerCurve& curve, 
         write(dc, 3, static_cast<int>(scale.yOf(std::atoi(db), height)), db);
     if (!flat) {
         const Chosen pen(dc, CreatePen(PS_DOT, 1, GetSysColor(COLOR_GRAYTEXT)));
-        for (std::size_t band = 0; band < Equalizer::bands; ++band)
+        for (std::size_t band = 0; band < EqualizerCurve::bands; ++band)
             drawCurve(dc, scale, width, height, [&](double hz) { return curve.partDb(band, hz); });
     }
     const Chosen pen(dc, CreatePen(PS_SOLID, 2, GetSysColor(COLOR_HIGHLIGHT)));

@@ -95,7 +95,7 @@ private:
     std::vector<std::string> offered; // presets, in the order of the menu
 
     EqualizerCurve curve;
-    std::array<std::int64_t, Equalizer::bands> bands{};
+    std::array<std::int64_t, EqualizerCurve::bands> bands{};
     ResponseTaps taps{};
     std::array<MeterLevel, 9> meterLevels;
     std::uint32_t meterRate = 0; // frames per second for which the captions stand
@@ -127,7 +127,7 @@ private:
     HWND before = nullptr;
     HWND levelsLabel = nullptr;
     HWND details = nullptr;
-    std::array<HWND, Equalizer::bands> bandCaptions{};
+    std::array<HWND, EqualizerCurve::bands> bandCaptions{};
     std::array<HWND, 9> meterCaptions{};
     std::unique_ptr<Canvas> curveView;
     std::unique_ptr<Canvas> responseView;
