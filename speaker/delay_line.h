@@ -12,6 +12,8 @@
 #include "core/buffer.h"
 
 #include <array>
+#include <limits>
+#include <new>
 
 namespace quorel {
 
@@ -32,6 +34,7 @@ public:
 
 private:
     std::array<Buffer<float, 1>, lineCount> zeroedLines() const;
+    std::uint64_t rowLength(std::size_t l) const;
     float* moveWindow(std::size_t l, std::uint64_t n);
     std::uint64_t window(std::size_t l) const { return lineLength[l] + maxBlock; }
 
@@ -67,9 +70,17 @@ inline std::array<Buffer<float, 1>, lineCount> DelayLine::zeroedLines() const
 
     return [this]<std::size_t... l>(std::index_sequence<l...>)
     {
-        return std::array{Buffer<float, 1>(2 * window(l))...};
+        return std::array{Buffer<float, 1>(rowLength(l))...};
     }
     (std::make_index_sequence<lineCount>());
+}
+
+// Twice the window, of which a count that wraps must not make a short row. No block is longer than the line.
+inline std::uint64_t DelayLine::rowLength(std::size_t l) const
+{
+    if (lineLength[l] > std::numeric_limits<std::uint64_t>::max() / 4)
+        throw std::bad_alloc();
+    return 2 * window(l);
 }
 
 inline void DelayLine::read(Buffer<float, lineCount>& out, std::uint64_t n) const

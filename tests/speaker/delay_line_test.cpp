@@ -294,6 +294,15 @@ TEST(DelayLine, ChecksEveryLineBeforeItAllocatesAny)
     EXPECT_EQ(failureText<std::invalid_argument>([&] { design.build(); }), tooShort);
 }
 
+TEST(DelayLine, ALineBeyondAllMemoryCannotBeBuilt)
+{
+    for (const std::uint64_t length : {std::uint64_t{1} << 62, std::uint64_t{1} << 63, ~std::uint64_t{0} - 1000}) {
+        Design design = roomy(480);
+        design.lineLength[0] = length;
+        EXPECT_THROW(design.build(), std::bad_alloc) << length;
+    }
+}
+
 // Runs some blocks, lets `attempt` fail, and runs some more: nothing may have changed in between.
 template <typename Attempt>
 void expectUnchanged(std::uint64_t maxBlock, Attempt&& attempt)
