@@ -12,12 +12,18 @@ void* allocateAligned(std::uint64_t bytes, std::uint64_t alignment) noexcept
 {
     ++faultyMemory.allocations;
     faultyMemory.bytes = bytes;
-    void* block = faultyMemory.allocationFails ? nullptr : ::operator new (bytes, std::align_val_t{alignment}, std::nothrow);
-    return block != nullptr ? std::memset(block, unwritten, bytes) : nullptr;
+    const bool fails = faultyMemory.allocationFails || faultyMemory.allocations == faultyMemory.failingAllocation;
+    void* block = fails ? nullptr : ::operator new (bytes, std::align_val_t{alignment}, std::nothrow);
+    if (block == nullptr)
+        return nullptr;
+    ++faultyMemory.blocks;
+    return std::memset(block, unwritten, bytes);
 }
 
 void freeAligned(void* block) noexcept
 {
+    if (block != nullptr)
+        --faultyMemory.blocks;
     ::operator delete (block, std::align_val_t{64});
 }
 

@@ -15,12 +15,14 @@ inline constexpr int unwritten = 0xFF;
 
 struct FaultyMemory {
     bool allocationFails = false;
-    int failingLocks = 0; // so many locks are refused, then they succeed
+    int failingAllocation = 0; // of those counted below the one that fails; 0 for none
+    int failingLocks = 0;      // so many locks are refused, then they succeed
     bool readFails = false;
     bool writeFails = false;
     MemoryLimits limits{0x200000, 0x800000};
 
     int allocations = 0;
+    int blocks = 0;          // allocated and not yet freed
     std::uint64_t bytes = 0; // of the last one
     int locks = 0;
     int reads = 0;

@@ -30,5 +30,23 @@ TEST(PathMove, ACapturePathTakesItsSampleMemoryAlong)
     });
 }
 
+TEST(PathMove, ACapturePathWithoutMemoryIsNotBuiltAndReleasesWhatItHad)
+{
+    forRatesAndChannelCounts([]<std::size_t N>(std::uint32_t rate) {
+        using Path = MicrophonePath<N, float>;
+        faultyMemory.allocations = 0;
+        static_cast<void>(Path(0, 480, rate));
+        const int ofOnePath = faultyMemory.allocations;
+        const int before = faultyMemory.blocks;
+        for (int k = 1; k <= ofOnePath; ++k) {
+            faultyMemory.allocations = 0;
+            faultyMemory.failingAllocation = k;
+            EXPECT_THROW(Path(0, 480, rate), std::bad_alloc) << "allocation " << k;
+            EXPECT_EQ(faultyMemory.blocks, before) << "allocation " << k;
+        }
+        faultyMemory.failingAllocation = 0;
+    });
+}
+
 } // namespace
 } // namespace quorel

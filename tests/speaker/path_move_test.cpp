@@ -62,5 +62,20 @@ TEST(PathMove, TheFrontMovesThePathInAndAllocatesNoMore)
     });
 }
 
+TEST(PathMove, ARenderPathWithoutMemoryIsNotBuiltAndReleasesWhatItHad)
+{
+    faultyMemory.allocations = 0;
+    static_cast<void>(SpeakerPath<2, float>(masks[2], frames, 48000));
+    const int ofOnePath = faultyMemory.allocations;
+    const int before = faultyMemory.blocks;
+    for (int k = 1; k <= ofOnePath; ++k) {
+        faultyMemory.allocations = 0;
+        faultyMemory.failingAllocation = k;
+        EXPECT_THROW((SpeakerPath<2, float>(masks[2], frames, 48000)), std::bad_alloc) << "allocation " << k;
+        EXPECT_EQ(faultyMemory.blocks, before) << "allocation " << k;
+    }
+    faultyMemory.failingAllocation = 0;
+}
+
 } // namespace
 } // namespace quorel
