@@ -142,6 +142,49 @@ TEST(BottomTracker, AnOnsetArmsTheFastFallAndAFallingFrameTheSlowOne)
     }
 }
 
+TEST(BottomTracker, StartsWithTheFastFallInUseAndTheSlowOneArmed)
+{
+    // A smoothing of 1 makes the smoothed value the magnitude itself; limits of 0 and no epsilon.
+    const BottomTrackerTables tables{{1.0F}, {0.0F}, {0.25F}, {0.75F}, {0.5F}, {0.7F}, {1.0F}, 0.0F};
+    Buffer<float, 1> out(1);
+    BottomTracker<1> falling(tables);
+    falling.process(constantBands<1>(1, 0.0F), out);
+    EXPECT_EQ(out.channel(0)[0], 0.5F);
+
+    BottomTracker<1> steady(tables); // a steady frame puts the armed factor into use
+    steady.process(constantBands<1>(1, 2.0F), out);
+    EXPECT_EQ(out.channel(0)[0], 1.25F);
+    steady.process(constantBands<1>(1, 0.0F), out);
+    EXPECT_EQ(out.channel(0)[0], 1.25F * 0.75F);
+}
+
+TEST(BottomTracker, ChannelsAndCutsOfTheStreamDoNotMatter)
+{
+    std::mt19937 random(13);
+    std::uniform_real_distribution<float> uniform(-1e-4F, 1e-4F);
+    constexpr std::uint64_t frames = 12;
+    BottomTracker<2> together(noiseTrackerTables());
+    BottomTracker<1> alone(noiseTrackerTables());
+    SpectrumBuffer<2> both(frames * gainBandCount + 15);
+    SpectrumBuffer<1> one(gainBandCount);
+    Buffer<float, 2> bothOut(frames * gainBandCount);
+    Buffer<float, 1> oneOut(gainBandCount);
+    for (std::uint64_t i = 0; i < frames * gainBandCount + 15; ++i) {
+        both.channel(0)[i] = {uniform(random), uniform(random)};
+        both.channel(1)[i] = {uniform(random), uniform(random)};
+    }
+    both.setSize(frames * gainBandCount + 15); // what is left behind whole frames stays unread
+    one.setSize(gainBandCount);
+    together.process(both, bothOut);
+    EXPECT_EQ(bothOut.size(), frames * gainBandCount);
+    for (std::uint64_t f = 0; f < frames; ++f) {
+        std::copy_n(both.channel(1) + f * gainBandCount, gainBandCount, one.channel(0));
+        alone.process(one, oneOut);
+        for (std::size_t b = 0; b < gainBandCount; ++b)
+            EXPECT_EQ(oneOut.channel(0)[b], bothOut.channel(1)[f * gainBandCount + b]) << "frame " << f << " band " << b;
+    }
+}
+
 TEST(BottomTracker, ARisingFloorRisesByEpsilonAtLeastEvenFromZero)
 {
     BottomTracker<1> tracker({{1.0F}, {0.0F}, {0.25F}, {0.75F}, {0.5F}, {0.7F}, {0.0F}, 0.125F});

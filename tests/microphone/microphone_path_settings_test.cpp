@@ -84,6 +84,21 @@ TEST(MicrophonePath, TheLoudestChannelOpensTheGateOfAll)
     EXPECT_EQ(out[2 * maxFrames - 1], 1e-4F);
 }
 
+TEST(MicrophonePath, TheGateHearsWhatTheCurveLeaves)
+{
+    // At 75 Hz curve 2 takes off 14 dB and more: -18 dB open a gate of 128, and -32 dB are below where it is shut.
+    for (const std::uint32_t rate : bothRates) {
+        const std::vector<float> x = sine(4 * rate, 75.0, rate, 0.12);
+        const auto level = [&](std::uint32_t curve, std::uint32_t gate) {
+            Path<1> path(0, maxFrames, rate);
+            set(path, [&](SettingsRecord& record) { record.micEq = curve, record.noiseGate = gate; });
+            return 20.0 * std::log10(rms(run(path, x), 3 * rate, x.size())); // the start has died away
+        };
+        EXPECT_NEAR(level(0, 128), level(0, 0), 1e-4);
+        EXPECT_NEAR(level(2, 128), level(2, 0) - 50.0, 1e-4);
+    }
+}
+
 // --- The curves ------------------------------------------------------------------------------------------------------
 
 TEST(MicrophonePath, AChangeOfCurvePendsOnceUntilItsBlock)
@@ -118,6 +133,22 @@ TEST(MicrophonePath, ACurveThatComesBackAfterNoneIsNoChange)
     EXPECT_EQ(path.appliedCurve().value, 1U);
     set(path, [](SettingsRecord& record) { record.micEq = 1; });
     applyOnly(path);
+    EXPECT_FALSE(path.appliedCurve().changed);
+}
+
+TEST(MicrophonePath, AFadeThatAwaitsItsBlockOutlastsRecordsWithoutACurve)
+{
+    Path<1> path(0, maxFrames, 16000);
+    const auto select = [&](std::uint32_t curve) { set(path, [&](SettingsRecord& record) { record.micEq = curve; }); };
+    select(1);
+    applyOnly(path);
+    EXPECT_TRUE(path.appliedCurve().changed);
+    select(0);
+    const std::vector<float> x = normalNoise(maxFrames);
+    EXPECT_EQ(run(path, x), x);
+    EXPECT_TRUE(path.appliedCurve().changed);
+    select(1);
+    run(path, x);
     EXPECT_FALSE(path.appliedCurve().changed);
 }
 

@@ -102,16 +102,59 @@ TEST(MicrophoneTables, TheSuppressionFollowsFromItsDecibelsAndFrames)
     }
 }
 
-TEST(MicrophoneTables, TheLevelCoefficientsNeverPassTheWholeDistance)
+// Chosen by ear, so that no formula gives them: the floors of the noise.
+TEST(MicrophoneTables, TheNoiseFloorsLimitsAndStepsStandAsTuned)
 {
-    const OgleTables narrow = levelTrackerTables(16000);
-    const OgleTables wide = levelTrackerTables(48000);
-    EXPECT_EQ(narrow.rise, std::vector<float>(levelBandCount, 1.0F));
-    EXPECT_EQ(narrow.catchUpRate, std::vector<float>(levelBandCount, 0.5F));
-    EXPECT_EQ(wide.rise, std::vector<float>(levelBandCount, 1.0F));
-    EXPECT_EQ(wide.catchUpRate, std::vector<float>(levelBandCount, 1.0F));
-    EXPECT_EQ(wide.fall, std::vector<float>(levelBandCount, 0.75000006F));
-    EXPECT_EQ(wide.dropRate, std::vector<float>(levelBandCount, 0.37500003F));
+    struct Row {
+        float lowerLimit, riseStep, initialFloor;
+    };
+    // clang-format off
+    const std::array<Row, gainBandCount> rows = {{
+        {7.74860382e-06F, 0.00499999523F, 7.9870224e-06F},
+        {7.74860382e-06F, 0.00499999523F, 1.57356262e-05F},
+        {5.60283661e-06F, 0.00499999523F, 1.77621841e-05F},
+        {5.00679016e-06F, 0.00499999523F, 1.14440918e-05F},
+        {6.07967377e-06F, 0.00499999523F, 3.09944153e-06F},
+        {6.07967377e-06F, 0.00499999523F, 2.62260437e-06F},
+        {5.00679016e-06F, 0.00999999046F, 2.2649765e-06F},
+        {5.60283661e-06F, 0.00899994373F, 1.66893005e-06F},
+        {4.41074371e-06F, 0.00999999046F, 8.34465027e-07F},
+        {4.41074371e-06F, 0.00999999046F, 5.96046448e-07F},
+        {4.41074371e-06F, 0.00999999046F, 5.96046448e-07F},
+        {3.93390656e-06F, 0.0199999809F, 4.76837158e-07F},
+        {6.07967377e-06F, 0.0299999714F, 4.76837158e-07F},
+        {7.74860382e-06F, 0.0499999523F, 4.76837158e-07F},
+        {1.40666962e-05F, 0.100000024F, 4.76837158e-07F},
+        {1.40666962e-05F, 0.100000024F, 2.38418579e-07F},
+    }};
+    // clang-format on
+    const BottomTrackerTables tables = noiseTrackerTables();
+    for (std::size_t b = 0; b < gainBandCount; ++b) {
+        EXPECT_EQ(tables.lowerLimit[b], rows[b].lowerLimit) << "band " << b;
+        EXPECT_EQ(tables.riseStep[b], rows[b].riseStep) << "band " << b;
+        EXPECT_EQ(tables.initialFloor[b], rows[b].initialFloor) << "band " << b;
+    }
+    EXPECT_EQ(tables.smoothing, std::vector<float>(gainBandCount, 0.0606000423F));
+    EXPECT_EQ(tables.onsetRatio, std::vector<float>(gainBandCount, 0.700000048F));
+    EXPECT_EQ(tables.epsilon, 0x1p-23F);
+}
+
+TEST(MicrophoneTables, TheLevelTrackersRatesStandAsTuned)
+{
+    const OgleTables all[] = {signalTrackerTables(), levelTrackerTables(16000), levelTrackerTables(48000)};
+    for (std::size_t k = 0; k < std::size(all); ++k) {
+        const OgleTables& tables = all[k];
+        const auto each = [&](float value) { return std::vector<float>(k == 0 ? gainBandCount : levelBandCount, value); };
+        const bool wide = k == 2; // about three times the rates of the others, none beyond 1
+        EXPECT_EQ(tables.floor, each(1.1920929e-06F)) << k;
+        EXPECT_EQ(tables.rise, each(1.0F)) << k;
+        EXPECT_EQ(tables.fall, each(wide ? 0.75000006F : 0.25F)) << k;
+        EXPECT_EQ(tables.highRatio, each(0.9F)) << k;
+        EXPECT_EQ(tables.lowRatio, each(0.7F)) << k;
+        EXPECT_EQ(tables.catchUpRate, each(wide ? 1.0F : 0.5F)) << k;
+        EXPECT_EQ(tables.dropRate, each(wide ? 0.37500003F : 0.125F)) << k;
+        EXPECT_EQ(tables.holdRate, each(wide ? 2.28881854e-05F : 7.62939453e-06F)) << k;
+    }
 }
 
 TEST(MicrophoneTables, TheFastFactorOfBand0AloneIsAboveOne)
