@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Every element kernel in every variant at the paths' lengths, as a ratio to the same loop compiled plainly, in one run:
-// below 1 is faster than plain. `ns` is the least time of one call.
+// Every kernel without a past in every variant at the paths' lengths, as a ratio to the same loop compiled plainly (plain.cpp),
+// in one run: below 1 is faster than plain. `ns` is the least time of one call. What a kernel gives is compared with what the
+// plain loop gives first. Filters have their plain forms in filter_bench, transforms in transform_bench.
+#include "bench/inputs.h"
 #include "bench/yardstick.h"
 #include "core/buffer.h"
 #include "core/kernels/select.h"
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
 #include <string>
 
@@ -15,25 +19,113 @@ extern const KernelTable table;
 namespace quorel::bench {
 namespace {
 
-// Three rows of pairs, long enough for every length, at levels that stay as they are however often a kernel runs.
+// Rows of pairs, long enough for every length, at levels that stay as they are however often a kernel runs. The kernels of
+// elements take the first three, those of several rows as many as they need.
 struct Rows {
-    SpectrumBuffer<3> pairs{1024};
+    static constexpr std::size_t count = 36;
+    SpectrumBuffer<count> pairs{1024};
+    std::array<float, 4> envelope{};
 
     Rows()
     {
-        for (std::size_t row = 0; row < 3; ++row)
+        for (std::size_t row = 0; row < count; ++row)
             for (std::size_t i = 0; i < 2048; ++i)
                 floats(row)[i] = i % 2 == 0 ? 1.0F : -1.0F;
     }
 
     float* floats(std::size_t row) { return reinterpret_cast<float*>(pairs.channel(row)); }
     Complex* complex(std::size_t row) { return pairs.channel(row); }
+
+    // Rows from `first` on.
+    std::array<float*, lineCount> list(std::size_t first)
+    {
+        std::array<float*, lineCount> starts{};
+        for (std::size_t row = 0; row < lineCount; ++row)
+            starts[row] = floats(first + row);
+        return starts;
+    }
 };
+
+// --- Kernels of several rows, at the sizes that they have in the render effect ----------------------------------------
+
+Status mixTwelveLines(Rows& r, std::int32_t n)
+{
+    std::array<PairMix, lineCount> mix{};
+    for (std::size_t row = 0; row < lineCount; ++row)
+        for (std::size_t p = 0; p < PairMix::pairs; ++p) {
+            mix[row].term[p] = static_cast<std::uint8_t>((row * p % 2 == 0 ? PairMix::sum : PairMix::difference) + p);
+            mix[row].sign[p] = p > 0 && (row + p) % 3 == 0 ? -1.0F : 1.0F;
+        }
+    const auto in = r.list(0);
+    auto added = r.list(12);
+    std::fill(added.begin() + 8, added.end(), nullptr);
+    return mixPairs(in.data(), added.data(), 0.25F, r.list(24).data(), mix.data(), lineCount, n);
+}
+
+Status sumTwelveRows(Rows& r, std::int32_t n)
+{
+    constexpr std::array<float, lineCount> gains = {0.9F, -0.8F, 0.7F, 0.6F, -0.5F, 0.4F, 0.3F, 0.2F, -0.1F, 0.2F, 0.3F, 0.4F};
+    return sumRows(r.list(0).data(), gains.data(), lineCount, r.floats(24), n);
+}
+
+Status sumEightProducts(Rows& r, std::int32_t n)
+{
+    return sumProductsPack(r.list(0).data(), r.list(8).data(), r.list(16).data(), 8, r.floats(28), r.floats(29), n);
+}
+
+// Open up to a level of 0.25, and from there on at work.
+constexpr std::array<GainSegment, 3> curve = {{{0.0F, 1.0F, 0.0F}, {0.25F, 1.0F, -0.5F}, {1.25F, 0.5F, 0.0F}}};
+constexpr Dynamics limiter = {0.02F, 5e-5F, curve.data(), curve.size()};
+
+Status limitStereo(Rows& r, std::int32_t n)
+{
+    return compress(&limiter, r.envelope.data(), r.list(0).data(), r.list(4).data(), 2, n);
+}
+
+Status limitStereoTwice(Rows& r, std::int32_t n)
+{
+    return compressTwo(&limiter, &limiter, r.envelope.data(), r.list(0).data(), r.list(4).data(), n);
+}
+
+Status foldEight(Rows& r, std::int32_t n)
+{
+    constexpr std::array<float, 16> gains = {1.0F, 0.0F, 0.5F, 0.7F, 0.7F, 0.0F, 0.7F, 0.0F,
+                                             0.0F, 1.0F, 0.5F, 0.7F, 0.0F, 0.7F, 0.0F, 0.7F};
+    return foldToStereo(r.floats(0), gains.data(), 8, r.floats(4), r.floats(5), n);
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
 
 using Kernel = std::function<Status(Rows&, std::int32_t)>;
 
+// Whether the variant makes of noise what the plain loop makes of it, but for rounding.
+bool agree(const kernels::KernelTable& variant, const Kernel& kernel, std::int32_t len)
+{
+    const auto madeBy = [&](const kernels::KernelTable& table) {
+        const kernels::ForcedVariant forced(table);
+        Rows rows;
+        for (std::size_t row = 0; row < Rows::count; ++row) {
+            fillWithNoise(rows.floats(row), 2048, 0.5F);
+            std::rotate(rows.floats(row), rows.floats(row) + 7 * row, rows.floats(row) + 2048);
+        }
+        check(kernel(rows, len));
+        return rows;
+    };
+    Rows plain = madeBy(kernels::plain::table);
+    Rows made = madeBy(variant);
+    for (std::size_t row = 0; row < Rows::count; ++row)
+        for (std::size_t i = 0; i < 2048; ++i) {
+            const float wanted = plain.floats(row)[i];
+            if (!(std::abs(made.floats(row)[i] - wanted) <= 1e-5F * std::max(1.0F, std::abs(wanted))))
+                return false;
+        }
+    return true;
+}
+
 void run(benchmark::State& state, const kernels::KernelTable& variant, const Kernel& kernel, std::int32_t len)
 {
+    if (!agree(variant, kernel, len))
+        state.SkipWithError("the kernel does not give what the plain loop gives");
     Rows rows;
     double least = std::numeric_limits<double>::infinity();
     double plain = least;
@@ -84,6 +176,15 @@ const bool registered = [] {
         {"Threshold_LT_I", [](Rows& r, std::int32_t n) { return ippsThreshold_LT_32f_I(r.floats(2), n, -0.5F); }},
         {"Threshold_GT_I", [](Rows& r, std::int32_t n) { return ippsThreshold_GT_32f_I(r.floats(2), n, 0.5F); }},
         {"Sum_32fc", [](Rows& r, std::int32_t n) { return ippsSum_32fc(r.complex(0), n, r.complex(2), 0); }},
+        {"MulPack", [](Rows& r, std::int32_t n) { return ippsMulPack_32f(r.floats(0), r.floats(1), r.floats(2), n); }},
+        {"sumRows", sumTwelveRows},
+        {"sumProductsPack", sumEightProducts},
+        {"mixPairs", mixTwelveLines},
+        {"compress", limitStereo},
+        {"compressTwo", limitStereoTwice},
+        {"deinterleave", [](Rows& r, std::int32_t n) { return deinterleave(r.floats(0), 8, r.list(4).data(), n); }},
+        {"foldToStereo", foldEight},
+        {"stereoFrames", [](Rows& r, std::int32_t n) { return stereoFrames(r.floats(4), r.floats(5), 0.8F, r.floats(0), n); }},
     };
     for (const kernels::KernelTable* variant : kernels::availableVariants()) {
         for (const auto& [name, kernel] : all)

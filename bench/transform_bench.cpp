@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The transforms that the paths use and the packed product, in every variant, as ratios to the yardstick Y; the complex ones
-// as ratios to FFTW's own transform of the same kind. Each result is verified before it is timed.
+// also as ratios to FFTW's own transform of the same kind. "plain" is the textbook's transform, which serves all other lengths.
+// Each result is verified before it is timed.
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
 #include "core/fft.h"
+#include "core/kernels/plain_transform.h"
 #include "core/kernels/select.h"
 
 #include <cmath>
@@ -24,17 +26,18 @@ bool agree(const float* actual, const float* expected, std::size_t n)
     return std::sqrt(error / power) < 1e-6;
 }
 
-void realTransform(benchmark::State& state, const kernels::KernelTable& variant, bool forward)
+void realTransform(benchmark::State& state, const kernels::KernelTable& variant, std::uint64_t order, bool forward)
 {
     const kernels::ForcedVariant forced(variant);
-    FFT<float> fft(10);
-    Buffer<float, 1> x(1024);
-    Buffer<float, 1> spectrum(1024);
-    Buffer<float, 1> y(1024);
-    fillWithNoise(x.channel(0), 1024);
+    FFT<float> fft(order);
+    const std::uint64_t n = fft.length();
+    Buffer<float, 1> x(n);
+    Buffer<float, 1> spectrum(n);
+    Buffer<float, 1> y(n);
+    fillWithNoise(x.channel(0), n);
     fft.Fwd(x, spectrum);
     fft.Inv(spectrum, y);
-    if (!agree(y.channel(0), x.channel(0), 1024))
+    if (!agree(y.channel(0), x.channel(0), n))
         state.SkipWithError("the inverse does not give the input back");
     if (forward)
         measure(state, [&] { fft.Fwd(x, spectrum); });
@@ -65,6 +68,43 @@ void complexInverse(benchmark::State& state, const kernels::KernelTable& variant
         state, [&] { fft.Inv(x.channel(0), y.channel(0)); }, againstOwnKind ? (order == 9 ? own512 : own1024) : yardstick());
 }
 
+enum class Kind { realForward, realInverse, complexInverse };
+
+// The plain transforms, beside which the kernels give the same.
+void plainTransform(benchmark::State& state, std::int32_t order, Kind kind)
+{
+    const std::size_t n = std::size_t{1} << order;
+    std::vector<double> tables(kernels::PlainTransform::tableBytes(order) / sizeof(double));
+    const kernels::PlainTransform plain(order, tables.data());
+    SpectrumBuffer<1> x(n);
+    SpectrumBuffer<1> y(n);
+    SpectrumBuffer<1> wanted(n);
+    auto* in = reinterpret_cast<float*>(x.channel(0));
+    auto* out = reinterpret_cast<float*>(y.channel(0));
+    auto* expected = reinterpret_cast<float*>(wanted.channel(0));
+    fillWithNoise(in, 2 * n);
+    FFT<float> real(static_cast<std::uint64_t>(order));
+    FFT<float, Complex> complex(static_cast<std::uint64_t>(order));
+    const auto run = [&] {
+        if (kind == Kind::realForward)
+            plain.realForward(in, out, 1.0F);
+        else if (kind == Kind::realInverse)
+            plain.realInverse(in, out, 1.0F / static_cast<float>(n));
+        else
+            plain.complexInverse(in, out, 1.0F);
+    };
+    run();
+    if (kind == Kind::realForward)
+        real.Fwd(in, expected);
+    else if (kind == Kind::realInverse)
+        real.Inv(in, expected);
+    else
+        complex.Inv(x.channel(0), wanted.channel(0));
+    if (!agree(out, expected, kind == Kind::complexInverse ? 2 * n : n))
+        state.SkipWithError("the kernel does not give what the plain transform gives");
+    measure(state, run);
+}
+
 void packedProduct(benchmark::State& state, const kernels::KernelTable& variant)
 {
     const kernels::ForcedVariant forced(variant);
@@ -87,15 +127,23 @@ const bool registered = [] {
         const auto add = [&](const std::string& what, auto call) {
             asMeasured(benchmark::RegisterBenchmark((name + "/" + what).c_str(), call));
         };
-        add("real_forward_1024/Y", [variant](benchmark::State& state) { realTransform(state, *variant, true); });
-        add("real_inverse_1024/Y", [variant](benchmark::State& state) { realTransform(state, *variant, false); });
         for (const std::uint64_t order : {9U, 10U}) {
-            const std::string what = "complex_inverse_" + std::to_string(1U << order);
+            const std::string length = std::to_string(1U << order);
+            add("real_forward_" + length + "/Y", [=](benchmark::State& state) { realTransform(state, *variant, order, true); });
+            add("real_inverse_" + length + "/Y", [=](benchmark::State& state) { realTransform(state, *variant, order, false); });
+            const std::string what = "complex_inverse_" + length;
             add(what + "/Y", [=](benchmark::State& state) { complexInverse(state, *variant, order, false); });
             add(what + "/FFTW", [=](benchmark::State& state) { complexInverse(state, *variant, order, true); });
         }
         add("packed_product_1024/Y", [variant](benchmark::State& state) { packedProduct(state, *variant); });
     }
+    for (const std::int32_t order : {9, 10})
+        for (const auto& [what, kind] : {std::pair{"plain/real_forward_", Kind::realForward},
+                                         {"plain/real_inverse_", Kind::realInverse},
+                                         {"plain/complex_inverse_", Kind::complexInverse}})
+            asMeasured(benchmark::RegisterBenchmark(
+                (what + std::to_string(1 << order) + "/Y").c_str(),
+                [order, kind = kind](benchmark::State& state) { plainTransform(state, order, kind); }));
     return true;
 }();
 
