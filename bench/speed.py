@@ -39,8 +39,8 @@ def measure(build):
             name = row["name"].split("/iterations")[0]
             rows[name] = {key: float(f"{row[key]:.5g}") for key in ("ns", "ratio") if key in row}
         kept[program] = rows
-    processor = re.search("model name.*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())[1]
-    kept["processor"] = processor
+    told = dict(re.findall(r"^(model name|cpu family|model)\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE))
+    kept["processor"] = f"{told['model name']}, family {told['cpu family']}, model {told['model']}"
     KEPT.write_text(json.dumps(kept, indent=1) + "\n")
 
 
@@ -120,26 +120,52 @@ def ratios(kept):
 # --- The charts ------------------------------------------------------------------------------------------------------
 
 
+COLOURS = {"baseline": "#9aa5b1", "avx2": "#2f6f9f", "avx512": "#d9822b"}
+OTHERS = "#6b4a7d"
+THICK = 9
+
+
+def drawing(title, height, parts):
+    return "\n".join([
+        f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 720 {height}" font-family="sans-serif" font-size="12">',
+        f'<rect width="720" height="{height}" fill="white"/>', f'<text x="10" y="20" font-size="14">{title}</text>', *parts,
+        "</svg>"]) + "\n"
+
+
+def bar(left, top, length, colour, text):
+    return [f'<rect x="{left}" y="{top}" width="{length:.1f}" height="{THICK - 1}" fill="{colour}"/>',
+            f'<text x="{left + length + 4:.1f}" y="{top + 8}" font-size="9">{text}</text>']
+
+
 def bars(title, stages, shown):
     """Stages in Y: a name and a value for each variant. An SVG of horizontal bars."""
-    colours = {"baseline": "#9aa5b1", "avx2": "#2f6f9f", "avx512": "#d9822b"}
-    left, width, thick = 190, 470, 9
-    high = len(shown) * thick + 8
+    left, width = 190, 470
+    high = len(shown) * THICK + 8
     most = max(max(values) for _, values in stages)
-    total = 60 + high * len(stages)
-    out = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 720 {total}" font-family="sans-serif" font-size="12">',
-           f'<rect width="720" height="{total}" fill="white"/>', f'<text x="10" y="20" font-size="14">{title}</text>']
+    out = []
     for k, variant in enumerate(shown):
-        out += [f'<rect x="{left + 100 * k}" y="30" width="12" height="12" fill="{colours[variant]}"/>',
+        out += [f'<rect x="{left + 100 * k}" y="30" width="12" height="12" fill="{COLOURS[variant]}"/>',
                 f'<text x="{left + 100 * k + 17}" y="41">{variant}</text>']
     for row, (name, values) in enumerate(stages):
         top = 52 + high * row
         out.append(f'<text x="{left - 8}" y="{top + high / 2:.0f}" text-anchor="end">{name}</text>')
         for k, (variant, value) in enumerate(zip(shown, values)):
-            out += [f'<rect x="{left}" y="{top + thick * k}" width="{value / most * width:.1f}" height="{thick - 1}" '
-                    f'fill="{colours[variant]}"/>',
-                    f'<text x="{left + value / most * width + 4:.1f}" y="{top + thick * k + 8}" font-size="9">{value:.2f}</text>']
-    return "\n".join([*out, "</svg>"]) + "\n"
+            out += bar(left, top + THICK * k, value / most * width, COLOURS[variant], f"{value:.2f}")
+    return drawing(title, 60 + high * len(stages), out)
+
+
+def beside_others(kept, kind, of, title):
+    """One bar for each program, in microseconds."""
+    left, width, high = 290, 370, THICK + 9
+    rows = [(name.split("/")[2], row["ns"] / 1000) for name, row in kept["peers_bench"].items()
+            if name.startswith(f"{kind}/{of}/")]
+    most = max(value for _, value in rows)
+    out = []
+    for row, (name, value) in enumerate(rows):
+        top = 36 + high * row
+        out.append(f'<text x="{left - 8}" y="{top + 9}" text-anchor="end">{name}</text>')
+        out += bar(left, top, value / most * width, COLOURS.get(name.split(", ")[-1], OTHERS), f"{value:.1f}")
+    return drawing(title, 44 + high * len(rows), out)
 
 
 def chart(kept, bench, prefix, title):
@@ -152,6 +178,8 @@ def chart(kept, bench, prefix, title):
 
 def charts(kept):
     return {
+        "speed_beside_render.svg": beside_others(kept, "render", 480, "480 frames of 7.1, in \u00b5s"),
+        "speed_beside_capture.svg": beside_others(kept, "capture", 48000, "10 ms of mono at 48000 Hz, in \u00b5s"),
         "speed_render.svg": chart(kept, "speaker_bench", "stage/", "The render effect's stages, 480 frames of 7.1, in Y"),
         "speed_capture.svg": chart(kept, "capture_bench", "48000/", "The capture effect's stages, 5 ms at 48000 Hz, in Y"),
     }
