@@ -37,7 +37,7 @@ endif()
 
 # quorel_test(<source> <libraries>...): one test program. Each of its tests is a CTest test, except where each start of a program
 # is slow (under Wine) and with QUOREL_WHOLE_PROGRAMS: there the program is one. Tests that are named in `long_tests`, as
-# program.Suite.Name with * for any text, bear the label `long`, and QUOREL_WHOLE_PROGRAMS leaves them out.
+# program.Suite.Name with * for any text, bear the label `long`; QUOREL_WHOLE_PROGRAMS makes one test of a program's.
 function(quorel_test source)
   get_filename_component(name ${source} NAME_WE)
   get_filename_component(room ${CMAKE_CURRENT_SOURCE_DIR} NAME)
@@ -80,6 +80,10 @@ function(quorel_test source)
     add_test(NAME ${name} COMMAND ${name} --gtest_filter=${quick})
     if(label)
       set_tests_properties(${name} PROPERTIES ${label})
+    endif()
+    if(long)
+      add_test(NAME ${name}_long COMMAND ${name} --gtest_filter=${long})
+      set_tests_properties(${name}_long PROPERTIES ${long_label})
     endif()
   else()
     set(discover TEST_PREFIX ${name}. DISCOVERY_TIMEOUT 60)
