@@ -9,6 +9,7 @@
 #include "platform/registry.h"
 
 #include "tests/support/temporary_home.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
@@ -165,12 +166,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::uint32_t number(const char* variable, std::uint32_t usual)
-{
-    const char* wish = std::getenv(variable);
-    return wish != nullptr ? static_cast<std::uint32_t>(std::strtoul(wish, nullptr, 10)) : usual;
-}
-
 constexpr const char* key = "Software\\VEDRA\\QUOREL";
 constexpr std::array names{"Enabled", "Settings", "noiseGate", "micEq",   "Reverb",  "MicNR",   "EQBand1", "EQBand2",
                            "EQBand3", "EQBand4",  "EQBand5",   "EQBand6", "EQBand7", "EQBand8", "EQBand9"};
@@ -306,8 +301,8 @@ TEST(PowerLoss, LeavesTheValuesOfOneSaveWhole)
         }
         journal.close();
     }
-    const auto seed = number("QUOREL_SEED", 1);
-    const auto losses = number("QUOREL_LOSSES", 500);
+    const auto seed = wished("QUOREL_SEED", 1);
+    const auto losses = wished("QUOREL_LOSSES", 500);
     std::mt19937 random(seed);
     for (std::uint32_t loss = 0; loss < losses; ++loss) {
         Disk disk(random);

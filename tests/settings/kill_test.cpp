@@ -8,6 +8,7 @@
 #include "tests/support/control_application.h"
 #include "tests/support/stamp.h"
 #include "tests/support/temporary_home.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
@@ -23,13 +24,7 @@
 namespace quorel {
 namespace {
 
-int wished(const char* variable, int usual)
-{
-    const char* wish = std::getenv(variable);
-    return wish != nullptr ? std::atoi(wish) : usual;
-}
-
-const int kills = wished("QUOREL_KILLS", 100);
+const int kills = static_cast<int>(wished("QUOREL_KILLS", 100));
 
 class KillTest : public testing::Test {
 protected:
@@ -46,7 +41,7 @@ protected:
     }
 
     TemporaryHome home;
-    std::mt19937 random{static_cast<std::uint32_t>(wished("QUOREL_SEED", 20))};
+    std::mt19937 random{wished("QUOREL_SEED", 20)};
     int killed = 0;
 };
 

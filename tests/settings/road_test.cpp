@@ -6,6 +6,7 @@
 #include "tests/support/control_application.h"
 #include "tests/support/stamp.h"
 #include "tests/support/temporary_home.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
@@ -31,8 +32,7 @@ std::int64_t now()
 // the system's affair, so what is asked of every update is that it arrives, whole and in order; the delays are printed.
 TEST(TheRoadOfASetting, EveryUpdateThatStandsForABlockComesIntoForceInOrder)
 {
-    const char* wished = std::getenv("QUOREL_UPDATES");
-    const std::uint32_t updates = wished != nullptr ? static_cast<std::uint32_t>(std::atoi(wished)) : 500;
+    const std::uint32_t updates = wished("QUOREL_UPDATES", 500);
     const TemporaryHome home;
     Child effect(SETTINGS_PEER, {"stream", std::to_string(updates * 2 + 400)});
 

@@ -6,6 +6,7 @@
 #include "tests/settings_linux/effect_process.h"
 #include "tests/support/control_application.h"
 #include "tests/support/temporary_home.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
@@ -24,13 +25,6 @@
 
 namespace quorel {
 namespace {
-
-// How often something is done: so often in every check, or as the variable says.
-int times(const char* variable, int usual)
-{
-    const char* wished = std::getenv(variable);
-    return wished != nullptr ? std::atoi(wished) : usual;
-}
 
 // In memory, since every end of a handler waits for the disk to have the kept values.
 struct QuickHome {
@@ -77,7 +71,7 @@ TEST_F(ProcessesTest, EachUpdateReachesEachOfFourProcesses)
     for (auto& effect : effects)
         ASSERT_EQ(effect.ask("start"), "started 0");
     ControlApplication control;
-    const auto updates = static_cast<std::uint32_t>(times("QUOREL_UPDATES", 2000));
+    const auto updates = wished("QUOREL_UPDATES", 2000);
     const auto all = [&](std::uint32_t value) {
         return std::all_of(effects.begin(), effects.end(), [](auto& effect) { return effect.answer() == "there"; }) ? value : 0;
     };
@@ -127,7 +121,7 @@ TEST_F(ProcessesTest, AStoppedProcessAndAKilledOneDisturbNoOther)
 
 TEST_F(ProcessesTest, ASecondProcessNeverFindsTheFirstOnesBlockBeforeItIsLoaded)
 {
-    const int rounds = times("QUOREL_STARTS", 60);
+    const int rounds = static_cast<int>(wished("QUOREL_STARTS", 60));
     {
         EffectProcess effect;
         ASSERT_EQ(effect.ask("start"), "started 0");
@@ -151,8 +145,8 @@ TEST_F(ProcessesTest, ASecondProcessNeverFindsTheFirstOnesBlockBeforeItIsLoaded)
 // taken over, and one that then ended regularly, is kept.
 TEST_F(ProcessesTest, WhatAllHadTakenOverAndOneThatEndedIsKept)
 {
-    const auto seed = static_cast<std::uint32_t>(times("QUOREL_SEED", 1));
-    const int interleavings = times("QUOREL_INTERLEAVINGS", 50);
+    const auto seed = wished("QUOREL_SEED", 1);
+    const int interleavings = static_cast<int>(wished("QUOREL_INTERLEAVINGS", 50));
     std::printf("seeds %u to %u\n", seed, seed + static_cast<std::uint32_t>(interleavings) - 1);
     std::uint32_t keptValue = 0;
     std::uint32_t newest = 0;
@@ -343,7 +337,7 @@ TEST_F(ProcessesTest, AProcessLeavesNoMoreAfterManyHandlersThanAfterTwo)
         files.rlim_cur = 64;
         setrlimit(RLIMIT_NOFILE, &files);
     });
-    effect.tell("lives " + std::to_string(times("QUOREL_LIVES", 300)));
+    effect.tell("lives " + std::to_string(wished("QUOREL_LIVES", 300)));
     std::istringstream counts(effect.answer());
     std::size_t early = 0;
     std::size_t late = 0;

@@ -3,12 +3,12 @@
 #include "tests/host/loaded_module.h"
 #include "tests/host/memory_in_use.h"
 #include "tests/support/private_home.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -66,8 +66,7 @@ std::ostream& operator<<(std::ostream& out, const Held& held)
 
 TEST(Unloading, AHundredLivesHoldNoMoreThanTen)
 {
-    const char* wish = std::getenv("QUOREL_LIVES");
-    const int lives = wish != nullptr ? std::atoi(wish) : 100;
+    const auto lives = wished("QUOREL_LIVES", 100);
     const EndpointEntry endpoint{"Render"};
     std::vector<float> samples(frames * 8, 0.1F);
     const auto live = [&samples] {
@@ -80,7 +79,7 @@ TEST(Unloading, AHundredLivesHoldNoMoreThanTen)
     for (int i = 0; i < 10; ++i)
         live();
     const Held before;
-    for (int i = 10; i < lives; ++i)
+    for (std::uint32_t i = 10; i < lives; ++i)
         live();
     // A busy machine can keep the last settings' thread from ending in time; what it holds it closes when it does.
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -88,7 +87,7 @@ TEST(Unloading, AHundredLivesHoldNoMoreThanTen)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const Held after;
     EXPECT_TRUE(after.isAtMost(before)) << after << " after " << lives << ", " << before << " after ten";
-    std::printf("%d lives\n", lives);
+    std::printf("%u lives\n", lives);
 }
 
 } // namespace

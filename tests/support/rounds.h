@@ -3,16 +3,16 @@
 // tell how many blocks it was.
 #pragma once
 
+#include "tests/support/wished.h"
+
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 
 namespace quorel {
 
 inline std::uint32_t rounds()
 {
-    const char* text = std::getenv("QUOREL_ROUNDS");
-    return text == nullptr ? 1 : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
+    return wished("QUOREL_ROUNDS", 1);
 }
 
 inline void tellWatched(std::uint64_t blocks)

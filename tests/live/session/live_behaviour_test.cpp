@@ -2,6 +2,7 @@
 // quorel-live among an audio server, a session manager and its user: what it restores and what it tells.
 #include "tests/live/session/live_behaviour.h"
 #include "tests/support/control_application.h"
+#include "tests/support/wished.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -126,13 +127,9 @@ TEST_F(LiveBehaviour, LeavesIdleLevelsAtItsEnd)
 // Killed in its start, and when it is there; four times, or as often as QUOREL_KILLS says, at moments that QUOREL_SEED chooses.
 TEST_F(LiveBehaviour, LeavesNothingThatStopsTheNextStartWhenKilled)
 {
-    const auto wished = [](const char* variable, int usual) {
-        const char* wish = std::getenv(variable);
-        return wish != nullptr ? std::atoi(wish) : usual;
-    };
-    const int kills = wished("QUOREL_KILLS", 4);
-    std::mt19937 random(static_cast<std::uint32_t>(wished("QUOREL_SEED", 1)));
-    for (int i = 0; i < kills; ++i) {
+    const auto kills = wished("QUOREL_KILLS", 4);
+    std::mt19937 random(wished("QUOREL_SEED", 1));
+    for (std::uint32_t i = 0; i < kills; ++i) {
         const auto live = i % 4 == 0 ? session.live() : session.startLive();
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 200));
         live->signal(SIGKILL);

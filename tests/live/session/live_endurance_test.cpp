@@ -4,6 +4,7 @@
 #include "tests/live/session/endurance_verdict.h"
 #include "tests/live/session/graph_client.h"
 #include "tests/live/session/private_session.h"
+#include "tests/support/wished.h"
 
 #include <gtest/gtest.h>
 
@@ -50,8 +51,7 @@ private:
 
 TEST(LiveEndurance, LosesNoFrameAtQuantum128)
 {
-    const char* wish = std::getenv("QUOREL_LIVE_SECONDS");
-    const int seconds = wish != nullptr ? std::atoi(wish) : 60;
+    const int seconds = static_cast<int>(wished("QUOREL_LIVE_SECONDS", 60));
     constexpr int part = 10; // seconds
 
     PrivateSession session;
