@@ -3,6 +3,7 @@
 
 #include "microphone/microphone_tables.h"
 #include "tests/microphone/cases.h"
+#include "tests/microphone/tracker_stream.h"
 
 #include <cmath>
 #include <limits>
@@ -160,29 +161,7 @@ TEST(BottomTracker, StartsWithTheFastFallInUseAndTheSlowOneArmed)
 
 TEST(BottomTracker, ChannelsAndCutsOfTheStreamDoNotMatter)
 {
-    std::mt19937 random(13);
-    std::uniform_real_distribution<float> uniform(-1e-4F, 1e-4F);
-    constexpr std::uint64_t frames = 12;
-    BottomTracker<2> together(noiseTrackerTables());
-    BottomTracker<1> alone(noiseTrackerTables());
-    SpectrumBuffer<2> both(frames * gainBandCount + 15);
-    SpectrumBuffer<1> one(gainBandCount);
-    Buffer<float, 2> bothOut(frames * gainBandCount);
-    Buffer<float, 1> oneOut(gainBandCount);
-    for (std::uint64_t i = 0; i < frames * gainBandCount + 15; ++i) {
-        both.channel(0)[i] = {uniform(random), uniform(random)};
-        both.channel(1)[i] = {uniform(random), uniform(random)};
-    }
-    both.setSize(frames * gainBandCount + 15); // what is left behind whole frames stays unread
-    one.setSize(gainBandCount);
-    together.process(both, bothOut);
-    EXPECT_EQ(bothOut.size(), frames * gainBandCount);
-    for (std::uint64_t f = 0; f < frames; ++f) {
-        std::copy_n(both.channel(1) + f * gainBandCount, gainBandCount, one.channel(0));
-        alone.process(one, oneOut);
-        for (std::size_t b = 0; b < gainBandCount; ++b)
-            EXPECT_EQ(oneOut.channel(0)[b], bothOut.channel(1)[f * gainBandCount + b]) << "frame " << f << " band " << b;
-    }
+    expectChannelsAndCutsNotToMatter<BottomTracker>(noiseTrackerTables(), 1e-4F);
 }
 
 TEST(BottomTracker, ARisingFloorRisesByEpsilonAtLeastEvenFromZero)
