@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "live/block_adapter.h"
 
-#include "core/signal_path.h"
 #include "live/block_plan.h"
 #include "tests/support/failure.h"
 
@@ -185,49 +184,6 @@ TEST(BlockAdapter, GivesTheOfflineMicrophoneBlocksAtEveryQuantum)
     expectTheOfflineSamples(1, 1, 1, [](std::uint32_t quantum) {
         return BlockPlan{microphoneBlock, gatheringDelay(quantum, microphoneBlock)};
     });
-}
-
-// The effects themselves, over half a second of noise.
-template <typename Kind>
-void expectTheOfflineSound(Kind kind, std::int32_t channels, std::uint32_t mask, std::uint32_t slots, std::uint32_t kept,
-                           BlockPlan blocks, std::uint32_t quantum)
-{
-    const auto build = [&] {
-        SignalPath path(kind, channels, mask, blocks.block, 48000);
-        path->settings()->Settings = 1;
-        path->settings()->Reverb = 120;
-        path->settings()->MicNR = 1;
-        return path;
-    };
-    const std::uint32_t calls = 24000 / quantum + 1;
-    std::minstd_rand random(1);
-    std::vector<std::vector<float>> in(static_cast<std::size_t>(channels), std::vector<float>(quantum * calls));
-    for (auto& row : in)
-        for (float& x : row)
-            x = static_cast<float>(static_cast<std::int32_t>(random())) * 0x1p-33F;
-
-    const SignalPath live = build();
-    const SignalPath file = build();
-    const auto effectOf = [&](const SignalPath& path) {
-        return [&path, n = blocks.block](float* x, float* y) { path->process(x, n, y, n); };
-    };
-    BlockAdapter adapter(static_cast<std::uint32_t>(channels), slots, kept, blocks.block, blocks.delay);
-    auto liveEffect = effectOf(live);
-    auto fileEffect = effectOf(file);
-    const auto out = through(adapter, liveEffect, in, kept, std::vector<std::uint32_t>(calls, quantum));
-    expectLate(out[0], offline(fileEffect, in, slots, 0, blocks.block), blocks.delay, quantum);
-}
-
-TEST(BlockAdapter, GivesTheRenderEffectAsOffline)
-{
-    for (const std::uint32_t quantum : {17U, 31U, 32U, 48U, 64U, 128U, 441U, 480U, 857U, 1024U, 2048U, 8191U, 8192U})
-        expectTheOfflineSound(SignalPath::Speaker{}, 8, 0x63F, 8, 2, speakerPlan(quantum, false), quantum);
-}
-
-TEST(BlockAdapter, GivesTheCaptureEffectAsOffline)
-{
-    for (const std::uint32_t quantum : {1U, 16U, 48U, 64U, 128U, 240U, 441U, 480U, 1024U, 8192U})
-        expectTheOfflineSound(SignalPath::Microphone{}, 1, 0, 1, 1, {240, gatheringDelay(quantum, 240)}, quantum);
 }
 
 TEST(BlockAdapter, GivesEveryFrameOnceWhateverTheCalls)

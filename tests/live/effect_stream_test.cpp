@@ -21,33 +21,6 @@ protected:
     }
 };
 
-TEST_F(EffectStreams, RenderAsThePathDoesWithTheSettingsInForce)
-{
-    const auto choose = [](SettingsRecord& record) {
-        record.Settings = 1;
-        record.Reverb = 120;
-        record.EQBand[4] = -40;
-    };
-    set(choose);
-    const Rows in = noise(8, 4800);
-    const auto stream = streamOf(speaker, {480, 0});
-    const Rows out = through(*stream, in, 2, 480);
-
-    const SignalPath path(SignalPath::Speaker{}, 8, 0x63F, 480, 48000);
-    choose(*path->settings());
-    std::vector<float> x(480 * 8);
-    std::vector<float> y(480 * 8);
-    for (std::size_t done = 0; done < 4800; done += 480) {
-        for (std::size_t i = 0; i < 480; ++i)
-            for (std::size_t c = 0; c < 8; ++c)
-                x[i * 8 + c] = in.rows[c][done + i];
-        path->process(x.data(), 480, y.data(), 480);
-        for (std::size_t i = 0; i < 480; ++i)
-            for (std::size_t ear = 0; ear < 2; ++ear)
-                ASSERT_EQ(out.rows[ear][done + i], y[i * 8 + ear]) << done + i;
-    }
-}
-
 TEST_F(EffectStreams, TakeWhatIsNotFiniteOrTooLoudAsSilence)
 {
     const auto stream = streamOf(speaker, {480, 0});

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "tests/endurance/hosts/module_host.h"
+
+#include "tests/host/engine.h"
+
+#include <stdexcept>
+
+namespace quorel {
+
+struct ModuleHost::Stream {
+    explicit Stream(bool render) : endpoint(render ? "Render" : "Capture") {}
+
+    EndpointEntry endpoint;
+    Effect effect;
+};
+
+ModuleHost::ModuleHost(bool render, std::uint32_t channels, std::uint32_t mask, std::uint32_t rate, std::uint32_t longest)
+    : stream(std::make_unique<Stream>(render))
+{
+    if (stream->effect.initialize() != S_OK ||
+        stream->effect.lock(floatFormat(channels, static_cast<FLOAT>(rate), mask), longest) != S_OK)
+        throw std::runtime_error("no stream");
+}
+
+ModuleHost::~ModuleHost() = default;
+
+bool ModuleHost::process(const float* in, float* out, std::uint32_t n)
+{
+    return stream->effect.process(in, out, n) == BUFFER_VALID;
+}
+
+} // namespace quorel
