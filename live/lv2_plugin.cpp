@@ -356,8 +356,8 @@ void Plugin::save(LV2_State_Store_Function store, LV2_State_Handle handle, const
         return;
     const auto* paths = featureOf<LV2_State_Map_Path>(features, LV2_STATE__mapPath);
     char* mapped = paths != nullptr ? paths->abstract_path(paths->handle, responses->path.c_str()) : nullptr;
-    const std::string path = mapped != nullptr ? mapped : responses->path;
-    store(handle, urids.responses, path.c_str(), path.size() + 1, urids.atomPath, LV2_STATE_IS_POD);
+    const std::string named = mapped != nullptr ? mapped : responses->path;
+    store(handle, urids.responses, named.c_str(), named.size() + 1, urids.atomPath, LV2_STATE_IS_POD);
     release(features, mapped);
 }
 
@@ -368,20 +368,20 @@ void Plugin::restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle hand
     std::uint32_t type = 0;
     std::uint32_t flags = 0;
     const void* value = map != nullptr ? retrieve(handle, urids.responses, &size, &type, &flags) : nullptr;
-    std::string path;
+    std::string named;
     if (value != nullptr && type == urids.atomPath && size != 0)
-        path.assign(static_cast<const char*>(value), size - 1);
-    if (path.empty()) {
+        named.assign(static_cast<const char*>(value), size - 1);
+    if (named.empty()) {
         if (responses)
             take(load({}).release());
         return;
     }
     const auto* paths = featureOf<LV2_State_Map_Path>(features, LV2_STATE__mapPath);
-    char* mapped = paths != nullptr ? paths->absolute_path(paths->handle, path.c_str()) : nullptr;
+    char* mapped = paths != nullptr ? paths->absolute_path(paths->handle, named.c_str()) : nullptr;
     if (mapped != nullptr)
-        path = mapped;
+        named = mapped;
     release(features, mapped);
-    take(load(path).release());
+    take(load(named).release());
 }
 
 // What the host has allocated.

@@ -78,9 +78,9 @@ protected:
     }
 
     template <class Widget>
-    Widget& find(const char* name)
+    Widget& find(const char* child)
     {
-        return *panel->findChild<Widget*>(name);
+        return *panel->findChild<Widget*>(child);
     }
     QString state() { return find<QLabel>("state").text(); }
     bool says(const QString& text)
