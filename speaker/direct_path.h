@@ -45,7 +45,7 @@ namespace detail {
 
 // A failure text of DirectPath<N,float>::set, made from that of eight channels: the digit is the instantiation's.
 template <std::size_t N, std::size_t Length>
-constexpr std::array<char, Length> directPathText(const char (&ofEight)[Length])
+consteval std::array<char, Length> directPathText(const char (&ofEight)[Length])
 {
     auto text = std::to_array(ofEight);
     text[19] = static_cast<char>('0' + N);

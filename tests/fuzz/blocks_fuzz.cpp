@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
             path.reset();
             constexpr std::array<std::uint32_t, 6> rates = {48000, 16000, 96000, 44100, 0, 48001};
             const auto channels = input.below(10); // 0 and 9 are none
-            const auto mask = input.below(2) == 0 ? usualMasks.at(std::min(channels, 7U)) : input.number<std::uint32_t>();
+            const auto mask = input.below(2) == 0 ? usualMasks.at((channels + 7) % 8) : input.number<std::uint32_t>();
             const auto frames = input.below(1100);
             const bool render = input.below(2) == 0;
             try {

@@ -21,7 +21,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         copySettings(shared, record);
         ++record.blockSequence;
         record.applied = 0;
-        path.run(input.below(480) + 1, 480, input);
+        path.run(input.below(500), input.below(8) == 7 ? input.below(500) : 500, input);
 
         for (const SettingsField& field : settingsFields()) {
             SettingsRecord checked;

@@ -1,13 +1,80 @@
 // SPDX-License-Identifier: MIT
 // A file in the place of the kept values: it is refused, and stays as it is, or a value that is set joins those that it holds.
+// Then keys are used in any order, while what they ask of the system fails here and there: no value is lost, nor half of one kept.
 #include "platform/registry.h"
+#include "tests/fuzz/failing_memory.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/private_home.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <sys/stat.h>
+#include <vector>
+
+namespace {
+
+int callsLeft = 0;  // of the system, up to the one that fails; 0: none fails
+int callsError = 0; // why it fails
+
+bool callFails()
+{
+    if (callsLeft == 0 || --callsLeft > 0)
+        return false;
+    errno = callsError;
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+int __real_openat(int folder, const char* name, int how, ...);
+int __real_mkdirat(int folder, const char* name, mode_t mode);
+int __real_renameat(int oldFolder, const char* from, int newFolder, const char* to);
+int __real_unlinkat(int folder, const char* name, int how);
+int __real_fsync(int file);
+ssize_t __real_write(int file, const void* data, std::size_t bytes);
+
+int __wrap_openat(int folder, const char* name, int how, ...)
+{
+    va_list rest;
+    va_start(rest, how);
+    const mode_t mode = (how & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    return callFails() ? -1 : __real_openat(folder, name, how, mode);
+}
+
+int __wrap_mkdirat(int folder, const char* name, mode_t mode)
+{
+    return callFails() ? -1 : __real_mkdirat(folder, name, mode);
+}
+
+int __wrap_renameat(int oldFolder, const char* from, int newFolder, const char* to)
+{
+    return callFails() ? -1 : __real_renameat(oldFolder, from, newFolder, to);
+}
+
+int __wrap_unlinkat(int folder, const char* name, int how)
+{
+    return callFails() ? -1 : __real_unlinkat(folder, name, how);
+}
+
+int __wrap_fsync(int file)
+{
+    return callFails() ? -1 : __real_fsync(file);
+}
+
+ssize_t __wrap_write(int file, const void* data, std::size_t bytes)
+{
+    return callFails() ? -1 : __real_write(file, data, bytes);
+}
+}
 
 namespace {
 
@@ -26,6 +93,8 @@ platform::RegistryKey user()
 std::filesystem::path valuesFile()
 {
     platform::RegistryKey key = nullptr;
+    static_cast<void>(platform::openKey(user(), path, keyAll, key)); // one that could not be read before may be made anew
+    platform::closeKey(key);
     require(platform::createKey(user(), path, keyAll, key) == 0, "the key is made");
     require(platform::setNumber(key, "Enabled", 1) == 0, "a value is set");
     platform::closeKey(key);
@@ -36,9 +105,15 @@ std::filesystem::path valuesFile()
     return {};
 }
 
-std::string contentOf(const std::filesystem::path& file)
+const std::filesystem::path& file()
 {
-    std::ifstream in(file, std::ios::binary);
+    static const std::filesystem::path found = valuesFile();
+    return found;
+}
+
+std::string content()
+{
+    std::ifstream in(file(), std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
@@ -59,34 +134,148 @@ Answer query(platform::RegistryKey key, const char* name)
     return answer;
 }
 
+// The values of all the names; none where the key cannot be opened.
+std::vector<Answer> queryAll()
+{
+    platform::RegistryKey key = nullptr;
+    std::vector<Answer> answers;
+    if (platform::openKey(user(), path, keyAll, key) == 0)
+        for (const char* name : names)
+            answers.push_back(query(key, name));
+    platform::closeKey(key);
+    return answers;
+}
+
+// ---- Keys in any order ----------------------------------------------------------------------------------------------
+
+constexpr std::array<const char*, 8> places = {path, "Software\\VEDRA", "Below", "", "Software\\.x", "Else", "a/b", "a\\\\b"};
+constexpr std::uint32_t keyRead = 0x20019;
+
+// Success and the failures that a key can have.
+constexpr std::array<platform::RegistryResult, 7> results = {0, 2, 5, 14, 29, 87, 234};
+
+// At most one of the next operation's calls of the system fails, or its memory ends.
+void chooseFailure(FuzzInput& input)
+{
+    // No call fails because nothing is there: that would be believed.
+    constexpr std::array<int, 7> errors = {EIO, ENOSPC, EACCES, ENOMEM, ENOTEMPTY, EMFILE, ELOOP};
+    const auto kind = input.below(3);
+    const int count = static_cast<int>(input.below(32)) + 1;
+    callsError = errors.at(input.below(errors.size()));
+    callsLeft = kind == 1 ? count : 0;
+    allocationsLeft = kind == 2 ? count : 0;
+}
+
+void failNoMore()
+{
+    callsLeft = 0;
+    allocationsLeft = 0;
+}
+
+struct Open {
+    platform::RegistryKey key;
+    std::map<std::string, Answer> changes{}; // what was set, as it is read
+};
+
+// What was set is kept as a whole, or nothing of it.
+void closeFailing(const Open& open, FuzzInput& input)
+{
+    const auto before = queryAll();
+    chooseFailure(input);
+    platform::closeKey(open.key);
+    failNoMore();
+    const auto after = queryAll();
+    auto changed = before;
+    for (std::size_t i = 0; i < changed.size(); ++i)
+        if (const auto set = open.changes.find(names[i]); set != open.changes.end())
+            changed[i] = set->second;
+    require(after == before || after == changed, "the values are the old ones or the new ones");
+}
+
+void operate(std::vector<Open>& keys, FuzzInput& input)
+{
+    const auto operation = input.below(8);
+    const auto which = input.below(4);
+    const platform::RegistryKey key = which < keys.size() ? keys[which].key : user();
+    const char* place = places.at(input.below(places.size()));
+    const auto access = input.below(4) == 0 ? keyRead : keyAll;
+    const std::string name = names.at(input.below(names.size()));
+    const auto number = input.number<std::uint32_t>();
+    if (operation == 7) {
+        if (which < keys.size()) {
+            const Open closed = keys[which];
+            keys.erase(keys.begin() + which);
+            closeFailing(closed, input);
+        }
+        return;
+    }
+    const std::string text(input.text(number % 16));
+    const std::string before = content();
+    std::array<char, 64> data{};
+    std::uint32_t room = number % data.size();
+    platform::RegistryKey opened = nullptr;
+    std::vector<std::string> below;
+    chooseFailure(input);
+    const auto result = operation == 0   ? platform::openKey(key, place, access, opened)
+                        : operation == 1 ? platform::createKey(key, place, access, opened)
+                        : operation == 2 ? platform::deleteKey(key, place, 0)
+                        : operation == 3 ? platform::listKeys(key, below)
+                        : operation == 4 ? platform::queryValue(key, name, number % 3 == 0 ? nullptr : data.data(), room)
+                        : operation == 5 ? platform::setNumber(key, name, number)
+                                         : platform::setText(key, name, text);
+    failNoMore();
+    require(std::ranges::find(results, result) != results.end(), "a result is one of those that are known");
+    require((opened != nullptr) == (result == 0 && operation < 2), "a key is open where that is told");
+    require(operation == 2 || content() == before, "nothing is written before a key is closed");
+    if (opened != nullptr)
+        keys.push_back({opened});
+    if (operation >= 5 && result == 0)
+        keys.at(which).changes[name] = query(key, name.c_str());
+}
+
 } // namespace
 
+// A byte that tells how many of the bytes behind it are operations, these, and the file.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const std::filesystem::path file = valuesFile();
-    const std::string given(reinterpret_cast<const char*>(data), size);
-    std::ofstream(file, std::ios::binary) << given;
+    FuzzInput input(data, size);
+    const auto operations = input.text(input.below(256));
+    const std::string given(input.all());
+    if (!std::filesystem::exists(file()))
+        static_cast<void>(valuesFile());
+    std::ofstream(file(), std::ios::binary) << given;
 
     platform::RegistryKey key = nullptr;
     if (platform::openKey(user(), path, keyAll, key) != 0) {
-        require(contentOf(file) == given, "what is refused stays as it is");
-        return 0;
-    }
-    std::array<Answer, names.size()> before;
-    for (std::size_t i = 0; i < names.size(); ++i)
-        before[i] = query(key, names[i]);
-    require(platform::setNumber(key, "Reverb", 170) == 0, "a value is set");
-    platform::closeKey(key);
+        require(content() == given, "what is refused stays as it is");
+    } else {
+        std::array<Answer, names.size()> before;
+        for (std::size_t i = 0; i < names.size(); ++i)
+            before[i] = query(key, names[i]);
+        require(platform::setNumber(key, "Reverb", 170) == 0, "a value is set");
+        platform::closeKey(key);
 
-    require(platform::openKey(user(), path, keyAll, key) == 0, "what was written is read");
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        const Answer now = query(key, names[i]);
-        if (std::string_view(names[i]) == "Reverb")
-            require(now.result == 0 && now.bytes == 4 && now.data[0] == static_cast<char>(170),
-                    "the value is the one that was set");
-        else
-            require(now == before[i], "the others stay");
+        require(platform::openKey(user(), path, keyAll, key) == 0, "what was written is read");
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            const Answer now = query(key, names[i]);
+            if (std::string_view(names[i]) == "Reverb")
+                require(now.result == 0 && now.bytes == 4 && now.data[0] == static_cast<char>(170),
+                        "the value is the one that was set");
+            else
+                require(now == before[i], "the others stay");
+        }
+        platform::closeKey(key);
     }
-    platform::closeKey(key);
+
+    if (operations.empty())
+        return 0;
+    FuzzInput steps(reinterpret_cast<const std::uint8_t*>(operations.data()), operations.size());
+    std::vector<Open> keys;
+    for (int step = 0; step < 32 && !steps.ended(); ++step)
+        operate(keys, steps);
+    for (const Open& open : keys)
+        closeFailing(open, steps);
+    for (const auto& entry : std::filesystem::directory_iterator(file().parent_path().parent_path().parent_path().parent_path()))
+        std::filesystem::remove_all(entry);
     return 0;
 }

@@ -2,6 +2,7 @@
 // Formats that an engine may ask about: as wave formats and as uncompressed ones, judged by the rules of both effects.
 #include "host/format_rules.h"
 #include "host/media_type.h"
+#include "tests/fuzz/failing_memory.h"
 #include "tests/fuzz/fuzz.h"
 
 #include <memory>
@@ -15,6 +16,30 @@ struct Release {
     void operator()(IAudioMediaType* type) const { type->Release(); }
 };
 using MediaType = std::unique_ptr<IAudioMediaType, Release>;
+
+// What is refused of it, whatever it says.
+void examineRefusals(IAudioMediaType& type, const GUID& other)
+{
+    DWORD flags = 0;
+    void* object = &type;
+    require(type.QueryInterface(IID_IAudioMediaType, nullptr) == E_POINTER && type.IsCompressedFormat(nullptr) == E_POINTER &&
+                type.IsEqual(nullptr, &flags) == E_POINTER && type.IsEqual(&type, nullptr) == E_POINTER &&
+                type.GetUncompressedAudioFormat(nullptr) == E_POINTER,
+            "without a place for it there is no answer");
+    const bool known = other == IID_IUnknown || other == IID_IAudioMediaType;
+    require(type.QueryInterface(other, &object) == (known ? S_OK : E_NOINTERFACE) && known == (object != nullptr),
+            "it has two interfaces");
+    if (known)
+        type.Release();
+    require(type.QueryInterface(IID_IAudioMediaType, &object) == S_OK && object == &type, "and is one of them");
+    require(type.Release() == 1, "each reference is counted");
+
+    IAudioMediaType* made = &type;
+    allocationsLeft = 1;
+    const auto result = CreateAudioMediaType(type.GetAudioFormat(), sizeof(WAVEFORMATEX) + type.GetAudioFormat()->cbSize, &made);
+    allocationsLeft = 0;
+    require(result == E_OUTOFMEMORY && made == nullptr, "without memory there is none");
+}
 
 // What one says of itself, and whether an effect takes it.
 void examine(IAudioMediaType& type, const UNCOMPRESSEDAUDIOFORMAT& other)
@@ -48,9 +73,14 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     FuzzInput input(data, size);
     const auto uncompressed = input.number<UNCOMPRESSEDAUDIOFORMAT>();
     IAudioMediaType* made = nullptr;
+    require(CreateAudioMediaTypeFromUncompressedAudioFormat(nullptr, &made) == E_POINTER &&
+                CreateAudioMediaTypeFromUncompressedAudioFormat(&uncompressed, nullptr) == E_POINTER &&
+                CreateAudioMediaType(nullptr, 0, &made) == E_POINTER,
+            "without a format or a place for it there is no type");
     if (CreateAudioMediaTypeFromUncompressedAudioFormat(&uncompressed, &made) == S_OK) {
         const MediaType type(made);
         examine(*type, uncompressed);
+        examineRefusals(*type, uncompressed.guidFormatType);
     }
 
     // As many bytes as are said to be there.
@@ -63,6 +93,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         S_OK) {
         const MediaType type(made);
         examine(*type, uncompressed);
+        examineRefusals(*type, uncompressed.guidFormatType);
     }
     return 0;
 }

@@ -5,5 +5,5 @@
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const quorel::MemoryFile file(data, size);
-    return quorel::importResponses(file.path());
+    return quorel::importResponses(file.path(), quorel::Equalize::none);
 }

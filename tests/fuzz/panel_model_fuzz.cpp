@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What a user and other programs may do to the panel's model, in any order.
 #include "panel/panel_model.h"
+#include "platform/programs/process.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/private_home.h"
 
+#include <array>
+#include <filesystem>
 #include <stdexcept>
 
 namespace {
@@ -28,16 +32,40 @@ Values shownBy(const PanelModel& panel)
     return values;
 }
 
+// By one of these names, the last of which is none; nobody else changes what is shown meanwhile.
+void usePreset(PanelModel& panel, FuzzInput& input)
+{
+    constexpr std::array<const char*, 4> names = {"one", "two", "three", "no name"};
+    const std::string name = names.at(input.below(names.size()));
+    const auto act = input.below(3);
+    const Values before = shownBy(panel);
+    try {
+        if (act == 0)
+            panel.savePreset(name);
+        else if (act == 1)
+            panel.loadPreset(name);
+        else
+            panel.revert();
+        require(act == 2 || panel.presetName() == name, "a preset that is saved or loaded is in use");
+        require(panel.presetName().empty() || (act != 0 && !panel.usable()) || !panel.changed(),
+                "the choice is that of the preset");
+    } catch (const std::runtime_error&) {
+        require(act != 2 && shownBy(panel) == before, "a preset that is refused changes nothing");
+    }
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     FuzzInput input(data, size);
+    static const std::filesystem::path presets = std::filesystem::path(platform::userFolder()) / "presets";
+    std::filesystem::remove_all(presets);
     PanelModel panel;
     EffectView view;
     std::uint64_t taken = 0; // number of the newest changes that were to be written
     for (int operation = 0; operation < 256 && !input.ended(); ++operation) {
-        switch (input.below(10)) {
+        switch (input.below(11)) {
         case 0: // a look at the effect
             view.state = static_cast<EffectView::State>(input.below(3));
             view.written = input.below(2) == 0 ? taken : input.below(256) % (taken + 1); // of what was taken
@@ -87,8 +115,14 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         case 7:
             panel.bypass(false, input.below(2) == 0 ? PanelModel::Part::all : PanelModel::Part::microphone);
             break;
-        case 8:
+        case 8: {
+            const char side = panel.side();
             panel.compare();
+            require((panel.side() != side) == panel.usable(), "there are two sides where there is an effect");
+            break;
+        }
+        case 9:
+            usePreset(panel, input);
             break;
         default:
             if (const auto changes = panel.take()) {

@@ -31,7 +31,8 @@ struct FuzzedPath {
     {
         const auto channels = input.below(8) + 1;
         const bool render = input.below(2) == 0;
-        const std::uint32_t rate = render || input.below(2) == 0 ? 48000 : 16000;
+        const std::uint32_t other = render ? 96000 : 16000; // at which nothing is rendered
+        const std::uint32_t rate = input.below(4) != 3 ? 48000 : other;
         return {render, channels, usualMasks.at(channels - 1), 480, rate};
     }
 
