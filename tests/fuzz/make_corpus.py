@@ -68,7 +68,8 @@ with tempfile.TemporaryDirectory() as work:
     # A head of some directions and sixteen frames, one tap for each ear.
     azimuths = np.array([0, 30, 105, 145, 180, 215, 255, 330])
 
-    def head(name, azimuths=azimuths, rate=48000, delay=((0, 0),), frames=16, radii=1.4, ears=0.1, equalized=False, change=None, **others):
+    def head(name, azimuths=azimuths, rate=48000, delay=((0, 0),), frames=16, radii=1.4, ears=0.1, equalized=False, change=None,
+             **others):
         directions = len(azimuths)
         with netCDF4.Dataset(work / "set.sofa", "w", format="NETCDF4") as file:
             attributes = {"Conventions": "SOFA", "Version": "1.0", "SOFAConventions": "SimpleFreeFieldHRIR",
@@ -115,7 +116,8 @@ with tempfile.TemporaryDirectory() as work:
     head("delayed", rate=44100, delay=[[1, 3]])
     # Ten degrees beside each speaker, so interpolated, with delays of its own, one direction nearer and one without a number.
     beside = np.array([10, 40, 115, 155, 185, 225, 265, 340, 90])
-    head("beside", beside, equalized=True, delay=np.arange(18).reshape(9, 2) / 10, radii=np.array([1.4] * 8 + [0.7]), change=far_number)
+    head("beside", beside, equalized=True, delay=np.arange(18).reshape(9, 2) / 10, radii=np.array([1.4] * 8 + [0.7]),
+         change=far_number)
     head("one_side", np.append(azimuths, [40, 50, 60, 70, 80, 90, 100, 110, 120, 130, 140]), equalized=True)
     head("swapped", change=swapped)
     head("short", frames=8)
@@ -172,7 +174,8 @@ MAIN, ABOVE, BELOW, SAME, HIDDEN, ELSE, SLASH, NOTHING = range(8)
 
 def step(operation, key=3, place=MAIN, name=1, number=32, text=b"", fails=(0, 0, 0), read_alone=False):
     """An operation on one of the keys that are open, 3 for the user's root; fails: 1 for a call of the system, 2 for memory."""
-    return struct.pack("<BBBBBI", operation, key, place, not read_alone, name, number - number % 16 + len(text)) + text + bytes(fails)
+    number += len(text) - number % 16
+    return struct.pack("<BBBBBI", operation, key, place, not read_alone, name, number) + text + bytes(fails)
 
 
 def steps(name, rows, file=b'"Enabled"=dword:00000001\n'):
@@ -181,8 +184,8 @@ def steps(name, rows, file=b'"Enabled"=dword:00000001\n'):
 
 
 steps("keys", [step(CREATE), step(NUMBER, 0), step(TEXT, 0, name=2, text=b'a"\\\nb'), step(TEXT, 0, name=3, text=b"\xff"),
-               step(QUERY, 0), step(QUERY, 0, name=3), step(QUERY, 0, number=48), step(QUERY, 0, name=2), step(QUERY, 0, name=0, number=64),
-               step(LIST), step(CLOSE, 0), step(CREATE, place=BELOW), step(LIST, 0), step(DELETE, 0, SAME), step(DELETE),
+               step(QUERY, 0), step(QUERY, 0, name=3), step(QUERY, 0, number=48), step(QUERY, 0, name=2),
+               step(QUERY, 0, name=0, number=64), step(LIST), step(CLOSE, 0), step(CREATE, place=BELOW), step(LIST, 0), step(DELETE, 0, SAME), step(DELETE),
                step(LIST, 0), step(CLOSE, 0)])
 steps("refused", [step(NUMBER), step(QUERY), step(OPEN, place=HIDDEN), step(CREATE, place=SLASH), step(DELETE, place=NOTHING),
                   step(DELETE, place=ELSE), step(DELETE, place=SAME), step(DELETE, place=ABOVE), step(OPEN, read_alone=True),
@@ -192,10 +195,11 @@ for act, operation, key in (("open", OPEN, 3), ("create", CREATE, 3), ("delete",
                                    for count in range(8)])
 for count in range(0, 8):
     steps(f"saving_fails_{count}", [step(CREATE), step(NUMBER, 0), step(CLOSE, 0, fails=(1, count, count % 7))])
-steps("no_memory", [step(CREATE), *(step(operation, 0 if operation >= QUERY else 3, name=2, text=b"long enough to"[:14], fails=(2, 0, 0))
+steps("no_memory", [step(CREATE), *(step(operation, 0 if operation >= QUERY else 3, name=2, text=b"long enough to", fails=(2, 0, 0))
                                     for operation in range(7)), step(TEXT, 0, text=b"\xc3\xbc"), step(QUERY, 0, fails=(2, 1, 0)),
                     step(CLOSE, 0, fails=(2, 1, 0))])
-steps("no_memory_later", [step(OPEN, fails=(2, 3, 0)), step(OPEN, fails=(2, 6, 0)), step(CREATE, fails=(2, 5, 0)), step(LIST, fails=(2, 1, 0))])
+steps("no_memory_later", [step(OPEN, fails=(2, 3, 0)), step(OPEN, fails=(2, 6, 0)), step(CREATE, fails=(2, 5, 0)),
+                          step(LIST, fails=(2, 1, 0))])
 
 put("registry_script", "class", b"""\x03HKCR
 {
@@ -221,13 +225,13 @@ def record(settings=1, noise_reduction=1, mic_eq=1, bands=(0,) * 9, gate=0, reve
     return struct.pack("<BBBBI9iIIBxxxIII", 1, 0, settings, noise_reduction, mic_eq, *bands, gate, reverb, levels, *hrtf)
 
 
-for name, head in (("render", b"\x07\x00\x00"), ("stereo", b"\x01\x00\x00"), ("copied", b"\x01\x00\x03"), ("capture", b"\x00\x01\x00"),
-                   ("voice", b"\x00\x01\x03")):
+for name, head in (("render", b"\x07\x00\x00"), ("stereo", b"\x01\x00\x00"), ("copied", b"\x01\x00\x03"),
+                   ("capture", b"\x00\x01\x00"), ("voice", b"\x00\x01\x03")):
     whole, short, refused = b"\xdf\x01\x00\x01\x00", b"\x2f\x00\x00\x03\x01", b"\x80\x00\x07\x10\x00\x03\x00"  # blocks
     block = b"\x3f\x06\0\0" + record(bands=(20, -20, 30, -30, 40, -40, 50, -50, 60), gate=60, reverb=120)
     off = b"\x03\0\0\0" + record(settings=0, noise_reduction=0, mic_eq=0)
     hostile = b"\xff\xff\xff\xff" + record(mic_eq=3, gate=2**32 - 1, reverb=2**31, bands=(-2**31,) * 9, hrtf=(1, 1024, 8))
-    put("control_block", name, head + block + whole + off + short + hostile + refused + block + whole + block + whole + block + bytes(5))
+    put("control_block", name, head + block + whole + off + short + hostile + refused + (block + whole) * 2 + block + bytes(5))
     put("control_block", name + "_off", head + (off + whole) * 3 + block + whole + (hostile + whole) * 2)
 
 tap = struct.pack("<2f", 0.5, -0.25)
@@ -240,9 +244,12 @@ put("hrtf_share", "no_numbers", b"\x05" + struct.pack("<I", 9) + b"\0\0\x01" + s
 surround = b"\0" + b"\x08\0" + struct.pack("<H", 480) + b"\0\0"  # a stream: channels, its usual mask, frames, render, 48000
 put("blocks", "render", surround + b"\x01\x01\x01\0" + b"".join(b"\x02" + struct.pack("<H", n) + b"\x01\x01\0" for n in (1, 47, 128, 480, 0, 481)))
 settings = [b"\1" + bytes([field, value]) for field in range(18) for value in (2, 0)]
-put("blocks", "settings", surround + b"".join(change + b"\x02\xe0\x01\x01\1\0" for change in settings[:30]))
-put("blocks", "more_settings", surround + b"\1\1\1\1\2\xaa" + b"\x02\xe0\x01\x01\1\0" * 4 + b"\1\1\0" + b"".join(change + b"\x02\xe0\x01\x01\1\0" for change in settings[30:]) + b"\x02\xe0\x01\x01\1\0" * 4)
-put("blocks", "copied", b"\0\x02\0" + struct.pack("<H", 480) + b"\0\x02" + b"\x02\x10\0\1\1\0" + b"\x02\x10\0\0\1\0\1\0" + surround[:-1] + b"\4")
+whole = b"\x02\xe0\x01\x01\1\0"  # a block
+put("blocks", "settings", surround + b"".join(change + whole for change in settings[:30]))
+put("blocks", "more_settings", surround + b"\1\1\1\1\2\xaa" + whole * 4 + b"\1\1\0" +
+    b"".join(change + whole for change in settings[30:]) + whole * 4)
+put("blocks", "copied", b"\0\x02\0" + struct.pack("<H", 480) + b"\0\x02" + b"\x02\x10\0\1\1\0" + b"\x02\x10\0\0\1\0\1\0" +
+    surround[:-1] + b"\4")
 voice = b"\0" + b"\x01\0" + struct.pack("<H", 960) + b"\x01\x01"
 put("blocks", "capture", voice + b"".join(b"\x02" + struct.pack("<H", n) + b"\x01\x01\0" for n in (80, 160, 7, 240)))
 put("blocks", "voice_settings", voice + b"".join(change + b"\x02\xf0\x00\x01\1\0" for change in settings[-30:]))
@@ -283,12 +290,12 @@ def preset(act, name=0):
 
 UNDO, REDO, COMPARE, TAKE = b"\4", b"\5", b"\x08", b"\x0a"
 BYPASS, BYPASS_MICROPHONE, PUT_BACK = b"\6\0", b"\6\1", b"\7\0"
-put("panel_model", "edits", look() + edit(3, 5) + edit(3, 6, 1) + edit(3, 7, 1) + TAKE + look(written=BEFORE) + UNDO + REDO + TAKE + look() +
-    BYPASS + edit(4, 1) + PUT_BACK + COMPARE + edit(5, 9) + COMPARE + edit(6, 9999))
-put("panel_model", "presets", look() + edit(3, 5) + preset(REVERT) + preset(SAVE) + edit(4, 1) + preset(REVERT) + BYPASS_MICROPHONE +
-    preset(SAVE, 1) + edit(4, 2) + preset(LOAD) + preset(LOAD, 2) + preset(SAVE, 3) + TAKE + look())
-put("panel_model", "others", look(0) + edit(3, 5) + UNDO + BYPASS + COMPARE + preset(LOAD) + look() + b"\1\4\x01" + edit(4, 0) + TAKE + look() +
-    b"\1\4\x02" + look() + UNDO + look(1))
+put("panel_model", "edits", look() + edit(3, 5) + edit(3, 6, 1) + edit(3, 7, 1) + TAKE + look(written=BEFORE) + UNDO + REDO + TAKE +
+    look() + BYPASS + edit(4, 1) + PUT_BACK + COMPARE + edit(5, 9) + COMPARE + edit(6, 9999))
+put("panel_model", "presets", look() + edit(3, 5) + preset(REVERT) + preset(SAVE) + edit(4, 1) + preset(REVERT) +
+    BYPASS_MICROPHONE + preset(SAVE, 1) + edit(4, 2) + preset(LOAD) + preset(LOAD, 2) + preset(SAVE, 3) + TAKE + look())
+put("panel_model", "others", look(0) + edit(3, 5) + UNDO + BYPASS + COMPARE + preset(LOAD) + look() + b"\1\4\x01" + edit(4, 0) +
+    TAKE + look() + b"\1\4\x02" + look() + UNDO + look(1))
 
 for index, words in enumerate((["set", "Reverb=170", "EQBand5=-40"], ["set", "Reverb"], ["set", "micEq=9"], ["get", "--json"], ["status"],
                                ["levels", "--watch", "--seconds", "1e-3"], ["hrtf", "load", "--gain", "1.5", "none.sofa"],

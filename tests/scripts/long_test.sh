@@ -30,7 +30,7 @@ cat >failing.json <<END
 [{"name": "bad", "promise": "it fails", "command": ["sh", "-c", "echo broken >{failures}/input; echo was {seconds}; exit 3"], "once": true},
  {"name": "mute", "promise": "it was told a figure", "command": ["true"], "once": true, "figures": {"said": "(\\\\d+)"}}]
 END
-long="$1/scripts/long --place $work/long"
+long="$1/scripts/long --place $work/long --jobs 1"
 
 # Stopped in the second part, whose run counts for nothing; the first one's stays.
 touch hang
@@ -62,6 +62,36 @@ test "$(cat long/failures/bad/input)" = broken
 grep -q 'was' long/failures/bad/*.log
 asks long/state.json 'x["parts"]["bad"]["runs"] == 1 and x["parts"]["bad"]["failures"][0]["exit"] == 3'
 asks long/state.json 'x["parts"]["good"]["runs"] > 1' # other parts' figures stay
+
+# A command that is not there fails like others.
+echo '[{"name": "none", "promise": "it is there", "command": ["/no/such/command"], "once": true}]' >none.json
+! $long --parts none.json 1 >out 2>err || fail 'a command that is not there is none that passes'
+grep -q 'none once: FAILED (127)' err
+
+# Two parts run beside each other: each of these waits for the other.
+cat >pair.json <<END
+[{"name": "first", "promise": "it meets", "once": true,
+  "command": ["sh", "-c", "touch $work/first; while [ ! -e $work/second ]; do sleep 0.1; done"]},
+ {"name": "second", "promise": "it meets", "once": true,
+  "command": ["sh", "-c", "touch $work/second; while [ ! -e $work/first ]; do sleep 0.1; done"]}]
+END
+timeout 60 "$1/scripts/long" --place $work/pair --jobs 2 --parts pair.json 1 >out 2>err || fail 'two parts did not run at once'
+
+# Stopped, both count for nothing, and are asked to end what they have started in sessions of their own.
+cat >two.json <<END
+[{"name": "open", "promise": "it ends its own", "once": true,
+  "command": ["sh", "-c", "trap 'kill \$!; wait; exit 1' TERM; setsid sleep 1000 & echo \$! >$work/child; wait"]},
+ {"name": "also", "promise": "it hangs", "once": true, "command": ["sh", "-c", "touch $work/also; sleep 1000"]}]
+END
+$1/scripts/long --place $work/two --jobs 2 --parts two.json 1 >out 2>err &
+driver=$!
+waits_for 60 test -s child
+waits_for 60 test -e also
+kill -TERM $driver
+! wait $driver || fail 'a stopped run of two counts as a whole one'
+! kill -0 "$(cat child)" 2>err || fail 'a stopped part left something running'
+asks two/report.json '[(part["verdict"], part["runs"]) for part in x["parts"]] == [("not run", 0)] * 2'
+test -z "$(find two/failures -type f)"
 
 # Another machine's state counts once.
 cat >other.json <<'END'
