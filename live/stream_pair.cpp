@@ -71,6 +71,8 @@ StreamPair::StreamPair(pw_core* core, const StreamKind& kind, const std::string&
       status(status),
       stateChanged(std::move(stateChanged)),
       audioLoop(pw_context_get_data_loop(pw_core_get_context(core))),
+      behindTake(SPA_LATENCY_INFO(SPA_DIRECTION_OUTPUT)),
+      behindGive(SPA_LATENCY_INFO(SPA_DIRECTION_INPUT)),
       in(kind.channels),
       out(kind.outputs()),
       silence(longestCall)

@@ -101,9 +101,9 @@ private:
     std::atomic<std::uint32_t> quietFrames = 0;       // since the output was last above -100 dB
     std::uint64_t nextTick = 0;                       // the clock at the next call, if no frame is lost
     std::uint32_t clockId = 0;
-    std::uint32_t toldDelay = 0;                                          // frames of the effect's, as the graph has been told
-    spa_latency_info behindTake = SPA_LATENCY_INFO(SPA_DIRECTION_OUTPUT); // none, as long as the graph tells of none
-    spa_latency_info behindGive = SPA_LATENCY_INFO(SPA_DIRECTION_INPUT);
+    std::uint32_t toldDelay = 0; // frames of the effect's, as the graph has been told
+    spa_latency_info behindTake; // none, as long as the graph tells of none
+    spa_latency_info behindGive;
     std::vector<const float*> in; // the rows of a call
     std::vector<float*> out;
     std::vector<float> silence; // in a row's place that the server did not fill
