@@ -31,28 +31,27 @@ struct Options {
     std::string bypass; // empty: not given
 };
 
-void declare(CLI::App& tool, Options& options)
+void declare(const CommandLine& tool, Options& options)
 {
     LiveOptions& live = options.live;
-    auto* speaker = tool.add_flag("--speaker", options.speakerOnly, "The headphone device alone");
-    tool.add_flag("--microphone", options.microphoneOnly, "The microphone alone")->excludes(speaker);
-    tool.add_option("--channels", live.channels, "Channels of the headphone device: 8 (7.1), 6 (5.1) or 2")
-        ->check(CLI::IsMember({8, 6, 2}).description(""))
-        ->type_name("NUMBER")
-        ->capture_default_str();
-    tool.add_option("--output", live.output, "Play on this device instead of the default one; --list tells the names")
-        ->type_name("NODE");
-    tool.add_option("--input", live.input, "Take the sound of this microphone instead of the default one")->type_name("NODE");
-    tool.add_flag("--default", live.makeDefault, "Make the devices the default ones as long as it runs, and restore what was");
-    tool.add_flag("--verbose", live.verbose, "Tell the figures of each side once a second");
-    auto* list = tool.add_flag("--list", options.list, "List the devices for --output and --input, and exit");
-    auto* status = tool.add_flag("--status", options.status, "Show what the running quorel-live does, and exit");
-    tool.add_flag("--json", options.json, "The status as one JSON object")->needs(status);
-    tool.add_option("--bypass", options.bypass, "Let the running one pass the sound by its effects, or not, and exit")
-        ->check(CLI::IsMember({"on", "off"}).description(""))
-        ->type_name("on|off")
-        ->excludes(status)
-        ->excludes(list);
+    const Option speaker = tool.addFlag("--speaker", options.speakerOnly, "The headphone device alone");
+    tool.addFlag("--microphone", options.microphoneOnly, "The microphone alone").excludes(speaker);
+    tool.add("--channels", live.channels, "Channels of the headphone device: 8 (7.1), 6 (5.1) or 2")
+        .oneOf(std::vector<int>{8, 6, 2})
+        .typeName("NUMBER")
+        .showDefault();
+    tool.add("--output", live.output, "Play on this device instead of the default one; --list tells the names").typeName("NODE");
+    tool.add("--input", live.input, "Take the sound of this microphone instead of the default one").typeName("NODE");
+    tool.addFlag("--default", live.makeDefault, "Make the devices the default ones as long as it runs, and restore what was");
+    tool.addFlag("--verbose", live.verbose, "Tell the figures of each side once a second");
+    const Option list = tool.addFlag("--list", options.list, "List the devices for --output and --input, and exit");
+    const Option status = tool.addFlag("--status", options.status, "Show what the running quorel-live does, and exit");
+    tool.addFlag("--json", options.json, "The status as one JSON object").needs(status);
+    tool.add("--bypass", options.bypass, "Let the running one pass the sound by its effects, or not, and exit")
+        .oneOf(std::vector<std::string>{"on", "off"})
+        .typeName("on|off")
+        .excludes(status)
+        .excludes(list);
 }
 
 nlohmann::json ask(const std::string& command)
@@ -73,7 +72,7 @@ std::string readable(const nlohmann::json& status)
     return text.str();
 }
 
-void run(const CLI::App& tool, Options& options)
+void run(const CommandLine& tool, Options& options)
 {
     if (options.list) {
         std::cout << listDevices();
@@ -97,7 +96,7 @@ void run(const CLI::App& tool, Options& options)
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-live");
+    quorel::CommandLine tool(quorel::description, "quorel-live");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

@@ -173,7 +173,7 @@ std::string soundAndSpeed(const FileReport& report)
 // What the user is told of one file.
 class Teller {
 public:
-    Teller(const CLI::App& tool, const FileOptions& options, std::size_t files, Progress& progress)
+    Teller(const CommandLine& tool, const FileOptions& options, std::size_t files, Progress& progress)
         : tool(tool), options(options), files(files), progress(progress)
     {
     }
@@ -214,7 +214,7 @@ public:
     }
 
 private:
-    const CLI::App& tool;
+    const CommandLine& tool;
     const FileOptions& options;
     std::size_t files;
     Progress& progress;
@@ -249,50 +249,47 @@ FileReport treatOne(const FileTask& task, const FileOptions& options, const File
 
 } // namespace
 
-void declareFiles(CLI::App& tool, FileOptions& options)
+void declareFiles(const CommandLine& tool, FileOptions& options)
 {
-    tool.add_option("INPUT", options.names,
-                    "INPUT OUTPUT: an audio file (WAV, RF64, W64, FLAC, AIFF or CAF; - is standard input) and the file that it "
-                    "becomes, of the kind that its name ends in (- is standard output); one of that name is replaced. With "
-                    "--output-dir: inputs alone, of which a folder stands for the audio files in it and below")
-        ->type_name("");
-    tool.add_option("--output-dir", options.outputFolder,
-                    "Folder for the outputs of all inputs, each under its input's name; made if it is not there. An output that "
-                    "is newer than its input stays as it is. One that fails does not keep the others from being done")
-        ->type_name("FOLDER");
+    tool.add("INPUT", options.names,
+             "INPUT OUTPUT: an audio file (WAV, RF64, W64, FLAC, AIFF or CAF; - is standard input) and the file that it "
+             "becomes, of the kind that its name ends in (- is standard output); one of that name is replaced. With "
+             "--output-dir: inputs alone, of which a folder stands for the audio files in it and below")
+        .typeName("");
+    tool.add("--output-dir", options.outputFolder,
+             "Folder for the outputs of all inputs, each under its input's name; made if it is not there. An output that "
+             "is newer than its input stays as it is. One that fails does not keep the others from being done")
+        .typeName("FOLDER");
     addNumber(tool, "--jobs", options.jobs, 1, 256, "With --output-dir: files that are worked on at the same time");
-    tool.add_flag("--again", options.again, "With --output-dir: make outputs anew that are newer than their inputs, too");
-    tool.add_option("--format", options.format,
-                    "Kind of the output, whatever its name ends in: wav, flac, w64, rf64, aiff or caf")
-        ->check(CLI::IsMember({"wav", "flac", "w64", "rf64", "aiff", "caf"}, CLI::ignore_case).description(""))
-        ->type_name("NAME")
-        ->default_str("by name");
-    tool.add_option(
-            "--sample-format", options.sampleFormat,
-            "Samples of the output: float (32 bits) keeps what is beyond full scale, the integers pcm24 and pcm16 clip it")
-        ->check(CLI::IsMember({"float", "pcm24", "pcm16"}).description(""))
-        ->type_name("NAME")
-        ->default_str("float, for FLAC pcm24");
-    tool.add_option("--dither", options.dither,
-                    "Of integer samples: tpdf, noise of one step that is the same at every run, or none")
-        ->check(CLI::IsMember({"tpdf", "none"}).description(""))
-        ->type_name("NAME")
-        ->capture_default_str();
-    CLI::Option* gain = addNumber(tool, "--gain", options.gain, -100, 100, "dB on the output")->default_str("0");
-    tool.add_flag("--normalize{-1}", options.normalise,
-                  "Bring the largest sample of the output to -1 dB of full scale; --normalize=-3 to another level")
-        ->check(numberBetween<double>(-100, 0), "")
-        ->excludes(gain);
-    tool.add_flag("--no-resample", options.noResample, "Leave the rate of the input as it is");
-    tool.add_flag("--allow-truncated", options.allowTruncated, "Take what is there of an input that breaks off, and tell it");
-    tool.add_option("--report", options.report,
-                    "json: what became of each file, as one line of JSON on standard output (with OUTPUT - on standard error)")
-        ->check(CLI::IsMember({"json"}).description(""))
-        ->type_name("NAME");
-    tool.add_flag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
+    tool.addFlag("--again", options.again, "With --output-dir: make outputs anew that are newer than their inputs, too");
+    tool.add("--format", options.format, "Kind of the output, whatever its name ends in: wav, flac, w64, rf64, aiff or caf")
+        .oneOf(std::vector<std::string>{"wav", "flac", "w64", "rf64", "aiff", "caf"}, true)
+        .typeName("NAME")
+        .defaultText("by name");
+    tool.add("--sample-format", options.sampleFormat,
+             "Samples of the output: float (32 bits) keeps what is beyond full scale, the integers pcm24 and pcm16 clip it")
+        .oneOf(std::vector<std::string>{"float", "pcm24", "pcm16"})
+        .typeName("NAME")
+        .defaultText("float, for FLAC pcm24");
+    tool.add("--dither", options.dither, "Of integer samples: tpdf, noise of one step that is the same at every run, or none")
+        .oneOf(std::vector<std::string>{"tpdf", "none"})
+        .typeName("NAME")
+        .showDefault();
+    const Option gain = addNumber(tool, "--gain", options.gain, -100, 100, "dB on the output").defaultText("0");
+    tool.addFlag("--normalize{-1}", options.normalise,
+                 "Bring the largest sample of the output to -1 dB of full scale; --normalize=-3 to another level")
+        .check(numberBetween<double>(-100, 0))
+        .excludes(gain);
+    tool.addFlag("--no-resample", options.noResample, "Leave the rate of the input as it is");
+    tool.addFlag("--allow-truncated", options.allowTruncated, "Take what is there of an input that breaks off, and tell it");
+    tool.add("--report", options.report,
+             "json: what became of each file, as one line of JSON on standard output (with OUTPUT - on standard error)")
+        .oneOf(std::vector<std::string>{"json"})
+        .typeName("NAME");
+    tool.addFlag("--verbose", options.verbose, "Tell the speed even if standard error is no terminal");
 }
 
-int treatFiles(const CLI::App& tool, const FileOptions& options, const FileTreatment& treat)
+int treatFiles(const CommandLine& tool, const FileOptions& options, const FileTreatment& treat)
 {
     const std::vector<FileTask> tasks = tasksOf(options);
     sampleFormatFor(options, tasks.front().container); // tells before the first file what goes for all

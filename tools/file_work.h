@@ -62,10 +62,10 @@ struct FileReport {
 using FileTreatment = std::function<void(const FileTask& task, FileReport& report, FileProgress& progress)>;
 
 // Adds the options. names: what the inputs and outputs may be, for the help.
-void declareFiles(CLI::App& tool, FileOptions& options);
+void declareFiles(const CommandLine& tool, FileOptions& options);
 
 // Treats every file and returns the exit code: 2 if one failed, else 1 if samples were replaced, else 0.
-int treatFiles(const CLI::App& tool, const FileOptions& options, const FileTreatment& treat);
+int treatFiles(const CommandLine& tool, const FileOptions& options, const FileTreatment& treat);
 
 // How the output's samples are stored.
 AudioWriter::Layout layoutFor(const FileOptions& options, const FileTask& task, int channels, std::uint32_t rate,

@@ -1,29 +1,28 @@
 // SPDX-License-Identifier: MIT
 #include "tools/hrtf_option.h"
 
-#include <map>
-
 namespace quorel {
 
-void addEqualize(CLI::App& tool, Equalize& equalize)
+void addEqualize(const CommandLine& tool, Equalize& equalize)
 {
-    const std::map<std::string, Equalize> names = {{"diffuse", Equalize::byDiffuseField}, {"none", Equalize::none}};
-    tool.add_option("--equalize", equalize,
-                    "What is done to a SOFA file's responses: diffuse takes out the\n"
-                    "mean of all directions, none takes them as measured")
-        ->transform(CLI::CheckedTransformer(names).description(""))
-        ->type_name("NAME")
-        ->default_str("diffuse");
+    const auto number = [](Equalize way) { return static_cast<int>(way); };
+    tool.addWord(
+            "--equalize", {{"diffuse", number(Equalize::byDiffuseField)}, {"none", number(Equalize::none)}},
+            [&equalize](int given) { equalize = static_cast<Equalize>(given); },
+            "What is done to a SOFA file's responses: diffuse takes out the\n"
+            "mean of all directions, none takes them as measured")
+        .typeName("NAME")
+        .defaultText("diffuse");
 }
 
-void HrtfOption::add(CLI::App& tool)
+void HrtfOption::add(const CommandLine& tool)
 {
-    tool.add_option("--hrtf", file, "Head-related responses in place of the built-in ones:\n" + std::string(readableHrtfFiles))
-        ->type_name("FILE");
+    tool.add("--hrtf", file, "Head-related responses in place of the built-in ones:\n" + std::string(readableHrtfFiles))
+        .typeName("FILE");
     addEqualize(tool, equalize);
 }
 
-void HrtfOption::load(const CLI::App& tool)
+void HrtfOption::load(const CommandLine& tool)
 {
     if (file.empty())
         return;

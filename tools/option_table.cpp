@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/option_table.h"
 
+#include <CLI/CLI.hpp>
+
 #include <ostream>
 #include <string>
 
@@ -50,10 +52,10 @@ void write(const CLI::App& tool, const std::string& path, std::ostream& out)
 
 } // namespace
 
-void writeOptionTable(const CLI::App& tool, std::ostream& out)
+void writeOptionTable(const CommandLine& tool, std::ostream& out)
 {
-    out << "program" << field(tool.get_name()) << field(tool.get_description()) << '\n';
-    write(tool, "", out);
+    out << "program" << field(tool.name()) << field(tool.app().get_description()) << '\n';
+    write(tool.app(), "", out);
 }
 
 } // namespace quorel

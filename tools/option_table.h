@@ -2,7 +2,7 @@
 // The options of a tool as a table, from which its manual page and its completions are made.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "tools/command_line.h"
 
 #include <iosfwd>
 
@@ -16,6 +16,6 @@ namespace quorel {
 //   positional PATH NAME REQUIRED MEANING          REQUIRED is 1 or 0; a NAME with ... may be repeated
 //   footer PATH TEXT
 // PATH is the words of the command, empty for the program itself.
-void writeOptionTable(const CLI::App& tool, std::ostream& out);
+void writeOptionTable(const CommandLine& tool, std::ostream& out);
 
 } // namespace quorel

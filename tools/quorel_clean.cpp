@@ -47,26 +47,26 @@ struct Options {
     SettingsRecord settings; // once chosen
 };
 
-void declare(CLI::App& tool, Options& options)
+void declare(const CommandLine& tool, Options& options)
 {
     options.settings.MicNR = 1;
     options.settings.levelsEnabled = 1;
 
     declareFiles(tool, options.files);
-    tool.get_option("--no-resample")->description("Refuse an input at another rate than 16000 and 48000 Hz");
+    tool.option("--no-resample").description("Refuse an input at another rate than 16000 and 48000 Hz");
     addNumber(tool, "--block-size", options.blockSize, 1, 48000,
               "Frames in a block, the portion that the effect gets at a time. Noise reduction and levels need multiples of 80 at "
               "16000 Hz, of 240 at 48000 Hz; the levels are those of a block's end")
-        ->default_str("10 ms");
-    tool.add_flag("--align", options.align, "Take the delay of the noise reduction out");
-    tool.add_option("--rate", options.rate, "Of the output: 16000 or 48000 Hz")
-        ->check(CLI::IsMember({16000, 48000}).description(""))
-        ->type_name("NUMBER")
-        ->excludes("--no-resample");
-    tool.add_flag("--no-settle", options.noSettle, "Begin as the live effect does, without knowing the noise");
-    tool.add_flag("--pace", options.pace, "Take as long as the sound lasts, so that the levels can be watched");
+        .defaultText("10 ms");
+    tool.addFlag("--align", options.align, "Take the delay of the noise reduction out");
+    tool.add("--rate", options.rate, "Of the output: 16000 or 48000 Hz")
+        .oneOf(std::vector<int>{16000, 48000})
+        .typeName("NUMBER")
+        .excludes(tool.option("--no-resample"));
+    tool.addFlag("--no-settle", options.noSettle, "Begin as the live effect does, without knowing the noise");
+    tool.addFlag("--pace", options.pace, "Take as long as the sound lasts, so that the levels can be watched");
     addSettings(tool, options.choice, options.settings, Effect::microphone);
-    tool.get_option("--levelsEnabled")->description("[0 to 255] Levels on the terminal: 0 off, a bar of progress; above 0 on");
+    tool.option("--levelsEnabled").description("[0 to 255] Levels on the terminal: 0 off, a bar of progress; above 0 on");
 }
 
 std::uint32_t rateFor(const Options& options, const std::string& input, std::uint32_t own)
@@ -199,7 +199,7 @@ void clean(const Options& options, const FileTask& task, FileReport& report, Fil
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-clean");
+    quorel::CommandLine tool(quorel::description, "quorel-clean");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

@@ -50,7 +50,7 @@ struct Options {
 // What a command tells: text on standard output and notices on standard error, or with --json one object for both.
 class Report {
 public:
-    Report(const CLI::App& tool, const bool& asJson) : tool(tool), asJson(asJson) {}
+    Report(const CommandLine& tool, const bool& asJson) : tool(tool), asJson(asJson) {}
 
     bool json() const { return asJson; }
 
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    const CLI::App& tool;
+    const CommandLine& tool;
     const bool& asJson; // known when the options have been read
     std::vector<std::string> notices;
 };
@@ -391,7 +391,7 @@ void watchLevels(Report& report, const Options& options)
 // ---- hrtf -----------------------------------------------------------------------------------------------------------
 
 // Throws unless the user wants this set although the running stream refuses it.
-void askWhetherToStop(const CLI::App& tool, const Options& options, std::size_t streams)
+void askWhetherToStop(const CommandLine& tool, const Options& options, std::size_t streams)
 {
     if (options.yes)
         return;
@@ -399,7 +399,7 @@ void askWhetherToStop(const CLI::App& tool, const Options& options, std::size_t 
                              std::to_string(options.channels) + " it refuses every block, and is silent, until hrtf clear";
     if (!platform::canAsk())
         throw std::runtime_error(text + "; --yes delivers it all the same");
-    std::cerr << tool.get_name() << ": " << text << ". Deliver it? [y/N] " << std::flush;
+    std::cerr << tool.name() << ": " << text << ". Deliver it? [y/N] " << std::flush;
     const std::string answer = platform::answer();
     stopIfInterrupted();
     if (!answer.starts_with('y') && !answer.starts_with('Y'))
@@ -407,7 +407,7 @@ void askWhetherToStop(const CLI::App& tool, const Options& options, std::size_t 
 }
 
 // The speakers that a set goes out for. Throws when it is not to go out.
-std::uint32_t speakersOfDelivery(const CLI::App& tool, Report& report, const Options& options)
+std::uint32_t speakersOfDelivery(const CommandLine& tool, Report& report, const Options& options)
 {
     const auto live = liveMask(liveStatus(report));
     const SpeakersStream running = speakersStream(ControlClient(), live); // none is open while the user is asked
@@ -430,7 +430,7 @@ std::uint32_t speakersOfDelivery(const CLI::App& tool, Report& report, const Opt
     return everySpeaker;
 }
 
-void loadHrtf(const CLI::App& tool, Report& report, const Options& options)
+void loadHrtf(const CommandLine& tool, Report& report, const Options& options)
 {
     const auto [set, notes] = importHrtf(options.hrtfFile, options.equalize, options.gain, stopIfInterrupted);
     const std::uint32_t mask = speakersOfDelivery(tool, report, options);
@@ -523,64 +523,63 @@ std::string settingsHelp()
     return text;
 }
 
-void declare(CLI::App& tool, Options& options, Report& report, std::function<void()>& action)
+void declare(const CommandLine& tool, Options& options, Report& report, std::function<void()>& action)
 {
-    const auto command = [&](CLI::App& parent, const std::string& name, const std::string& meaning,
+    const auto command = [&](const CommandLine& parent, const std::string& name, const std::string& meaning,
                              const std::function<void()>& run) {
-        CLI::App* added = parent.add_subcommand(name, wrapped(meaning, 80));
+        CommandLine added = parent.addCommand(name, wrapped(meaning, 80));
         if (run) {
-            added->callback([&action, run] { action = run; });
-            added->add_flag("--json", options.json, "One JSON object, which holds the notices too");
+            added.onChosen([&action, run] { action = run; });
+            added.addFlag("--json", options.json, "One JSON object, which holds the notices too");
         }
         return added;
     };
-    CLI::App* setting = command(tool, "set", "Change settings: set Reverb=170 EQBand5=-40", [&] { set(report, options); });
-    setting->add_option("NAME=VALUE", options.assignments, "Settings and their new values")->required()->type_name("");
-    setting->footer(settingsHelp());
+    const CommandLine setting =
+        command(tool, "set", "Change settings: set Reverb=170 EQBand5=-40", [&] { set(report, options); });
+    setting.add("NAME=VALUE", options.assignments, "Settings and their new values").required().typeName("");
+    setting.footer(settingsHelp());
 
     command(tool, "get", "Show settings, all or those named", [&] { get(report, options); })
-        ->add_option("NAME", options.names, "Settings to show")
-        ->type_name("");
+        .add("NAME", options.names, "Settings to show")
+        .typeName("");
 
     command(tool, "reset", "Set settings back to 0, off or flat, as at a first start: all that are kept, or those named",
             [&] { reset(report, options); })
-        ->add_option("NAME", options.names, "Settings to set back")
-        ->type_name("");
+        .add("NAME", options.names, "Settings to set back")
+        .typeName("");
 
     command(tool, "status", "Show whether an effect is running, and its stream and set", [&] { status(report); });
 
-    CLI::App* levels = command(tool, "levels", "Show the levels of nine bands of the microphone, switched on for that",
-                               [&] { options.watch ? watchLevels(report, options) : showLevelsOnce(report); });
-    levels->add_flag("--watch", options.watch, "Go on until interrupted; in a pipe, a line ten times a second");
-    levels->add_option("--seconds", options.watchSeconds, "With --watch: end after so many seconds")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(0.0, 1e6).description(""));
+    const CommandLine levels = command(tool, "levels", "Show the levels of nine bands of the microphone, switched on for that",
+                                       [&] { options.watch ? watchLevels(report, options) : showLevelsOnce(report); });
+    levels.addFlag("--watch", options.watch, "Go on until interrupted; in a pipe, a line ten times a second");
+    levels.add("--seconds", options.watchSeconds, "With --watch: end after so many seconds").typeName("NUMBER").between(0, 1e6);
 
-    CLI::App* hrtf = command(tool, "hrtf", "Head-related responses for the eight speakers", {});
-    CLI::App* loading = command(*hrtf, "load",
-                                "Deliver the responses of a file: " + std::string(readableHrtfFiles) +
-                                    ".\n177 frames at 48000 Hz are taken, with the level of the built-in set",
-                                [&] { loadHrtf(tool, report, options); });
-    loading->add_option("FILE", options.hrtfFile, "The file")->required()->type_name("");
-    addEqualize(*loading, options.equalize);
-    addNumber(*loading, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
-    addNumber(*loading, "--channels", options.channels, 1, 8,
+    const CommandLine hrtf = command(tool, "hrtf", "Head-related responses for the eight speakers", {});
+    const CommandLine loading = command(hrtf, "load",
+                                        "Deliver the responses of a file: " + std::string(readableHrtfFiles) +
+                                            ".\n177 frames at 48000 Hz are taken, with the level of the built-in set",
+                                        [&] { loadHrtf(tool, report, options); });
+    loading.add("FILE", options.hrtfFile, "The file").required().typeName("");
+    addEqualize(loading, options.equalize);
+    addNumber(loading, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level").defaultText("0");
+    addNumber(loading, "--channels", options.channels, 1, 8,
               "Deliver for so many channels, whatever runs. A speaker's stream of another\n"
               "number refuses every block until hrtf clear")
-        ->default_str("8, if 7.1 at 48000 Hz or a microphone is running");
-    loading->add_flag("--yes", options.yes, "Deliver a set that the running stream refuses without asking");
-    CLI::App* clearing = command(*hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(report, options); });
-    addNumber(*clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
-        ->default_str("the stream's if a set for so many was delivered, else the last set's");
+        .defaultText("8, if 7.1 at 48000 Hz or a microphone is running");
+    loading.addFlag("--yes", options.yes, "Deliver a set that the running stream refuses without asking");
+    const CommandLine clearing = command(hrtf, "clear", "Go back to the built-in responses", [&] { clearHrtf(report, options); });
+    addNumber(clearing, "--channels", options.channels, 1, 8, "Channels of the running stream")
+        .defaultText("the stream's if a set for so many was delivered, else the last set's");
 
-    CLI::App* preset = command(tool, "preset", "Settings that are kept under a name", {});
-    CLI::App* saving = command(*preset, "save", "Keep the settings as they are now", [&] { save(report, options); });
-    saving->add_option("PRESET", options.presetName, "Its name; one that exists is replaced")->required()->type_name("");
-    CLI::App* recalling = command(*preset, "load", "Take the settings of a preset", [&] { load(report, options); });
-    recalling->add_option("PRESET", options.presetName, "Its name")->required()->type_name("");
-    command(*preset, "list", "Show the names of the presets", [&] { list(report); });
-    CLI::App* deleting = command(*preset, "delete", "Remove a preset", [&] { remove(report, options); });
-    deleting->add_option("PRESET", options.presetName, "Its name")->required()->type_name("");
+    const CommandLine preset = command(tool, "preset", "Settings that are kept under a name", {});
+    const CommandLine saving = command(preset, "save", "Keep the settings as they are now", [&] { save(report, options); });
+    saving.add("PRESET", options.presetName, "Its name; one that exists is replaced").required().typeName("");
+    const CommandLine recalling = command(preset, "load", "Take the settings of a preset", [&] { load(report, options); });
+    recalling.add("PRESET", options.presetName, "Its name").required().typeName("");
+    command(preset, "list", "Show the names of the presets", [&] { list(report); });
+    const CommandLine deleting = command(preset, "delete", "Remove a preset", [&] { remove(report, options); });
+    deleting.add("PRESET", options.presetName, "Its name").required().typeName("");
 }
 
 } // namespace
@@ -588,7 +587,7 @@ void declare(CLI::App& tool, Options& options, Report& report, std::function<voi
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-control");
+    quorel::CommandLine tool(quorel::description, "quorel-control");
     quorel::Options options;
     quorel::Report report(tool, options.json);
     std::function<void()> action;

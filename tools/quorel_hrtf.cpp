@@ -52,16 +52,16 @@ void print(const ImportedSet& imported)
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-hrtf");
+    quorel::CommandLine tool(quorel::description, "quorel-hrtf");
     quorel::Options options;
-    CLI::App* show = tool.add_subcommand("show", "Print a file's set");
-    show->add_option("FILE", options.file, quorel::readableHrtfFiles)->required()->type_name("");
-    quorel::addEqualize(*show, options.equalize);
-    quorel::addNumber(*show, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level")->default_str("0");
-    show->add_option("--plot", options.plot,
-                     "Draw spectra and taps as well, into a file .svg or .png,\nor their numbers into a file .csv")
-        ->type_name("FILE");
-    tool.require_subcommand(1);
+    const quorel::CommandLine show = tool.addCommand("show", "Print a file's set");
+    show.add("FILE", options.file, quorel::readableHrtfFiles).required().typeName("");
+    quorel::addEqualize(show, options.equalize);
+    quorel::addNumber(show, "--gain", options.gain, -20, 20, "dB, on top of the built-in set's level").defaultText("0");
+    show.add("--plot", options.plot,
+             "Draw spectra and taps as well, into a file .svg or .png,\nor their numbers into a file .csv")
+        .typeName("FILE");
+    tool.requireCommand();
     return quorel::runTool(tool, argc, argv, [&] {
         const quorel::ImportedSet imported =
             quorel::importHrtf(options.file, options.equalize, options.gain, quorel::stopIfInterrupted);

@@ -44,7 +44,7 @@ std::vector<Chart> noise(const Options& options)
     return noiseCharts(sound, input.rate());
 }
 
-std::vector<Chart> responses(const CLI::App& tool, const Options& options)
+std::vector<Chart> responses(const CommandLine& tool, const Options& options)
 {
     if (options.hrtfFile.empty())
         return responsesCharts(builtInSet());
@@ -54,12 +54,12 @@ std::vector<Chart> responses(const CLI::App& tool, const Options& options)
     return responsesCharts(imported.set);
 }
 
-void declare(CLI::App& tool, Options& options, std::function<void()>& action)
+void declare(const CommandLine& tool, Options& options, std::function<void()>& action)
 {
     const auto subject = [&](const std::string& name, const std::string& meaning, std::size_t columns,
                              const std::function<std::vector<Chart>()>& charts) {
-        CLI::App* command = tool.add_subcommand(name, meaning);
-        command->callback([&options, &action, columns, charts] {
+        CommandLine command = tool.addCommand(name, meaning);
+        command.onChosen([&options, &action, columns, charts] {
             action = [&options, columns, charts] {
                 checkChartName(options.output);
                 writeCharts(charts(), columns, options.output);
@@ -67,31 +67,32 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
         });
         return command;
     };
-    const auto output = [&options](CLI::App* command) {
-        command->add_option("FILE", options.output, "The picture, .svg or .png, or the numbers, .csv")->required()->type_name("");
+    const auto output = [&options](const CommandLine& command) {
+        command.add("FILE", options.output, "The picture, .svg or .png, or the numbers, .csv").required().typeName("");
         return command;
     };
     const auto settings = [&options] { return chosenSettings(options.choice, options.defaults); };
 
-    CLI::App* equalizer = output(subject("equalizer", "The equaliser's response: --eq 3:+2.5dB", 1,
-                                         [settings] { return std::vector{equalizerChart(settings())}; }));
-    addSettings(*equalizer, options.choice, options.defaults, Effect::speaker);
+    const CommandLine equalizer = output(subject("equalizer", "The equaliser's response: --eq 3:+2.5dB", 1,
+                                                 [settings] { return std::vector{equalizerChart(settings())}; }));
+    addSettings(equalizer, options.choice, options.defaults, Effect::speaker);
     output(subject("limiter", "The level behind the limiters, over that of a sine", 2, limiterCharts));
-    CLI::App* room = output(subject("room", "The room's decay in octaves: --reverb -5dB", 1,
-                                    [settings] { return std::vector{roomChart(settings())}; }));
-    addSettings(*room, options.choice, options.defaults, Effect::speaker);
+    const CommandLine room = output(subject("room", "The room's decay in octaves: --reverb -5dB", 1,
+                                            [settings] { return std::vector{roomChart(settings())}; }));
+    addSettings(room, options.choice, options.defaults, Effect::speaker);
     output(subject("curves", "The microphone's two curves", 1, [] { return std::vector{curvesChart()}; }));
-    CLI::App* gate = output(subject("gate", "The gate's levels, and how it shuts: --noiseGate -40dB", 2,
-                                    [settings] { return gateCharts(settings()); }));
-    addSettings(*gate, options.choice, options.defaults, Effect::microphone);
-    CLI::App* reduction = subject("noise", "What noise reduction takes from a file: levels before and after, and its gain", 1,
-                                  [&options] { return noise(options); });
-    reduction->add_option("SOUND", options.input, "The file; its first channel counts")->required()->type_name("");
+    const CommandLine gate = output(subject("gate", "The gate's levels, and how it shuts: --noiseGate -40dB", 2,
+                                            [settings] { return gateCharts(settings()); }));
+    addSettings(gate, options.choice, options.defaults, Effect::microphone);
+    const CommandLine reduction =
+        subject("noise", "What noise reduction takes from a file: levels before and after, and its gain", 1,
+                [&options] { return noise(options); });
+    reduction.add("SOUND", options.input, "The file; its first channel counts").required().typeName("");
     output(reduction);
-    CLI::App* heads = output(subject("responses", "Head-related responses, the built-in ones or those of a file", 2,
-                                     [&tool, &options] { return responses(tool, options); }));
-    heads->add_option("--hrtf", options.hrtfFile, "The file: " + std::string(readableHrtfFiles))->type_name("FILE");
-    addEqualize(*heads, options.equalize);
+    const CommandLine heads = output(subject("responses", "Head-related responses, the built-in ones or those of a file", 2,
+                                             [&tool, &options] { return responses(tool, options); }));
+    heads.add("--hrtf", options.hrtfFile, "The file: " + std::string(readableHrtfFiles)).typeName("FILE");
+    addEqualize(heads, options.equalize);
 }
 
 } // namespace
@@ -99,7 +100,7 @@ void declare(CLI::App& tool, Options& options, std::function<void()>& action)
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-plot");
+    quorel::CommandLine tool(quorel::description, "quorel-plot");
     quorel::Options options;
     std::function<void()> action;
     quorel::declare(tool, options, action);

@@ -43,20 +43,20 @@ struct Options {
     SettingsRecord settings; // once chosen
 };
 
-void declare(CLI::App& tool, Options& options)
+void declare(const CommandLine& tool, Options& options)
 {
     options.settings.Settings = 1;
 
     declareFiles(tool, options.files);
     addNumber(tool, "--block-size", options.blockSize, 1, 848, "Frames in a block, the portion that the effect gets at a time");
     addNumber(tool, "--tail", options.tail, 0, 600, "Seconds of silence rendered behind the input, for what still sounds")
-        ->default_str("1 with reverb, else 0");
+        .defaultText("1 with reverb, else 0");
     addNumber(
         tool, "--channel-mask", options.channelMask, 1, 0x3FFFF,
         "Speakers of the channels, in place of the file's own. Sum of 0x1 front left, 0x2 front right, 0x4 front centre, 0x8 "
         "low frequency, 0x10 back left, 0x20 back right, 0x200 side left, 0x400 side right; 7.1 is 0x63F. Channels of "
         "speakers that the effect does not know can be named as others that it knows, in this order")
-        ->default_str("");
+        .defaultText("");
     options.hrtf.add(tool);
     addSettings(tool, options.choice, options.settings, Effect::speaker);
 }
@@ -171,7 +171,7 @@ void render(const Options& options, const FileTask& task, FileReport& report, Fi
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-render");
+    quorel::CommandLine tool(quorel::description, "quorel-render");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

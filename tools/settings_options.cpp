@@ -35,7 +35,7 @@ std::string settingHelp(const SettingsField& field)
     return "[" + rangeOf(field) + (decibels.empty() ? "" : ", or " + decibels) + "] " + field.meaning;
 }
 
-void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& defaults, Effect effect)
+void addSettings(const CommandLine& tool, SettingsChoice& choice, const SettingsRecord& defaults, Effect effect)
 {
     const auto give = [&choice](const SettingsField& field, const std::string& text) {
         if (!choice.given.emplace(&field, settingFrom(field, text)).second)
@@ -44,16 +44,16 @@ void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& d
     for (const SettingsField& field : settingsFields()) {
         if (field.effect != effect)
             continue;
-        tool.add_option_function<std::string>(
+        tool.addText(
                 "--" + std::string(field.name), [give, &field](const std::string& text) { give(field, text); },
                 settingHelp(field))
-            ->type_name("NUMBER")
-            ->default_str(std::to_string(settingOf(defaults, field)))
-            ->check([&field](const std::string& text) { return problemOf(field, text); }, "")
-            ->group("Settings");
+            .typeName("NUMBER")
+            .defaultText(std::to_string(settingOf(defaults, field)))
+            .check([&field](const std::string& text) { return problemOf(field, text); })
+            .group("Settings");
     }
     if (effect == Effect::speaker) {
-        CLI::Option* bands = tool.add_option_function<std::vector<std::string>>(
+        const Option bands = tool.addTexts(
             "--eq",
             [give](const std::vector<std::string>& texts) {
                 for (const std::string& text : texts)
@@ -61,26 +61,20 @@ void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& d
             },
             "A band of the equaliser, 1 to 9, and its value, also in decibels: --eq 3:+2.5dB. More of them behind commas, or by "
             "more options");
-        bands->type_name("BAND:VALUE")
-            ->delimiter(',')
-            ->expected(1)
-            ->allow_extra_args(false)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-        bands->check(
-            [](const std::string& text) {
-                try {
-                    return problemOf(bandOf(text), text.substr(text.find(':') + 1));
-                } catch (const std::runtime_error& error) {
-                    return std::string(error.what());
-                }
-            },
-            "");
-        bands->group("Settings");
+        bands.typeName("BAND:VALUE").dividedByCommas();
+        bands.check([](const std::string& text) {
+            try {
+                return problemOf(bandOf(text), text.substr(text.find(':') + 1));
+            } catch (const std::runtime_error& error) {
+                return std::string(error.what());
+            }
+        });
+        bands.group("Settings");
     }
-    tool.add_option("--preset", choice.preset,
-                    "Begin with the settings that quorel-control has kept under this name; other options change them")
-        ->type_name("NAME")
-        ->group("Settings");
+    tool.add("--preset", choice.preset,
+             "Begin with the settings that quorel-control has kept under this name; other options change them")
+        .typeName("NAME")
+        .group("Settings");
 }
 
 SettingsRecord chosenSettings(const SettingsChoice& choice, const SettingsRecord& defaults)

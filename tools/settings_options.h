@@ -19,7 +19,7 @@ struct SettingsChoice {
 };
 
 // Options for the settings of the effect: --NAME for each, --eq BAND:VALUE, --preset NAME. `defaults` are for the help.
-void addSettings(CLI::App& tool, SettingsChoice& choice, const SettingsRecord& defaults, Effect effect);
+void addSettings(const CommandLine& tool, SettingsChoice& choice, const SettingsRecord& defaults, Effect effect);
 
 // The defaults, changed by the preset, changed by what was given.
 SettingsRecord chosenSettings(const SettingsChoice& choice, const SettingsRecord& defaults);

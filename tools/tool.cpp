@@ -3,6 +3,8 @@
 
 #include "tools/option_table.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
@@ -109,23 +111,23 @@ void finish(CLI::App& tool)
 
 } // namespace
 
-int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body)
+int runTool(const CommandLine& tool, int argc, char** argv, const std::function<int()>& body)
 {
     platform::watchInterrupts();
-    tool.set_version_flag("--version", tool.get_name() + version, "Print the version and exit");
-    finish(tool);
+    tool.app().set_version_flag("--version", tool.name() + version, "Print the version and exit");
+    finish(tool.app());
     try {
         std::vector<std::string> arguments = platform::argumentsOf(argc, argv);
         if (arguments == std::vector<std::string>{"--option-table"}) { // not in the help: for those who make pages of it
             writeOptionTable(tool, std::cout);
             return 0;
         }
-        refuseUnknown(tool, arguments);
+        refuseUnknown(tool.app(), arguments);
         std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
-        tool.parse(arguments);
+        tool.app().parse(arguments);
         return body();
     } catch (const CLI::Success& request) { // help or version
-        return tool.exit(request);
+        return tool.app().exit(request);
     } catch (const Interrupted&) {
         return platform::endInterrupted();
     } catch (const std::exception& error) {
@@ -141,12 +143,12 @@ void stopIfInterrupted()
         throw Interrupted();
 }
 
-void notice(const CLI::App& tool, const std::string& text)
+void notice(const CommandLine& tool, const std::string& text)
 {
-    std::cerr << tool.get_name() + ": " + text + '\n'; // as a whole, whatever other threads tell
+    std::cerr << tool.name() + ": " + text + '\n'; // as a whole, whatever other threads tell
 }
 
-void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken)
+void tellSpeed(const CommandLine& tool, double sound, std::chrono::duration<double> taken)
 {
     std::ostringstream text;
     text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()

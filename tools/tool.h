@@ -4,8 +4,7 @@
 
 #include "client/settings_fields.h"
 #include "platform/programs/process.h"
-
-#include <CLI/CLI.hpp>
+#include "tools/command_line.h"
 
 #include <chrono>
 #include <cmath>
@@ -27,16 +26,16 @@ struct OtherExit : std::runtime_error {
 // Runs a tool: parses the options, among them --version, which every tool has, then calls `body` for the exit code. Whatever fails becomes one line on standard error and
 // exit code 2.
 // An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
-int runTool(CLI::App& tool, int argc, char** argv, const std::function<int()>& body);
+int runTool(const CommandLine& tool, int argc, char** argv, const std::function<int()>& body);
 
 // Throws when the user has interrupted. To be called once per block.
 void stopIfInterrupted();
 
 // One line on standard error, in the tool's name. Any thread.
-void notice(const CLI::App& tool, const std::string& text);
+void notice(const CommandLine& tool, const std::string& text);
 
 // Tells how fast so many seconds of sound went through.
-void tellSpeed(const CLI::App& tool, double sound, std::chrono::duration<double> taken);
+void tellSpeed(const CommandLine& tool, double sound, std::chrono::duration<double> taken);
 
 // Checks an option's text: a number from `low` to `high`, in any usual notation.
 template <typename Value>
@@ -44,8 +43,8 @@ std::function<std::string(const std::string&)> numberBetween(std::int64_t low, s
 
 // Adds an option that takes a number from `low` to `high`; the help shows them, and the value that `value` has now.
 template <typename Value>
-CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
-                       const std::string& description);
+Option addNumber(const CommandLine& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
+                 const std::string& description);
 
 // " (did you mean NAME?)" for the candidate that is nearest to what was written, and empty where none is near.
 std::string didYouMean(const std::string& written, const std::vector<std::string>& candidates);
@@ -67,17 +66,17 @@ std::function<std::string(const std::string&)> numberBetween(std::int64_t low, s
 }
 
 template <typename Value>
-CLI::Option* addNumber(CLI::App& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
-                       const std::string& description)
+Option addNumber(const CommandLine& tool, const std::string& name, Value& value, std::int64_t low, std::int64_t high,
+                 const std::string& description)
 {
     const std::string range = std::to_string(low) + " to " + std::to_string(high);
     return tool
-        .add_option_function<std::string>(
+        .addText(
             name, [&value](const std::string& given) { value = static_cast<Value>(*numberFrom(given)); },
             "[" + range + "] " + description)
-        ->type_name("NUMBER")
-        ->default_str(std::to_string(value))
-        ->check(numberBetween<Value>(low, high), "");
+        .typeName("NUMBER")
+        .defaultText(std::to_string(value))
+        .check(numberBetween<Value>(low, high));
 }
 
 } // namespace quorel

@@ -11,6 +11,7 @@
 #include <clocale>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace quorel {
 namespace {
@@ -61,13 +62,17 @@ int run(char* name, const Options& options)
 
 int main(int argc, char** argv)
 {
-    CLI::App tool(quorel::description, "quorel-panel");
+    quorel::CommandLine tool(quorel::description, "quorel-panel");
     quorel::Options options;
-    tool.add_flag("--hidden", options.hidden, "Start in the tray, without a window");
-    tool.add_flag("--no-tray", options.noTray, "Show no icon in the tray: the panel ends with its window");
-    tool.add_option("--page", options.page, "The page to begin with: speaker, microphone or running")
-        ->type_name("PAGE")
-        ->check(CLI::IsMember(quorel::pages).description(""))
-        ->default_str("speaker");
+    std::vector<std::string> names;
+    names.reserve(quorel::pages.size());
+    for (const auto& [name, number] : quorel::pages)
+        names.push_back(name);
+    tool.addFlag("--hidden", options.hidden, "Start in the tray, without a window");
+    tool.addFlag("--no-tray", options.noTray, "Show no icon in the tray: the panel ends with its window");
+    tool.add("--page", options.page, "The page to begin with: speaker, microphone or running")
+        .typeName("PAGE")
+        .oneOf(names)
+        .defaultText("speaker");
     return quorel::runTool(tool, argc, argv, [&] { return quorel::run(argv[0], options); });
 }

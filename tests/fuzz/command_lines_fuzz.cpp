@@ -16,7 +16,7 @@ using namespace quorel;
 
 int settingsTool(int argc, char** argv, Effect effect)
 {
-    CLI::App tool("fuzz", "fuzz");
+    CommandLine tool("fuzz", "fuzz");
     SettingsChoice choice;
     addSettings(tool, choice, {}, effect);
     return runTool(tool, argc, argv, [&] {
