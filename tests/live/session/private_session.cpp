@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -73,6 +72,8 @@ Service::Service(const std::vector<std::string>& words, fs::path output) : proce
 
 Service::~Service()
 {
+    signal(SIGTERM); // what it leaves behind then, such as counts, stays
+    static_cast<void>(ended(2s));
     kill(-process, SIGKILL); // what it has started too
     static_cast<void>(ended(patience));
 }
@@ -96,8 +97,12 @@ std::optional<int> Service::ended(std::chrono::milliseconds time)
 
 std::string Service::written() const
 {
-    std::ifstream file(output);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ifstream file(output, std::ios::binary | std::ios::ate);
+    if (!file)
+        return {};
+    std::string text(static_cast<std::size_t>(file.tellg()), '\0'); // recordings are long: not letter by letter
+    file.seekg(0).read(text.data(), static_cast<std::streamsize>(text.size()));
+    return text;
 }
 
 PrivateSession::PrivateSession()
