@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -152,6 +154,22 @@ TEST_F(AtomicFileOnLinux, ALinkOrAFifoOfSuchANameStays)
     ASSERT_EQ(mkfifo((folder / ".quorel-ghijkl").c_str(), 0600), 0);
     write("file");
     EXPECT_EQ(entries(), 3U);
+}
+
+TEST_F(AtomicFileOnLinux, AFolderOrAPipeIsNotReplaced)
+{
+    const fs::path pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const fs::path& path : {pipe, fs::path(folder)}) {
+        try {
+            const AtomicFile file(path.string());
+            ADD_FAILURE() << path << " is replaced";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), "cannot write " + path.string() + ": not a regular file");
+        }
+    }
+    EXPECT_TRUE(fs::is_fifo(pipe));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1) << "nothing else is left";
 }
 
 } // namespace
