@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <pwd.h>
 #include <sstream>
 #include <string>
 #include <sys/file.h>
@@ -406,6 +407,17 @@ TEST_F(UnreadableValuesTest, AKeyWithoutValuesIsLikeOthers)
     RegistryKey key = nullptr;
     EXPECT_EQ(openKey(rootKey(RootKey::currentUser), "Key", 0x20019, key), 0);
     closeKey(key);
+}
+
+TEST_F(UserDirectoryTest, WithoutAHomeInTheEnvironmentTheAccountsIsTaken)
+{
+    const passwd* const account = getpwuid(geteuid());
+    ASSERT_NE(account, nullptr);
+    const std::string wanted = std::string(account->pw_dir) + "/.local/state/quorel/x";
+    unsetenv("HOME");
+    EXPECT_EQ(UserDirectory(Place::state, IfMissing::isNone).pathOf("x"), wanted);
+    setenv("HOME", "not/absolute", 1);
+    EXPECT_EQ(UserDirectory(Place::state, IfMissing::isNone).pathOf("x"), wanted);
 }
 
 } // namespace

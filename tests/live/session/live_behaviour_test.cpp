@@ -69,6 +69,23 @@ TEST_F(LiveBehaviour, RunsOnceForAUser)
     EXPECT_EQ(session.code, 3);
 }
 
+TEST_F(LiveBehaviour, EndsWhereTheServerDoesNotAnswer)
+{
+    session.signalServer(SIGSTOP);
+    EXPECT_EQ(session.command(QUOREL_LIVE), "quorel-live: the PipeWire server does not answer\n");
+    EXPECT_EQ(session.code, 2);
+    session.signalServer(SIGCONT);
+}
+
+TEST_F(LiveBehaviour, SaysWhereAFoldersNameIsTooLongForItsSocket)
+{
+    const std::string folder = (session.folder / std::string(100, 'x')).string(); // a socket's name has 107 letters at most
+    std::filesystem::create_directory(folder);
+    EXPECT_EQ(session.command("env XDG_RUNTIME_DIR=" + folder + " " QUOREL_LIVE),
+              "quorel-live: " + folder + "/quorel/live.sock is too long for a socket's name\n");
+    EXPECT_EQ(session.code, 2);
+}
+
 TEST_F(LiveBehaviour, SaysWhyWhereItsSettingsAreNotToBeHad)
 {
     const auto folder = session.folder / "quorel"; // of the objects that it shares with control applications
