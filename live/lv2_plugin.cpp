@@ -439,8 +439,12 @@ LV2_Worker_Status takeAnswer(LV2_Handle handle, std::uint32_t, const void* data)
 LV2_State_Status saveState(LV2_Handle handle, LV2_State_Store_Function store, LV2_State_Handle state, std::uint32_t,
                            const LV2_Feature* const* features)
 {
-    plugin(handle).save(store, state, features);
-    return LV2_STATE_SUCCESS;
+    try {
+        plugin(handle).save(store, state, features);
+        return LV2_STATE_SUCCESS;
+    } catch (const std::exception&) {
+        return LV2_STATE_ERR_UNKNOWN; // there is too little memory
+    }
 }
 
 LV2_State_Status restoreState(LV2_Handle handle, LV2_State_Retrieve_Function retrieve, LV2_State_Handle state, std::uint32_t,
@@ -484,5 +488,9 @@ const LV2_Descriptor* describe()
 
 LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(std::uint32_t index)
 {
-    return index == 0 ? quorel::describe<false>() : index == 1 ? quorel::describe<true>() : nullptr;
+    try {
+        return index == 0 ? quorel::describe<false>() : index == 1 ? quorel::describe<true>() : nullptr;
+    } catch (const std::exception&) {
+        return nullptr; // there is too little memory
+    }
 }

@@ -141,6 +141,8 @@ public:
         if (type != VT_LPWSTR || guid.empty())
             return result;
         value->pwszVal = static_cast<WCHAR*>(CoTaskMemAlloc((guid.size() + 1) * sizeof(WCHAR)));
+        if (value->pwszVal == nullptr)
+            return E_OUTOFMEMORY;
         for (std::size_t i = 0; i <= guid.size(); ++i)
             value->pwszVal[i] = static_cast<WCHAR>(guid.c_str()[i]);
         return result;

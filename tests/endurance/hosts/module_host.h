@@ -18,6 +18,24 @@ public:
     // One block of interleaved frames. False where the effect refuses it.
     bool process(const float* in, float* out, std::uint32_t n);
 
+    // An endpoint's entry in the registry, for as long as this object lives.
+    class Endpoint {
+    public:
+        explicit Endpoint(bool render);
+        ~Endpoint();
+        Endpoint(const Endpoint&) = delete;
+        Endpoint& operator=(const Endpoint&) = delete;
+
+    private:
+        friend class ModuleHost;
+        struct Entry;
+        std::unique_ptr<Entry> entry;
+        bool render;
+    };
+
+    // Whether an effect object can be made, initialised and locked; any refusal is a result.
+    static bool starts(const Endpoint& endpoint);
+
 private:
     struct Stream;
     std::unique_ptr<Stream> stream;
