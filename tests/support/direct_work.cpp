@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Limited work without limits: a fuzzer sees what is done in its own process alone, and starts none for each of its inputs.
+// Limited work without limits, in the process that wants it: a fuzzer sees what is done in its own alone, and starts none for each
+// of its inputs.
 #include "platform/programs/limited_work.h"
 
 namespace quorel::platform {
