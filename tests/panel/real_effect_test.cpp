@@ -1,32 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Panels on the block of a real effect while its stream sounds.
-#include "panel/panel_session.h"
-
+#include "tests/panel/followed_panel.h"
 #include "tests/panel/own_folders.h"
 #include "tests/panel/sounding_effect.h"
 #include "tests/support/control_application.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <random>
 
 namespace quorel {
 namespace {
 
-struct Panel {
-    // Each news is taken at once, as a window's loop does.
-    void follow()
-    {
-        for (const auto news : {PanelSession::News::effect, PanelSession::News::live, PanelSession::News::import})
-            if (announced.at(static_cast<std::size_t>(news)).exchange(false))
-                session.take(news);
-    }
-
+struct Panel : FollowedPanel {
     std::vector<const SettingsField*> fields;
     Values owned; // what was set last of these
-    std::array<std::atomic<bool>, 3> announced{};
-    PanelSession session{[this](PanelSession::News news) { announced.at(static_cast<std::size_t>(news)) = true; }};
 };
 
 // Two panels write by threads of their own, at the same time, and a third program as well; each owns some of the fields, which lie
