@@ -81,7 +81,7 @@ Json parse(const std::string& text)
 void savePreset(const std::string& name, const SettingsRecord& record)
 {
     const fs::path path = fileOf(name);
-    Json settings;
+    Json settings = Json::object(); // not null, of which the library makes an object badly where memory is lacking
     for (const SettingsField& field : settingsFields()) {
         if (!field.kept)
             continue;

@@ -96,7 +96,7 @@ void run(const CommandLine& tool, Options& options)
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-live");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-live");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

@@ -239,6 +239,8 @@ FileReport treatOne(const FileTask& task, const FileOptions& options, const File
         }
     } catch (const Truncated& error) {
         report.error = std::string(error.what()) + "; --allow-truncated takes what is there";
+    } catch (const std::bad_alloc&) {
+        report.error = noMemory;
     } catch (const std::exception& error) {
         report.error = error.what();
     }
@@ -313,8 +315,12 @@ int treatFiles(const CommandLine& tool, const FileOptions& options, const FileTr
         }
     };
     std::vector<std::thread> others;
-    for (std::size_t i = 1; i < std::min<std::size_t>(options.jobs, tasks.size()); ++i)
-        others.emplace_back(work);
+    try {
+        for (std::size_t i = 1; i < std::min<std::size_t>(options.jobs, tasks.size()); ++i)
+            others.emplace_back(work);
+    } catch (const std::exception&) {
+        // No room for another thread: those that there are do the work.
+    }
     work();
     for (std::thread& other : others)
         other.join();

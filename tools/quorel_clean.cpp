@@ -199,7 +199,7 @@ void clean(const Options& options, const FileTask& task, FileReport& report, Fil
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-clean");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-clean");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

@@ -587,7 +587,7 @@ void declare(const CommandLine& tool, Options& options, Report& report, std::fun
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-control");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-control");
     quorel::Options options;
     quorel::Report report(tool, options.json);
     std::function<void()> action;

@@ -52,7 +52,7 @@ void print(const ImportedSet& imported)
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-hrtf");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-hrtf");
     quorel::Options options;
     const quorel::CommandLine show = tool.addCommand("show", "Print a file's set");
     show.add("FILE", options.file, quorel::readableHrtfFiles).required().typeName("");

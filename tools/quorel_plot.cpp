@@ -100,7 +100,7 @@ void declare(const CommandLine& tool, Options& options, std::function<void()>& a
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-plot");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-plot");
     quorel::Options options;
     std::function<void()> action;
     quorel::declare(tool, options, action);

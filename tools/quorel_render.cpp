@@ -171,7 +171,7 @@ void render(const Options& options, const FileTask& task, FileReport& report, Fi
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-render");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-render");
     quorel::Options options;
     quorel::declare(tool, options);
     return quorel::runTool(tool, argc, argv, [&] {

@@ -6,9 +6,14 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <sstream>
 
 namespace quorel {
@@ -67,8 +72,8 @@ public:
     }
 };
 
-// A misspelt option or command is told before what is missing because of it. Values that look like options are not looked at more closely:
-// those are negative numbers, which have one dash.
+// A misspelt option or command is told before what is missing because of it. Values that look like options are not looked at more
+// closely: those are negative numbers, which have one dash.
 void refuseUnknown(const CLI::App& tool, const std::vector<std::string>& arguments)
 {
     const CLI::App* command = &tool;
@@ -109,7 +114,40 @@ void finish(CLI::App& tool)
         finish(*command);
 }
 
+const char* toolName = "";
+std::atomic<bool> memoryLacked = false;
+std::terminate_handler others = nullptr; // what ends a program for other reasons
+
+// For which no memory is needed.
+int tellNoMemory() noexcept
+{
+    std::fprintf(stderr, "%s: %s\n", toolName, noMemory);
+    return 2;
+}
+
+[[noreturn]] void lackMemory()
+{
+    memoryLacked = true;
+    throw std::bad_alloc();
+}
+
+[[noreturn]] void terminated() noexcept
+{
+    if (memoryLacked)
+        std::_Exit(tellNoMemory());
+    others();
+    std::abort();
+}
+
 } // namespace
+
+CommandLine beginTool(const char* description, const char* name)
+{
+    toolName = name;
+    std::set_new_handler(lackMemory);
+    others = std::set_terminate(terminated);
+    return {description, name};
+}
 
 int runTool(const CommandLine& tool, int argc, char** argv, const std::function<int()>& body)
 {
@@ -130,6 +168,8 @@ int runTool(const CommandLine& tool, int argc, char** argv, const std::function<
         return tool.app().exit(request);
     } catch (const Interrupted&) {
         return platform::endInterrupted();
+    } catch (const std::bad_alloc&) {
+        return tellNoMemory();
     } catch (const std::exception& error) {
         notice(tool, error.what());
         const auto* other = dynamic_cast<const OtherExit*>(&error);

@@ -23,10 +23,17 @@ struct OtherExit : std::runtime_error {
     int code;
 };
 
-// Runs a tool: parses the options, among them --version, which every tool has, then calls `body` for the exit code. Whatever fails becomes one line on standard error and
-// exit code 2.
-// An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends the process as it would have at once.
+// Begins a tool: the first that its `main` does. From here on a lack of memory becomes one line on standard error and exit code 2
+// also where it ends the program, as in libraries that let no exception pass.
+CommandLine beginTool(const char* description, const char* name);
+
+// Runs a tool: parses the options, among them --version, which every tool has, then calls `body` for the exit code. Whatever
+// fails becomes one line on standard error and exit code 2. An interrupt (SIGINT, SIGTERM, SIGHUP) unwinds the body and then ends
+// the process as it would have at once.
 int runTool(const CommandLine& tool, int argc, char** argv, const std::function<int()>& body);
+
+// What a user is told of it.
+inline constexpr const char* noMemory = "there is too little memory";
 
 // Throws when the user has interrupted. To be called once per block.
 void stopIfInterrupted();

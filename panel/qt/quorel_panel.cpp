@@ -62,7 +62,7 @@ int run(char* name, const Options& options)
 
 int main(int argc, char** argv)
 {
-    quorel::CommandLine tool(quorel::description, "quorel-panel");
+    const quorel::CommandLine tool = quorel::beginTool(quorel::description, "quorel-panel");
     quorel::Options options;
     std::vector<std::string> names;
     names.reserve(quorel::pages.size());

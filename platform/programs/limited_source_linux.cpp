@@ -199,7 +199,6 @@ LimitedSource::LimitedSource(const std::function<void(const Give&)>& work, const
     child = fork();
     if (child == 0) {
         const int answer = ends[1];
-        confine(addresses, answer, kept);
         const auto sendPiece = [answer](Piece::Kind kind, const void* bytes, std::size_t count) {
             const Piece piece{kind, static_cast<std::uint32_t>(count)};
             send(answer, &piece, sizeof piece);
@@ -209,6 +208,7 @@ LimitedSource::LimitedSource(const std::function<void(const Give&)>& work, const
             sendPiece(Piece::thrown, text.data(), std::min(text.size(), longestText));
         };
         try {
+            confine(addresses, answer, kept);
             work([&](const void* bytes, std::size_t count) {
                 constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
                 for (const auto* next = static_cast<const char*>(bytes); count > 0;) {

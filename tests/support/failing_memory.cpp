@@ -35,9 +35,13 @@ bool fails(Counted kind) noexcept
     return true;
 }
 
-void* made(std::size_t bytes, std::size_t alignment)
+void* madeOrThrown(std::size_t bytes, std::size_t alignment)
 {
-    return fails(Counted::own) ? nullptr : aligned_alloc(alignment, bytes);
+    if (void* const memory = fails(Counted::own) ? nullptr : aligned_alloc(alignment, bytes); memory != nullptr)
+        return memory;
+    if (const auto handler = std::get_new_handler(); handler != nullptr)
+        handler(); // which throws, or there is no more than before
+    throw std::bad_alloc();
 }
 
 } // namespace
@@ -97,16 +101,12 @@ int posix_memalign(void** memory, std::size_t alignment, std::size_t bytes)
 // The other forms of `new` end in these.
 void* operator new(std::size_t bytes)
 {
-    if (void* const memory = quorel::made(bytes, __STDCPP_DEFAULT_NEW_ALIGNMENT__); memory != nullptr)
-        return memory;
-    throw std::bad_alloc();
+    return quorel::madeOrThrown(bytes, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 }
 
 void* operator new(std::size_t bytes, std::align_val_t alignment)
 {
-    if (void* const memory = quorel::made(bytes, static_cast<std::size_t>(alignment)); memory != nullptr)
-        return memory;
-    throw std::bad_alloc();
+    return quorel::madeOrThrown(bytes, static_cast<std::size_t>(alignment));
 }
 
 void operator delete(void* memory) noexcept
