@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 #include <sys/types.h>
 
 namespace quorel::platform {
@@ -42,5 +43,8 @@ private:
     std::size_t all = 0;  // bytes given so far
     bool ended = false;
 };
+
+// All that `work` gives, done in such a child.
+std::string doInChild(const std::function<std::string()>& work, const WorkLimits& limits, const std::function<void()>& wait);
 
 } // namespace quorel::platform
