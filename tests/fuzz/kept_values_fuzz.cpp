@@ -2,8 +2,8 @@
 // A file in the place of the kept values: it is refused, and stays as it is, or a value that is set joins those that it holds.
 // Then keys are used in any order, while what they ask of the system fails here and there: no value is lost, nor half of one kept.
 #include "platform/registry.h"
-#include "tests/fuzz/failing_memory.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/failing_memory.h"
 #include "tests/support/private_home.h"
 
 #include <algorithm>
@@ -163,13 +163,13 @@ void chooseFailure(FuzzInput& input)
     const int count = static_cast<int>(input.below(32)) + 1;
     callsError = errors.at(input.below(errors.size()));
     callsLeft = kind == 1 ? count : 0;
-    allocationsLeft = kind == 2 ? count : 0;
+    failAllocation(kind == 2 ? count : 0, true, Counted::own);
 }
 
 void failNoMore()
 {
     callsLeft = 0;
-    allocationsLeft = 0;
+    failAllocation(0, false, Counted::own);
 }
 
 struct Open {

@@ -2,8 +2,8 @@
 // Formats that an engine may ask about: as wave formats and as uncompressed ones, judged by the rules of both effects.
 #include "host/format_rules.h"
 #include "host/media_type.h"
-#include "tests/fuzz/failing_memory.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/failing_memory.h"
 
 #include <memory>
 #include <vector>
@@ -35,9 +35,9 @@ void examineRefusals(IAudioMediaType& type, const GUID& other)
     require(type.Release() == 1, "each reference is counted");
 
     IAudioMediaType* made = &type;
-    allocationsLeft = 1;
+    failAllocation(1, true, Counted::own);
     const auto result = CreateAudioMediaType(type.GetAudioFormat(), sizeof(WAVEFORMATEX) + type.GetAudioFormat()->cbSize, &made);
-    allocationsLeft = 0;
+    failAllocation(0, false, Counted::own);
     require(result == E_OUTOFMEMORY && made == nullptr, "without memory there is none");
 }
 

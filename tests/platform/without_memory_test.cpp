@@ -4,45 +4,13 @@
 #include "platform/refusal.h"
 #include "platform/registry.h"
 #include "platform/sharing.h"
+#include "tests/support/failing_memory.h"
 #include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
-
-namespace {
-
-int allocationsLeft = -1; // before the one that fails; negative: none fails
-bool failed = false;
-
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t bytes)
-{
-    if (allocationsLeft == 0) {
-        failed = true;
-        allocationsLeft = -1;
-        throw std::bad_alloc();
-    }
-    if (allocationsLeft > 0)
-        --allocationsLeft;
-    if (void* memory = std::malloc(bytes != 0 ? bytes : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 namespace quorel::platform {
 namespace {
@@ -58,16 +26,14 @@ protected:
     // Does the work with the first, the second, ... allocation failing, until none is left to fail.
     static void expectSafe(const std::function<void()>& work)
     {
-        int failures = 0;
-        for (;; ++failures) {
-            failed = false;
-            allocationsLeft = failures;
+        long allocation = 1;
+        for (bool failed = true; failed; ++allocation) {
+            failAllocation(allocation, false, Counted::own);
             work();
-            allocationsLeft = -1;
-            if (!failed)
-                break;
+            failed = allocationsSince() >= allocation;
+            failAllocation(0, false, Counted::own);
         }
-        EXPECT_GT(failures, 0);
+        EXPECT_GT(allocation, 2);
     }
 
     static void closeIfOpen(Handle handle)
@@ -154,11 +120,11 @@ TEST_F(WithoutMemory, AKeyThatWasNotReadWholeIsNotWritten)
     EXPECT_EQ(setNumber(key, "A value with a long name", 1), 0);
     EXPECT_EQ(setNumber(key, "B value with a longer name", 170), 0);
     closeKey(key);
-    int failures = 0;
+    long failures = 1;
     for (;; ++failures) {
-        allocationsLeft = failures;
+        failAllocation(failures, false, Counted::own);
         const auto result = openKey(user, path, 0x20019, key);
-        allocationsLeft = -1;
+        failAllocation(0, false, Counted::own);
         std::uint32_t value = 0;
         std::uint32_t bytes = sizeof value;
         if (result == 0) {
@@ -174,7 +140,7 @@ TEST_F(WithoutMemory, AKeyThatWasNotReadWholeIsNotWritten)
         if (result == 0)
             break;
     }
-    EXPECT_GT(failures, 0);
+    EXPECT_GT(failures, 1);
 }
 #endif
 

@@ -23,7 +23,7 @@ pid_t process = 0;
 void tell()
 {
     const long all = quorel::allocationsSince();
-    quorel::failAllocation(0, false);
+    quorel::failAllocation(0, false, quorel::Counted::all);
     const char* place = std::getenv("QUOREL_ALLOCATIONS");
     if (place == nullptr || getpid() != process)
         return;

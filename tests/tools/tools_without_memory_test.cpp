@@ -134,15 +134,25 @@ TEST_F(WithoutMemory, HrtfShowsAFileOrSaysWhyNot)
     EXPECT_FALSE(whole.empty());
 }
 
-// The setting is the old or the new one, the others stay, and the effect goes on taking settings.
-TEST_F(WithoutMemory, ControlSetsAllOrNothing)
-{
-    become(QUOREL_CONTROL, "quorel-control");
-    const auto settings = SettingsHandler::instance(SettingsHandler::layoutVersion);
+// With an effect that takes settings.
+class ControlWithoutMemory : public WithoutMemory {
+protected:
+    ControlWithoutMemory()
+    {
+        become(QUOREL_CONTROL, "quorel-control");
+        before.Reverb = 30;
+        before.micEq = 1;
+        control.update(before);
+    }
+
+    std::shared_ptr<SettingsHandler> settings = SettingsHandler::instance(SettingsHandler::layoutVersion);
     ControlApplication control;
     SettingsRecord before;
-    before.Reverb = 30;
-    before.micEq = 1;
+};
+
+// The setting is the old or the new one, the others stay, and the effect goes on taking settings.
+TEST_F(ControlWithoutMemory, SetsAllOrNothing)
+{
     SettingsRecord behind = before;
     behind.Reverb = 170;
     behind.EQBand[2] = -5;
@@ -158,14 +168,8 @@ TEST_F(WithoutMemory, ControlSetsAllOrNothing)
         });
 }
 
-TEST_F(WithoutMemory, ControlSavesAWholePresetOrNone)
+TEST_F(ControlWithoutMemory, SavesAWholePresetOrNone)
 {
-    become(QUOREL_CONTROL, "quorel-control");
-    const auto settings = SettingsHandler::instance(SettingsHandler::layoutVersion);
-    ControlApplication control;
-    SettingsRecord before;
-    before.Reverb = 30;
-    control.update(before);
     sweep(
         {"preset", "save", "night"},
         [&] {

@@ -22,10 +22,10 @@ void failEach(Start start)
     for (const bool onward : {false, true})
         for (long first = 1;; ++first) {
             ASSERT_LT(first, 20000);
-            failAllocation(first, onward);
+            failAllocation(first, onward, Counted::all);
             const bool started = start();
             const long needed = allocationsSince();
-            failAllocation(0, false);
+            failAllocation(0, false, Counted::all);
             if (first > needed) {
                 EXPECT_TRUE(started);
                 EXPECT_GT(first, 20); // else nothing was counted
