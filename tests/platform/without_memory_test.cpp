@@ -30,7 +30,7 @@ protected:
         for (bool failed = true; failed; ++allocation) {
             failAllocation(allocation, false, Counted::own);
             work();
-            failed = allocationsSince() >= allocation;
+            failed = allocationFailed();
             failAllocation(0, false, Counted::own);
         }
         EXPECT_GT(allocation, 2);

@@ -12,6 +12,7 @@ namespace {
 std::atomic<long> count = 0;
 std::atomic<long> failing = 0;
 std::atomic<bool> onwards = false;
+std::atomic<bool> failed = false; // one of those counted
 std::atomic<Counted> counts = Counted::all;
 
 } // namespace
@@ -22,11 +23,17 @@ void failAllocation(long first, bool onward, Counted counted) noexcept
     failing = first;
     counts = counted;
     count = 0;
+    failed = false;
 }
 
 long allocationsSince() noexcept
 {
     return count;
+}
+
+bool allocationFailed() noexcept
+{
+    return failed;
 }
 
 bool allocationFails(Counted kind) noexcept
@@ -35,7 +42,10 @@ bool allocationFails(Counted kind) noexcept
         return false;
     const long number = ++count;
     const long first = failing;
-    return first != 0 && (number == first || (number > first && onwards));
+    if (first == 0 || number < first || (number > first && !onwards))
+        return false;
+    failed = true;
+    return true;
 }
 
 } // namespace quorel

@@ -13,8 +13,9 @@ enum class Counted {
 // The `first` of the program's allocations from now on fails, and with `onward` all behind it; 0: none.
 void failAllocation(long first, bool onward, Counted counted) noexcept;
 
-// Allocations since then.
+// Allocations since then, and whether one has failed.
 long allocationsSince() noexcept;
+bool allocationFailed() noexcept;
 
 // Counts one, and tells whether it is to fail.
 bool allocationFails(Counted kind) noexcept;

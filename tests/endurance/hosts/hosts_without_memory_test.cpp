@@ -25,6 +25,7 @@ void failEach(Start start)
             failAllocation(first, onward, Counted::all);
             const bool started = start();
             const long needed = allocationsSince();
+            EXPECT_EQ(allocationFailed(), first <= needed);
             failAllocation(0, false, Counted::all);
             if (first > needed) {
                 EXPECT_TRUE(started);
