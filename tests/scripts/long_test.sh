@@ -103,3 +103,13 @@ $long --parts parts.json --merge other.json >out
 asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
 ! $long --parts parts.json --merge other.json >out 2>err || fail 'a state was added twice'
 asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
+
+# The last release's figures stand on their page in place of the ones before, and the state beside it, for another machine.
+mkdir -p tree/scripts tree/docs
+cp "$1/scripts/long" tree/scripts
+printf 'head\n<!-- the report -->\nold\n<!-- its end -->\ntail\n' >tree/docs/reliability.md
+tree/scripts/long --place "$work/long" --parts parts.json --publish >out
+{ printf 'head\n<!-- the report -->\n' && cat long/report.md && printf '<!-- its end -->\ntail\n'; } >expected.md
+cmp expected.md tree/docs/reliability.md
+tree/scripts/long --place "$work/next" --parts parts.json --merge tree/docs/reliability.json >out
+test "$(grep '^|' long/report.md)" = "$(grep '^|' next/report.md)"
