@@ -3,11 +3,14 @@
 // of the kernels: `ratio` is the time of a block to the yardstick's, `ns` the least time of one. Their rivals are the plain
 // recursions, one sample after the other. What a filter gives is compared with its rival's result first.
 #include "bench/yardstick.h"
+#include "core/buffer.h"
 #include "core/kernels/select.h"
 #include "speaker/allpass_diffuser.h"
 #include "speaker/cascade_bank.h"
+#include "speaker/equalizer.h"
 #include "speaker/equalizer_tables.h"
 #include "speaker/fdn_tables.h"
+#include "speaker/feedback_matrix.h"
 
 #include <cstdlib>
 #include <iostream>

@@ -4,8 +4,9 @@
 // plain loop gives first. Filters have their plain forms in filter_bench, transforms in transform_bench.
 #include "bench/inputs.h"
 #include "bench/yardstick.h"
-#include "core/buffer.h"
+#include "core/kernels.h"
 #include "core/kernels/select.h"
+#include "core/rt_alloc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -23,18 +24,19 @@ namespace {
 // elements take the first three, those of several rows as many as they need.
 struct Rows {
     static constexpr std::size_t count = 36;
-    SpectrumBuffer<count> pairs{1024};
+    static constexpr std::size_t length = 1024;
+    RtPointer<Complex> pairs = zeroedRow<Complex>(count * length);
     std::array<float, 4> envelope{};
 
     Rows()
     {
         for (std::size_t row = 0; row < count; ++row)
-            for (std::size_t i = 0; i < 2048; ++i)
+            for (std::size_t i = 0; i < 2 * length; ++i)
                 floats(row)[i] = i % 2 == 0 ? 1.0F : -1.0F;
     }
 
-    float* floats(std::size_t row) { return reinterpret_cast<float*>(pairs.channel(row)); }
-    Complex* complex(std::size_t row) { return pairs.channel(row); }
+    float* floats(std::size_t row) { return reinterpret_cast<float*>(complex(row)); }
+    Complex* complex(std::size_t row) { return pairs.get() + row * length; }
 
     // Rows from `first` on.
     std::array<float*, lineCount> list(std::size_t first)

@@ -31,18 +31,18 @@ void realTransform(benchmark::State& state, const kernels::KernelTable& variant,
     const kernels::ForcedVariant forced(variant);
     FFT<float> fft(order);
     const std::uint64_t n = fft.length();
-    Buffer<float, 1> x(n);
-    Buffer<float, 1> spectrum(n);
-    Buffer<float, 1> y(n);
-    fillWithNoise(x.channel(0), n);
-    fft.Fwd(x, spectrum);
-    fft.Inv(spectrum, y);
-    if (!agree(y.channel(0), x.channel(0), n))
+    const auto x = zeroedRow<float>(n);
+    const auto spectrum = zeroedRow<float>(n);
+    const auto y = zeroedRow<float>(n);
+    fillWithNoise(x.get(), n);
+    fft.Fwd(x.get(), spectrum.get());
+    fft.Inv(spectrum.get(), y.get());
+    if (!agree(y.get(), x.get(), n))
         state.SkipWithError("the inverse does not give the input back");
     if (forward)
-        measure(state, [&] { fft.Fwd(x, spectrum); });
+        measure(state, [&] { fft.Fwd(x.get(), spectrum.get()); });
     else
-        measure(state, [&] { fft.Inv(spectrum, y); });
+        measure(state, [&] { fft.Inv(spectrum.get(), y.get()); });
 }
 
 void complexInverse(benchmark::State& state, const kernels::KernelTable& variant, std::uint64_t order, bool againstOwnKind)
@@ -52,20 +52,20 @@ void complexInverse(benchmark::State& state, const kernels::KernelTable& variant
     const kernels::ForcedVariant forced(variant);
     FFT<float, Complex> fft(order);
     const std::uint64_t n = fft.length();
-    SpectrumBuffer<1> x(n);
-    SpectrumBuffer<1> y(n);
-    SpectrumBuffer<1> again(n);
-    fillWithNoise(reinterpret_cast<float*>(x.channel(0)), 2 * n);
+    const auto x = zeroedRow<Complex>(n);
+    const auto y = zeroedRow<Complex>(n);
+    const auto again = zeroedRow<Complex>(n);
+    fillWithNoise(reinterpret_cast<float*>(x.get()), 2 * n);
     // Twice the inverse, undivided, gives n times the input with the time axis reversed.
-    fft.Inv(x.channel(0), y.channel(0));
-    fft.Inv(y.channel(0), again.channel(0));
-    SpectrumBuffer<1> expected(n);
+    fft.Inv(x.get(), y.get());
+    fft.Inv(y.get(), again.get());
+    const auto expected = zeroedRow<Complex>(n);
     for (std::size_t i = 0; i < n; ++i)
-        expected.channel(0)[i] = x.channel(0)[(n - i) % n] * static_cast<float>(n);
-    if (!agree(reinterpret_cast<float*>(again.channel(0)), reinterpret_cast<float*>(expected.channel(0)), 2 * n))
+        expected.get()[i] = x.get()[(n - i) % n] * static_cast<float>(n);
+    if (!agree(reinterpret_cast<float*>(again.get()), reinterpret_cast<float*>(expected.get()), 2 * n))
         state.SkipWithError("two inverses do not give the input reversed");
     measure(
-        state, [&] { fft.Inv(x.channel(0), y.channel(0)); }, againstOwnKind ? (order == 9 ? own512 : own1024) : yardstick());
+        state, [&] { fft.Inv(x.get(), y.get()); }, againstOwnKind ? (order == 9 ? own512 : own1024) : yardstick());
 }
 
 enum class Kind { realForward, realInverse, complexInverse };
@@ -76,12 +76,12 @@ void plainTransform(benchmark::State& state, std::int32_t order, Kind kind)
     const std::size_t n = std::size_t{1} << order;
     std::vector<double> tables(kernels::PlainTransform::tableBytes(order) / sizeof(double));
     const kernels::PlainTransform plain(order, tables.data());
-    SpectrumBuffer<1> x(n);
-    SpectrumBuffer<1> y(n);
-    SpectrumBuffer<1> wanted(n);
-    auto* in = reinterpret_cast<float*>(x.channel(0));
-    auto* out = reinterpret_cast<float*>(y.channel(0));
-    auto* expected = reinterpret_cast<float*>(wanted.channel(0));
+    const auto x = zeroedRow<Complex>(n);
+    const auto y = zeroedRow<Complex>(n);
+    const auto wanted = zeroedRow<Complex>(n);
+    auto* in = reinterpret_cast<float*>(x.get());
+    auto* out = reinterpret_cast<float*>(y.get());
+    auto* expected = reinterpret_cast<float*>(wanted.get());
     fillWithNoise(in, 2 * n);
     FFT<float> real(static_cast<std::uint64_t>(order));
     FFT<float, Complex> complex(static_cast<std::uint64_t>(order));
@@ -99,7 +99,7 @@ void plainTransform(benchmark::State& state, std::int32_t order, Kind kind)
     else if (kind == Kind::realInverse)
         real.Inv(in, expected);
     else
-        complex.Inv(x.channel(0), wanted.channel(0));
+        complex.Inv(x.get(), wanted.get());
     if (!agree(out, expected, kind == Kind::complexInverse ? 2 * n : n))
         state.SkipWithError("the kernel does not give what the plain transform gives");
     measure(state, run);
@@ -108,17 +108,17 @@ void plainTransform(benchmark::State& state, std::int32_t order, Kind kind)
 void packedProduct(benchmark::State& state, const kernels::KernelTable& variant)
 {
     const kernels::ForcedVariant forced(variant);
-    Buffer<float, 1> a(1024);
-    Buffer<float, 1> b(1024);
-    Buffer<float, 1> y(1024);
-    fillWithNoise(a.channel(0), 1024);
-    b.channel(0)[0] = b.channel(0)[1023] = 1; // the spectrum of an impulse
+    const auto a = zeroedRow<float>(1024);
+    const auto b = zeroedRow<float>(1024);
+    const auto y = zeroedRow<float>(1024);
+    fillWithNoise(a.get(), 1024);
+    b.get()[0] = b.get()[1023] = 1; // the spectrum of an impulse
     for (std::size_t k = 1; k < 512; ++k)
-        b.channel(0)[2 * k - 1] = 1;
-    check(ippsMulPack_32f(a.channel(0), b.channel(0), y.channel(0), 1024));
-    if (!agree(y.channel(0), a.channel(0), 1024))
+        b.get()[2 * k - 1] = 1;
+    check(ippsMulPack_32f(a.get(), b.get(), y.get(), 1024));
+    if (!agree(y.get(), a.get(), 1024))
         state.SkipWithError("a product with the spectrum of an impulse is not the other factor");
-    measure(state, [&] { check(ippsMulPack_32f(a.channel(0), b.channel(0), y.channel(0), 1024)); });
+    measure(state, [&] { check(ippsMulPack_32f(a.get(), b.get(), y.get(), 1024)); });
 }
 
 const bool registered = [] {

@@ -78,10 +78,10 @@ public:
     template <typename Taps>
     Spectrum spectrum(const Taps& taps)
     {
-        samples.clear();
-        std::copy(taps.begin(), taps.end(), samples.channel(0));
-        fft.Fwd(samples, packed);
-        const float* from = packed.channel(0);
+        std::fill(samples.begin(), samples.end(), 0.0F);
+        std::copy(taps.begin(), taps.end(), samples.begin());
+        fft.Fwd(samples.data(), packed.data());
+        const float* from = packed.data();
         Spectrum result(bins());
         result.front() = from[0];
         for (std::size_t k = 1; k + 1 < result.size(); ++k)
@@ -93,8 +93,8 @@ public:
     // Of a spectrum that may be shorter: there is nothing above it. Valid until the next transform.
     std::span<const float> response(const Spectrum& spectrum)
     {
-        packed.clear();
-        float* to = packed.channel(0);
+        std::fill(packed.begin(), packed.end(), 0.0F);
+        float* to = packed.data();
         to[0] = static_cast<float>(spectrum.front().real());
         for (std::size_t k = 1; k + 1 < bins() && k < spectrum.size(); ++k) {
             to[2 * k - 1] = static_cast<float>(spectrum[k].real());
@@ -102,14 +102,14 @@ public:
         }
         if (spectrum.size() == bins())
             to[fft.length() - 1] = static_cast<float>(spectrum.back().real());
-        fft.Inv(packed, samples);
-        return {samples.channel(0), static_cast<std::size_t>(fft.length())};
+        fft.Inv(packed.data(), samples.data());
+        return samples;
     }
 
 private:
     FFT<float> fft;
-    Buffer<float, 1> samples;
-    Buffer<float, 1> packed;
+    std::vector<float> samples;
+    std::vector<float> packed;
 };
 
 // Through the cepstrum, whose later half is folded onto its earlier one.

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "client/hrtf_set.h"
 
-#include "speaker/built_in.h"
+#include "speaker/hrtf_tables.h"
+#include "speaker/response_spectrum.h"
+#include "speaker/speaker_tables.h"
 
 #include <algorithm>
 #include <cmath>

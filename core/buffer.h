@@ -102,12 +102,6 @@ private:
     std::uint64_t overlap_; // samples of history
 };
 
-// Interleaved samples that belong to somebody else: sample i of channel c of N stands at data[i * N + c].
-struct InterleavedView {
-    float* data;
-    std::uint64_t frames;
-};
-
 // ---------------------------------------------------------------------------------------------------------------------
 
 template <typename T, std::size_t C>

@@ -3,7 +3,7 @@
 // count that is known only when the program runs.
 #pragma once
 
-#include "core/buffer.h"
+#include "core/interleaved_view.h"
 #include "core/signal_path.h"
 
 #include <stdexcept>

@@ -8,9 +8,13 @@
 // belongs to one thread at a time; it holds nothing between runs.
 #pragma once
 
-#include "core/buffer.h"
+#include "core/buffer_names.h"
+#include "core/kernels.h"
+#include "core/rt_alloc.h"
 
 #include <algorithm>
+#include <stdexcept>
+#include <utility>
 
 namespace quorel {
 

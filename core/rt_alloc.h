@@ -7,6 +7,7 @@
 // set behind.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -25,5 +26,14 @@ struct RtDelete {
 // Owns a block of rt_alloc.
 template <typename T>
 using RtPointer = std::unique_ptr<T, RtDelete>;
+
+// n samples of nothing.
+template <typename T>
+RtPointer<T> zeroedRow(std::uint64_t n)
+{
+    RtPointer<T> row(static_cast<T*>(rt_alloc(n * sizeof(T))));
+    std::fill_n(row.get(), n, T());
+    return row;
+}
 
 } // namespace quorel

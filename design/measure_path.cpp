@@ -12,6 +12,7 @@
 #include "core/signal_path.h"
 #include "speaker/built_in.h"
 #include "speaker/compressor_tables.h"
+#include "stages/compressor.h"
 
 #include <cmath>
 #include <cstdio>

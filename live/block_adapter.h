@@ -10,11 +10,12 @@
 // passes D at the end of a call. Where n is a multiple of B and f is 0, no delay is needed.
 #pragma once
 
-#include "core/buffer.h"
+#include "core/rt_alloc.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
+#include <stdexcept>
 
 namespace quorel {
 
@@ -57,9 +58,9 @@ private:
     std::uint32_t filled = 0;  // frames in `in`
     std::uint32_t first = 0;   // the frame of `ready` that leaves next
     std::uint32_t waiting = 0; // frames in `ready`
-    Buffer<float, 1> gathered; // interleaved, the block that is being gathered
-    Buffer<float, 1> made;     // interleaved, what the effect made of the last one
-    Buffer<float, 1> ready;    // `kept` rings of two blocks: what has not left yet
+    RtPointer<float> gathered; // interleaved, the block that is being gathered
+    RtPointer<float> made;     // interleaved, what the effect made of the last one
+    RtPointer<float> ready;    // `kept` rings of two blocks: what has not left yet
 };
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -72,9 +73,9 @@ inline BlockAdapter::BlockAdapter(std::uint32_t channels, std::uint32_t slots, s
       block_(block),
       delay_(delay),
       waiting(delay),
-      gathered(std::uint64_t{block} * channels),
-      made(std::uint64_t{block} * slots),
-      ready(std::uint64_t{2} * block * kept)
+      gathered(zeroedRow<float>(std::uint64_t{block} * channels)),
+      made(zeroedRow<float>(std::uint64_t{block} * slots)),
+      ready(zeroedRow<float>(std::uint64_t{2} * block * kept))
 {
     if (delay >= block)
         throw std::invalid_argument("BlockAdapter: delay too long");
@@ -120,7 +121,7 @@ void BlockAdapter::finish(const float* const* in, float* const* out, std::uint32
 // Interleaves frames behind those of the block that is being gathered.
 inline void BlockAdapter::take(const float* const* rows, std::uint32_t from, std::uint32_t n)
 {
-    float* to = gathered.channel(0) + std::size_t{filled} * channels;
+    float* to = gathered.get() + std::size_t{filled} * channels;
     for (std::uint32_t c = 0; c < channels; ++c) {
         const float* x = rows[c] + from;
         for (std::uint32_t i = 0; i < n; ++i)
@@ -133,15 +134,15 @@ inline void BlockAdapter::take(const float* const* rows, std::uint32_t from, std
 template <typename Run>
 void BlockAdapter::runBlock(Run&& run)
 {
-    float* x = gathered.channel(0);
-    const float* y = made.channel(0);
+    float* x = gathered.get();
+    const float* y = made.get();
     std::fill(x + std::size_t{filled} * channels, x + std::size_t{block_} * channels, 0.0F);
-    run(x, made.channel(0));
+    run(x, made.get());
     filled = 0;
 
     const std::uint32_t size = 2 * block_;
     for (std::uint32_t c = 0; c < kept; ++c) {
-        float* ring = ready.channel(0) + std::size_t{c} * size;
+        float* ring = ready.get() + std::size_t{c} * size;
         std::uint32_t at = (first + waiting) % size;
         for (std::uint32_t i = 0; i < block_; ++i) {
             ring[at] = y[std::size_t{i} * slots + c];
@@ -156,7 +157,7 @@ inline void BlockAdapter::give(float* const* rows, std::uint32_t from, std::uint
     const std::uint32_t size = 2 * block_;
     const std::uint32_t before = std::min(n, size - first); // frames up to the rings' end
     for (std::uint32_t c = 0; c < kept; ++c) {
-        const float* ring = ready.channel(0) + std::size_t{c} * size;
+        const float* ring = ready.get() + std::size_t{c} * size;
         std::copy_n(ring + first, before, rows[c] + from);
         std::copy_n(ring, n - before, rows[c] + from + before);
     }
@@ -168,7 +169,7 @@ inline void BlockAdapter::addSilence(std::uint32_t n)
 {
     const std::uint32_t size = 2 * block_;
     for (std::uint32_t c = 0; c < kept; ++c) {
-        float* ring = ready.channel(0) + std::size_t{c} * size;
+        float* ring = ready.get() + std::size_t{c} * size;
         for (std::uint32_t i = 0; i < n; ++i)
             ring[(first + waiting + i) % size] = 0.0F;
     }

@@ -11,23 +11,12 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "microphone/stage_tables.h"
 
 #include <limits>
 #include <vector>
 
 namespace quorel {
-
-// One entry for each band; magnitudes are linear, steps and factors are those of one frame.
-struct BottomTrackerTables {
-    std::vector<float> smoothing;    // share of the new magnitude in x
-    std::vector<float> lowerLimit;   // lowest value to which the floor falls
-    std::vector<float> riseStep;     // relative step of the rising floor
-    std::vector<float> slowFall;     // factor of the falling floor, armed by a falling frame
-    std::vector<float> fastFall;     // factor of the falling floor, armed by an onset and in use from the start
-    std::vector<float> onsetRatio;   // a frame is steady when x > onsetRatio * p
-    std::vector<float> initialFloor; // T at the start
-    float epsilon;                   // least absolute step
-};
 
 template <std::size_t N>
 class BottomTracker {

@@ -9,8 +9,11 @@
 
 #include "microphone/band_dist.h"
 #include "microphone/band_sum.h"
+#include "microphone/bottom_tracker.h"
 #include "microphone/filter_bank.h"
 #include "microphone/microphone_tables.h"
+#include "microphone/ogle.h"
+#include "microphone/suppression_gain.h"
 #include "stages/pass_through.h"
 
 #include <cmath>

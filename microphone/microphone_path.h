@@ -7,6 +7,7 @@
 // lies in the stages; there is no reset.
 #pragma once
 
+#include "core/interleaved_view.h"
 #include "core/settings_record.h"
 #include "core/signal_path.h"
 #include "microphone/frequency_domain_proc.h"

@@ -3,11 +3,9 @@
 // The filter bank's windows and the equaliser's curves stand in files of their own.
 #pragma once
 
-#include "microphone/bottom_tracker.h"
 #include "microphone/microphone_rates.h"
-#include "microphone/ogle.h"
-#include "microphone/suppression_gain.h"
-#include "stages/compressor.h"
+#include "microphone/stage_tables.h"
+#include "stages/gain_point.h"
 
 #include <array>
 #include <cstdint>

@@ -10,22 +10,11 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "microphone/stage_tables.h"
 
 #include <vector>
 
 namespace quorel {
-
-// One entry for each band; the coefficients are shares of the distance that one frame covers.
-struct OgleTables {
-    std::vector<float> floor;       // lowest magnitude that enters the envelope
-    std::vector<float> rise;        // of the envelope, when the magnitude lies above it
-    std::vector<float> fall;        // of the envelope, when the magnitude lies at or below it
-    std::vector<float> highRatio;   // the envelope is clearly above when envelope * highRatio >= estimate
-    std::vector<float> lowRatio;    // the envelope is clearly below when estimate * lowRatio > envelope
-    std::vector<float> catchUpRate; // of the estimate, when the envelope is clearly above
-    std::vector<float> dropRate;    // of the estimate, when the envelope is clearly below
-    std::vector<float> holdRate;    // of the estimate, otherwise
-};
 
 template <std::size_t N>
 class Ogle {

@@ -10,22 +10,13 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "microphone/stage_tables.h"
 
 #include <cmath>
 #include <limits>
 #include <vector>
 
 namespace quorel {
-
-// One entry for each band.
-struct SuppressionGainTables {
-    float epsilon;                     // lower bound of the signal level
-    std::vector<float> ratioScale;     // factor of noise / signal
-    std::vector<float> maxSuppression; // 1 - lowest gain
-    std::vector<float> smoothing;      // share of the target that one frame takes
-    std::vector<float> noiseScale;     // factor of the noise floor itself
-    std::vector<float> offset;         // what the ratio exceeds before there is any suppression, negative
-};
 
 template <std::size_t N>
 class SuppressionGain {

@@ -3,7 +3,7 @@
 
 #include "client/settings_fields.h"
 #include "panel/values.h"
-#include "speaker/built_in.h"
+#include "speaker/built_in_equalizer.h"
 
 #include <complex>
 

@@ -4,15 +4,15 @@
 // All of it runs while a path is built. The responses are tabled as taps and transformed here, once.
 #pragma once
 
+#include "speaker/built_in_equalizer.h"
 #include "speaker/direct_path.h"
-#include "speaker/equalizer_tables.h"
 #include "speaker/fdn.h"
 #include "speaker/fdn_tables.h"
 #include "speaker/hrtf_tables.h"
+#include "speaker/response_spectrum.h"
 #include "speaker/speaker_tables.h"
 #include "speaker/xcorr_tables.h"
 
-#include <algorithm>
 #include <vector>
 
 namespace quorel {
@@ -20,17 +20,6 @@ namespace quorel {
 // The rows of `speakerTable` that a path's channels are for.
 template <std::size_t N>
 using Speakers = std::array<std::size_t, N>;
-
-// The spectrum, in Pack form, of taps that begin `onset` frames late: 1024 floats.
-inline void appendSpectrum(std::vector<float>& spectra, std::span<const float> taps, std::size_t onset = 0)
-{
-    FFT<float> fft(transformOrder);
-    Buffer<float, 1> response(fft.length());
-    Buffer<float, 1> spectrum(fft.length());
-    std::copy(taps.begin(), taps.end(), response.channel(0) + onset);
-    fft.Fwd(response, spectrum);
-    spectra.insert(spectra.end(), spectrum.channel(0), spectrum.channel(0) + fft.length());
-}
 
 template <std::size_t N>
 DirectPath<N, float> builtInDirectPath(const Speakers<N>& speakers)
@@ -42,14 +31,6 @@ DirectPath<N, float> builtInDirectPath(const Speakers<N>& speakers)
         appendSpectrum(right, speakerResponses[row].right.taps, speakerResponses[row].right.onset);
     }
     return DirectPath<N, float>(left.data(), right.data());
-}
-
-// Flat.
-inline Equalizer builtInEqualizer()
-{
-    Equalizer equalizer(equalizerInteraction(), equalizerCentres, equalizerQ, equalizerSampleRate, equalizerShelfFactor);
-    equalizer.design({});
-    return equalizer;
 }
 
 template <std::size_t N>

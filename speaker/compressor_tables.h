@@ -8,7 +8,9 @@
 // Between two points gain is linear in level, so that level * gain rises to 1.0133 at most, 0.115 dB above full scale.
 #pragma once
 
-#include "stages/compressor.h"
+#include "stages/gain_point.h"
+
+#include <array>
 
 namespace quorel {
 

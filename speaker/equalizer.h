@@ -28,7 +28,11 @@ public:
     void design(const Gains& gains);
 
     // Fails with the texts of Biquad, also before the first design.
-    void process(const Buffer<float, 2>& in, Buffer<float, 2>& out) { filter.process(in, out); }
+    template <std::size_t C>
+    void process(const Buffer<float, C>& in, Buffer<float, C>& out) requires(C == 2)
+    {
+        filter.process(in, out);
+    }
     void process(const std::array<const float*, 2>& in, const std::array<float*, 2>& out, std::uint64_t n)
     {
         filter.process(in, out, n);

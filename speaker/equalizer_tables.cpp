@@ -3,8 +3,7 @@
 
 namespace quorel {
 
-const std::array<double, Equalizer::bands> equalizerCentres =
-    std::to_array<double>({63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000});
+const std::array<double, 9> equalizerCentres = std::to_array<double>({63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000});
 
 SquareMatrix equalizerInteraction()
 {

@@ -2,11 +2,13 @@
 // The constants of the nine-band equaliser.
 #pragma once
 
-#include "speaker/equalizer.h"
+#include "speaker/square_matrix.h"
+
+#include <array>
 
 namespace quorel {
 
-extern const std::array<double, Equalizer::bands> equalizerCentres; // Hz, an octave apart
+extern const std::array<double, 9> equalizerCentres; // Hz, an octave apart
 
 constexpr double equalizerQ = 0.95;
 constexpr double equalizerSampleRate = 48000.0; // Hz

@@ -4,7 +4,9 @@
 // Only the speakers' pre-delays stand elsewhere, in the speakers' own table.
 #pragma once
 
-#include "speaker/feedback_matrix.h"
+#include "core/kernels.h"
+
+#include <array>
 
 namespace quorel {
 
@@ -30,7 +32,8 @@ std::array<T, lineCount> fdnColumn(T FdnLineRow::*column)
     return values;
 }
 
-extern const FeedbackMatrix::Table fdnMixingMatrix;
+// The entries are FeedbackMatrix's.
+extern const std::array<std::array<std::int8_t, PairMix::pairs>, lineCount> fdnMixingMatrix;
 
 // Six values a section, b0, b1, b2, a0, a1, a2: two sections in each line, four behind both ears.
 extern const std::array<std::array<float, 12>, lineCount> fdnLineFilters;

@@ -8,6 +8,7 @@
 // works on one while the first works on the next.
 #pragma once
 
+#include "core/buffer.h"
 #include "speaker/equalizer.h"
 #include "stages/compressor.h"
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/buffer.h"
+#include "core/interleaved_view.h"
 
 #include <array>
 

@@ -13,6 +13,7 @@
 
 #include "core/buffer_arithmetic.h"
 #include "core/fft.h"
+#include "core/interleaved_view.h"
 #include "core/settings_record.h"
 #include "core/signal_path.h"
 #include "speaker/direct_path.h"

@@ -8,6 +8,7 @@
 // transforms of 1024 frames, with no latency of its own; the history in `input` persists.
 #pragma once
 
+#include "core/buffer.h"
 #include "core/fft.h"
 #include "speaker/transform_length.h"
 

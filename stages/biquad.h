@@ -6,10 +6,15 @@
 // setting taps discards it, and the filter starts from silence.
 #pragma once
 
-#include "core/buffer.h"
+#include "core/buffer_names.h"
+#include "core/kernels.h"
+#include "core/rt_alloc.h"
 
 #include <array>
+#include <concepts>
 #include <span>
+#include <stdexcept>
+#include <vector>
 
 namespace quorel {
 

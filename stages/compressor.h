@@ -10,20 +10,17 @@
 // The envelopes persist, so a stream may be cut into blocks of any length; what lies below -600 dB at a block's end is silence.
 #pragma once
 
-#include "core/buffer.h"
+#include "core/buffer_names.h"
+#include "core/kernels.h"
+#include "stages/gain_point.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
+#include <stdexcept>
 #include <vector>
 
 namespace quorel {
-
-// A point of a gain curve: the gain at an envelope level, both linear.
-struct GainPoint {
-    float level;
-    float gain;
-};
 
 template <std::size_t C>
 class Compressor {
@@ -41,7 +38,7 @@ public:
     void process(const Buffer<float, C>& in, Buffer<float, C>& out) { run(in, 0, in.size(), out); }
 
     // Takes the frames behind the history.
-    void process(const PaddedBuffer<2>& in, Buffer<float, 2>& out) requires(C == 2)
+    void process(const PaddedBuffer<C>& in, Buffer<float, C>& out) requires(C == 2)
     {
         run(in, in.overlap(), in.validFrames(), out);
     }

@@ -4,7 +4,8 @@
 #include "client/settings_fields.h"
 #include "core/signal_path.h"
 #include "microphone/microphone_tables.h"
-#include "speaker/built_in.h"
+#include "speaker/hrtf_tables.h"
+#include "speaker/response_spectrum.h"
 #include "speaker/speaker_tables.h"
 
 #include <algorithm>

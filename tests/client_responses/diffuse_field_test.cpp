@@ -56,9 +56,8 @@ public:
             legendre.push_back(((2 * m - 1) * cosine * legendre.back() - (m - 1) * legendre[legendre.size() - 2]) / m);
         }
         FFT<float> fft(9);
-        Buffer<float, 1> packed(sphereFrames);
-        Buffer<float, 1> samples(sphereFrames);
-        float* spectrum = packed.channel(0);
+        std::vector<float> spectrum(sphereFrames);
+        std::vector<float> samples(sphereFrames);
         spectrum[0] = 1;
         for (std::size_t k = 1; k <= sphereFrames / 2; ++k) {
             std::complex<double> pressure;
@@ -69,8 +68,8 @@ public:
             if (k < sphereFrames / 2)
                 spectrum[2 * k] = static_cast<float>(pressure.imag());
         }
-        fft.Inv(packed, samples);
-        return {samples.channel(0), samples.channel(0) + sphereFrames};
+        fft.Inv(spectrum.data(), samples.data());
+        return samples;
     }
 
 private:
@@ -272,16 +271,17 @@ TEST(DiffuseField, AMeasurementAt44100HzIsEqualizedInItsBand)
 {
     Measurement narrow = changed(coarse(), [](std::size_t, const std::vector<float>& x) {
         FFT<float> fft(9);
-        Buffer<float, 1> samples(x);
-        Buffer<float, 1> spectrum(sphereFrames);
-        fft.Fwd(samples, spectrum);
+        std::vector<float> samples = x;
+        samples.resize(sphereFrames);
+        std::vector<float> spectrum(sphereFrames);
+        fft.Fwd(samples.data(), spectrum.data());
         for (std::size_t k = 1; k < sphereFrames; ++k) {
             const double frequency = static_cast<double>((k + 1) / 2) * 48000 / sphereFrames;
             const double part = std::clamp((frequency - 20000) / 2050, 0.0, 1.0);
-            spectrum.channel(0)[k] *= static_cast<float>(0.5 + 0.5 * std::cos(std::numbers::pi * part));
+            spectrum[k] *= static_cast<float>(0.5 + 0.5 * std::cos(std::numbers::pi * part));
         }
-        fft.Inv(spectrum, samples);
-        return std::vector<float>(samples.channel(0), samples.channel(0) + sphereFrames);
+        fft.Inv(spectrum.data(), samples.data());
+        return samples;
     });
     narrow.rate = 44100;
     EXPECT_LE(ripple(narrow), 1.5);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "core/fft.h"
 
+#include "core/buffer.h"
 #include "tests/support/failure.h"
 
 #include <gtest/gtest.h>

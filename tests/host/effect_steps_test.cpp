@@ -4,6 +4,7 @@
 #include "host/effect_object.h"
 
 #include "core/dispatch.h"
+#include "core/interleaved_view.h"
 #include "tests/host/control.h"
 #include "tests/host/engine.h"
 #include "tests/support/private_home.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/delay_line.h"
 
+#include "speaker/fdn_tables.h"
 #include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
@@ -399,6 +400,17 @@ TEST(DelayLine, MovesWithItsStateAndNeverCopies)
     trial.line = std::move(first);
     for (int block = 0; block < 5; ++block)
         trial.block(300, next);
+}
+
+TEST(DelayLine, IsMadeOfTheTabledLinesForBlocksUpToTheShortest)
+{
+    const auto build = [](std::uint64_t maxBlock) {
+        return DelayLine(fdnColumn(&FdnLineRow::tapLeft), fdnColumn(&FdnLineRow::gainLeft), fdnColumn(&FdnLineRow::tapRight),
+                         fdnColumn(&FdnLineRow::gainRight), fdnColumn(&FdnLineRow::length), maxBlock);
+    };
+    EXPECT_NO_THROW(build(480));
+    EXPECT_NO_THROW(build(1072));
+    EXPECT_THROW(build(1073), std::invalid_argument);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/delay.h"
 
+#include "speaker/speaker_tables.h"
 #include "tests/support/failure.h"
 
 #include <gtest/gtest.h>
@@ -223,6 +224,23 @@ TEST(Delay, MovesWithItsStateAndNeverCopies)
     stream.expectBlock(second, 100, {48});
     stream.fill(10);
     EXPECT_EQ(failureText<UninitializedBuffer>([&] { first.process(stream.in, stream.out); }), "Buffer not initialized");
+}
+
+TEST(Delay, TheTabledPreDelaysBecome48FramesAndForBackLeft64)
+{
+    std::array<std::uint64_t, 8> requested{};
+    for (std::size_t s = 0; s < requested.size(); ++s)
+        requested[s] = speakerTable[s].preDelay;
+    Delay<8> delay(requested);
+    PaddedBuffer<8> in(160, 16);
+    Buffer<float, 8> out(144);
+    in.setSize(160);
+    for (std::size_t s = 0; s < 8; ++s)
+        in.channel(s)[16] = 1.0F;
+    delay.process(in, out);
+    for (std::size_t s = 0; s < 8; ++s)
+        for (std::size_t i = 0; i < 144; ++i)
+            EXPECT_EQ(out.channel(s)[i], i == (speakerTable[s].bit == 0x10 ? 64U : 48U) ? 1.0F : 0.0F) << s << ", " << i;
 }
 
 } // namespace

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "core/buffer.h"
+#include "speaker/equalizer.h"
 #include "speaker/equalizer_tables.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/fdn_tables.h"
 
-#include "speaker/delay.h"
-#include "speaker/delay_line.h"
 #include "speaker/speaker_tables.h"
 
 #include <gtest/gtest.h>
@@ -83,17 +81,6 @@ TEST(FdnTables, EveryTapGainFollowsTheDecay)
     EXPECT_EQ(std::round(std::log(1000.0) / 0.0012789), 5401);                      // frames to -60 dB
 }
 
-TEST(FdnTables, TheLinesMakeADelayLineForBlocksUpToTheShortestLine)
-{
-    const auto build = [](std::uint64_t maxBlock) {
-        return DelayLine(fdnColumn(&FdnLineRow::tapLeft), fdnColumn(&FdnLineRow::gainLeft), fdnColumn(&FdnLineRow::tapRight),
-                         fdnColumn(&FdnLineRow::gainRight), fdnColumn(&FdnLineRow::length), maxBlock);
-    };
-    EXPECT_NO_THROW(build(480));
-    EXPECT_NO_THROW(build(1072));
-    EXPECT_THROW(build(1073), std::invalid_argument);
-}
-
 // ---------------------------------------------------------------------------
 
 TEST(FdnTables, ThePreDelaysAreThoseRequestedForEachSpeaker)
@@ -103,29 +90,12 @@ TEST(FdnTables, ThePreDelaysAreThoseRequestedForEachSpeaker)
         EXPECT_EQ(speakerTable[s].preDelay, requested[s]) << s;
 }
 
-TEST(FdnTables, ThePreDelaysInForceAre48FramesAndForBackLeft64)
-{
-    std::array<std::uint64_t, 8> requested{};
-    for (std::size_t s = 0; s < requested.size(); ++s)
-        requested[s] = speakerTable[s].preDelay;
-    Delay<8> delay(requested);
-    PaddedBuffer<8> in(160, 16);
-    Buffer<float, 8> out(144);
-    in.setSize(160);
-    for (std::size_t s = 0; s < 8; ++s)
-        in.channel(s)[16] = 1.0F;
-    delay.process(in, out);
-    for (std::size_t s = 0; s < 8; ++s)
-        for (std::size_t i = 0; i < 144; ++i)
-            EXPECT_EQ(out.channel(s)[i], i == (speakerTable[s].bit == 0x10 ? 64U : 48U) ? 1.0F : 0.0F) << s << ", " << i;
-}
-
 // ---------------------------------------------------------------------------
 
 TEST(FdnTables, TheMixingTablesColumnsHaveTheSumsOfTheDesign)
 {
     const Sums sums[] = {{126, 824}, {66, 423}, {66, 401}, {66, 280}, {66, 390}, {66, 379}};
-    for (std::size_t p = 0; p < FeedbackMatrix::pairs; ++p) {
+    for (std::size_t p = 0; p < PairMix::pairs; ++p) {
         std::array<std::int8_t, lines> column{};
         for (std::size_t r = 0; r < lines; ++r)
             column[r] = fdnMixingMatrix[r][p];
@@ -137,7 +107,7 @@ TEST(FdnTables, TheMixingTableIsAHadamardMatrixWithAFirstColumnOfPlus)
 {
     int expanded[lines][lines] = {};
     for (std::size_t r = 0; r < lines; ++r)
-        for (std::size_t p = 0; p < FeedbackMatrix::pairs; ++p) {
+        for (std::size_t p = 0; p < PairMix::pairs; ++p) {
             const int entry = fdnMixingMatrix[r][p];
             ASSERT_TRUE(entry == 11 || entry == 10 || entry == 1 || entry == 0) << entry;
             expanded[r][2 * p] = entry / 10 == 1 ? 1 : -1;

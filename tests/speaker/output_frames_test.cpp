@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/output_frames.h"
 
+#include "core/interleaved_view.h"
 #include "tests/support/failure.h"
 #include "tests/support/ramp.h"
 

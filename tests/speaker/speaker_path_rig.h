@@ -2,7 +2,7 @@
 // A render path with its host's part, for the tests of the whole path.
 #pragma once
 
-#include "speaker/speaker_path.h"
+#include "core/signal_path.h"
 
 #include <algorithm>
 #include <string>

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // What a record of settings does to a running render path: fades, what stands still, delivered responses.
-#include "speaker/speaker_path.h"
-
 #include "tests/speaker/speaker_path_rig.h"
 
 #include "speaker/compressor_tables.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "speaker/xcorr_freq.h"
 
+#include "core/buffer.h"
 #include "speaker/xcorr_tables.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "stages/biquad.h"
 
+#include "core/buffer.h"
 #include "speaker/fdn_tables.h"
 #include "tests/support/failure.h"
 

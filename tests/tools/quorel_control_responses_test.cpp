@@ -2,7 +2,9 @@
 // Sets of responses that quorel-control delivers to an effect.
 #include "tests/tools/control_test.h"
 
-#include "speaker/built_in.h"
+#include "speaker/hrtf_tables.h"
+#include "speaker/response_spectrum.h"
+#include "speaker/speaker_tables.h"
 
 namespace quorel {
 namespace {
