@@ -180,9 +180,10 @@ TEST_F(ChangedFile, SwappedEarsAreRefused)
     expectRefusal(changed("swapped"), "its ears are swapped: front left and front right would be louder at the far ears");
 }
 
-TEST_F(ChangedFile, AResponseOfOneFrameIsRefused)
+TEST_F(ChangedFile, ResponsesTooShortOrTooLongAreRefused)
 {
     expectRefusal(changed("frame"), "its responses have 1 frame, and that of a head has at least 16");
+    expectRefusal(changed("long"), "its responses are longer than 65536 frames");
 }
 
 TEST_F(ChangedFile, WhatTheLibraryCannotReadIsToldFromAnotherConvention)

@@ -119,6 +119,10 @@ def frame(source, target):  # one of each response
     written(source, target, slice(None), slice(90, 91))
 
 
+def long(source, target):  # one frame more than is taken, the first ones time and again
+    written(source, target, slice(0, 2), np.arange(65537) % 64)
+
+
 def eight(source, target):  # directions, every 45 degrees around
     with h5py.File(source) as old:
         position = old["SourcePosition"][:]
@@ -131,7 +135,7 @@ def none(_, target):  # HDF5, but no SOFA file
 
 
 change = globals()[sys.argv[3]]
-if change in (frame, eight, none):
+if change in (frame, long, eight, none):
     change(sys.argv[1], sys.argv[2])
 else:
     shutil.copyfile(sys.argv[1], sys.argv[2])
