@@ -2,77 +2,16 @@
 // LiveWatch against a host that answers, one that refuses and one that is stopped.
 #include "panel/live_watch.h"
 
+#include "tests/panel/fake_host.h"
 #include "tests/support/control_application.h"
 #include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <atomic>
-#include <filesystem>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace quorel {
 namespace {
-
-// Listens where quorel-live does. `answer` says what to answer; a door without one lets everybody wait.
-class FakeHost {
-public:
-    using Answer = std::function<std::string(const std::string&)>;
-
-    explicit FakeHost(Answer answer) : door(socket(AF_UNIX, SOCK_STREAM, 0))
-    {
-        const auto folder = privateHome.path() / "run/quorel";
-        std::filesystem::create_directories(folder);
-        path = folder / "live.sock";
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.string().copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-        if (bind(door, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(door, 8) != 0)
-            throw std::runtime_error("FakeHost: no socket");
-        if (answer)
-            thread = std::thread([this, answer = std::move(answer)] { serve(answer); });
-    }
-    ~FakeHost()
-    {
-        shutdown(door, SHUT_RDWR);
-        if (thread.joinable())
-            thread.join();
-        close(door);
-        std::filesystem::remove(path);
-    }
-    FakeHost(const FakeHost&) = delete;
-    FakeHost& operator=(const FakeHost&) = delete;
-
-    bool called() const
-    {
-        pollfd caller{door, POLLIN, 0};
-        return poll(&caller, 1, 0) == 1;
-    }
-
-private:
-    void serve(const Answer& answer)
-    {
-        for (;;) {
-            const int caller = accept(door, nullptr, nullptr);
-            if (caller < 0)
-                return;
-            std::array<char, 256> text{};
-            const ssize_t got = read(caller, text.data(), text.size());
-            const std::string line =
-                answer(std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 1) - 1))) + '\n';
-            static_cast<void>(send(caller, line.c_str(), line.size(), MSG_NOSIGNAL));
-            close(caller);
-        }
-    }
-
-    int door;
-    std::filesystem::path path;
-    std::thread thread;
-};
 
 std::string status(bool bypass)
 {
