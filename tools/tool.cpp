@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -186,14 +185,6 @@ void stopIfInterrupted()
 void notice(const CommandLine& tool, const std::string& text)
 {
     std::cerr << tool.name() + ": " + text + '\n'; // as a whole, whatever other threads tell
-}
-
-void tellSpeed(const CommandLine& tool, double sound, std::chrono::duration<double> taken)
-{
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << sound << " s of sound in " << std::setprecision(3) << taken.count()
-         << " s: " << std::setprecision(0) << sound / taken.count() << " times real time";
-    notice(tool, text.str());
 }
 
 std::string didYouMean(const std::string& written, const std::vector<std::string>& candidates)

@@ -6,7 +6,6 @@
 #include "platform/programs/process.h"
 #include "tools/command_line.h"
 
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -40,9 +39,6 @@ void stopIfInterrupted();
 
 // One line on standard error, in the tool's name. Any thread.
 void notice(const CommandLine& tool, const std::string& text);
-
-// Tells how fast so many seconds of sound went through.
-void tellSpeed(const CommandLine& tool, double sound, std::chrono::duration<double> taken);
 
 // Checks an option's text: a number from `low` to `high`, in any usual notation.
 template <typename Value>
