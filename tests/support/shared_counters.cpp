@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
 // What a child process counts in the preset `coverage` reaches its parent: the counters are memory that both share. A child that
 // reads a file which nobody vouches for may write no file, so it could not leave its counts there.
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 // Where shared_counters.ld has put the counters of this program or library.
 extern "C" {
+void __gcov_dump();
+void __gcov_reset();
 extern __attribute__((visibility("hidden"))) std::byte shared_counters_begin[];
 extern __attribute__((visibility("hidden"))) std::byte shared_counters_end[];
 }
@@ -35,3 +39,12 @@ __attribute__((destructor(101))) void leaveOthersCounts()
 }
 
 } // namespace
+
+// In place of the system's: a program that ends itself by a signal, as one that was interrupted does, leaves its counts too.
+extern "C" int raise(int signal) noexcept
+{
+    leaveOthersCounts();
+    __gcov_dump();
+    __gcov_reset(); // what goes on counts anew, and is added at the end
+    return pthread_kill(pthread_self(), signal);
+}
