@@ -3,6 +3,7 @@
 #include "tests/panel/qt/panel_window.h"
 
 #include "client/preset.h"
+#include "platform/named_lock.h"
 #include "tests/panel/built_in_wav.h"
 
 #include <QAction>
@@ -186,11 +187,15 @@ TEST_F(Actions, AFileIsChosenImportedNamedAndGivenUpAgain)
     find<QPushButton>("import")->click();
     auto* dialog = panel->findChild<QFileDialog*>();
     ASSERT_NE(dialog, nullptr);
-    Q_EMIT dialog->fileSelected(QString::fromStdString(file.string()));
+    {
+        const platform::NamedLock turn("Global\\QUORELControl", nullptr, 1000); // for which the import waits
+        ASSERT_TRUE(static_cast<bool>(turn));
+        Q_EMIT dialog->fileSelected(QString::fromStdString(file.string()));
+        panel->importFile("another.wav"); // one at a time
+        EXPECT_FALSE(find<QPushButton>("import")->isEnabled());
+        EXPECT_FALSE(report().contains("another.wav"));
+    }
     dialog->close();
-    panel->importFile("another.wav"); // one at a time
-    EXPECT_FALSE(find<QPushButton>("import")->isEnabled());
-    EXPECT_FALSE(report().contains("another.wav"));
     EXPECT_TRUE(becomes([&] { return report().contains("Delivered to the effect."); })) << report().toStdString();
     EXPECT_TRUE(find<QPushButton>("import")->isEnabled());
     const auto used = [&] { return find<QLabel>("responses")->text(); };
