@@ -143,7 +143,7 @@ const bool registered = [] {
                                          {"plain/complex_inverse_", Kind::complexInverse}})
             asMeasured(benchmark::RegisterBenchmark(
                 (what + std::to_string(1 << order) + "/Y").c_str(),
-                [order, kind = kind](benchmark::State& state) { plainTransform(state, order, kind); }));
+                [order, run = kind](benchmark::State& state) { plainTransform(state, order, run); }));
     return true;
 }();
 
