@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What quorel-control does by Linux's terminals and signals, and of a live host.
+#include "tests/support/fake_host.h"
 #include "tests/tools/control_test.h"
 
 #include <csignal>
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -235,55 +234,19 @@ TEST_F(AskedResponses, ASetThatStopsTheSoundGoesOutAfterAYes)
 
 // ---- the live host --------------------------------------------------------------------------------------------------
 
-// Answers as quorel-live does, with a headphone device of so many channels; once for each `times`.
-class LiveStandIn {
-public:
-    LiveStandIn(const fs::path& runtime, int channels, int times) : file(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        const std::string path = (runtime / "quorel/live.sock").string();
-        fs::remove(path);
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(file, 4), 0);
-        const std::string side =
-            R"({"devices": ["a card"], "running": true, "rate": 48000, "drift_ppm": 0.0, "quantum": 256, "block": 256,
-            "added_frames": 0, "added_ms": 0.0, "total_ms": 5.0, "load_mean": 1.0, "load_worst": 2.0, "gaps": 0, "gap_frames": 0,
-            "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0, "channels": )";
-        std::string reply = R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "speaker": )" + side +
-                            std::to_string(channels) + R"(}, "microphone": )" + side + "1}}";
-        std::replace(reply.begin(), reply.end(), '\n', ' ');
-        answering = std::thread([this, reply, times] {
-            for (int i = 0; i < times; ++i) {
-                const int asking = accept(file, nullptr, nullptr);
-                char line[64];
-                EXPECT_GT(recv(asking, line, sizeof line, 0), 0);
-                send(asking, (reply + '\n').data(), reply.size() + 1, MSG_NOSIGNAL);
-                close(asking);
-            }
-        });
-    }
-    ~LiveStandIn()
-    {
-        shutdown(file, SHUT_RDWR); // whoever was to ask and has not
-        answering.join();
-        close(file);
-    }
-    LiveStandIn(const LiveStandIn&) = delete;
-    LiveStandIn& operator=(const LiveStandIn&) = delete;
-
-private:
-    int file;
-    std::thread answering;
-};
+// As quorel-live answers with a headphone device of so many channels.
+std::string playing(int channels)
+{
+    return hostStatus(false, R"(, "speaker": )" + hostSide("a card", true, channels) + R"(, "microphone": )" +
+                                 hostSide("a card", true, 1));
+}
 
 TEST_F(Responses, TheLiveHostsLayoutCountsWhateverWasLockedLast)
 {
     const std::string file = wav("set.wav", 14, interleaved(someSet(100, 10, 200)));
     handler->writeActiveFormat(0x3, 44100.0F);
     {
-        const LiveStandIn live(home.path() / "run", 8, 3);
+        const FakeHost live([](const std::string&) { return playing(8); });
         const Outcome loaded = run({"hrtf", "load", file});
         EXPECT_EQ(loaded.code, 0) << loaded;
         EXPECT_THAT(loaded.err, testing::Not(HasSubstr("96 kHz")));
@@ -295,7 +258,7 @@ TEST_F(Responses, TheLiveHostsLayoutCountsWhateverWasLockedLast)
     }
     {
         handler->writeActiveFormat(0x63F, 48000.0F);
-        const LiveStandIn live(home.path() / "run", 2, 3);
+        const FakeHost live([](const std::string&) { return playing(2); });
         EXPECT_THAT(run({"status"}).err, HasSubstr("the delivered set is for 8 channels, the stream has 2"));
         expectUntouched({"hrtf", "load", file}, "the running stream has the channel mask 0x3 at 48000 Hz");
         done({"hrtf", "load", file, "--channels", "2"});

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the window tells of a live host, and its bypass there.
-#include "tests/panel/fake_host.h"
 #include "tests/panel/qt/panel_window.h"
+#include "tests/support/fake_host.h"
 
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -11,16 +11,6 @@
 
 namespace quorel {
 namespace {
-
-// A side as a host tells of it; `more` begins with a comma or is empty.
-std::string side(const std::string& device, bool running, int channels, const std::string& more = "")
-{
-    return R"({"devices": [)" + (device.empty() ? "" : '"' + device + '"') + R"(], "running": )" + (running ? "true" : "false") +
-           R"(, "channels": )" + std::to_string(channels) + R"(, "rate": 48000, "drift_ppm": 0, "quantum": 256, "block": 240, )" +
-           R"("added_frames": 0, "added_ms": 0, "total_ms": 10.5, "load_mean": 1.5, "load_worst": 2, "gaps": 3, )" +
-           R"("gap_frames": 0, "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0)" +
-           more + '}';
-}
 
 class HostsWindow : public Window {
 protected:
@@ -42,15 +32,14 @@ protected:
         const std::scoped_lock lock(mutex);
         if (command.starts_with("bypass"))
             bypass = command == "bypass on";
-        return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": )") +
-               (bypass ? "true" : "false") + sides + '}';
+        return hostStatus(bypass, sides);
     }};
 };
 
 TEST_F(HostsWindow, TheHeadTellsTheSidesOfTheHost)
 {
     for (const auto& [channels, layout] : {std::pair{2, "stereo"}, {6, "5.1"}, {8, "7.1"}, {4, "speakers 0x33"}}) {
-        tell(R"(, "speaker": )" + side("a headset", true, channels) + R"(, "microphone": )" + side("", false, 1));
+        tell(R"(, "speaker": )" + hostSide("a headset", true, channels) + R"(, "microphone": )" + hostSide("", false, 1));
         panel.reset();
         open();
         const QString told =
@@ -64,7 +53,7 @@ TEST_F(HostsWindow, TheHeadTellsTheSidesOfTheHost)
 
 TEST_F(HostsWindow, TheVoicesDelayIsTheHostsAndTheEffects)
 {
-    tell(R"(, "microphone": )" + side("a headset", true, 1));
+    tell(R"(, "microphone": )" + hostSide("a headset", true, 1));
     open();
     const auto late = [&] { return find<QLabel>("late")->text(); };
     EXPECT_TRUE(becomes([&] { return late() == "Your voice comes 10.5 ms late, 0.0 ms of it by noise reduction."; }))
@@ -80,9 +69,9 @@ TEST_F(HostsWindow, WhatTheEffectTakesAwayIsToldFromAnswerToAnswer)
 {
     const auto counted = [&](int seconds) {
         tell(R"(, "microphone": )" +
-             side("a headset", true, 1,
-                  R"(, "frames": )" + std::to_string(48000 * seconds) + R"(, "in_energy": )" + std::to_string(480 * seconds) +
-                      R"(, "out_energy": )" + std::to_string(48 * seconds)));
+             hostSide("a headset", true, 1,
+                      R"(, "frames": )" + std::to_string(48000 * seconds) + R"(, "in_energy": )" + std::to_string(480 * seconds) +
+                          R"(, "out_energy": )" + std::to_string(48 * seconds)));
     };
     counted(1);
     open();

@@ -2,8 +2,8 @@
 // LiveWatch against a host that answers, one that refuses and one that is stopped.
 #include "panel/live_watch.h"
 
-#include "tests/panel/fake_host.h"
 #include "tests/support/control_application.h"
+#include "tests/support/fake_host.h"
 #include "tests/support/private_home.h"
 
 #include <gtest/gtest.h>
@@ -13,15 +13,9 @@
 namespace quorel {
 namespace {
 
-std::string status(bool bypass)
-{
-    return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": )") +
-           (bypass ? "true}" : "false}");
-}
-
 TEST(LiveAnswers, TellWhatTheHostDoes)
 {
-    const FakeHost host([](const std::string&) { return status(false); });
+    const FakeHost host([](const std::string&) { return hostStatus(false); });
     const LiveWatch watch([] {});
     ASSERT_TRUE(eventually([&] { return watch.view().state == LiveView::State::there; }));
     EXPECT_FALSE(watch.view().bypass);
@@ -30,12 +24,7 @@ TEST(LiveAnswers, TellWhatTheHostDoes)
 
 TEST(LiveAnswers, TellTheSpeakersOfTheHeadphoneDevice)
 {
-    const FakeHost host([](const std::string&) {
-        return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "speaker": )") +
-               R"({"devices": [], "running": true, "channels": 6, "rate": 48000, "drift_ppm": 0, "quantum": 256, "block": 256, )" +
-               R"("added_frames": 0, "added_ms": 0, "total_ms": 5, "load_mean": 1, "load_worst": 2, "gaps": 0, "gap_frames": 0, )" +
-               R"("refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0}})";
-    });
+    const FakeHost host([](const std::string&) { return hostStatus(false, R"(, "speaker": )" + hostSide("", true, 6)); });
     const LiveWatch watch([] {});
     EXPECT_TRUE(eventually([&] { return watch.view().speakers == 0x3FU; })) << watch.view().text; // 5.1
 }
@@ -43,11 +32,8 @@ TEST(LiveAnswers, TellTheSpeakersOfTheHeadphoneDevice)
 TEST(LiveAnswers, TellEachSideApart)
 {
     const FakeHost host([](const std::string&) {
-        return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": false, "microphone": )") +
-               R"({"devices": ["headset"], "running": true, "channels": 1, "rate": 48000, "drift_ppm": 0, "quantum": 256, )" +
-               R"("block": 240, "added_frames": 224, "added_ms": 4.7, "total_ms": 10.5, "load_mean": 1.5, "load_worst": 2, )" +
-               R"("gaps": 3, "gap_frames": 0, "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, )" +
-               R"("lost_frames": 0, "frames": 4800, "in_energy": 2.5, "out_energy": 0.5}})";
+        return hostStatus(false, R"(, "microphone": )" +
+                                     hostSide("headset", true, 1, R"(, "frames": 4800, "in_energy": 2.5, "out_energy": 0.5)"));
     });
     const LiveWatch watch([] {});
     ASSERT_TRUE(eventually([&] { return watch.view().microphone.has_value(); })) << watch.view().text;
@@ -70,7 +56,7 @@ TEST(LiveAnswers, FollowABypassAlsoWhileNobodyWatches)
     const FakeHost host([&](const std::string& command) {
         if (command.starts_with("bypass"))
             bypass = command == "bypass on";
-        return status(bypass);
+        return hostStatus(bypass);
     });
     LiveWatch watch([] {});
     watch.watch(false);
@@ -88,7 +74,7 @@ TEST(LiveAnswers, AreNotAskedForWhileNobodyWatches)
     const FakeHost host([&](const std::string& command) {
         ++questions;
         bypass = bypass || command == "bypass on";
-        return status(bypass);
+        return hostStatus(bypass);
     });
     LiveWatch watch([] {});
     watch.watch(false);

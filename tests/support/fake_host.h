@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A live host that the panel finds and that answers what a test likes.
+// A live host that our programs find and that answers what a test likes.
 #pragma once
 
 #include <algorithm>
@@ -18,13 +18,30 @@
 
 namespace quorel {
 
+// A side as a host tells of it; `more` begins with a comma or is empty.
+inline std::string hostSide(const std::string& device, bool running, int channels, const std::string& more = "")
+{
+    return R"({"devices": [)" + (device.empty() ? "" : '"' + device + '"') + R"(], "running": )" + (running ? "true" : "false") +
+           R"(, "channels": )" + std::to_string(channels) + R"(, "rate": 48000, "drift_ppm": 0, "quantum": 256, "block": 240, )" +
+           R"("added_frames": 0, "added_ms": 0, "total_ms": 10.5, "load_mean": 1.5, "load_worst": 2, "gaps": 3, )" +
+           R"("gap_frames": 0, "refused_blocks": 0, "refusal": "", "bad_samples": 0, "path_changes": 0, "lost_frames": 0)" +
+           more + '}';
+}
+
+// What a host answers; `sides` are names and sides, each behind a comma.
+inline std::string hostStatus(bool bypass, const std::string& sides = {})
+{
+    return std::string(R"({"connected": true, "reconnects": 0, "scheduling": "FIFO", "bypass": )") + (bypass ? "true" : "false") +
+           sides + '}';
+}
+
 // Listens where quorel-live does, in the test program's own home. `answer` says what to answer; a door without one lets everybody
 // wait.
 class FakeHost {
 public:
     using Answer = std::function<std::string(const std::string&)>;
 
-    explicit FakeHost(Answer answer) : door(socket(AF_UNIX, SOCK_STREAM, 0))
+    explicit FakeHost(Answer answer) : door(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         const auto folder = std::filesystem::path(std::getenv("XDG_RUNTIME_DIR")) / "quorel";
         std::filesystem::create_directories(folder);
