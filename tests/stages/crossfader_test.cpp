@@ -176,6 +176,16 @@ TEST(Crossfader, ABlockLongerThanTheRampsIsRefusedAndNothingChanges)
     EXPECT_EQ((failureText<std::invalid_argument>([&] { fade.blend(block, block, block); })),
               "Crossfader: block longer than the ramps");
     EXPECT_EQ((failureText<std::invalid_argument>([&] { fade.prepare(481); })), "Crossfader: block longer than the ramps");
+    PendingValue<float> target{0.5F, true};
+    float gain = 1.0F;
+    EXPECT_EQ((failureText<std::invalid_argument>([&] { fade.blendGain(block, block, gain, target); })),
+              "Crossfader: block longer than the ramps");
+    Scale<2> scale{1.0F};
+    EXPECT_EQ((failureText<std::invalid_argument>([&] { fade.blendEqualizer(block, block, scale, target); })),
+              "Crossfader: block longer than the ramps");
+    EXPECT_EQ(scale.calls, "") << "an equaliser that had run would have moved on";
+    EXPECT_TRUE(target.changed);
+    EXPECT_EQ(gain, 1.0F);
     EXPECT_EQ(block.channel(0)[480], 1.0F);
     fillWith(block, 480, 1.0F);
     EXPECT_NO_THROW(fade.blend(block, block, block));
