@@ -2,6 +2,7 @@
 #include "client/audio_decoder.h"
 
 #include "client/audio_container.h"
+#include "speaker/speaker_tables.h"
 
 #include <algorithm>
 #include <bit>
@@ -48,7 +49,7 @@ std::uint32_t usualMask(int channels) noexcept
     case 7:
         return 0x70F; // 5.1 with side speakers, and back centre
     case 8:
-        return 0x63F; // 7.1
+        return everySpeaker; // 7.1
     default:
         return 0;
     }

@@ -55,7 +55,7 @@ std::uint32_t layoutOf(std::size_t channels, std::uint32_t activeMask)
 {
     if (rowsOf(activeMask).size() == channels)
         return activeMask;
-    constexpr auto usual = std::to_array<std::uint32_t>({0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x637, 0x63F});
+    constexpr auto usual = std::to_array<std::uint32_t>({0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x637, everySpeaker});
     return channels < usual.size() ? usual.at(channels) : 0;
 }
 

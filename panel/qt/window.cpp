@@ -5,6 +5,7 @@
 #include "panel/qt/controls.h"
 #include "panel/qt/model_texts.h"
 #include "speaker/equalizer_tables.h"
+#include "speaker/speaker_tables.h"
 #include "tools/level_display.h"
 
 #include <QAction>
@@ -48,7 +49,7 @@ QString layoutName(std::uint32_t speakers)
     case 0x3F:
     case 0x60F:
         return PanelWindow::tr("5.1");
-    case 0x63F:
+    case everySpeaker:
         return PanelWindow::tr("7.1");
     default:
         return PanelWindow::tr("speakers 0x%1").arg(speakers, 0, 16);
