@@ -36,7 +36,7 @@ private:
     void run(Stream& stream);
     void fill(std::vector<float>& x);
     void set(Stream& stream);
-    void check(const Stream& stream);
+    void check(Stream& stream);
 
     std::mt19937 random;
     std::vector<std::unique_ptr<Stream>> all;
