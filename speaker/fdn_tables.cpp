@@ -28,7 +28,7 @@ constinit const std::array<FdnLineRow, lineCount> fdnLineTable = std::to_array<F
 // Row r makes the input of line r out of the pairs of lines (0, 1), (2, 3) ... (10, 11): two digits an entry, 1 for plus and 0
 // for minus. Expanded, the rows are those of a 12 by 12 Hadamard matrix, which sqrt(12)/12 makes orthogonal: what circulates
 // keeps its energy.
-constinit const std::array<std::array<std::int8_t, PairMix::pairs>, lineCount> fdnMixingMatrix = std::to_array<std::array<std::int8_t, PairMix::pairs>>({
+constinit const FdnMixingMatrix fdnMixingMatrix = std::to_array<FdnMixingMatrix::value_type>({
     {11, 11, 11, 11, 11, 11},
     {10, 10, 11, 10,  0, 10},
     {10,  1,  1, 11,  0,  1},

@@ -33,7 +33,8 @@ std::array<T, lineCount> fdnColumn(T FdnLineRow::*column)
 }
 
 // The entries are FeedbackMatrix's.
-extern const std::array<std::array<std::int8_t, PairMix::pairs>, lineCount> fdnMixingMatrix;
+using FdnMixingMatrix = std::array<std::array<std::int8_t, PairMix::pairs>, lineCount>;
+extern const FdnMixingMatrix fdnMixingMatrix;
 
 // Six values a section, b0, b1, b2, a0, a1, a2: two sections in each line, four behind both ears.
 extern const std::array<std::array<float, 12>, lineCount> fdnLineFilters;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What quorel-control does by Linux's terminals and signals, and of a live host.
 #include "tests/support/fake_host.h"
+#include "tests/support/started.h"
 #include "tests/tools/control_test.h"
 
 #include <csignal>
@@ -21,22 +22,13 @@ protected:
     // Starts the tool with its output on `fd` and its errors there too, or on `errors`, which is its input then.
     static pid_t start(const std::vector<const char*>& arguments, int fd, int errors = -1)
     {
-        std::vector<char*> argv{const_cast<char*>(QUOREL_CONTROL)};
-        for (const char* argument : arguments)
-            argv.push_back(const_cast<char*>(argument));
-        argv.push_back(nullptr);
-        const pid_t child = fork();
-        if (child == 0) {
-            std::signal(SIGINT, SIG_DFL); // a shell's background ignores it
+        return started(QUOREL_CONTROL, arguments, [=] {
             dup2(fd, STDOUT_FILENO);
             dup2(errors != -1 ? errors : fd, STDERR_FILENO);
             if (errors != -1)
                 dup2(errors, STDIN_FILENO);
             setenv("TERM", "xterm", 1);
-            execv(QUOREL_CONTROL, argv.data());
-            _exit(127);
-        }
-        return child;
+        });
     }
 
     // Waits until the tool has switched the levels on.

@@ -4,6 +4,7 @@
 #include "tests/panel/own_folders.h"
 #include "tests/panel/sounding_effect.h"
 #include "tests/support/control_application.h"
+#include "tests/support/started.h"
 
 #include <gtest/gtest.h>
 
@@ -16,19 +17,10 @@ namespace {
 
 pid_t start(const std::vector<const char*>& arguments)
 {
-    std::vector<char*> argv{const_cast<char*>(QUOREL_PANEL)};
-    for (const char* argument : arguments)
-        argv.push_back(const_cast<char*>(argument));
-    argv.push_back(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-        std::signal(SIGINT, SIG_DFL); // a shell's background ignores it
+    return started(QUOREL_PANEL, arguments, [] {
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
         setenv("PIPEWIRE_REMOTE", "none", 1);
-        execv(QUOREL_PANEL, argv.data());
-        _exit(127);
-    }
-    return child;
+    });
 }
 
 // The microphone's levels are on while their page is seen. Without a tray a panel that is to be hidden could not be found again.
