@@ -36,7 +36,7 @@ struct GraphClient::Pacemaker {
     std::atomic<bool> driving = false;
     std::atomic<std::uint64_t> done = 0;
     std::atomic<std::uint64_t> lost = 0; // cycles that did not end
-    std::atomic<bool> held = false; // no cycle begins
+    std::atomic<bool> held = false;      // no cycle begins
     std::atomic<bool> stopped = false;
     std::thread thread;
 };
