@@ -10,7 +10,7 @@ namespace {
 TEST(LongSound, StaysFiniteAndTheSameInOtherCuts)
 {
     LongSound sound(1);
-    for (int second = 0; second < 20; ++second) // fifteen loud ones and five silent ones
+    for (int second = 0; second < 20; ++second) // fourteen loud ones and six silent ones
         ASSERT_NO_THROW(sound.second());
     EXPECT_GT(sound.samples(), 10'000'000U);
     EXPECT_GT(sound.replaced(), 1000U);
