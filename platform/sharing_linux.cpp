@@ -105,25 +105,28 @@ Handle refused(const std::string& path, int error)
 
 // ---- Mappings -------------------------------------------------------------------------------------------------------
 
-// The name of a memory object that a record tells; empty when it tells none of ours.
-std::string nameIn(const UserDirectory& directory, const std::string& record)
+// The name of a memory object that a record tells. 0, or the error: EINVAL when it tells none of ours.
+int readName(const UserDirectory& directory, const std::string& record, std::string& name)
 {
     const std::string_view prefix = memoryPrefix;
-    std::string name;
-    if (readFile(directory.get(), record, prefix.size() + digits, name) != 0 || name.size() != prefix.size() + digits ||
-        !name.starts_with(prefix) || name.find_first_not_of("0123456789abcdef", prefix.size()) != std::string::npos)
-        return {};
-    return name;
+    if (const int error = readFile(directory.get(), record, prefix.size() + digits, name); error != 0)
+        return error;
+    const bool ours = name.size() == prefix.size() + digits && name.starts_with(prefix) &&
+                      name.find_first_not_of("0123456789abcdef", prefix.size()) == std::string::npos;
+    return ours ? 0 : EINVAL;
 }
 
-// The memory object, held by this process from now on; none when nobody held it: then it is gone.
-File hold(const std::string& name)
+// The memory object, held by this process from now on. None and `gone` when nobody held it: then it is taken away; none alone when
+// that is not to be known.
+File hold(const std::string& name, bool& gone)
 {
     File memory(shm_open(name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0));
-    if (!memory || !isPrivate(memory.get(), S_IFREG))
+    gone = memory ? !isPrivate(memory.get(), S_IFREG) : !isLack(errno);
+    if (!memory || gone)
         return {};
     if (flock(memory.get(), LOCK_EX | LOCK_NB) == 0) {
         shm_unlink(name.c_str());
+        gone = true;
         return {};
     }
     return flock(memory.get(), LOCK_SH | LOCK_NB) == 0 ? std::move(memory) : File();
@@ -137,22 +140,30 @@ void removeLeftOvers(const UserDirectory& directory)
     for (const auto& file : files) {
         if (!file.starts_with("memory."))
             continue;
-        if (const auto name = nameIn(directory, file); name.empty() || !hold(name))
+        std::string name;
+        const int error = readName(directory, file, name);
+        bool gone = error != 0 && !isLack(error);
+        if (error == 0)
+            static_cast<void>(hold(name, gone));
+        if (gone)
             unlinkat(directory.get(), file.c_str(), 0);
     }
 }
 
-// The existing mapping. In a turn it may be the one that was left open in an earlier one, if others would find that one.
-Handle openRecorded(const UserDirectory& directory, const std::string& record)
+// The existing mapping. In a turn it may be the one that was left open in an earlier one, if others would find that one. None and
+// `gone` when there is none; none alone when that is not to be known.
+Handle openRecorded(const UserDirectory& directory, const std::string& record, bool& gone)
 {
-    const auto name = nameIn(directory, record);
-    if (name.empty())
+    std::string name;
+    const int error = readName(directory, record, name);
+    gone = error != 0 && !isLack(error);
+    if (error != 0)
         return nullptr;
     if (auto* left = leftMapping.load(); turn != nullptr && left != nullptr && left->name == name) {
         leftMapping = nullptr;
         return left;
     }
-    auto memory = hold(name);
+    auto memory = hold(name, gone);
     return memory ? new Object{Object::Kind::mapping, std::move(memory), name} : nullptr;
 }
 
@@ -163,7 +174,7 @@ Handle makeRecorded(const UserDirectory& directory, const std::string& record, s
     if (fresh.empty())
         return nullptr;
     const auto name = memoryPrefix + fresh;
-    if (const auto before = nameIn(directory, record); !before.empty())
+    if (std::string before; readName(directory, record, before) == 0)
         shm_unlink(before.c_str()); // of a turn that was never finished
     if (!replaceFile(directory.get(), record, name)) {
         const int error = errno;
@@ -196,7 +207,10 @@ std::string ownFifo(const std::string& prefix)
 File openFifo(int directory, const std::string& name, int how)
 {
     File fifo(openat(directory, name.c_str(), how | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    return fifo && isPrivate(fifo.get(), S_IFIFO) ? std::move(fifo) : File();
+    if (!fifo || isPrivate(fifo.get(), S_IFIFO))
+        return fifo;
+    errno = EACCES;
+    return {};
 }
 
 bool isHeld(int directory, const std::string& name)
@@ -215,21 +229,24 @@ bool writeMark(int file)
     }
 }
 
-// True when a process holds the event. Takes away the FIFOs that nobody holds.
-bool eventIsThere(const UserDirectory& directory, const std::string& prefix)
+// Finds out whether a process holds the event, and takes away the FIFOs that nobody holds. False when that is not to be known.
+bool findHolders(const UserDirectory& directory, const std::string& prefix, bool& there)
 {
+    there = false;
     std::vector<std::string> files;
-    static_cast<void>(listDirectory(directory.get(), files));
-    bool there = false;
+    if (!listDirectory(directory.get(), files))
+        return false;
     for (const auto& file : files) {
         if (!file.starts_with(prefix))
             continue;
         if (isHeld(directory.get(), file))
             there = true;
+        else if (isLack(errno))
+            return false;
         else
             unlinkat(directory.get(), file.c_str(), 0);
     }
-    return there;
+    return true;
 }
 
 // This process's own end of the event, which is set when others were there before.
@@ -279,7 +296,8 @@ try {
     if (!directory || !directory.keepOthersOut())
         return nullptr;
     removeLeftOvers(directory);
-    return openRecorded(directory, fileName("memory.", name));
+    bool gone = false;
+    return openRecorded(directory, fileName("memory.", name), gone);
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -296,7 +314,8 @@ try {
         return nullptr;
     removeLeftOvers(directory);
     const auto record = fileName("memory.", name);
-    if (auto* existing = openRecorded(directory, record); existing != nullptr)
+    bool gone = false;
+    if (auto* existing = openRecorded(directory, record, gone); existing != nullptr || !gone)
         return existing;
     turn->records.push_back(record);
     const auto made = makeRecorded(directory, record + unfinished, bytes);
@@ -339,7 +358,8 @@ try {
     if (!directory || !directory.keepOthersOut())
         return nullptr;
     const auto prefix = fileName("event.", name) + '.';
-    return openEnd(directory, prefix, eventIsThere(directory, prefix));
+    bool there = false;
+    return findHolders(directory, prefix, there) ? openEnd(directory, prefix, there) : nullptr;
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -350,7 +370,8 @@ try {
     if (!directory || !directory.keepOthersOut())
         return nullptr;
     const auto prefix = fileName("event.", name) + '.';
-    return eventIsThere(directory, prefix) ? openEnd(directory, prefix, true) : nullptr;
+    bool there = false;
+    return findHolders(directory, prefix, there) && there ? openEnd(directory, prefix, true) : nullptr;
 } catch (const std::exception&) {
     return nullptr;
 }
@@ -371,7 +392,7 @@ try {
         const auto fifo = openFifo(event->directory.get(), file, O_RDWR); // no signal when its process goes meanwhile
         if (fifo)
             all = writeMark(fifo.get()) && all;
-        else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+        else if (isLack(errno))
             all = false;
     }
     return all;

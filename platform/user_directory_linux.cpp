@@ -152,10 +152,11 @@ UserDirectory::UserDirectory(Place place, IfMissing missing)
 {
     if (place == Place::runtime) {
         path = pathFrom("XDG_RUNTIME_DIR");
-        if (auto runtime = openPlace(path.c_str()); runtime && isOwn(runtime.get())) {
+        auto runtime = openPlace(path.c_str());
+        if (runtime && isOwn(runtime.get())) {
             path += "/quorel";
             directory = goDown(std::move(runtime), {"quorel"}, missing);
-        } else
+        } else if (runtime || !isLack(errno)) // else others would stay in the one, and this process go to the other
             place = Place::state;
     }
     if (place == Place::state) {
@@ -180,6 +181,11 @@ bool UserDirectory::keepOthersOut() noexcept
         return true;
     keepRefusal(path, errno);
     return false;
+}
+
+bool isLack(int error) noexcept
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
 }
 
 bool takeLock(int file, std::uint32_t milliseconds) noexcept

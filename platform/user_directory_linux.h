@@ -57,6 +57,9 @@ private:
     int failure = 0;
 };
 
+// True where the system only lacks something just now: then it has told nothing about what was asked for.
+bool isLack(int error) noexcept;
+
 // Takes the exclusive lock of an open file within so many milliseconds. On failure errno tells why: EBUSY for one that another
 // has.
 bool takeLock(int file, std::uint32_t milliseconds) noexcept;

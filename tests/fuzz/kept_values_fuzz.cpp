@@ -3,78 +3,18 @@
 // Then keys are used in any order, while what they ask of the system fails here and there: no value is lost, nor half of one kept.
 #include "platform/registry.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/failing_memory.h"
 #include "tests/support/private_home.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdarg>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <sys/stat.h>
 #include <vector>
-
-namespace {
-
-int callsLeft = 0;  // of the system, up to the one that fails; 0: none fails
-int callsError = 0; // why it fails
-
-bool callFails()
-{
-    if (callsLeft == 0 || --callsLeft > 0)
-        return false;
-    errno = callsError;
-    return true;
-}
-
-} // namespace
-
-extern "C" {
-int __real_openat(int folder, const char* name, int how, ...);
-int __real_mkdirat(int folder, const char* name, mode_t mode);
-int __real_renameat(int oldFolder, const char* from, int newFolder, const char* to);
-int __real_unlinkat(int folder, const char* name, int how);
-int __real_fsync(int file);
-ssize_t __real_write(int file, const void* data, std::size_t bytes);
-
-int __wrap_openat(int folder, const char* name, int how, ...)
-{
-    va_list rest;
-    va_start(rest, how);
-    const mode_t mode = (how & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
-    va_end(rest);
-    return callFails() ? -1 : __real_openat(folder, name, how, mode);
-}
-
-int __wrap_mkdirat(int folder, const char* name, mode_t mode)
-{
-    return callFails() ? -1 : __real_mkdirat(folder, name, mode);
-}
-
-int __wrap_renameat(int oldFolder, const char* from, int newFolder, const char* to)
-{
-    return callFails() ? -1 : __real_renameat(oldFolder, from, newFolder, to);
-}
-
-int __wrap_unlinkat(int folder, const char* name, int how)
-{
-    return callFails() ? -1 : __real_unlinkat(folder, name, how);
-}
-
-int __wrap_fsync(int file)
-{
-    return callFails() ? -1 : __real_fsync(file);
-}
-
-ssize_t __wrap_write(int file, const void* data, std::size_t bytes)
-{
-    return callFails() ? -1 : __real_write(file, data, bytes);
-}
-}
 
 namespace {
 
@@ -161,14 +101,13 @@ void chooseFailure(FuzzInput& input)
     constexpr std::array<int, 7> errors = {EIO, ENOSPC, EACCES, ENOMEM, ENOTEMPTY, EMFILE, ELOOP};
     const auto kind = input.below(3);
     const int count = static_cast<int>(input.below(32)) + 1;
-    callsError = errors.at(input.below(errors.size()));
-    callsLeft = kind == 1 ? count : 0;
+    failCall(kind == 1 ? count : 0, errors.at(input.below(errors.size())));
     failAllocation(kind == 2 ? count : 0, true, Counted::own);
 }
 
 void failNoMore()
 {
-    callsLeft = 0;
+    failCall(0, 0);
     failAllocation(0, false, Counted::own);
 }
 

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+// Each operation on what processes share, with each of its calls of the system refused once: it fails or it has done what it
+// says, it leaves no file open, and the next one finds nothing in its way.
+#include "platform/named_lock.h"
+#include "platform/registry.h"
+#include "platform/sharing.h"
+#include "tests/support/failing_calls.h"
+#include "tests/support/temporary_home.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace quorel::platform {
+namespace {
+
+constexpr const char* memory = "Global\\QUORELTestMem";
+constexpr const char* event = "Global\\QUORELTestEvent";
+constexpr const char* lock = "Global\\QUORELLockOfTheTest";
+constexpr const char* path = "Software\\QUOREL test";
+constexpr std::uint32_t bytes = 1060;
+constexpr std::uint32_t keyRead = 0x20019;
+constexpr std::uint32_t keyWrite = 0x20006;
+
+std::ptrdiff_t openFiles()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+class RefusedCalls : public testing::Test {
+protected:
+    // The work tells whether it was done. A call that is interrupted may be made once more.
+    static void expectSafe(const std::function<bool()>& work)
+    {
+        EXPECT_TRUE(work());
+        const auto before = openFiles();
+        for (const int error : {EMFILE, ENOMEM, EINTR}) {
+            long call = 1;
+            for (bool failed = true; failed; ++call) {
+                failCall(call, error);
+                work();
+                failed = callFailed();
+                failCall(0, 0);
+                ASSERT_EQ(openFiles(), before) << "call " << call << ": " << std::strerror(error);
+                ASSERT_TRUE(work()) << "after call " << call << ": " << std::strerror(error);
+            }
+            EXPECT_GT(call, 2);
+        }
+    }
+
+    TemporaryHome home;
+    Descriptor* everybody = convertDescriptor("D:(A;OICI;GA;;;BA)");
+};
+
+bool isMade(const char* name, const Descriptor* descriptor)
+{
+    const auto mapping = createMapping(name, bytes, descriptor);
+    if (mapping == nullptr)
+        return false;
+    auto* view = static_cast<char*>(mapView(mapping, bytes));
+    if (view != nullptr) {
+        view[bytes - 1] = 1; // what is only promised ends the program here
+        unmapView(view, bytes);
+    }
+    closeHandle(mapping);
+    return view != nullptr;
+}
+
+TEST_F(RefusedCalls, AMappingIsMadeOrIsNot)
+{
+    expectSafe([&] { return isMade(memory, everybody); });
+}
+
+// Nobody makes another one beside it.
+TEST_F(RefusedCalls, AMappingThatIsThereIsFoundOrIsNot)
+{
+    const auto made = createMapping(memory, bytes, everybody);
+    ASSERT_NE(made, nullptr);
+    auto* first = static_cast<char*>(mapView(made, bytes));
+    ASSERT_NE(first, nullptr);
+    first[0] = 7;
+    const auto isFound = [](Handle mapping) {
+        if (mapping == nullptr)
+            return false;
+        auto* view = static_cast<char*>(mapView(mapping, bytes));
+        if (view != nullptr) {
+            EXPECT_EQ(view[0], 7);
+            unmapView(view, bytes);
+        }
+        closeHandle(mapping);
+        return view != nullptr;
+    };
+    expectSafe([&] { return isFound(openMapping(memory)); });
+    expectSafe([&] { return isFound(createMapping(memory, bytes, everybody)); });
+    unmapView(first, bytes);
+    closeHandle(made);
+}
+
+// One that is not finished is found by nobody.
+TEST_F(RefusedCalls, ATurnIsFinishedOrIsNot)
+{
+    expectSafe([&] {
+        UserTurn turn(0);
+        const auto mapping = turn ? createMapping(memory, bytes, everybody) : nullptr;
+        if (mapping == nullptr)
+            return false;
+        const bool finished = turn.finish();
+        closeHandle(mapping);
+        return finished;
+    });
+}
+
+TEST_F(RefusedCalls, AnEventIsMadeAndSetOrIsNot)
+{
+    const auto other = createEvent(event, everybody);
+    ASSERT_NE(other, nullptr);
+    expectSafe([&] {
+        const auto made = createEvent(event, everybody);
+        const bool set = made != nullptr && setEvent(made) && waitFor(other, 0) && resetEvent(other);
+        if (made != nullptr)
+            closeHandle(made);
+        return set;
+    });
+    closeHandle(other);
+}
+
+TEST_F(RefusedCalls, AnEventIsFoundAndWaitedForOrIsNot)
+{
+    const auto made = createEvent(event, everybody);
+    const auto never = createEvent(nullptr, everybody);
+    ASSERT_NE(made, nullptr);
+    ASSERT_NE(never, nullptr);
+    expectSafe([&] {
+        const auto found = openEvent(event);
+        const bool there = found != nullptr && setEvent(found) && waitFor(found, 0) && waitForEither(never, found) == 1 &&
+                           resetEvent(found) && !waitFor(found, 0);
+        if (found != nullptr)
+            closeHandle(found);
+        return there;
+    });
+    closeHandle(never);
+    closeHandle(made);
+}
+
+TEST_F(RefusedCalls, AThreadRunsOrDoesNot)
+{
+    std::atomic<int> runs = 0;
+    expectSafe([&] {
+        const int before = runs;
+        const auto thread = startThread([](void* count) { ++*static_cast<std::atomic<int>*>(count); }, &runs);
+        if (thread == nullptr) {
+            EXPECT_EQ(runs, before);
+            return false;
+        }
+        while (!waitFor(thread, 1000)) { // a wait that is refused has not waited
+        }
+        closeHandle(thread);
+        EXPECT_EQ(runs, before + 1);
+        return true;
+    });
+}
+
+TEST_F(RefusedCalls, ALockIsHeldOrIsNot)
+{
+    expectSafe([&] {
+        const NamedLock held(lock, everybody, 0);
+        if (held) {
+            EXPECT_FALSE(NamedLock(lock, everybody, 0)); // in whatever place
+        }
+        return static_cast<bool>(held);
+    });
+}
+
+// The values are those of before or those that were set, and a refused reading tells none.
+TEST_F(RefusedCalls, ValuesAreKeptOrAreNot)
+{
+    const RegistryKey user = rootKey(RootKey::currentUser);
+    const auto valueOf = [&](std::uint32_t& value) {
+        RegistryKey key = nullptr;
+        if (openKey(user, path, keyRead, key) != 0)
+            return false;
+        std::uint32_t size = sizeof value;
+        const bool told = queryValue(key, "Reverb", &value, size) == 0;
+        closeKey(key);
+        return told;
+    };
+    std::uint32_t last = 0; // that was to be kept
+    expectSafe([&] {
+        std::uint32_t value = 0;
+        if (last > 0 && valueOf(value)) {
+            EXPECT_TRUE(value == last || value == last - 1) << value;
+        }
+        RegistryKey key = nullptr;
+        if (createKey(user, path, keyWrite, key) != 0)
+            return false;
+        static_cast<void>(setNumber(key, "Reverb", ++last));
+        closeKey(key);
+        return valueOf(value) && value == last;
+    });
+}
+
+} // namespace
+} // namespace quorel::platform
