@@ -113,6 +113,11 @@ TEST_F(RefusedCalls, ATurnIsFinishedOrIsNot)
         if (mapping == nullptr)
             return false;
         const bool finished = turn.finish();
+        if (finished && callFailed()) { // and none fails from here on
+            const auto found = openMapping(memory);
+            EXPECT_NE(found, nullptr);
+            closeHandle(found);
+        }
         closeHandle(mapping);
         return finished;
     });
@@ -183,27 +188,35 @@ TEST_F(RefusedCalls, ALockIsHeldOrIsNot)
 TEST_F(RefusedCalls, ValuesAreKeptOrAreNot)
 {
     const RegistryKey user = rootKey(RootKey::currentUser);
-    const auto valueOf = [&](std::uint32_t& value) {
+    const auto set = [&](const char* name, std::uint32_t value) {
+        RegistryKey key = nullptr;
+        if (createKey(user, path, keyWrite, key) != 0)
+            return false;
+        static_cast<void>(setNumber(key, name, value));
+        closeKey(key);
+        return true;
+    };
+    const auto get = [&](const char* name, std::uint32_t& value) {
         RegistryKey key = nullptr;
         if (openKey(user, path, keyRead, key) != 0)
             return false;
         std::uint32_t size = sizeof value;
-        const bool told = queryValue(key, "Reverb", &value, size) == 0;
+        const auto result = queryValue(key, name, &value, size);
         closeKey(key);
-        return told;
+        EXPECT_EQ(result, 0) << "a key that was read has both";
+        return result == 0;
     };
+    ASSERT_TRUE(set("Enabled", 1));
+    ASSERT_TRUE(set("Reverb", 0));
     std::uint32_t last = 0; // that was to be kept
     expectSafe([&] {
-        std::uint32_t value = 0;
-        if (last > 0 && valueOf(value)) {
-            EXPECT_TRUE(value == last || value == last - 1) << value;
-        }
-        RegistryKey key = nullptr;
-        if (createKey(user, path, keyWrite, key) != 0)
-            return false;
-        static_cast<void>(setNumber(key, "Reverb", ++last));
-        closeKey(key);
-        return valueOf(value) && value == last;
+        std::uint32_t enabled = 1;
+        std::uint32_t value = last;
+        static_cast<void>(get("Enabled", enabled));
+        static_cast<void>(get("Reverb", value));
+        EXPECT_EQ(enabled, 1U);
+        EXPECT_TRUE(value == last || value + 1 == last) << value;
+        return set("Reverb", ++last) && get("Reverb", value) && value == last;
     });
 }
 
