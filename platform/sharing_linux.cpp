@@ -155,9 +155,9 @@ void removeLeftOvers(const UserDirectory& directory)
 Handle openRecorded(const UserDirectory& directory, const std::string& record, bool& gone)
 {
     std::string name;
-    const int error = readName(directory, record, name);
-    gone = error != 0 && !isLack(error);
-    if (error != 0)
+    errno = readName(directory, record, name);
+    gone = errno != 0 && !isLack(errno);
+    if (errno != 0)
         return nullptr;
     if (auto* left = leftMapping.load(); turn != nullptr && left != nullptr && left->name == name) {
         leftMapping = nullptr;
@@ -315,8 +315,12 @@ try {
     removeLeftOvers(directory);
     const auto record = fileName("memory.", name);
     bool gone = false;
-    if (auto* existing = openRecorded(directory, record, gone); existing != nullptr || !gone)
+    if (auto* existing = openRecorded(directory, record, gone); existing != nullptr)
         return existing;
+    if (!gone) {
+        const int error = errno;
+        return refused(directory.pathOf(record), error);
+    }
     turn->records.push_back(record);
     const auto made = makeRecorded(directory, record + unfinished, bytes);
     if (made == nullptr)
@@ -359,7 +363,11 @@ try {
         return nullptr;
     const auto prefix = fileName("event.", name) + '.';
     bool there = false;
-    return findHolders(directory, prefix, there) ? openEnd(directory, prefix, there) : nullptr;
+    if (!findHolders(directory, prefix, there)) {
+        const int error = errno;
+        return refused(directory.pathOf(prefix), error);
+    }
+    return openEnd(directory, prefix, there);
 } catch (const std::exception&) {
     return nullptr;
 }

@@ -2,6 +2,7 @@
 // Each operation on what processes share, with each of its calls of the system refused once: it fails or it has done what it
 // says, it leaves no file open, and the next one finds nothing in its way.
 #include "platform/named_lock.h"
+#include "platform/refusal.h"
 #include "platform/registry.h"
 #include "platform/sharing.h"
 #include "tests/support/failing_calls.h"
@@ -99,7 +100,12 @@ TEST_F(RefusedCalls, AMappingThatIsThereIsFoundOrIsNot)
         return view != nullptr;
     };
     expectSafe([&] { return isFound(openMapping(memory)); });
-    expectSafe([&] { return isFound(createMapping(memory, bytes, everybody)); });
+    expectSafe([&] {
+        keepRefusal({}, 0);
+        const auto mapping = createMapping(memory, bytes, everybody);
+        EXPECT_TRUE(mapping != nullptr || lastRefusal().error != 0) << "the tools tell why";
+        return isFound(mapping);
+    });
     unmapView(first, bytes);
     closeHandle(made);
 }
@@ -128,7 +134,9 @@ TEST_F(RefusedCalls, AnEventIsMadeAndSetOrIsNot)
     const auto other = createEvent(event, everybody);
     ASSERT_NE(other, nullptr);
     expectSafe([&] {
+        keepRefusal({}, 0);
         const auto made = createEvent(event, everybody);
+        EXPECT_TRUE(made != nullptr || lastRefusal().error != 0) << "the tools tell why";
         const bool set = made != nullptr && setEvent(made) && waitFor(other, 0) && resetEvent(other);
         if (made != nullptr)
             closeHandle(made);
