@@ -16,15 +16,10 @@ namespace quorel {
 
 namespace {
 
-constexpr long retryPeriod = 250'000'000; // ns
-constexpr auto answerPatience = std::chrono::seconds(5);
+constexpr std::int64_t retryPeriod = 250'000'000; // ns
+constexpr auto answerPatience = std::chrono::nanoseconds(5'000'000'000);
 constexpr std::int64_t managerStart = 500'000'000;    // ns that a new session manager is given before anything is asked of it
 constexpr std::int64_t longestStart = 32'000'000'000; // and at most that one is given which has not answered
-
-timespec timeOf(std::int64_t ns)
-{
-    return {ns / 1'000'000'000, ns % 1'000'000'000};
-}
 
 const char* keyOf(bool sink)
 {
@@ -67,16 +62,6 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
     if (context == nullptr)
         throw std::runtime_error(std::string("PipeWire's client library does not start: ") + std::strerror(errno));
 
-    again = pw_loop_add_timer(
-        loop, [](void* data, std::uint64_t) { static_cast<void>(static_cast<AudioServer*>(data)->connect()); }, this);
-    ended = pw_loop_add_event(
-        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->lose(); }, this);
-    orphaned = pw_loop_add_event(
-        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->leaveManager(); }, this);
-    started = pw_loop_add_timer(
-        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->bindDefaults(); }, this);
-    unheard = pw_loop_add_timer(
-        loop, [](void* data, std::uint64_t) { static_cast<AudioServer*>(data)->giveUp(); }, this);
     coreEvents.version = PW_VERSION_CORE_EVENTS;
     coreEvents.info = [](void* data, const pw_core_info*) { static_cast<AudioServer*>(data)->welcome(); };
     coreEvents.done = [](void* data, std::uint32_t id, int answer) {
@@ -95,7 +80,7 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
         if (id != PW_ID_CORE || (result != -EPIPE && result != -ECONNRESET))
             return;
         server.broken = true;
-        pw_loop_signal_event(server.loop, server.ended); // not from within the connection
+        server.ended.signal(); // not from within the connection
     };
     registryEvents.version = PW_VERSION_REGISTRY_EVENTS;
     registryEvents.global = [](void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
@@ -113,12 +98,6 @@ AudioServer::AudioServer(pw_loop* loop, Events events) : loop(loop), events(std:
 AudioServer::~AudioServer()
 {
     drop();
-    stopWatching();
-    pw_loop_destroy_source(loop, again);
-    pw_loop_destroy_source(loop, ended);
-    pw_loop_destroy_source(loop, orphaned);
-    pw_loop_destroy_source(loop, started);
-    pw_loop_destroy_source(loop, unheard);
     pw_context_destroy(context);
 }
 
@@ -188,8 +167,7 @@ void AudioServer::drop()
 
 void AudioServer::watchForServer()
 {
-    timespec period{0, retryPeriod};
-    pw_loop_update_timer(loop, again, &period, nullptr, false);
+    again.once(retryPeriod);
     if (appeared != nullptr)
         return;
     const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
@@ -199,24 +177,18 @@ void AudioServer::watchForServer()
         close(watch);
         return;
     }
-    appeared = pw_loop_add_io(
-        loop, watch, SPA_IO_IN, true,
-        [](void* data, int file, std::uint32_t) {
-            char names[4096];
-            while (read(file, names, sizeof names) > 0) {
-            }
-            static_cast<void>(static_cast<AudioServer*>(data)->connect());
-        },
-        this);
+    appeared = LoopInput::of(loop, watch, [this, watch] {
+        char names[4096];
+        while (read(watch, names, sizeof names) > 0) {
+        }
+        static_cast<void>(connect());
+    });
 }
 
 void AudioServer::stopWatching()
 {
-    timespec never{};
-    pw_loop_update_timer(loop, again, &never, nullptr, false);
-    if (appeared != nullptr)
-        pw_loop_destroy_source(loop, appeared);
-    appeared = nullptr;
+    again.stop();
+    appeared.reset();
 }
 
 void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* properties)
@@ -231,10 +203,8 @@ void AudioServer::addGlobal(std::uint32_t id, const char* type, const spa_dict* 
     } else if (kind == PW_TYPE_INTERFACE_Metadata && textOf(properties, PW_KEY_METADATA_NAME) == "default" &&
                defaultsId == SPA_ID_INVALID) {
         defaultsId = id;
-        if (claims()) {
-            timespec once = timeOf(askingAfter);
-            pw_loop_update_timer(loop, started, &once, nullptr, false);
-        }
+        if (claims())
+            started.once(askingAfter);
     }
 }
 
@@ -246,7 +216,7 @@ void AudioServer::removeGlobal(std::uint32_t id)
     if (id == defaultsId) { // the session manager went; another one brings its own
         forgetManager();
         askingAfter = managerStart;
-        pw_loop_signal_event(loop, orphaned); // not from within the connection
+        orphaned.signal(); // not from within the connection
     }
 }
 
@@ -285,15 +255,13 @@ void AudioServer::bindDefaults()
     defaults =
         static_cast<pw_metadata*>(pw_registry_bind(registry, defaultsId, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
     pw_metadata_add_listener(defaults, &defaultsHook, &defaultsEvents, this);
-    claiming = pw_core_sync(connection, PW_ID_CORE, 0);
-    timespec once = timeOf(std::chrono::nanoseconds(answerPatience).count());
-    pw_loop_update_timer(loop, unheard, &once, nullptr, false);
+    claiming = ask();
+    unheard.once(answerPatience.count());
 }
 
 void AudioServer::heard()
 {
-    timespec never{};
-    pw_loop_update_timer(loop, unheard, &never, nullptr, false);
+    unheard.stop();
     askingAfter = managerStart;
 }
 
@@ -307,9 +275,8 @@ void AudioServer::giveUp()
 
 void AudioServer::unbindDefaults()
 {
-    timespec never{};
-    pw_loop_update_timer(loop, started, &never, nullptr, false);
-    pw_loop_update_timer(loop, unheard, &never, nullptr, false);
+    started.stop();
+    unheard.stop();
     if (defaults != nullptr) {
         spa_hook_remove(&defaultsHook);
         pw_proxy_destroy(reinterpret_cast<pw_proxy*>(defaults));
@@ -370,8 +337,15 @@ bool AudioServer::restoreDefaults()
 
 void AudioServer::write(bool sink, const std::string& value)
 {
-    pw_metadata_set_property(defaults, PW_ID_CORE, keyOf(sink), value.empty() ? nullptr : "Spa:String:JSON",
-                             value.empty() ? nullptr : value.c_str());
+    const char* type = value.empty() ? nullptr : "Spa:String:JSON";
+    const char* text = value.empty() ? nullptr : value.c_str();
+    pw_metadata_set_property(defaults, PW_ID_CORE, keyOf(sink), type, text);
+}
+
+// The number of the answer.
+int AudioServer::ask()
+{
+    return pw_core_sync(connection, PW_ID_CORE, 0);
 }
 
 bool AudioServer::settle()
@@ -380,7 +354,7 @@ bool AudioServer::settle()
     if (asked == nullptr)
         return false;
     settled = false;
-    settling = pw_core_sync(connection, PW_ID_CORE, 0);
+    settling = ask();
     const auto end = std::chrono::steady_clock::now() + answerPatience;
     pw_loop_enter(loop);
     while (!settled && connection == asked && std::chrono::steady_clock::now() < end)

@@ -6,6 +6,8 @@
 // its folder, and every 250 ms.
 #pragma once
 
+#include "live/loop_source.h"
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -81,6 +83,7 @@ private:
         std::uint32_t to;
     };
 
+    int ask();
     void welcome();
     void drop();
     void lose();
@@ -105,16 +108,16 @@ private:
     pw_core* connection = nullptr;
     pw_registry* registry = nullptr;
     pw_metadata* defaults = nullptr;
-    std::uint32_t defaultsId = SPA_ID_INVALID; // at the server; invalid while there is no session manager
-    spa_source* again = nullptr;               // a look for the server, after a while
-    spa_source* appeared = nullptr;            // something has appeared in the folder of its socket
-    spa_source* ended = nullptr;               // the connection is gone
-    spa_source* orphaned = nullptr;            // the session manager is
-    spa_source* started = nullptr;             // one has been there for a while
-    spa_source* unheard = nullptr;             // one that was asked has not answered
-    std::int64_t askingAfter;                  // ns until one is asked, longer after each that did not answer
-    bool answered = false;                     // by the server, on this connection
-    bool broken = false;                       // and `ended` has been told so
+    std::uint32_t defaultsId = SPA_ID_INVALID;                       // at the server; invalid while there is no session manager
+    LoopTimer again{loop, [this] { static_cast<void>(connect()); }}; // a look for the server, after a while
+    std::unique_ptr<LoopInput> appeared;                             // something has appeared in the folder of its socket
+    LoopEvent ended{loop, [this] { lose(); }};                       // the connection is gone
+    LoopEvent orphaned{loop, [this] { leaveManager(); }};            // the session manager is
+    LoopTimer started{loop, [this] { bindDefaults(); }};             // one has been there for a while
+    LoopTimer unheard{loop, [this] { giveUp(); }};                   // one that was asked has not answered
+    std::int64_t askingAfter; // ns until one is asked, longer after each that did not answer
+    bool answered = false;    // by the server, on this connection
+    bool broken = false;      // and `ended` has been told so
     bool trying = false;
     std::uint64_t reconnects_ = 0;
     std::map<std::uint32_t, Node> nodes_;

@@ -75,27 +75,21 @@ CommandSocket::CommandSocket(pw_loop* loop, std::function<std::string(const std:
         close(file);
         throw error;
     }
-    door = pw_loop_add_io(
-        loop, file, SPA_IO_IN, true,
-        [](void* data, int listening, std::uint32_t) { static_cast<CommandSocket*>(data)->admit(listening); }, this);
+    door = LoopInput::of(loop, file, [this, file] { admit(file); });
+    if (!door)
+        throw failure(path);
 }
 
 CommandSocket::~CommandSocket()
 {
-    for (spa_source* caller : callers)
-        pw_loop_destroy_source(loop, caller);
-    pw_loop_destroy_source(loop, door);
     unlink(path.c_str());
 }
 
 void CommandSocket::admit(int file)
 {
     const int caller = accept4(file, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (caller < 0)
-        return;
-    callers.insert(pw_loop_add_io(
-        loop, caller, SPA_IO_IN | SPA_IO_HUP | SPA_IO_ERR, true,
-        [](void* data, int talking, std::uint32_t) { static_cast<CommandSocket*>(data)->serve(talking); }, this));
+    if (caller >= 0)
+        callers[caller] = LoopInput::of(loop, caller, [this, caller] { serve(caller); });
 }
 
 // A command is short enough to come in one piece. An answer fits into a socket's memory; a caller that does not read loses it.
@@ -106,23 +100,18 @@ void CommandSocket::serve(int file)
     if (got < 0 && (errno == EAGAIN || errno == EINTR))
         return;
     if (got > 0) {
-        const std::string_view received(text.data(), static_cast<std::size_t>(got));
-        const auto end = received.find('\n');
-        const std::string reply =
-            end == std::string_view::npos ? R"({"error": "no command"})" : answer(std::string(received.substr(0, end)));
-        static_cast<void>(send(file, (reply + '\n').c_str(), reply.size() + 1, MSG_NOSIGNAL | MSG_DONTWAIT));
+        const std::string reply = replyTo({text.data(), static_cast<std::size_t>(got)}) + '\n';
+        static_cast<void>(send(file, reply.c_str(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
     }
-    for (spa_source* caller : callers)
-        if (caller->fd == file) {
-            dismiss(caller);
-            break;
-        }
+    callers.erase(file);
 }
 
-void CommandSocket::dismiss(spa_source* caller)
+std::string CommandSocket::replyTo(std::string_view received) const
 {
-    callers.erase(caller);
-    pw_loop_destroy_source(loop, caller);
+    const auto end = received.find('\n');
+    if (end == std::string_view::npos)
+        return R"({"error": "no command"})";
+    return answer(std::string(received.substr(0, end)));
 }
 
 } // namespace quorel

@@ -5,10 +5,13 @@
 // A command is one line; the answer is a JSON object on one line, with the member "error" if the command was refused.
 #pragma once
 
+#include "live/loop_source.h"
+
 #include <functional>
-#include <pipewire/pipewire.h>
-#include <set>
+#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 
 namespace quorel {
 
@@ -37,13 +40,13 @@ public:
 private:
     void admit(int file);
     void serve(int file);
-    void dismiss(spa_source* caller);
+    std::string replyTo(std::string_view received) const;
 
     pw_loop* loop;
     std::function<std::string(const std::string&)> answer;
     std::string path;
-    spa_source* door = nullptr;
-    std::set<spa_source*> callers;
+    std::unique_ptr<LoopInput> door;
+    std::map<int, std::unique_ptr<LoopInput>> callers; // by their files
 };
 
 } // namespace quorel

@@ -15,7 +15,7 @@ namespace quorel {
 namespace {
 
 constexpr std::uint32_t usualQuantum = 1024;            // frames; what a path is built for before the first call tells
-constexpr long holdPeriod = 100'000'000;                // ns between two looks at what still sounds
+constexpr std::int64_t holdPeriod = 100'000'000;        // ns between two looks at what still sounds
 constexpr std::uint32_t quietEnough = effectRate / 5;   // frames below -100 dB, after which nothing more is heard
 constexpr std::uint32_t idlePatience = 10 * effectRate; // such frames, after which an application that is linked has paused
 
@@ -34,16 +34,6 @@ double percent(std::uint64_t part, std::uint64_t whole)
     return whole != 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 0.0;
 }
 
-struct Source {
-    Source(pw_loop* loop, spa_source* source) : loop(loop), source(source) {}
-    ~Source() { pw_loop_destroy_source(loop, source); }
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
-
-    pw_loop* loop;
-    spa_source* source;
-};
-
 } // namespace
 
 // One side: its streams as long as there is a server, its path, its status.
@@ -53,11 +43,8 @@ public:
         : host(host),
           kind(kind),
           target(std::move(target)),
-          loop(pw_main_loop_get_loop(host.loop.get())),
-          work(loop, pw_loop_add_event(
-                         loop, [](void* side, std::uint64_t) { static_cast<Side*>(side)->serve(); }, this)),
-          holding(loop, pw_loop_add_timer(
-                            loop, [](void* side, std::uint64_t) { static_cast<Side*>(side)->look(); }, this)),
+          work(pw_main_loop_get_loop(host.loop.get()), [this] { serve(); }),
+          holding(pw_main_loop_get_loop(host.loop.get()), [this] { look(); }),
           change(
               speakerPlan, status, [](void* side) { static_cast<Side*>(side)->wake(); }, this)
     {
@@ -148,7 +135,7 @@ private:
     }
 
     // The audio thread.
-    void wake() { pw_loop_signal_event(loop, work.source); }
+    void wake() { work.signal(); }
 
     void serve()
     {
@@ -163,9 +150,10 @@ private:
     void watch()
     {
         settleHold();
-        const bool streaming = pair && pair->streaming();
-        timespec period{0, streaming ? holdPeriod : 0};
-        pw_loop_update_timer(loop, holding.source, &period, &period, false);
+        if (pair && pair->streaming())
+            holding.every(holdPeriod);
+        else
+            holding.stop();
     }
 
     void look()
@@ -180,9 +168,8 @@ private:
     LiveHost& host;
     StreamKind kind;
     std::string target;
-    pw_loop* loop;
-    Source work;    // wakes `serve`
-    Source holding; // calls `look`
+    LoopEvent work;
+    LoopTimer holding;
     StreamStatus status;
     PathChange change;                      // the speaker side's path
     std::unique_ptr<EffectStream> gathered; // the microphone side's
@@ -224,17 +211,14 @@ LiveHost::LiveHost(const LiveOptions& options, std::function<void(const std::str
             throw std::runtime_error("the audio server refuses the streams");
     commands = std::make_unique<CommandSocket>(events, [this](const std::string& command) { return answer(command); });
     if (options.verbose) {
-        everySecond = pw_loop_add_timer(
-            events, [](void* host, std::uint64_t) { static_cast<LiveHost*>(host)->tick(); }, this);
-        timespec second{1, 0};
-        pw_loop_update_timer(events, everySecond, &second, &second, false);
+        everySecond.emplace(events, [this] { tick(); });
+        everySecond->every(1'000'000'000);
     }
 }
 
 LiveHost::~LiveHost()
 {
-    if (everySecond != nullptr)
-        pw_loop_destroy_source(pw_main_loop_get_loop(loop.get()), everySecond);
+    everySecond.reset();
     commands.reset();
     if (speaker)
         speaker->close();

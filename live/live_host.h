@@ -6,12 +6,14 @@
 #include "live/audio_server.h"
 #include "live/effect_stream.h"
 #include "live/instance.h"
+#include "live/loop_source.h"
 #include "live/path_change.h"
 #include "live/stream_pair.h"
 
 #include <functional>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 
 namespace quorel {
@@ -65,9 +67,9 @@ private:
     std::unique_ptr<Side> speaker;
     std::unique_ptr<Side> microphone;
     std::unique_ptr<CommandSocket> commands;
-    spa_source* everySecond = nullptr; // with --verbose
-    bool gone = false;                 // the server, as its user was told
-    bool hanging = false;              // the session manager, likewise
+    std::optional<LoopTimer> everySecond; // with --verbose
+    bool gone = false;                    // the server, as its user was told
+    bool hanging = false;                 // the session manager, likewise
 };
 
 // What the server has, for a user to choose from: a line a device.

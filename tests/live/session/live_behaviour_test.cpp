@@ -22,7 +22,9 @@ namespace quorel {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::Contains;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 TEST_F(LiveBehaviour, IsListedAsDevicesWithTheirChannels)
 {
@@ -102,6 +104,22 @@ TEST_F(LiveBehaviour, SaysThatItsLockIsNotToBeHad)
     std::filesystem::permissions(lock.parent_path(), std::filesystem::perms::owner_all);
     EXPECT_EQ(session.command(QUOREL_LIVE), "quorel-live: " + lock.string() + ": Is a directory\n");
     EXPECT_EQ(session.code, 2);
+}
+
+// So many files may be open: too few for each of the things in turn that a start makes.
+TEST_F(LiveBehaviour, SaysThatItLacksDescriptors)
+{
+    std::vector<std::string> lines;
+    for (int limit = 5; limit < 38; ++limit) {
+        const std::string said = session.command("prlimit --nofile=" + std::to_string(limit) + " timeout 60 " QUOREL_LIVE);
+        EXPECT_EQ(session.code, 2) << limit << ": " << said;
+        lines.push_back(said.substr(said.rfind('\n', said.size() - 2) + 1));
+        EXPECT_THAT(lines.back(), StartsWith("quorel-live: ")) << limit;
+    }
+    EXPECT_THAT(lines, Contains("quorel-live: PipeWire's client library does not start\n"));
+    EXPECT_THAT(lines, Contains("quorel-live: PipeWire's loop: Too many open files\n"));
+    EXPECT_THAT(lines, Contains("quorel-live: PipeWire's client library does not start: Too many open files\n"));
+    EXPECT_THAT(lines, Contains("quorel-live: the audio server refuses the streams\n"));
 }
 
 TEST_F(LiveBehaviour, SaysThatNoServerRuns)
