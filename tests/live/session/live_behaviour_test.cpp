@@ -109,9 +109,15 @@ TEST_F(LiveBehaviour, SaysThatItsLockIsNotToBeHad)
 // So many files may be open: too few for each of the things in turn that a start makes.
 TEST_F(LiveBehaviour, SaysThatItLacksDescriptors)
 {
+    const auto limited = [&](int limit, const std::string& command) {
+        return session.command("prlimit --nofile=" + std::to_string(limit) + " timeout 60 " + command);
+    };
+    int first = 5; // with it a program can load its libraries at all; more where whoever runs this test left files open
+    for (limited(first, "true"); session.code != 0 && first < 100; limited(first, "true"))
+        ++first;
     std::vector<std::string> lines;
-    for (int limit = 5; limit < 38; ++limit) {
-        const std::string said = session.command("prlimit --nofile=" + std::to_string(limit) + " timeout 60 " QUOREL_LIVE);
+    for (int limit = first; limit < first + 33; ++limit) {
+        const std::string said = limited(limit, QUOREL_LIVE);
         EXPECT_EQ(session.code, 2) << limit << ": " << said;
         lines.push_back(said.substr(said.rfind('\n', said.size() - 2) + 1));
         EXPECT_THAT(lines.back(), StartsWith("quorel-live: ")) << limit;
