@@ -58,6 +58,7 @@ struct Answer {
     Responses* set;
 };
 
+// All 0, which is no name's, for a host that maps none.
 struct Urids {
     explicit Urids(LV2_URID_Map* map)
     {
@@ -158,15 +159,14 @@ BlockPlan Plugin::planFor(const LV2_Feature* const* features) const
     const std::uint32_t gathered = ports.kind.microphone ? microphoneBlock : gatheredSpeakerBlock;
     std::int32_t shortest = 0;
     std::int32_t longest = 0;
-    if (map != nullptr)
-        for (const auto* option = featureOf<LV2_Options_Option>(features, LV2_OPTIONS__options);
-             option != nullptr && option->key != 0; ++option)
-            if (option->type == urids.atomInt && option->value != nullptr) {
-                if (option->key == urids.shortest)
-                    shortest = *static_cast<const std::int32_t*>(option->value);
-                if (option->key == urids.longest)
-                    longest = *static_cast<const std::int32_t*>(option->value);
-            }
+    for (const auto* option = featureOf<LV2_Options_Option>(features, LV2_OPTIONS__options);
+         option != nullptr && option->key != 0; ++option)
+        if (option->type == urids.atomInt && option->value != nullptr) {
+            if (option->key == urids.shortest)
+                shortest = *static_cast<const std::int32_t*>(option->value);
+            if (option->key == urids.longest)
+                longest = *static_cast<const std::int32_t*>(option->value);
+        }
     if (shortest <= 0 || shortest != longest)
         return {gathered, gathered - 1};
     const auto length = static_cast<std::uint32_t>(longest);
@@ -249,7 +249,7 @@ void Plugin::hand()
 void Plugin::readMessages()
 {
     const auto* messages = ports.kind.microphone ? nullptr : at<const LV2_Atom_Sequence>(ports.messagesIn());
-    if (messages == nullptr || map == nullptr)
+    if (messages == nullptr)
         return;
     LV2_ATOM_SEQUENCE_FOREACH(messages, event)
     {
@@ -275,7 +275,7 @@ void Plugin::readMessages()
 void Plugin::tellPath()
 {
     auto* place = ports.kind.microphone ? nullptr : at<LV2_Atom_Sequence>(ports.messagesOut());
-    if (place == nullptr || map == nullptr)
+    if (place == nullptr)
         return;
     LV2_Atom_Forge_Frame sequence;
     lv2_atom_forge_set_buffer(&forge, reinterpret_cast<std::uint8_t*>(place), place->atom.size);
@@ -352,7 +352,7 @@ void Plugin::take(Responses* set)
 
 void Plugin::save(LV2_State_Store_Function store, LV2_State_Handle handle, const LV2_Feature* const* features) const
 {
-    if (!responses || responses->path.empty() || map == nullptr)
+    if (!responses || responses->path.empty())
         return;
     const auto* paths = featureOf<LV2_State_Map_Path>(features, LV2_STATE__mapPath);
     char* mapped = paths != nullptr ? paths->abstract_path(paths->handle, responses->path.c_str()) : nullptr;

@@ -289,7 +289,7 @@ TEST_F(Hosts, ALiveStreamGivesWhatThePathGivesInAnyCalls)
 // A host of plug-ins that promises calls of one length, or none. Its calls are of at most 256 frames.
 std::vector<float> plugIn(const Stream& stream, const Calls& calls, std::int32_t promised)
 {
-    PluginHost host(*lv2_descriptor(stream.render ? 0 : 1), !stream.render, promised);
+    PluginHost host(*lv2_descriptor(stream.render ? 0 : 1), !stream.render, {.promised = promised});
     const auto set = [&host](const SettingsRecord& record) {
         for (const SettingsField* field : host.ports.settings)
             host.set(field->name, static_cast<float>(settingOf(record, *field)));

@@ -1,67 +1,18 @@
 // SPDX-License-Identifier: MIT
-// The LV2 plug-ins: their bundles are valid, a host that calls with one frame gets the offline tools' sound, and what ports do
-// not hold is read by a worker and kept in the state.
+// The LV2 plug-ins: their bundles are valid, a host that calls with one frame gets the offline tools' sound, and ports steer.
 #include "client/audio_file.h"
-#include "client/hrtf_set.h"
-#include "tests/live/plugin/plugin_host.h"
+#include "tests/live/plugin/installed_plugin.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdlib>
-#include <dlfcn.h>
-#include <filesystem>
 #include <lv2/core/lv2.h>
-#include <lv2/state/state.h>
-#include <new>
 #include <random>
-#include <stdexcept>
-#include <unistd.h>
-
-// Memory that this thread has released, in the plug-ins too: they take these operations from the program.
-static thread_local int releases = 0;
-
-[[gnu::noinline]] void* operator new(std::size_t bytes)
-{
-    if (void* memory = std::malloc(bytes != 0 ? bytes : 1); memory != nullptr)
-        return memory;
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept
-{
-    ++releases;
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
-{
-    ++releases;
-    std::free(memory);
-}
+#include <vector>
 
 namespace quorel {
 namespace {
-
-namespace fs = std::filesystem;
-
-class Folder {
-public:
-    Folder()
-    {
-        std::string pattern = (fs::temp_directory_path() / "quorel_plugin_XXXXXX").string();
-        path = mkdtemp(pattern.data());
-    }
-    ~Folder() { fs::remove_all(path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string operator/(const char* name) const { return (path / name).string(); }
-
-private:
-    fs::path path;
-};
 
 int command(const std::string& line)
 {
@@ -128,42 +79,11 @@ TEST(Lv2Plugin, IsTheOfflineToolLessItsLatency)
     }
 }
 
-// The plug-in as it is installed. What it releases on the audio thread is counted.
-class Host : public PluginHost {
-public:
-    explicit Host(bool microphone, std::int32_t promised = 0) : PluginHost(described(microphone), microphone, promised)
-    {
-        enter = [] { before = releases; };
-        leave = [] { released += releases - before; };
-        released = 0;
-    }
-
-    static int releasedOnTheAudioThread() { return released; }
-
-private:
-    // The library stays: another host of the same program has it as well.
-    static const LV2_Descriptor& described(bool microphone)
-    {
-        void* library = dlopen(microphone ? QUOREL_LV2_FOLDER "/quorel-microphone.lv2/quorel-microphone.so"
-                                          : QUOREL_LV2_FOLDER "/quorel-speaker.lv2/quorel-speaker.so",
-                               RTLD_NOW | RTLD_LOCAL);
-        const auto descriptors =
-            reinterpret_cast<LV2_Descriptor_Function>(library != nullptr ? dlsym(library, "lv2_descriptor") : nullptr);
-        const LV2_Descriptor* descriptor = descriptors != nullptr ? descriptors(microphone ? 1 : 0) : nullptr;
-        if (descriptor == nullptr)
-            throw std::runtime_error("no plug-in");
-        return *descriptor;
-    }
-
-    inline static int before = 0;
-    inline static int released = 0;
-};
-
 // By the rule: a slice of 480 adds nothing; 241 is prime, so 256 - gcd(241, 256); 240 - gcd(128, 240).
 TEST(Lv2Plugin, TakesALengthThatItsHostPromises)
 {
     const auto latencyOf = [](bool microphone, std::int32_t promised) {
-        Host host(microphone, promised);
+        Host host(microphone, {.promised = promised});
         host.run(nullptr, 0); // which breaks no promise
         return host.latency();
     };
@@ -177,7 +97,7 @@ TEST(Lv2Plugin, TakesALengthThatItsHostPromises)
 // A promise of 128 frames that is broken by 100: 128 - gcd(100, 128) = 124 frames that were told by nobody before.
 TEST(Lv2Plugin, TellsTheLatencyThatACallAddsAtOnce)
 {
-    Host host(false, 128);
+    Host host(false, {.promised = 128});
     host.run(nullptr, 128);
     EXPECT_EQ(host.latency(), 0);
     host.run(nullptr, 100);
@@ -204,127 +124,53 @@ TEST(Lv2Plugin, FollowsItsPortsWhileItRuns)
     EXPECT_EQ(rightEar(), 0.0F);
 }
 
-// Responses of one tap: a half at the near ear and a quarter of that at the other.
-std::string writeResponses(const Folder& folder)
-{
-    constexpr std::size_t frames = 200;
-    std::vector<float> samples(frames * 14);
-    for (const std::size_t near : {0U, 2U, 4U, 7U, 9U, 11U}) {
-        samples[40 * 14 + near] = 0.5F;
-        samples[40 * 14 + near + 1] = 0.125F;
-    }
-    samples[40 * 14 + 6] = 0.5F; // front centre, left and right
-    samples[40 * 14 + 13] = 0.5F;
-    const std::string path = folder / "head.wav";
-    AudioWriter writer(path, {14, 48000, 0, SampleFormat::float32}, frames);
-    writer.write(samples.data(), frames);
-    writer.commit();
-    return path;
-}
+// ---- hosts that lack something -----------------------------------------------------------------------------------------
 
-// An impulse on front left: a head of one tap gives one sample at each ear, the far one a quarter of the near one.
-void expectOneTap(Host& host)
+// What a host hears of a tone on side left with surround on.
+std::vector<float> heard(Host& host)
 {
-    for (int call = 0; call < 40; ++call) // the change of the responses is faded
+    host.set("Settings", 1);
+    for (std::size_t i = 0; i < 256; ++i)
+        host.sound[6 * 256 + i] = i % 64 < 32 ? 0.25F : -0.25F; // side left
+    for (int call = 0; call < 20; ++call)
         host.run();
-    host.sound[0] = 0.25F;
-    host.run(); // it leaves in the next call
-    host.sound[0] = 0;
-    std::vector<std::vector<float>> ears(2);
-    for (int call = 0; call < 2; ++call) {
-        if (call == 1)
-            host.run();
-        for (std::size_t ear = 0; ear < 2; ++ear)
-            ears[ear].insert(ears[ear].end(), host.made[ear].begin(), host.made[ear].end());
-    }
-    const auto loudest = [](const std::vector<float>& ear) {
-        return std::abs(*std::max_element(ear.begin(), ear.end(), [](float a, float b) { return std::abs(a) < std::abs(b); }));
-    };
-    const auto others = [&](const std::vector<float>& ear) {
-        float sum = 0;
-        for (const float x : ear)
-            sum += std::abs(x);
-        return sum - loudest(ear);
-    };
-    for (const auto& ear : ears) {
-        EXPECT_GT(loudest(ear), 0.001F);
-        EXPECT_LT(others(ear), 1e-4F * 512); // rounding of the transforms, with the equaliser flat
-    }
-    EXPECT_NEAR(loudest(ears[1]) / loudest(ears[0]), 0.25F, 0.001F);
+    return {host.made[1].begin(), host.made[1].end()};
 }
 
-TEST(Lv2Plugin, ReadsTheFileOfResponsesThatAMessageNames)
+TEST(Lv2Plugin, PlaysWhereAHostOffersNothing)
 {
-    const Folder folder;
-    const std::string path = writeResponses(folder);
-    Host host(false);
-    host.set("Settings", 1);
-    host.run(path.c_str());
-    host.settle();
-    expectOneTap(host);
-    host.run((folder / "none.wav").c_str()); // what cannot be read changes nothing
-    host.settle();
-    expectOneTap(host);
+    Host usual(false);
+    Host bare(false, {.mapping = false, .worker = false});
+    const std::vector<float> expected = heard(usual);
+    EXPECT_GT(*std::max_element(expected.begin(), expected.end()), 0.01F);
+    EXPECT_EQ(heard(bare), expected);
+
+    Host workless(false, {.worker = false}); // a message has nobody to read the file
+    workless.run("head.wav");
+    EXPECT_EQ(heard(workless), expected);
 }
 
-TEST(Lv2Plugin, ReleasesNoResponsesOnTheAudioThread)
+TEST(Lv2Plugin, PlaysWithPortsThatAreNotConnected)
 {
-    const Folder folder;
-    const std::string path = writeResponses(folder);
+    Host usual(false);
     Host host(false);
-    host.set("Settings", 1);
-    const auto change = [&](bool full) {
-        host.run(path.c_str());
-        host.full = full;
-        host.settle();
-        host.full = false;
-    };
-    change(false);
-    change(true); // the first set waits in the second
-    change(false);
-    change(true);
-    EXPECT_EQ(Host::releasedOnTheAudioThread(), 0);
-    expectOneTap(host);
+    heard(usual);
+    heard(host);
+    for (std::uint32_t port = host.ports.latency(); port < host.ports.count(); ++port)
+        host.descriptor->connect_port(host.handle, port, nullptr);
+    EXPECT_EQ(heard(host), heard(usual)); // the settings stay
+    Host microphone(true);
+    for (std::uint32_t port = microphone.ports.latency(); port < microphone.ports.count(); ++port)
+        microphone.descriptor->connect_port(microphone.handle, port, nullptr);
+    microphone.run();
 }
 
-TEST(Lv2Plugin, KeepsTheFileOfResponsesInItsState)
+TEST(Lv2Plugin, HasNoExtensionOrPluginOfAnotherName)
 {
-    const Folder folder;
-    const std::string path = writeResponses(folder);
-    std::string kept;
-    {
-        Host host(false);
-        host.run(path.c_str());
-        host.settle();
-        const LV2_Feature* none[] = {nullptr};
-        host.state().save(
-            host.handle,
-            [](LV2_State_Handle text, std::uint32_t, const void* value, std::size_t, std::uint32_t, std::uint32_t) {
-                *static_cast<std::string*>(text) = static_cast<const char*>(value);
-                return LV2_STATE_SUCCESS;
-            },
-            &kept, 0, none);
-    }
-    ASSERT_EQ(kept, path);
-
-    Host host(false);
-    host.set("Settings", 1);
-    struct Kept {
-        std::string path;
-        LV2_URID type;
-    } state{kept, host.id(LV2_ATOM__Path)};
-    const LV2_Feature* none[] = {nullptr};
-    EXPECT_EQ(host.state().restore(
-                  host.handle,
-                  [](LV2_State_Handle from, std::uint32_t, std::size_t* size, std::uint32_t* type, std::uint32_t*) {
-                      const auto& held = *static_cast<const Kept*>(from);
-                      *size = held.path.size() + 1;
-                      *type = held.type;
-                      return static_cast<const void*>(held.path.c_str());
-                  },
-                  &state, 0, none),
-              LV2_STATE_SUCCESS);
-    expectOneTap(host);
+    const Host host(false);
+    EXPECT_EQ(host.descriptor->extension_data("urn:other"), nullptr);
+    EXPECT_EQ(Host(true).descriptor->extension_data, nullptr);
+    EXPECT_EQ(pluginsOf(QUOREL_LV2_FOLDER "/quorel-speaker.lv2/quorel-speaker.so")(2), nullptr);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A host of one of the plug-ins, with a worker and messages, and with a promised length if that is not 0. It allocates nothing
-// where it calls the plug-in on its audio thread.
+// A host of one of the plug-ins, with what it offers them. It allocates nothing where it calls the plug-in on its audio thread.
 #pragma once
 
 #include "live/lv2_ports.h"
@@ -11,6 +10,7 @@
 #include <lv2/atom/forge.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>
+#include <lv2/log/log.h>
 #include <lv2/options/options.h>
 #include <lv2/patch/patch.h>
 #include <lv2/state/state.h>
@@ -24,7 +24,14 @@ namespace quorel {
 
 class PluginHost {
 public:
-    PluginHost(const LV2_Descriptor& descriptor, bool microphone, std::int32_t promised = 0)
+    struct Offer {
+        std::int32_t promised = 0; // frames in each call; 0: no promise
+        bool mapping = true;
+        bool worker = true;
+        LV2_Log_Log* log = nullptr;
+    };
+
+    PluginHost(const LV2_Descriptor& descriptor, bool microphone, const Offer& offer)
         : ports(microphone), descriptor(&descriptor), values(ports.count()), sound(8 * 256)
     {
         map = {this, [](LV2_URID_Map_Handle host, const char* uri) { return static_cast<PluginHost*>(host)->id(uri); }};
@@ -32,7 +39,7 @@ public:
                         auto& self = *static_cast<PluginHost*>(host);
                         return !self.full && self.orders.add(size, data) ? LV2_WORKER_SUCCESS : LV2_WORKER_ERR_NO_SPACE;
                     }};
-        const std::int32_t length = promised;
+        const std::int32_t length = offer.promised;
         const LV2_Options_Option options[] = {
             {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__minBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
             {LV2_OPTIONS_INSTANCE, 0, id(LV2_BUF_SIZE__maxBlockLength), sizeof length, id(LV2_ATOM__Int), &length},
@@ -40,8 +47,18 @@ public:
         const LV2_Feature mapping{LV2_URID__map, &map};
         const LV2_Feature working{LV2_WORKER__schedule, &schedule};
         const LV2_Feature lengths{LV2_OPTIONS__options, const_cast<LV2_Options_Option*>(options)};
-        const LV2_Feature* features[] = {&mapping, &working, promised != 0 ? &lengths : nullptr, nullptr};
-        handle = descriptor.instantiate(&descriptor, 48000, "", features);
+        const LV2_Feature logging{LV2_LOG__log, offer.log};
+        std::vector<const LV2_Feature*> features;
+        if (offer.mapping)
+            features.push_back(&mapping);
+        if (offer.worker)
+            features.push_back(&working);
+        if (offer.promised != 0)
+            features.push_back(&lengths);
+        if (offer.log != nullptr)
+            features.push_back(&logging);
+        features.push_back(nullptr);
+        handle = descriptor.instantiate(&descriptor, 48000, "", features.data());
         if (handle == nullptr)
             throw std::runtime_error("no instance");
         for (std::uint32_t port = ports.latency(); port < ports.count(); ++port)
@@ -85,25 +102,43 @@ public:
     // One call of at most 256 frames; the message is given with it if there is a path.
     void run(const char* responses = nullptr, std::uint32_t n = 256)
     {
+        runWith(
+            [&] {
+                if (responses != nullptr)
+                    forgeSet(responsesUrid,
+                             [&] { lv2_atom_forge_path(&forge, responses, static_cast<std::uint32_t>(std::strlen(responses))); });
+            },
+            n);
+    }
+
+    // The same with the messages that `write` forges.
+    template <typename Write>
+    void runWith(Write write, std::uint32_t n = 256)
+    {
         LV2_Atom_Forge_Frame sequence;
         lv2_atom_forge_set_buffer(&forge, reinterpret_cast<std::uint8_t*>(in.data()), sizeof in);
         lv2_atom_forge_sequence_head(&forge, &sequence, 0);
-        if (responses != nullptr) {
-            LV2_Atom_Forge_Frame message;
-            lv2_atom_forge_frame_time(&forge, 0);
-            lv2_atom_forge_object(&forge, &message, 0, setUrid);
-            lv2_atom_forge_key(&forge, propertyUrid);
-            lv2_atom_forge_urid(&forge, responsesUrid);
-            lv2_atom_forge_key(&forge, valueUrid);
-            lv2_atom_forge_path(&forge, responses, static_cast<std::uint32_t>(std::strlen(responses)));
-            lv2_atom_forge_pop(&forge, &message);
-        }
+        write();
         lv2_atom_forge_pop(&forge, &sequence);
         auto* told = reinterpret_cast<LV2_Atom*>(out.data());
         told->size = sizeof out - sizeof(LV2_Atom);
         enter();
         descriptor->run(handle, n);
         leave();
+    }
+
+    // A message that sets a property to what `value` forges.
+    template <typename Value>
+    void forgeSet(LV2_URID property, Value value)
+    {
+        LV2_Atom_Forge_Frame message;
+        lv2_atom_forge_frame_time(&forge, 0);
+        lv2_atom_forge_object(&forge, &message, 0, setUrid);
+        lv2_atom_forge_key(&forge, propertyUrid);
+        lv2_atom_forge_urid(&forge, property);
+        lv2_atom_forge_key(&forge, valueUrid);
+        value();
+        lv2_atom_forge_pop(&forge, &message);
     }
 
     // The worker's thread does what was scheduled.
@@ -113,8 +148,8 @@ public:
             worker().work(
                 handle,
                 [](LV2_Worker_Respond_Handle host, std::uint32_t length, const void* answer) {
-                    return static_cast<PluginHost*>(host)->answers.add(length, answer) ? LV2_WORKER_SUCCESS
-                                                                                       : LV2_WORKER_ERR_NO_SPACE;
+                    auto& self = *static_cast<PluginHost*>(host);
+                    return !self.deaf && self.answers.add(length, answer) ? LV2_WORKER_SUCCESS : LV2_WORKER_ERR_NO_SPACE;
                 },
                 this, size, order);
         })) {
@@ -139,6 +174,8 @@ public:
         }
     }
 
+    bool hasOrders() const { return !orders.empty(); }
+
     const LV2_State_Interface& state() const
     {
         return *static_cast<const LV2_State_Interface*>(descriptor->extension_data(LV2_STATE__interface));
@@ -154,7 +191,10 @@ public:
     std::array<std::array<float, 256>, 2> made{};
     alignas(8) std::array<char, 8192> in{};
     alignas(8) std::array<char, 8192> out{};
+    LV2_Atom_Forge forge{}; // of the messages to the plug-in
+    LV2_URID responsesUrid = 0;
     bool full = false;       // its worker takes no work
+    bool deaf = false;       // its worker has no room for answers
     void (*enter)() = [] {}; // called ahead of each piece of the audio thread's work in the plug-in
     void (*leave)() = [] {}; // and behind it
 
@@ -203,8 +243,7 @@ private:
 
     LV2_URID_Map map{};
     LV2_Worker_Schedule schedule{};
-    LV2_Atom_Forge forge{};
-    LV2_URID setUrid = 0, propertyUrid = 0, valueUrid = 0, responsesUrid = 0;
+    LV2_URID setUrid = 0, propertyUrid = 0, valueUrid = 0;
     std::vector<std::string> uris;
     Queue orders;  // to the worker
     Queue answers; // from it

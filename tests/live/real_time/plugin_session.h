@@ -9,7 +9,7 @@ namespace quorel {
 
 class PluginSession {
 public:
-    PluginSession() : speaker(*lv2_descriptor(0), false), microphone(*lv2_descriptor(1), true)
+    PluginSession() : speaker(*lv2_descriptor(0), false, {}), microphone(*lv2_descriptor(1), true, {})
     {
         std::uint32_t state = 1;
         for (PluginHost* host : {&speaker, &microphone})
