@@ -66,9 +66,11 @@ CommandSocket::CommandSocket(pw_loop* loop, std::function<std::string(const std:
 {
     const sockaddr_un address = addressOf(path);
     const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (file < 0)
+        throw failure(path);
     unlink(path.c_str()); // of one that was killed
     const mode_t before = umask(0177);
-    const bool bound = file >= 0 && bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool bound = bind(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     umask(before);
     if (!bound || listen(file, 8) != 0) {
         const std::runtime_error error = failure(path);

@@ -98,32 +98,32 @@ public:
     {
         const std::uint64_t delay = status.delay;
         const double serverMs = pair ? pair->serverLatency() : 0;
-        return {
-            {"channels", kind.channels},
-            {"devices", pair ? host.server->peersOf(pair->hardwareNode()) : std::vector<std::string>()},
-            {"players", pair ? host.server->peersOf(pair->deviceNode()) : std::vector<std::string>()},
-            {"running", pair && pair->streaming()},
-            {"rate", status.rate.load()},
-            {"drift_ppm", 1e6 * (status.drift - 1.0)},
-            {"quantum", status.quantum.load()},
-            {"block", status.block.load()},
-            {"added_frames", delay},
-            {"added_ms", milliseconds(delay)},
-            {"total_ms", serverMs + milliseconds(delay)},
-            {"load_mean", percent(status.busy, status.available)},
-            {"load_worst", 100.0 * static_cast<double>(status.worst.load())},
-            {"gaps", status.gaps.load()},
-            {"gap_frames", status.gapFrames.load()},
-            {"refused_blocks", status.refused.load()},
-            {"refusal", status.refusal.read()},
-            {"bad_samples", status.badSamples.load()},
-            {"path_changes", status.changes.load()},
-            {"lost_frames", status.lostFrames.load()},
-            {"frames", status.frames.load()},
-            {"in_energy", status.inEnergy.load()},
-            {"out_energy", status.outEnergy.load()},
-            {"first_tick", status.firstTick.load()},
-        };
+        nlohmann::json told;
+        told["channels"] = kind.channels;
+        told["devices"] = pair ? host.server->peersOf(pair->hardwareNode()) : std::vector<std::string>();
+        told["players"] = pair ? host.server->peersOf(pair->deviceNode()) : std::vector<std::string>();
+        told["running"] = pair && pair->streaming();
+        told["rate"] = status.rate.load();
+        told["drift_ppm"] = 1e6 * (status.drift - 1.0);
+        told["quantum"] = status.quantum.load();
+        told["block"] = status.block.load();
+        told["added_frames"] = delay;
+        told["added_ms"] = milliseconds(delay);
+        told["total_ms"] = serverMs + milliseconds(delay);
+        told["load_mean"] = percent(status.busy, status.available);
+        told["load_worst"] = 100.0 * static_cast<double>(status.worst.load());
+        told["gaps"] = status.gaps.load();
+        told["gap_frames"] = status.gapFrames.load();
+        told["refused_blocks"] = status.refused.load();
+        told["refusal"] = status.refusal.read();
+        told["bad_samples"] = status.badSamples.load();
+        told["path_changes"] = status.changes.load();
+        told["lost_frames"] = status.lostFrames.load();
+        told["frames"] = status.frames.load();
+        told["in_energy"] = status.inEnergy.load();
+        told["out_energy"] = status.outEnergy.load();
+        told["first_tick"] = status.firstTick.load();
+        return told;
     }
 
     const char* name() const { return kind.microphone ? "microphone" : "speaker"; }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "live/stream_pair.h"
-#include "tests/live/real_time/graph.h"
+#include "tests/live/graph/graph.h"
 #include "tests/live/real_time/live_session.h"
 
 namespace quorel {

@@ -192,6 +192,22 @@ TEST_F(LiveBehaviour, SwitchesItsBypassOnCommand)
     EXPECT_EQ(session.status()["bypass"], false);
 }
 
+TEST_F(LiveBehaviour, TellsItsStatusAsText)
+{
+    const auto live = session.live();
+    session.command(QUOREL_CONTROL " set EQBand5=-40");
+    const nlohmann::json status = session.status();
+    const std::string text = session.command(QUOREL_LIVE " --status");
+    EXPECT_THAT(text, StartsWith("server: connected, 0 reconnects, scheduling "));
+    EXPECT_THAT(text, HasSubstr("\nspeaker: Test speakers, "));
+    EXPECT_THAT(text, HasSubstr("\nmicrophone: Test microphone, "));
+    std::string settings = "\nsettings:";
+    for (const auto& [name, value] : status["settings"].items())
+        settings += ' ' + name + '=' + value.dump();
+    EXPECT_THAT(text, testing::EndsWith(settings + '\n'));
+    EXPECT_THAT(settings, HasSubstr(" EQBand5=-40 "));
+}
+
 // The down-mix's gains are 0.8 times 1 for front left and 0.8 times 0.707 for side left.
 TEST_F(LiveBehaviour, LetsItsBypassBeHeard)
 {
