@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "live/audio_server.h"
 
+#include "live/scheduling.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <sched.h>
 #include <stdexcept>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -375,18 +376,7 @@ std::string AudioServer::scheduling()
                 return 0;
             },
             0, nullptr, 0, true, &audioThread);
-    sched_param priority{};
-    const int policy = sched_getscheduler(audioThread);
-    if (policy < 0 || sched_getparam(audioThread, &priority) != 0)
-        return "unknown";
-    switch (policy & ~SCHED_RESET_ON_FORK) {
-    case SCHED_FIFO:
-        return "FIFO " + std::to_string(priority.sched_priority);
-    case SCHED_RR:
-        return "round robin " + std::to_string(priority.sched_priority);
-    default:
-        return "normal";
-    }
+    return schedulingOf(audioThread);
 }
 
 } // namespace quorel
