@@ -15,10 +15,12 @@ NamedLock::NamedLock(const char* name, const Descriptor*, std::uint32_t millisec
 {
     try {
         const UserDirectory directory(Place::runtime, IfMissing::isMade);
+        if (!directory)
+            return;
         const std::string_view text(name);
-        auto lock =
-            directory ? openLock(directory, "lock." + std::string(text.substr(text.rfind('\\') + 1)), milliseconds) : File();
-        held = lock ? lock.release() : none;
+        auto lock = openLock(directory, "lock." + std::string(text.substr(text.rfind('\\') + 1)), milliseconds);
+        if (lock)
+            held = lock.release();
     } catch (const std::exception&) {
         return; // There is no lock then.
     }

@@ -6,18 +6,13 @@
 #include "platform/registry.h"
 #include "platform/sharing.h"
 #include "tests/support/failing_calls.h"
+#include "tests/support/refused_calls.h"
 #include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 
 namespace quorel::platform {
 namespace {
@@ -30,32 +25,8 @@ constexpr std::uint32_t bytes = 1060;
 constexpr std::uint32_t keyRead = 0x20019;
 constexpr std::uint32_t keyWrite = 0x20006;
 
-std::ptrdiff_t openFiles()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 class RefusedCalls : public testing::Test {
 protected:
-    // The work tells whether it was done. A call that is interrupted may be made once more.
-    static void expectSafe(const std::function<bool()>& work)
-    {
-        EXPECT_TRUE(work());
-        const auto before = openFiles();
-        for (const int error : {EMFILE, ENOMEM, EINTR}) {
-            long call = 1;
-            for (bool failed = true; failed; ++call) {
-                failCall(call, error);
-                work();
-                failed = callFailed();
-                failCall(0, 0);
-                ASSERT_EQ(openFiles(), before) << "call " << call << ": " << std::strerror(error);
-                ASSERT_TRUE(work()) << "after call " << call << ": " << std::strerror(error);
-            }
-            EXPECT_GT(call, 2);
-        }
-    }
-
     TemporaryHome home;
     Descriptor* everybody = convertDescriptor("D:(A;OICI;GA;;;BA)");
 };
@@ -76,7 +47,7 @@ bool isMade(const char* name, const Descriptor* descriptor)
 
 TEST_F(RefusedCalls, AMappingIsMadeOrIsNot)
 {
-    expectSafe([&] { return isMade(memory, everybody); });
+    expectSafeWhenRefused([&] { return isMade(memory, everybody); });
 }
 
 // Nobody makes another one beside it.
@@ -98,8 +69,8 @@ TEST_F(RefusedCalls, AMappingThatIsThereIsFoundOrIsNot)
         closeHandle(mapping);
         return view != nullptr;
     };
-    expectSafe([&] { return isFound(openMapping(memory)); });
-    expectSafe([&] {
+    expectSafeWhenRefused([&] { return isFound(openMapping(memory)); });
+    expectSafeWhenRefused([&] {
         keepRefusal({}, 0);
         const auto mapping = createMapping(memory, bytes, everybody);
         EXPECT_TRUE(mapping != nullptr || lastRefusal().error != 0) << "the tools tell why";
@@ -112,7 +83,7 @@ TEST_F(RefusedCalls, AMappingThatIsThereIsFoundOrIsNot)
 // One that is not finished is found by nobody.
 TEST_F(RefusedCalls, ATurnIsFinishedOrIsNot)
 {
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         UserTurn turn(0);
         const auto mapping = turn ? createMapping(memory, bytes, everybody) : nullptr;
         if (mapping == nullptr)
@@ -132,7 +103,7 @@ TEST_F(RefusedCalls, AnEventIsMadeAndSetOrIsNot)
 {
     const auto other = createEvent(event, everybody);
     ASSERT_NE(other, nullptr);
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         keepRefusal({}, 0);
         const auto made = createEvent(event, everybody);
         EXPECT_TRUE(made != nullptr || lastRefusal().error != 0) << "the tools tell why";
@@ -149,7 +120,7 @@ TEST_F(RefusedCalls, AnEventIsFoundAndWaitedForOrIsNot)
     const auto never = createEvent(nullptr, everybody);
     ASSERT_NE(made, nullptr);
     ASSERT_NE(never, nullptr);
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         const auto found = openEvent(event);
         const bool there = found != nullptr && setEvent(found) && waitFor(found, 0) && waitForEither(never, found) == 1 &&
                            resetEvent(found) && !waitFor(found, 0);
@@ -163,7 +134,7 @@ TEST_F(RefusedCalls, AnEventIsFoundAndWaitedForOrIsNot)
 TEST_F(RefusedCalls, AThreadRunsOrDoesNot)
 {
     std::atomic<int> runs = 0;
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         const int before = runs;
         const auto thread = startThread([](void* count) { ++*static_cast<std::atomic<int>*>(count); }, &runs);
         if (thread == nullptr) {
@@ -180,7 +151,7 @@ TEST_F(RefusedCalls, AThreadRunsOrDoesNot)
 
 TEST_F(RefusedCalls, ALockIsHeldOrIsNot)
 {
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         const NamedLock held(lock, everybody, 0);
         if (held) {
             EXPECT_FALSE(NamedLock(lock, everybody, 0)); // in whatever place
@@ -214,7 +185,7 @@ TEST_F(RefusedCalls, ValuesAreKeptOrAreNot)
     ASSERT_TRUE(set("Enabled", 1));
     ASSERT_TRUE(set("Reverb", 0));
     std::uint32_t last = 0; // that was to be kept
-    expectSafe([&] {
+    expectSafeWhenRefused([&] {
         std::uint32_t enabled = 1;
         std::uint32_t value = last;
         static_cast<void>(get("Enabled", enabled));

@@ -12,6 +12,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace {
 
@@ -59,6 +60,9 @@ QUOREL_CALL(int, mkdirat, (int folder, const char* name, mode_t mode), (folder, 
 QUOREL_CALL(int, mkfifoat, (int folder, const char* name, mode_t mode), (folder, name, mode), -1)
 QUOREL_CALL(int, renameat, (int folder, const char* from, int other, const char* to), (folder, from, other, to), -1)
 QUOREL_CALL(int, unlinkat, (int folder, const char* name, int how), (folder, name, how), -1)
+QUOREL_CALL(int, rename, (const char* from, const char* to), (from, to), -1)
+QUOREL_CALL(int, mkostemp, (char* path, int how), (path, how), -1)
+QUOREL_CALL(int, fchmod, (int file, mode_t mode), (file, mode), -1)
 QUOREL_CALL(int, fsync, (int file), (file), -1)
 QUOREL_CALL(ssize_t, read, (int file, void* data, std::size_t bytes), (file, data, bytes), -1)
 QUOREL_CALL(ssize_t, write, (int file, const void* data, std::size_t bytes), (file, data, bytes), -1)
@@ -68,11 +72,23 @@ QUOREL_CALL(int, shm_open, (const char* name, int how, mode_t mode), (name, how,
 QUOREL_CALL(int, posix_fallocate, (int file, off_t from, off_t bytes), (file, from, bytes), errno)
 QUOREL_CALL(void*, mmap, (void* place, std::size_t bytes, int rights, int how, int file, off_t from),
             (place, bytes, rights, how, file, from), MAP_FAILED)
+QUOREL_CALL(int, pipe2, (int* ends, int how), (ends, how), -1)
+QUOREL_CALL(pid_t, fork, (), (), -1)
 QUOREL_CALL(int, eventfd, (unsigned first, int how), (first, how), -1)
 QUOREL_CALL(int, eventfd_write, (int file, eventfd_t count), (file, count), -1)
 QUOREL_CALL(int, poll, (pollfd * files, nfds_t count, int milliseconds), (files, count, milliseconds), -1)
 QUOREL_CALL(int, pthread_create, (pthread_t * thread, const pthread_attr_t* how, void* (*run)(void*), void* argument),
             (thread, how, run, argument), errno)
+
+int __real_open(const char* name, int how, ...);
+int __wrap_open(const char* name, int how, ...)
+{
+    va_list rest;
+    va_start(rest, how);
+    const mode_t mode = (how & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    return callFails() ? -1 : __real_open(name, how, mode);
+}
 
 int __real_openat(int folder, const char* name, int how, ...);
 int __wrap_openat(int folder, const char* name, int how, ...)
