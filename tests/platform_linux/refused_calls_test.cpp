@@ -5,6 +5,7 @@
 #include "platform/refusal.h"
 #include "platform/registry.h"
 #include "platform/sharing.h"
+#include "platform/user_directory_linux.h"
 #include "tests/support/failing_calls.h"
 #include "tests/support/refused_calls.h"
 #include "tests/support/temporary_home.h"
@@ -12,7 +13,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <string>
 
 namespace quorel::platform {
 namespace {
@@ -41,8 +45,20 @@ bool isMade(const char* name, const Descriptor* descriptor)
         view[bytes - 1] = 1; // what is only promised ends the program here
         unmapView(view, bytes);
     }
+    EXPECT_FALSE(std::filesystem::exists("/dev/shm/quorel-")) << "a name that everybody could guess";
     closeHandle(mapping);
     return view != nullptr;
+}
+
+TEST_F(RefusedCalls, DigitsCannotBeGuessedOrAreNone)
+{
+    const std::string digits = unguessableDigits();
+    EXPECT_EQ(digits.size(), 32U);
+    EXPECT_NE(digits, unguessableDigits());
+    failCall(1, EINTR);
+    EXPECT_EQ(unguessableDigits(), "");
+    EXPECT_TRUE(callFailed());
+    failCall(0, 0);
 }
 
 TEST_F(RefusedCalls, AMappingIsMadeOrIsNot)

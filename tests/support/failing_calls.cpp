@@ -10,6 +10,8 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/random.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -72,6 +74,11 @@ QUOREL_CALL(int, shm_open, (const char* name, int how, mode_t mode), (name, how,
 QUOREL_CALL(int, posix_fallocate, (int file, off_t from, off_t bytes), (file, from, bytes), errno)
 QUOREL_CALL(void*, mmap, (void* place, std::size_t bytes, int rights, int how, int file, off_t from),
             (place, bytes, rights, how, file, from), MAP_FAILED)
+QUOREL_CALL(ssize_t, getrandom, (void* bytes, std::size_t count, unsigned how), (bytes, count, how), -1)
+QUOREL_CALL(int, socket, (int family, int kind, int protocol), (family, kind, protocol), -1)
+QUOREL_CALL(int, connect, (int file, const sockaddr* address, socklen_t bytes), (file, address, bytes), -1)
+QUOREL_CALL(ssize_t, send, (int file, const void* data, std::size_t bytes, int how), (file, data, bytes, how), -1)
+QUOREL_CALL(ssize_t, recv, (int file, void* data, std::size_t bytes, int how), (file, data, bytes, how), -1)
 QUOREL_CALL(int, pipe2, (int* ends, int how), (ends, how), -1)
 QUOREL_CALL(pid_t, fork, (), (), -1)
 QUOREL_CALL(int, eventfd, (unsigned first, int how), (first, how), -1)

@@ -20,9 +20,12 @@ extern __attribute__((visibility("hidden"))) std::byte shared_counters_end[];
 
 namespace {
 
+pid_t owner = 0; // the process that leaves the counts; its children share them
+
 // Runs before anything has counted.
 __attribute__((constructor(101))) void shareCounters()
 {
+    owner = getpid();
     if (const auto bytes = static_cast<std::size_t>(shared_counters_end - shared_counters_begin); bytes > 0)
         mmap(shared_counters_begin, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
 }
@@ -43,8 +46,10 @@ __attribute__((destructor(101))) void leaveOthersCounts()
 // In place of the system's: a program that ends itself by a signal, as one that was interrupted does, leaves its counts too.
 extern "C" int raise(int signal) noexcept
 {
-    leaveOthersCounts();
-    __gcov_dump();
-    __gcov_reset(); // what goes on counts anew, and is added at the end
+    if (getpid() == owner) {
+        leaveOthersCounts();
+        __gcov_dump();
+        __gcov_reset(); // what goes on counts anew, and is added at the end
+    }
     return pthread_kill(pthread_self(), signal);
 }

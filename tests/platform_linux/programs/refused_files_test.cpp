@@ -1,23 +1,35 @@
 // SPDX-License-Identifier: MIT
-// The programs' files and children with each of their calls of the system refused once.
+// The programs' files, children and questions with each of their calls of the system refused once.
 #include "platform/programs/atomic_file.h"
+#include "platform/programs/input_file.h"
 #include "platform/programs/limited_source.h"
+#include "platform/programs/local_question.h"
+#include "platform/programs/sound.h"
 #include "tests/support/refused_calls.h"
 #include "tests/support/temporary_home.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace quorel::platform {
 namespace {
@@ -30,6 +42,9 @@ std::string contents(const fs::path& path)
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
+
+constexpr std::array<int, 3> errors = {EMFILE, ENOMEM, EINTR}; // of the calls
+using Texts = std::multiset<std::string>;
 
 // The old text or the new one, whole, with the file's permissions; what is left beside it goes with the next one that is written.
 TEST(RefusedFiles, AFileIsReplacedOrIsNot)
@@ -66,7 +81,7 @@ TEST(RefusedFiles, AChildGivesAllThatItWasToOrNothing)
 {
     const WorkLimits limits{.processorSeconds = 10, .seconds = 20, .memoryBytes = std::uint64_t{1} << 30, .resultBytes = 100000};
     const std::string wanted(70000, 'x'); // more than a pipe holds
-    std::multiset<std::string> told;
+    Texts told;
     expectSafeWhenRefused([&] {
         try {
             EXPECT_EQ(doInChild([&] { return wanted; }, limits, [] {}), wanted);
@@ -76,8 +91,127 @@ TEST(RefusedFiles, AChildGivesAllThatItWasToOrNothing)
             return false;
         }
     });
-    for (const int error : {EMFILE, ENOMEM, EINTR})
+    for (const int error : errors)
         EXPECT_EQ(told.count(std::strerror(error)), 2U) << "no pipe, no child";
+}
+
+// All of it, or which call it lacked. One that is interrupted is made once more, but for those that make a file.
+TEST(RefusedFiles, APipeIsReadOrIsNot)
+{
+    const TemporaryHome home;
+    const std::string path = (home.path() / "pipe").string();
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    Texts told;
+    expectSafeWhenRefused([&] {
+        std::fstream writer(path, std::ios::in | std::ios::out);
+        writer << "text" << std::flush;
+        try {
+            const InputFile file(path, [&] { writer.close(); });
+            EXPECT_EQ(file.read(0, 10), "text");
+            return true;
+        } catch (const std::runtime_error& error) {
+            told.insert(error.what());
+            return false;
+        }
+    });
+    Texts expected;
+    for (const int error : errors) {
+        const std::string reason = std::strerror(error);
+        expected.insert("cannot read " + path + ": " + reason);
+        expected.insert("cannot read " + path + ": there is no place for what the pipe holds: " + reason);
+        if (error == EINTR)
+            continue;
+        for (int read = 0; read < 2; ++read) // of the text, and of the end
+            expected.insert("cannot read " + path + ": " + reason);
+        expected.insert("cannot read " + path + ": what the pipe holds can't be kept in " + fs::temp_directory_path().string() +
+                        ": " + reason);
+    }
+    EXPECT_EQ(told, expected);
+}
+
+// What can't be kept for the player is not played; only without a process there is none.
+TEST(RefusedFiles, ASoundIsPlayedOrIsNot)
+{
+    const TemporaryHome home;
+    const fs::path heard = home.path() / "heard";
+    const fs::path player = home.path() / "pw-play";
+    std::ofstream(player) << "#!/bin/sh\ncat > '" << heard.string() << "'\n";
+    fs::permissions(player, fs::perms(0700));
+    setenv("PATH", (home.path().string() + ':' + std::getenv("PATH")).c_str(), 1);
+    const std::string samples(200, 'x');
+    Texts told;
+    expectSafeWhenRefused([&] {
+        fs::remove(heard);
+        Sound sound{.framesPerSecond = 48000, .speakers = 1, .samples = std::vector<std::int16_t>(samples.size() / 2)};
+        std::memcpy(sound.samples.data(), samples.data(), samples.size());
+        PlayedSound played = PlayedSound::once(sound, "");
+        std::optional<std::string> ended;
+        while (!(ended = played.ended()))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (!ended->empty())
+            told.insert(*ended);
+        EXPECT_TRUE(contents(heard) == samples || contents(heard).empty());
+        return contents(heard) == samples;
+    });
+    EXPECT_EQ(told.count("there is no process to be had for pw-play"), errors.size());
+    EXPECT_EQ(told.size(), errors.size());
+}
+
+// Answers whoever asks.
+class Answering {
+public:
+    explicit Answering(const std::string& path) : door(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(door, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(door, 8), 0);
+        thread = std::jthread([this] {
+            for (int caller = 0; (caller = accept4(door, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(caller)) {
+                std::array<char, 64> line{};
+                const ssize_t got = ::recv(caller, line.data(), line.size(), 0);
+                const std::string answer =
+                    std::string(line.data(), got > 0 ? static_cast<std::size_t>(got - 1) : 0) + ", answered\n";
+                if (got > 0)
+                    ::send(caller, answer.data(), answer.size(), MSG_NOSIGNAL);
+            }
+        });
+    }
+    ~Answering()
+    {
+        shutdown(door, SHUT_RDWR);
+        thread.join();
+        close(door);
+    }
+    Answering(const Answering&) = delete;
+    Answering& operator=(const Answering&) = delete;
+
+private:
+    int door;
+    std::jthread thread;
+};
+
+TEST(RefusedFiles, AQuestionIsAnsweredOrIsNot)
+{
+    const TemporaryHome home;
+    const std::string path = (home.path() / "socket").string();
+    const Answering answering(path);
+    Texts told;
+    expectSafeWhenRefused([&] {
+        try {
+            const auto answer = askLocally(path, "question");
+            told.insert(answer.value_or("nobody is there"));
+            return answer == "question, answered";
+        } catch (const std::runtime_error& error) {
+            told.insert(error.what());
+            return false;
+        }
+    });
+    for (const int error : errors)
+        EXPECT_EQ(told.count(std::string("socket: ") + std::strerror(error)), 1U);
+    EXPECT_EQ(told.count("nobody is there"), errors.size());
+    EXPECT_EQ(told.count("the program at " + path + " does not answer"), 2 * errors.size()) << "not sent, not read";
 }
 
 } // namespace
