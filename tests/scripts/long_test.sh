@@ -68,6 +68,15 @@ echo '[{"name": "none", "promise": "it is there", "command": ["/no/such/command"
 ! $long --parts none.json 1 >out 2>err || fail 'a command that is not there is none that passes'
 grep -q 'none once: FAILED (127)' err
 
+# A name chooses its part alone, and the beginning of names all that begin so.
+echo '[{"name": "live", "promise": "", "command": ["true"], "once": true},
+ {"name": "lives", "promise": "", "command": ["true"], "once": true}]' >names.json
+$long --parts names.json --only live 1 >out 2>err
+grep -q 'live once: passed' err
+! grep -q 'lives' err || fail 'another part than the one of that name ran'
+$long --parts names.json --only li 1 >out 2>err
+grep -q 'lives once: passed' err
+
 # Two parts run beside each other: each of these waits for the other.
 cat >pair.json <<END
 [{"name": "first", "promise": "it meets", "once": true,
