@@ -63,6 +63,11 @@ grep -q 'was' long/failures/bad/*.log
 asks long/state.json 'x["parts"]["bad"]["runs"] == 1 and x["parts"]["bad"]["failures"][0]["exit"] == 3'
 asks long/state.json 'x["parts"]["good"]["runs"] > 1' # other parts' figures stay
 
+# It is not begun again while other parts may run.
+echo '[{"name": "soon", "promise": "it passes", "command": ["false"], "least": 0}]' >soon.json
+! $long --parts soon.json 0.0003 >out 2>err || fail 'a failed part is none'
+asks long/state.json 'x["parts"]["soon"]["runs"] == 1'
+
 # A command that is not there fails like others.
 echo '[{"name": "none", "promise": "it is there", "command": ["/no/such/command"], "once": true}]' >none.json
 ! $long --parts none.json 1 >out 2>err || fail 'a command that is not there is none that passes'
