@@ -14,7 +14,10 @@
 namespace quorel {
 
 struct GraphClient::Node {
+    pw_context* context = nullptr;
+    pw_core* core = nullptr;
     pw_filter* filter = nullptr;
+    spa_hook listener{};
     pw_filter_events events{};
     std::vector<void*> ports;
 };
@@ -81,12 +84,11 @@ GraphClient::Pacemaker::Pacemaker(pw_thread_loop* loop, const std::atomic<bool>&
         }
         pw_stream_queue_buffer(pacemaker.stream, buffer);
     };
-    stream =
-        pw_stream_new_simple(pw_thread_loop_get_loop(loop), "test-pacemaker",
-                             pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Playback", PW_KEY_NODE_NAME,
-                                               "test-pacemaker", PW_KEY_TARGET_OBJECT, "speakers", PW_KEY_NODE_GROUP, group,
-                                               PW_KEY_PRIORITY_DRIVER, "1000000", PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr),
-                             &events, this);
+    stream = pw_stream_new_simple(pw_thread_loop_get_loop(loop), "test-pacemaker",
+                                  pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Playback",
+                                                    PW_KEY_NODE_NAME, "test-pacemaker", PW_KEY_TARGET_OBJECT, "speakers",
+                                                    PW_KEY_NODE_GROUP, group, PW_KEY_PRIORITY_DRIVER, "1000000", nullptr),
+                                  &events, this);
     std::uint8_t buffer[1024];
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
     spa_audio_info_raw format{};
@@ -143,17 +145,21 @@ GraphClient::GraphClient(const std::vector<std::string>& outputs, const std::vec
       inputNames(inputs),
       recording(inputs.size())
 {
-    const auto make = [this](Node& node, const char* name, pw_direction direction, const std::vector<std::string>& names,
-                             void (*process)(void*, spa_io_position*)) {
+    // In real time a client is as late as its own thread is.
+    const char* settings = clock == Clock::ofTheDevice ? "client-rt.conf" : "client.conf";
+    const auto make = [&](Node& node, const char* name, pw_direction direction, const std::vector<std::string>& names,
+                          void (*process)(void*, spa_io_position*)) {
+        node.context = pw_context_new(pw_thread_loop_get_loop(loop), pw_properties_new(PW_KEY_CONFIG_NAME, settings, nullptr), 0);
+        node.core = node.context == nullptr ? nullptr : pw_context_connect(node.context, nullptr, 0);
+        if (node.core == nullptr)
+            throw std::runtime_error("no audio server for the test's client");
+        node.filter =
+            pw_filter_new(node.core, name,
+                          pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Filter", PW_KEY_MEDIA_ROLE, "DSP",
+                                            PW_KEY_NODE_NAME, name, PW_KEY_NODE_GROUP, group, nullptr));
         node.events.version = PW_VERSION_FILTER_EVENTS;
         node.events.process = process;
-        node.filter = pw_filter_new_simple(pw_thread_loop_get_loop(loop), name,
-                                           pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Filter",
-                                                             PW_KEY_MEDIA_ROLE, "DSP", PW_KEY_NODE_NAME, name, PW_KEY_CONFIG_NAME,
-                                                             "client-rt.conf", PW_KEY_NODE_GROUP, group, nullptr),
-                                           &node.events, this);
-        if (node.filter == nullptr)
-            throw std::runtime_error("no audio server for the test's client");
+        pw_filter_add_listener(node.filter, &node.listener, &node.events, this);
         for (const std::string& port : names)
             node.ports.push_back(pw_filter_add_port(
                 node.filter, direction, PW_FILTER_PORT_FLAG_MAP_BUFFERS, sizeof(int),
@@ -173,8 +179,10 @@ GraphClient::~GraphClient()
 {
     pw_thread_loop_stop(loop);
     pacemaker.reset();
-    pw_filter_destroy(player->filter);
-    pw_filter_destroy(recorder->filter);
+    for (Node* node : {player.get(), recorder.get()}) {
+        pw_filter_destroy(node->filter);
+        pw_context_destroy(node->context); // and its connection
+    }
     pw_thread_loop_destroy(loop);
 }
 
