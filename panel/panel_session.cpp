@@ -54,12 +54,11 @@ bool PanelSession::take(News news)
         const bool ended = takeSounds();
         return takeEffect() || ended;
     }
-    case News::live: {
-        const LiveView view = host.view();
-        link.hostTells(view.speakers);
-        taken = takenAway.next(view.microphone);
+    case News::live:
+        toldLast = host.view();
+        link.hostTells(toldLast.speakers);
+        taken = takenAway.next(toldLast.microphone);
         break;
-    }
     case News::import:
         report = responseImport.report();
         break;
@@ -112,7 +111,7 @@ void PanelSession::play(std::optional<platform::PlayedSound>& sound, const std::
 void PanelSession::testSpeakers(bool on)
 {
     const auto begin = [this] {
-        const auto told = host.view().speakers;
+        const auto told = toldLast.speakers;
         const EffectView& seen = panel.seen();
         return platform::PlayedSound::once(speakerTest(told.value_or(seen.microphone ? 0 : seen.channelMask)),
                                            told ? "quorel.speaker" : "");
@@ -123,7 +122,7 @@ void PanelSession::testSpeakers(bool on)
 void PanelSession::listen(std::optional<double> secondsLate)
 {
     const auto begin = [&] {
-        return platform::PlayedSound::late(host.view().microphone ? "quorel.microphone" : "",
+        return platform::PlayedSound::late(toldLast.microphone ? "quorel.microphone" : "",
                                            std::clamp(*secondsLate, shortestDelay, longestDelay));
     };
     play(ownVoice, secondsLate ? std::function<platform::PlayedSound()>(begin) : nullptr);
@@ -140,7 +139,7 @@ PanelSession::Lateness PanelSession::lateness() const
     const std::uint32_t rate = levelRate();
     if (const MicrophoneRateRow* row = microphoneRate(rate); row != nullptr && panel.seen().settings.MicNR != 0)
         late.effectMs = 1000.0 * static_cast<double>(row->latency) / rate;
-    if (const auto microphone = host.view().microphone)
+    if (const auto microphone = toldLast.microphone)
         late.hostMs = microphone->lateMs;
     return late;
 }
@@ -170,7 +169,7 @@ void PanelSession::keep()
 
 void PanelSession::bypass(bool on)
 {
-    if (host.view().state == LiveView::State::there && !panel.bypassed())
+    if (toldLast.state == LiveView::State::there && !panel.bypassed())
         host.bypass(on);
     else
         attempt([on](PanelModel& model) { model.bypass(on); });
@@ -178,13 +177,12 @@ void PanelSession::bypass(bool on)
 
 bool PanelSession::bypassed() const
 {
-    const LiveView view = host.view();
-    return panel.bypassed() || (view.state == LiveView::State::there && view.bypass);
+    return panel.bypassed() || (toldLast.state == LiveView::State::there && toldLast.bypass);
 }
 
 bool PanelSession::import(const std::string& path)
 {
-    return responseImport.start(path, host.view().speakers);
+    return responseImport.start(path, toldLast.speakers);
 }
 
 std::optional<ResponseTaps> PanelSession::responses() const

@@ -33,7 +33,7 @@ public:
     bool take(News news);
 
     const PanelModel& model() const { return panel; }
-    LiveView live() const { return host.view(); }
+    const LiveView& live() const { return toldLast; }
     const ImportReport& imported() const { return report; }
 
     // Lets `edit` change the model and sends what it changed; what it throws is the message.
@@ -97,6 +97,7 @@ private:
     Values savedKept;                             // what the bypass keeps, as its file has it
     PanelModel panel;
     ImportReport report;
+    LiveView toldLast; // by quorel-live, and taken: all that is shown of it is of one answer
     std::string text;
     std::optional<MeanLevels> taken;
     TakenAway takenAway;

@@ -25,13 +25,15 @@ TEST(Text, NullIsAnEmptyText)
     EXPECT_EQ(convert({}), "");
 }
 
-// The ends of each length: U+0041, U+007F, U+0080, U+07FF, U+0800, U+FFFF, U+10000, U+10FFFF.
+// The ends of each length, U+0041, U+007F, U+0080, U+07FF, U+0800, U+FFFF, U+10000, U+10FFFF, and one between them, U+00E9,
+// U+20AC, U+1F3A7, in which no two neighbouring six bits are alike.
 TEST(Text, EveryLengthOfUtf8IsWritten)
 {
     EXPECT_EQ(convert({'A', 0x7F}), "A\x7F");
     EXPECT_EQ(convert({0x80, 0x7FF}), "\xC2\x80\xDF\xBF");
     EXPECT_EQ(convert({0x800, 0xFFFF}), "\xE0\xA0\x80\xEF\xBF\xBF");
     EXPECT_EQ(convert({0xD800, 0xDC00, 0xDBFF, 0xDFFF}), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(convert({0xE9, 0x20AC, 0xD83C, 0xDFA7}), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x8E\xA7");
 }
 
 TEST(Text, HalfAPairBecomesTheReplacementCharacter)

@@ -82,8 +82,10 @@ TEST_F(SettingsHandlerTest, AnotherLayoutVersionGoesIntoAFreshBlockAndRaisesNoth
     const auto before = polled(*start()).generation;
     const auto handler = SettingsHandler::instance(0x10002);
     const ControlApplication control;
-    EXPECT_EQ(control.block->layoutVersion, 0x10002U);
-    EXPECT_EQ(control.block->levels[4], -120.0F);
+    ControlBlock expected{};
+    expected.layoutVersion = 0x10002;
+    expected.levels.fill(-120.0F);
+    EXPECT_EQ(std::memcmp(control.block, &expected, sizeof expected), 0);
     EXPECT_EQ(polled(*handler).generation, before);
     EXPECT_EQ(view[0], 0.0F);
     EXPECT_EQ(view[hrtfShareBytes / 4 - 1], 0.0F);

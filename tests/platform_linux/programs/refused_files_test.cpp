@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +28,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -157,39 +159,45 @@ TEST(RefusedFiles, ASoundIsPlayedOrIsNot)
     EXPECT_EQ(told.size(), errors.size());
 }
 
-// Answers whoever asks.
+// Answers whoever asks, as another process: what it holds open is none of the asker's.
 class Answering {
 public:
-    explicit Answering(const std::string& path) : door(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit Answering(const std::string& path)
     {
+        const int door = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         EXPECT_EQ(bind(door, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(listen(door, 8), 0);
-        thread = std::jthread([this] {
-            for (int caller = 0; (caller = accept4(door, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(caller)) {
-                std::array<char, 64> line{};
-                const ssize_t got = ::recv(caller, line.data(), line.size(), 0);
-                const std::string answer =
-                    std::string(line.data(), got > 0 ? static_cast<std::size_t>(got - 1) : 0) + ", answered\n";
-                if (got > 0)
-                    ::send(caller, answer.data(), answer.size(), MSG_NOSIGNAL);
-            }
-        });
+        child = fork();
+        if (child == 0)
+            answerAll(door);
+        close(door);
     }
     ~Answering()
     {
-        shutdown(door, SHUT_RDWR);
-        thread.join();
-        close(door);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
     }
     Answering(const Answering&) = delete;
     Answering& operator=(const Answering&) = delete;
 
 private:
-    int door;
-    std::jthread thread;
+    [[noreturn]] static void answerAll(int door)
+    {
+        for (;;) {
+            const int caller = accept(door, nullptr, nullptr);
+            std::array<char, 64> line{};
+            const ssize_t got = ::recv(caller, line.data(), line.size(), 0);
+            const std::string answer = std::string(line.data(), got > 0 ? static_cast<std::size_t>(got - 1) : 0) + ", answered\n";
+            if (got > 0)
+                ::send(caller, answer.data(), answer.size(), MSG_NOSIGNAL);
+            close(caller);
+        }
+    }
+
+    pid_t child;
 };
 
 TEST(RefusedFiles, AQuestionIsAnsweredOrIsNot)
