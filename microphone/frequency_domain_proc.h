@@ -124,11 +124,7 @@ void FrequencyDomainProc<N>::process(const Buffer<float, N>& in, Buffer<float, N
         return;
     }
 
-    levelSpectrum.setSize(levelBandCount);
-    levelEnvelope.setSize(levelBandCount);
-    bandSpectrum.setSize(bandCount);
-    noiseFloor.setSize(bandCount);
-    signalLevel.setSize(bandCount);
+    levelSpectrum.setSize(levelBandCount); // also for a first block without a frame, whose spectrum is zero
     for (std::uint64_t f = 0; f < frameCount; ++f) {
         for (std::size_t c = 0; c < N; ++c)
             analysis.lowerHalf(c, in.channel(c) + f * hop, spectrum.channel(c));

@@ -377,13 +377,22 @@ LockState& stateOf(std::array<std::byte, 40>& bytes)
     return *result;
 }
 
-void stepOfLock(const char* call, const std::function<bool()>& ready = {})
+} // namespace
+
+void stepOfLock(const std::string& call, const std::function<bool()>& ready)
 {
     if (auto* conductor = faultyPlatform().conductor; conductor != nullptr)
         conductor->step(call, ready);
+    std::function<void()> first;
+    {
+        const std::lock_guard guard(world().mutex);
+        const auto& before = faultyPlatform().before;
+        if (const auto found = before.find(call); found != before.end())
+            first = found->second;
+    }
+    if (first)
+        first();
 }
-
-} // namespace
 
 Lock::Lock() noexcept
 {
@@ -406,7 +415,7 @@ void Lock::lock() noexcept
 
 bool Lock::try_lock() noexcept
 {
-    stepOfLock("try lock");
+    stepOfLock("try lock", {});
     auto& lock = stateOf(state);
     if (faultyPlatform().locksAreTaken || !lock.mutex.try_lock())
         return false;
@@ -416,7 +425,7 @@ bool Lock::try_lock() noexcept
 
 void Lock::unlock() noexcept
 {
-    stepOfLock("unlock");
+    stepOfLock("unlock", {});
     auto& lock = stateOf(state);
     lock.taken = false;
     lock.mutex.unlock();

@@ -43,7 +43,7 @@ struct FaultyPlatform {
     // Lets a call fail. It is named as it is written down: "openMapping Global\QUORELMem", "setNumber Reverb".
     void fail(const std::string& call);
 
-    // What happens before a call does its work.
+    // What happens before a call does its work; calls of locks are "lock", "try lock" and "unlock".
     void doBefore(const std::string& call, std::function<void()> work);
 
     // Nobody can take a lock by trying.
@@ -72,6 +72,7 @@ struct FaultyPlatform {
 
 private:
     friend bool begin(const std::string& call, const std::function<bool()>& ready);
+    friend void stepOfLock(const std::string& call, const std::function<bool()>& ready);
     friend class UserTurn;
 
     std::set<std::string> failing;

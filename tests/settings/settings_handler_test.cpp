@@ -81,7 +81,7 @@ TEST_F(SettingsHandlerTest, AnotherLayoutVersionGoesIntoAFreshBlockAndRaisesNoth
 
     const auto before = polled(*start()).generation;
     const auto handler = SettingsHandler::instance(0x10002);
-    const ControlApplication control;
+    ControlApplication control;
     ControlBlock expected{};
     expected.layoutVersion = 0x10002;
     expected.levels.fill(-120.0F);
@@ -89,6 +89,7 @@ TEST_F(SettingsHandlerTest, AnotherLayoutVersionGoesIntoAFreshBlockAndRaisesNoth
     EXPECT_EQ(polled(*handler).generation, before);
     EXPECT_EQ(view[0], 0.0F);
     EXPECT_EQ(view[hrtfShareBytes / 4 - 1], 0.0F);
+    EXPECT_TRUE(takenOver(*handler, control.update(withReverb(170))));
 }
 
 TEST_F(SettingsHandlerTest, TheFirstRecordOfAHandlerCarriesNoBlockSequence)
@@ -133,6 +134,19 @@ TEST_F(SettingsHandlerTest, AnUpdateReachesARecordWithItsSequenceAndANewGenerati
     EXPECT_EQ(after.applied, 0);
 }
 
+TEST_F(SettingsHandlerTest, ARecordIsTakenWhileNobodyCanChangeIt)
+{
+    const auto handler = start();
+    ControlApplication control;
+    ASSERT_TRUE(takenOver(*handler, control.update(withReverb(170))));
+    SettingsRecord record;
+    std::uint32_t held = 0;
+    faultyPlatform().doBefore("unlock", [&] { held = record.Reverb; });
+    handler->poll(record);
+    EXPECT_EQ(held, 170U);
+    faultyPlatform().doBefore("unlock", {});
+}
+
 TEST_F(SettingsHandlerTest, ASequenceThatGoesDownCountsAsAChange)
 {
     const auto handler = start();
@@ -157,6 +171,8 @@ TEST_F(SettingsHandlerTest, ASequenceThatWrapsCountsAsAChange)
 
 TEST_F(SettingsHandlerTest, AnEventWithAnUnchangedSequenceRefreshesNothing)
 {
+    ControlApplication earlier;
+    earlier.changeSequence(17);
     const auto handler = start();
     ControlApplication control;
     const auto before = polled(*handler);
