@@ -21,7 +21,7 @@ asks() {
 # A part that counts its runs itself, one that hangs until it is killed as long as there is a file `hang`, and one that fails.
 cat >parts.json <<END
 [{"name": "good", "promise": "it counts", "command": ["sh", "-c", "echo x >>$work/ran; echo 'made 5 blocks'; echo 'made 2 blocks'"],
-  "least": 0, "figures": {"blocks": "made (\\\\d+)"}, "asked": {"blocks": ">= 7"}},
+  "least": 0, "figures": {"blocks": "made (\\\\d+)", "at once": "^made (\\\\d+)"}, "most": ["at once"], "asked": {"blocks": ">= 7"}},
  {"name": "hanging", "promise": "it hangs", "command": ["sh", "-c", "touch $work/hangs; while [ -e $work/hang ]; do sleep 0.1; done; echo 3"],
   "least": 0, "figures": {"turns": "(\\\\d+)"}, "asked": {"turns": ">= 1000000"}},
  {"name": "silent", "promise": "it tells nothing", "command": ["true"], "once": true, "figures": {"said": "(\\\\d+)"}}]
@@ -39,16 +39,17 @@ driver=$!
 waits_for 60 test -e hangs
 kill -TERM $driver
 ! wait $driver || fail 'a stopped run counts as a whole one'
-asks long/state.json 'x["parts"]["good"]["runs"] == 1 and x["parts"]["good"]["figures"] == {"blocks": 7}'
+asks long/state.json 'x["parts"]["good"]["runs"] == 1 and x["parts"]["good"]["figures"] == {"blocks": 7, "at once": 5}'
 asks long/state.json 'x["parts"]["hanging"]["runs"] == 0'
 asks long/report.json '[part["verdict"] for part in x["parts"]] == ["reached", "not run", "not run"]'
 
-# The next run goes on; figures add up.
+# The next run goes on; figures add up, or the greatest of them counts.
 rm hang
 $long --parts parts.json --only hanging 0.0002 >out 2>err
 $long --parts parts.json --only good 0.0002 >out 2>err
 asks long/state.json "x['parts']['good']['runs'] == $(wc -l <ran) > 1"
 asks long/state.json 'x["parts"]["good"]["figures"]["blocks"] == 7 * x["parts"]["good"]["runs"]'
+asks long/state.json 'x["parts"]["good"]["figures"]["at once"] == 5'
 asks long/state.json 'x["parts"]["hanging"]["figures"]["turns"] == 3 * x["parts"]["hanging"]["runs"] > 0'
 asks long/report.json '[part["verdict"] for part in x["parts"]] == ["reached", "not yet", "not run"]'
 grep -q 'good for [01] s: passed' err
@@ -109,12 +110,12 @@ test -z "$(find two/failures -type f)"
 
 # Another machine's state counts once.
 cat >other.json <<'END'
-{"id": "other", "merged": [], "parts": {"good": {"seconds": 3600, "runs": 1, "figures": {"blocks": 1000000}, "commits": ["abc"],
+{"id": "other", "merged": [], "parts": {"good": {"seconds": 3600, "runs": 1, "figures": {"blocks": 1000000, "at once": 6}, "commits": ["abc"],
  "failures": [], "last": "passed"}}}
 END
 before=$(python3 -c 'import json; print(json.load(open("long/state.json"))["parts"]["good"]["figures"]["blocks"])')
 $long --parts parts.json --merge other.json >out
-asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
+asks long/state.json "x['parts']['good']['figures'] == {'blocks': 1000000 + $before, 'at once': 6}"
 ! $long --parts parts.json --merge other.json >out 2>err || fail 'a state was added twice'
 asks long/state.json "x['parts']['good']['figures']['blocks'] == 1000000 + $before"
 
