@@ -133,11 +133,7 @@ void cascadeBank(BankState* state, const float* const* in, float* const* out, si
             runBank(bank, in, out, at, count);
             continue;
         }
-        for (BankSection& section : bank.section) {
-            __builtin_memset(section.s1, 0, sizeof section.s1);
-            __builtin_memset(section.s2, 0, sizeof section.s2);
-        }
-        for (size_t c = 0; c < lineCount; ++c)
+        for (size_t c = 0; c < lineCount; ++c) // what the bank remembers has settled to zeros already
             __builtin_memset(out[c] + at, 0, count * sizeof(float));
     }
 }

@@ -4,7 +4,6 @@
 #include "panel/kept_values.h"
 #include "tests/panel/own_folders.h"
 #include "tests/panel/running_effect.h"
-#include "tests/support/fake_host.h"
 
 #include <gtest/gtest.h>
 
@@ -72,21 +71,6 @@ TEST_F(PanelSessionTest, OnlyLevelsAreNoNewsForTheRest)
     }));
     ControlClient().update([](SettingsRecord& record) { record.Reverb = 9; });
     EXPECT_TRUE(eventually([&] { return session->take(News::effect); }));
-}
-
-// However many answers came since: a window that reads twice shows no two of them.
-TEST_F(PanelSessionTest, AHostsAnswerIsSeenOnceItIsTaken)
-{
-    std::atomic<int> answers = 0;
-    const FakeHost host([&](const std::string&) { return hostStatus(++answers > 1); });
-    session = std::make_unique<PanelSession>([this](News news) { ++announced.at(static_cast<std::size_t>(news)); });
-    session->watch(true, false);
-    ASSERT_TRUE(eventually([&] { return announced.at(1) > 0; }));
-    EXPECT_EQ(session->live().state, LiveView::State::unknown);
-    ASSERT_TRUE(eventually([&] { return answers > 1; }));
-    EXPECT_FALSE(session->bypassed());
-    EXPECT_TRUE(becomes([this] { return session->bypassed(); }));
-    EXPECT_EQ(session->live().state, LiveView::State::there);
 }
 
 TEST_F(PanelSessionTest, AnEditArrivesAndARefusedOneIsTheMessage)

@@ -69,7 +69,9 @@ TEST(CascadeBank, AnEmptyBlockIsTheKernelsSizeError)
     CascadeBank bank(fdnLineFilters);
     const Buffer<float, lineCount> in(16);
     Buffer<float, lineCount> out(16);
+    out.setSize(7);
     EXPECT_EQ(failureStatus([&] { bank.process(in, out); }), ippStsSizeErr);
+    EXPECT_EQ(out.size(), 7U);
 }
 
 TEST(CascadeBank, AMovedOneRunsOnAndLeavesNothing)

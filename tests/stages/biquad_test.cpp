@@ -232,7 +232,9 @@ TEST(Biquad, AnEmptyBlockIsTheKernelsSizeError)
     biquad.setCoefficients(taps<float>(smoothing));
     const Buffer<float, 2> in(16);
     Buffer<float, 2> out(16);
+    out.setSize(7);
     EXPECT_EQ(failureStatus([&] { biquad.process(in, out); }), -6);
+    EXPECT_EQ(out.size(), 7U);
 }
 
 TEST(Biquad, TapsForAnotherSectionCountFail)

@@ -2,6 +2,7 @@
 // LiveWatch against a host that answers, one that refuses and one that is stopped.
 #include "panel/live_watch.h"
 
+#include "tests/panel/followed_panel.h"
 #include "tests/support/control_application.h"
 #include "tests/support/fake_host.h"
 #include "tests/support/private_home.h"
@@ -48,6 +49,22 @@ TEST(LiveAnswers, TellEachSideApart)
     EXPECT_EQ(side.frames, 4800U);
     EXPECT_EQ(side.inEnergy, 2.5);
     EXPECT_EQ(side.outEnergy, 0.5);
+}
+
+// However many came since: a window that reads twice shows no two of them.
+TEST(LiveAnswers, AreSeenOnceTheyAreTaken)
+{
+    std::atomic<int> answers = 0;
+    const FakeHost host([&](const std::string&) { return hostStatus(++answers > 1); });
+    FollowedPanel panel;
+    ASSERT_TRUE(eventually([&] { return answers > 1; }));
+    EXPECT_EQ(panel.session.live().state, LiveView::State::unknown);
+    EXPECT_FALSE(panel.session.bypassed());
+    EXPECT_TRUE(eventually([&] {
+        panel.follow();
+        return panel.session.bypassed();
+    }));
+    EXPECT_EQ(panel.session.live().state, LiveView::State::there);
 }
 
 TEST(LiveAnswers, FollowABypassAlsoWhileNobodyWatches)
