@@ -28,7 +28,7 @@ public:
     std::uint64_t samples() const { return samples_; }   // that went in
     std::uint64_t replaced() const { return replaced_; } // of them, at the border
     std::uint64_t streams() const;
-    double worstBlock() const { return worst; } // share of its own length that a block took, at most
+    double worstBlock() const { return worst; } // share of its own length that a block took of a processor, at most
 
 private:
     struct Stream;

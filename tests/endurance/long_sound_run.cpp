@@ -45,12 +45,12 @@ int main(int argc, char** argv)
         }
         const auto after = pages();
         const bool grown = seconds > warm && after > before;
-        std::printf(
-            "%llu samples, %llu of them stopped at the border\n%llu s of sound\n%.4f of its time at most for a block\n%lld"
-            " pages more\n",
-            static_cast<unsigned long long>(sound.samples()), static_cast<unsigned long long>(sound.replaced()),
-            static_cast<unsigned long long>(seconds * sound.streams()), sound.worstBlock(),
-            seconds > warm ? static_cast<long long>(after.second - before.second) : 0LL);
+        std::printf("%llu samples, %llu of them stopped at the border\n%llu s of sound\n%.4f of its time at most for a block, of "
+                    "a processor\n%lld"
+                    " pages more\n",
+                    static_cast<unsigned long long>(sound.samples()), static_cast<unsigned long long>(sound.replaced()),
+                    static_cast<unsigned long long>(seconds * sound.streams()), sound.worstBlock(),
+                    seconds > warm ? static_cast<long long>(after.second - before.second) : 0LL);
         return grown ? 1 : 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "seed %u: %s\n", seed, error.what());
