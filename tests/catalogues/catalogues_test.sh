@@ -101,6 +101,7 @@ ReturnToService=2
 NodeName=$node NodeAddr=127.0.0.1 CPUs=2 RealMemory=500 State=UNKNOWN
 PartitionName=all Nodes=$node Default=YES MaxTime=INFINITE State=UP
 CONF
+    echo CgroupPlugin=cgroup/v1 >cgroup.conf # unused; the other one wants a mounted file system before it is
     export SLURM_CONF="$work/slurm.conf" QUOREL_RENDER="$work/render"
     PATH=$PATH:/usr/sbin
     slurmctld -D >slurmctld.log 2>&1 &
