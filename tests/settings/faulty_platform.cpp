@@ -67,11 +67,23 @@ World& world()
 
 } // namespace
 
+void runBefore(const std::string& call)
+{
+    std::function<void()> first;
+    {
+        const std::lock_guard guard(world().mutex);
+        const auto& before = faultyPlatform().before;
+        if (const auto found = before.find(call); found != before.end())
+            first = found->second;
+    }
+    if (first)
+        first();
+}
+
 bool begin(const std::string& call, const std::function<bool()>& ready)
 {
     if (auto* conductor = faultyPlatform().conductor; conductor != nullptr)
         conductor->step(call, faultyPlatform().failing.contains(call) ? nullptr : ready);
-    std::function<void()> first;
     bool fails = false;
     {
         const std::lock_guard guard(world().mutex);
@@ -80,12 +92,9 @@ bool begin(const std::string& call, const std::function<bool()>& ready)
             ++platform.waitCount;
         else
             world().calls.push_back(call);
-        if (const auto found = platform.before.find(call); found != platform.before.end())
-            first = found->second;
         fails = platform.failing.contains(call);
     }
-    if (first)
-        first();
+    runBefore(call);
     return !fails;
 }
 
@@ -377,22 +386,14 @@ LockState& stateOf(std::array<std::byte, 40>& bytes)
     return *result;
 }
 
-} // namespace
-
-void stepOfLock(const std::string& call, const std::function<bool()>& ready)
+void stepOfLock(const char* call, const std::function<bool()>& ready = {})
 {
     if (auto* conductor = faultyPlatform().conductor; conductor != nullptr)
         conductor->step(call, ready);
-    std::function<void()> first;
-    {
-        const std::lock_guard guard(world().mutex);
-        const auto& before = faultyPlatform().before;
-        if (const auto found = before.find(call); found != before.end())
-            first = found->second;
-    }
-    if (first)
-        first();
+    runBefore(call);
 }
+
+} // namespace
 
 Lock::Lock() noexcept
 {
@@ -415,7 +416,7 @@ void Lock::lock() noexcept
 
 bool Lock::try_lock() noexcept
 {
-    stepOfLock("try lock", {});
+    stepOfLock("try lock");
     auto& lock = stateOf(state);
     if (faultyPlatform().locksAreTaken || !lock.mutex.try_lock())
         return false;
@@ -425,7 +426,7 @@ bool Lock::try_lock() noexcept
 
 void Lock::unlock() noexcept
 {
-    stepOfLock("unlock", {});
+    stepOfLock("unlock");
     auto& lock = stateOf(state);
     lock.taken = false;
     lock.mutex.unlock();

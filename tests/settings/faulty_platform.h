@@ -72,7 +72,7 @@ struct FaultyPlatform {
 
 private:
     friend bool begin(const std::string& call, const std::function<bool()>& ready);
-    friend void stepOfLock(const std::string& call, const std::function<bool()>& ready);
+    friend void runBefore(const std::string& call);
     friend class UserTurn;
 
     std::set<std::string> failing;
