@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # run_tests_test.sh SOURCES: a test that fails runs once more, and is told where it passes then; what fails twice fails, and more
-# than five are too many to be chance.
+# than five are too many to be chance. One that stands still has failed.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -22,6 +22,8 @@ outcome()
     for test; do
         case $test in
             steady) words=true ;;
+            stands_once) words="mkdir $folder/build/marks/$test && exec sleep 1000; exit 0" ;;
+            stands) words='exec sleep 1000' ;;
             once*) words="mkdir $folder/build/marks/$test && exit 1; exit 0" ;;
             never) words=false ;;
         esac
@@ -38,6 +40,10 @@ expect()
 }
 
 expect '0: ' "$(outcome steady)"
+export QUOREL_TEST_SECONDS=1
+expect '0: p: stands_once' "$(outcome steady stands_once)"
+expect '8: ' "$(outcome steady stands)"
+unset QUOREL_TEST_SECONDS
 expect '0: p: once1,p: once2' "$(outcome steady once1 once2)"
 expect '8: ' "$(outcome steady once1 never)"
 expect '0: p: once1,p: once2,p: once3,p: once4,p: once5' "$(outcome once1 once2 once3 once4 once5)"
