@@ -79,6 +79,7 @@ AudioDecoder::AudioDecoder(std::unique_ptr<platform::InputFile> input, bool allo
     } else {
         file.reset(sf_open_fd(input->release(), SFM_READ, &info, SF_TRUE)); // closes the descriptor, also when it fails
     }
+    tellRefusal();
     if (!file)
         throw std::runtime_error(reasonOf(nullptr));
 
@@ -107,12 +108,20 @@ std::uint64_t AudioDecoder::read(float* x, std::uint64_t n)
 {
     const auto got = static_cast<std::uint64_t>(sf_readf_float(file.get(), x, static_cast<sf_count_t>(n)));
     position += got;
+    tellRefusal();
     if (sf_error(file.get()) != SF_ERR_NO_ERROR)
         breakOff(reasonOf(file.get()));
     else if (got < n && position < frames().value_or(0))
         breakOff("it ends after " + std::to_string(position) + " of " + std::to_string(info.frames) + " frames");
     reorder(x, got);
     return got;
+}
+
+// The library takes for the file's end what the system refuses.
+void AudioDecoder::tellRefusal() const
+{
+    if (repaired && !repaired->failure().empty())
+        throw std::runtime_error(repaired->failure());
 }
 
 void AudioDecoder::breakOff(const std::string& how)

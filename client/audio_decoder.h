@@ -43,6 +43,7 @@ public:
     const std::string& truncation() const noexcept { return truncation_; }
 
 private:
+    void tellRefusal() const;
     void breakOff(const std::string& how);
     void reorder(float* x, std::uint64_t n);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 namespace quorel {
@@ -25,8 +26,9 @@ SNDFILE* RepairedInput::open(SF_INFO& info)
     return sf_open_virtual(&operations, SFM_READ, &info, this);
 }
 
-sf_count_t RepairedInput::read(char* to, sf_count_t bytes)
-{
+// The library is C and takes no exception.
+sf_count_t RepairedInput::read(char* to, sf_count_t bytes) noexcept
+try {
     const auto first = static_cast<std::uint64_t>(position);
     std::string part = input->read(first, static_cast<std::size_t>(bytes));
     for (std::size_t i = 0; i < word.size(); ++i)
@@ -35,6 +37,9 @@ sf_count_t RepairedInput::read(char* to, sf_count_t bytes)
     std::copy(part.begin(), part.end(), to);
     position += static_cast<sf_count_t>(part.size());
     return static_cast<sf_count_t>(part.size());
+} catch (const std::exception& error) {
+    failure_ = error.what();
+    return 0;
 }
 
 sf_count_t RepairedInput::seek(sf_count_t by, int from)

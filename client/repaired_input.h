@@ -24,13 +24,17 @@ public:
     // Null where the library takes no such file.
     SNDFILE* open(SF_INFO& info);
 
+    // Why the system gave nothing where the library wanted to read, which was told of the file's end; empty while it gave all.
+    const std::string& failure() const noexcept { return failure_; }
+
 private:
-    sf_count_t read(char* to, sf_count_t bytes);
+    sf_count_t read(char* to, sf_count_t bytes) noexcept;
     sf_count_t seek(sf_count_t by, int from);
 
     std::unique_ptr<platform::InputFile> input;
     std::uint64_t wordPlace;
     std::string word;
+    std::string failure_;
     sf_count_t position = 0;
 };
 

@@ -17,9 +17,9 @@ public:
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    std::uint64_t bytes() const;
+    std::uint64_t bytes() const noexcept { return size; } // at its opening
 
-    // At most `bytes` from `place`; fewer only at the end.
+    // At most `bytes` from `place`; fewer only at the end. Fails with std::runtime_error, which tells the system's reason alone.
     std::string read(std::size_t place, std::size_t bytes) const;
 
     // Its descriptor stays its own.
@@ -30,6 +30,7 @@ public:
 
 private:
     int fd = -1;
+    std::uint64_t size = 0;
 };
 
 } // namespace quorel::platform

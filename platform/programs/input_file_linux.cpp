@@ -39,11 +39,12 @@ struct Descriptor {
 }
 
 // The pipe is open without waiting: a read gives nothing while nobody has it open for writing, so poll tells when to read. It
-// tells nothing of a pipe that nobody has ever opened for writing, and of the end of one that everybody has closed.
-void keepPipe(const std::string& path, int pipe, int file, const std::function<void()>& wait)
+// tells nothing of a pipe that nobody has ever opened for writing, and of the end of one that everybody has closed. Returns how many
+// bytes it held.
+std::uint64_t keepPipe(const std::string& path, int pipe, int file, const std::function<void()>& wait)
 {
     std::array<char, 65536> part{};
-    for (;;) {
+    for (std::uint64_t bytes = 0;;) {
         wait();
         pollfd waited{pipe, POLLIN, 0};
         constexpr int patience = 100; // ms
@@ -51,7 +52,7 @@ void keepPipe(const std::string& path, int pipe, int file, const std::function<v
             continue;
         const ssize_t got = read(pipe, part.data(), part.size());
         if (got == 0)
-            return;
+            return bytes;
         if (got < 0 && errno != EAGAIN && errno != EINTR)
             fail(path, std::strerror(errno));
         for (ssize_t done = 0; done < got;) {
@@ -61,6 +62,7 @@ void keepPipe(const std::string& path, int pipe, int file, const std::function<v
                                std::strerror(errno));
             done += std::max<ssize_t>(count, 0);
         }
+        bytes += static_cast<std::uint64_t>(std::max<ssize_t>(got, 0));
     }
 }
 
@@ -76,11 +78,12 @@ InputFile::InputFile(const std::string& path, const std::function<void()>& wait)
     struct stat status {};
     if (fstat(opened.fd, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode)))
         fail(path, "not a regular file or a pipe");
+    size = static_cast<std::uint64_t>(status.st_size);
     if (S_ISFIFO(status.st_mode)) {
         Descriptor kept(unnamedFile());
         if (kept.fd < 0)
             fail(path, "there is no place for what the pipe holds: " + std::string(std::strerror(errno)));
-        keepPipe(path, opened.fd, kept.fd, wait);
+        size = keepPipe(path, opened.fd, kept.fd, wait);
         std::swap(opened.fd, kept.fd);
     }
     fd = std::exchange(opened.fd, -1);
@@ -92,12 +95,6 @@ InputFile::~InputFile()
         close(fd);
 }
 
-std::uint64_t InputFile::bytes() const
-{
-    struct stat status {};
-    return fstat(fd, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
-
 std::string InputFile::read(std::size_t place, std::size_t bytes) const
 {
     std::string text(bytes, '\0');
@@ -106,7 +103,9 @@ std::string InputFile::read(std::size_t place, std::size_t bytes) const
         const ssize_t got = pread(fd, text.data() + done, bytes - done, static_cast<off_t>(place + done));
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0)
+        if (got < 0)
+            throw std::runtime_error(std::strerror(errno));
+        if (got == 0)
             break;
         done += static_cast<std::size_t>(got);
     }
